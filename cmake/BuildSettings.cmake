@@ -1,0 +1,26 @@
+# Language, warnings and sanitizers, the same for everything that is compiled here.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo)
+endif()
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wformat=2 -Wnon-virtual-dtor -Wold-style-cast)
+if(VRELDRGROUP_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+# Log lines carry the source unit and the function, never a path of the machine that built them.
+add_compile_options("-ffile-prefix-map=${CMAKE_SOURCE_DIR}=.")
+
+if(VRELDRGROUP_SANITIZE)
+  add_compile_options(-fsanitize=${VRELDRGROUP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${VRELDRGROUP_SANITIZE})
+else()
+  add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "vrelcore/export.h"
+
+namespace VrelDRCore {
+
+class VREL_API File {
+ public:
+  // Makes `dir` and its missing parents, each with `mode` (less the umask). True when `dir` is a
+  // directory afterwards, also when it was one before. A failure leaves the parents made so far.
+  static bool CreateDir(const std::string& dir, int mode);
+
+  // Removes `dir` with its contents; links in it are removed, not followed. True when nothing is
+  // left at `dir`, also when there was nothing. A failure leaves what could not be removed.
+  static bool RemoveDir(const std::string& dir);
+};
+
+}  // namespace VrelDRCore

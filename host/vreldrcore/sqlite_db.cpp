@@ -1,0 +1,185 @@
+#include "vreldrcore/sqlite_db.h"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+#include "sqlite_statement.h"
+#include "vrelcore/vlibc.h"
+
+namespace VrelDRCore {
+
+struct SqliteDB::Connection {
+  explicit Connection(unsigned int seconds) : busySeconds(seconds) {}
+  ~Connection() { sqlite3_close_v2(db); }
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  sqlite3* db = nullptr;
+  bool isWriter = false;
+  unsigned int busySeconds;
+  std::chrono::steady_clock::time_point busyDeadline;
+
+  // SQLite calls this again and again while another connection holds the lock it wants. Its own
+  // handler backs off to waits of a tenth of a second, so that a loser goes on losing; writers here
+  // hold a lock for a few milliseconds, and short equal waits serve everybody.
+  static int WaitForLock(void* self, int calls) {
+    auto* connection = static_cast<Connection*>(self);
+    const auto now = std::chrono::steady_clock::now();
+    if (calls == 0) connection->busyDeadline = now + std::chrono::seconds(connection->busySeconds);
+    if (now >= connection->busyDeadline) return 0;
+    std::this_thread::sleep_for(std::chrono::microseconds(500));
+    return 1;
+  }
+};
+
+SqliteDB::SqliteDB(const std::string& path, unsigned int busySeconds, const std::string& infoTable)
+    : path_(path), busySeconds_(busySeconds), infoTable_(infoTable) {}
+
+SqliteDB::SqliteDB(SqliteDB&&) noexcept = default;
+SqliteDB& SqliteDB::operator=(SqliteDB&&) noexcept = default;
+SqliteDB::~SqliteDB() = default;
+
+bool SqliteDB::IsExisted() const { return !path_.empty() && VLIBCFileExist(path_.c_str()) == 1; }
+
+bool SqliteDB::OpenToRead() const {
+  if (connection_) return true;
+  if (path_.empty()) {  // to SQLite this would be a database of its own, made on the spot
+    SetErr(SQLITE_CANTOPEN, "no path of a database file");
+    return false;
+  }
+  // A leading "./" keeps names such as ":memory:" the file names that they are here.
+  const std::string file = path_.front() == '/' ? path_ : "./" + path_;
+  auto connection = std::make_unique<Connection>(busySeconds_);
+  const int code =
+      sqlite3_open_v2(file.c_str(), &connection->db,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+  if (code != SQLITE_OK) {
+    SetErr(code, sqlite3_errstr(code));
+    return false;
+  }
+  sqlite3_busy_handler(connection->db, Connection::WaitForLock, connection.get());
+  connection_ = std::move(connection);
+  return true;
+}
+
+bool SqliteDB::OpenToWrite() const {
+  if (!OpenToRead()) return false;
+  if (connection_->isWriter) return true;
+  // A journal that stays saves its creation and removal with every commit, and zeroing its header
+  // is the commit, so a crash of the machine cannot bring a finished transaction's journal back.
+  if (sqlite3_exec(connection_->db, "PRAGMA journal_mode = PERSIST; PRAGMA synchronous = FULL",
+                   nullptr, nullptr, nullptr) != SQLITE_OK) {
+    return Record();
+  }
+  connection_->isWriter = true;
+  return true;
+}
+
+bool SqliteDB::Record() const {
+  const int code = sqlite3_extended_errcode(connection_->db);
+  if (code == SQLITE_OK || code == SQLITE_ROW || code == SQLITE_DONE) {
+    SetErr(0);
+    return true;
+  }
+  SetErr(code, sqlite3_errmsg(connection_->db));
+  return false;
+}
+
+bool SqliteDB::GetSchemaVersion(int& version) const {
+  SelectCommand command;
+  command.SetTable(SqliteTableHandler(infoTable_));
+  command.AddField("value");
+  command.SetCondition(SqliteEqual("key", "version"));
+  int found = 0;
+  if (!SelectEach(command, [&found](const SqliteValueList& row) {
+        row.GetValue("value", found);
+        return false;
+      })) {
+    return false;
+  }
+  version = found;
+  return true;
+}
+
+bool SqliteDB::Exec(const std::string& sql) const {
+  if (!OpenToWrite()) return false;
+  sqlite3_exec(connection_->db, sql.c_str(), nullptr, nullptr, nullptr);
+  return Record();
+}
+
+bool SqliteDB::Execute(const std::string& sql, const SqliteValueList& values,
+                       const SqliteCondition& condition) const {
+  if (!OpenToWrite()) return false;
+  Statement statement(connection_->db, sql);
+  if (!statement) return Record();
+  for (std::size_t i = 0; i < values.Size(); ++i) {
+    if (!statement.Bind(values.ValueAt(i))) return Record();
+  }
+  if (statement.BindCondition(condition)) statement.Step();
+  return Record();
+}
+
+bool SqliteDB::InsertRecord(const InsertCommand& command) const {
+  return Execute(ToSql(command), command.GetFieldValues(), SqliteCondition());
+}
+
+bool SqliteDB::UpdateRecord(const UpdateCommand& command) const {
+  if (command.GetCondition().Empty()) {
+    SetErr(SQLITE_MISUSE, "an update needs a condition");
+    return false;
+  }
+  return Execute(ToSql(command), command.GetFieldValues(), command.GetCondition());
+}
+
+bool SqliteDB::DeleteRecord(const DeleteCommand& command) const {
+  if (command.GetCondition().Empty() != command.IsDeleteAll()) {
+    SetErr(SQLITE_MISUSE, "a delete needs either a condition or all rows");
+    return false;
+  }
+  return Execute(ToSql(command), SqliteValueList(), command.GetCondition());
+}
+
+bool SqliteDB::DeleteRecord(const SqliteTableHandler& table,
+                            const SqliteCondition& condition) const {
+  DeleteCommand command;
+  command.SetTable(table);
+  command.SetCondition(condition);
+  return DeleteRecord(command);
+}
+
+bool SqliteDB::SelectEach(const SelectCommand& command,
+                          const std::function<bool(const SqliteValueList&)>& visit) const {
+  if (!OpenToRead()) return false;
+  Statement statement(connection_->db, ToSql(command));
+  if (!statement || !statement.BindCondition(command.GetCondition())) return Record();
+  SqliteValueList row = statement.MakeRow();
+  while (statement.Step() == SQLITE_ROW) {
+    statement.ReadRow(row);
+    if (!visit(row)) break;
+  }
+  return Record();
+}
+
+bool SqliteDB::SelectRecords(const SelectCommand& command,
+                             std::vector<SqliteValueList>& rows) const {
+  return SelectEach(command, [&rows](const SqliteValueList& row) {
+    rows.push_back(row);
+    return true;
+  });
+}
+
+bool SqliteDB::SelectRecord(const SelectCommand& command, SqliteValueList& row) const {
+  bool found = false;
+  return SelectEach(command,
+                    [&](const SqliteValueList& first) {
+                      row = first;
+                      found = true;
+                      return false;
+                    }) &&
+         found;
+}
+
+}  // namespace VrelDRCore
