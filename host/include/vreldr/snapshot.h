@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "vrelcore/export.h"
+
+namespace VrelDR::Operation {
+
+// What a caller says of a snapshot that it has taken.
+struct VREL_API SnapshotMeta {
+  SnapshotMeta() = default;
+  SnapshotMeta(const std::string& snapshotDescription, bool isLocked, bool isAppConsistent,
+               const std::string& takenBy)
+      : description(snapshotDescription),
+        is_locked(isLocked),
+        is_app_consistent(isAppConsistent),
+        taken_by(takenBy) {}
+
+  std::string description;
+  bool is_locked = false;
+  bool is_app_consistent = false;
+  std::string taken_by;
+};
+
+// One existing snapshot of a target.
+struct VREL_API Snapshot {
+  std::uint32_t create_time = 0;  // seconds since the epoch
+  std::string snap_id;            // empty when the snapshot does not exist
+  std::uint64_t sequence = 0;     // grows with every snapshot taken on this host
+  SnapshotMeta meta;
+  std::string path;  // where its bytes can be read
+
+  // Newer than: by creation time, then by the order in which the snapshots were taken.
+  bool operator>(const Snapshot& other) const {
+    return create_time != other.create_time ? create_time > other.create_time
+                                            : sequence > other.sequence;
+  }
+};
+
+}  // namespace VrelDR::Operation

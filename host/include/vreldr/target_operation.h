@@ -1,0 +1,45 @@
+#pragma once
+
+#include <set>
+#include <string>
+#include <vector>
+
+#include "vrelcore/export.h"
+#include "vreldr/error.h"
+#include "vreldr/snapshot.h"
+#include "vreldr/target.h"
+
+namespace VrelDR {
+
+// What can be asked of and done to one target of this node and its snapshots. Every call that fails
+// records a code of ErrCode and a message; every call that succeeds records 0.
+class VREL_API TargetOperation : public DRErrRecorder {
+ public:
+  explicit TargetOperation(const Target& target);
+  TargetOperation(int type, const std::string& targetId);
+
+  const Target& GetTarget() const { return target_; }
+
+  // Whether the target exists. False with code 0 when it does not; false with another code when
+  // that could not be found out.
+  bool IsExisted() const;
+
+  // The target's complete snapshots, oldest first. Empty on a failure.
+  std::vector<Operation::Snapshot> ListSnapshots() const;
+  // Adds the identifiers of the target's snapshots to `snapIds`. False on a failure.
+  bool ListSnapshotIds(std::set<std::string>& snapIds) const;
+  bool IsSnapshotExisted(const std::string& snapId) const;
+  // The snapshot, or an empty one (time 0, no identifier) when there is none of that name.
+  Operation::Snapshot GetSnapshot(const std::string& snapId) const;
+
+  // Takes a snapshot, read-only and on disk when the call returns, and puts its identifier into
+  // `snapId`. A failure or a crash leaves no part of one that could be taken for a whole one.
+  bool TakeSnapshot(const Operation::SnapshotMeta& meta, std::string& snapId) const;
+  // Removes a snapshot. Fails with kErrSnapshotMissing when there is none of that name.
+  bool DeleteSnapshot(const std::string& snapId) const;
+
+ private:
+  Target target_;
+};
+
+}  // namespace VrelDR

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "vrelcore/export.h"
+
+namespace VrelDRNode {
+
+// This node, as other nodes know it.
+class VREL_API DRNode {
+ public:
+  // The identifier of this node: made once, kept in the host's state directory, the same for every
+  // caller ever after. Empty when it can neither be read nor made.
+  static std::string getLocalNodeId();
+};
+
+}  // namespace VrelDRNode

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "../status.h"
+#include "config/config.h"
+#include "vreldr/target.h"
+
+namespace VrelDR {
+
+// What an engine says of its volume.
+struct VolumeDescription {
+  std::string method;         // how a snapshot is made
+  bool is_atomic = false;     // a snapshot is of one instant although somebody writes
+  bool is_immutable = false;  // the system refuses to change a snapshot's bytes
+  std::uint64_t size_bytes = 0;
+  std::uint64_t free_bytes = 0;
+};
+
+// What a new target holds; see TargetSpec.
+struct TargetContent {
+  std::uint64_t size_bytes = 0;
+  std::vector<std::string> sources;
+};
+
+// The bytes of one volume's targets and their snapshots. An engine knows no records and takes no
+// locks: whoever calls it has recorded what it is about to do, and makes sure that nobody else
+// changes the same target meanwhile. Targets and snapshots are named by identifiers that were
+// checked before (IsAllowedId).
+//
+// What a call made is on disk when it returns. What a crash or a failure leaves of a call is
+// removed by CleanUp together with RemoveSnapshot or RemoveTarget of the thing that was made.
+// Every call may fail because the volume cannot be reached.
+class StorageEngine {
+ public:
+  virtual ~StorageEngine() = default;
+
+  // Where the volume is, for people; no two volumes may be at one place.
+  virtual std::string GetWhere() const = 0;
+  virtual Status Describe(VolumeDescription& description) const = 0;
+  // Good when the volume can be reached and, as far as can be told beforehand, be written.
+  virtual Status CheckWritable() const = 0;
+
+  // Where the target's and a snapshot's bytes are for whoever uses them.
+  virtual std::string GetTargetPath(const Target& target) const = 0;
+  virtual std::string GetSnapshotPath(const Target& target, const std::string& snapId) const = 0;
+
+  // Makes the volume ready to take the target, before it is recorded. kErrExists when there is
+  // something in the place that it would take.
+  virtual Status PreparePlace(const Target& target) const = 0;
+  // Makes a target that appears whole or not at all. A failure leaves nothing in its place but what
+  // was there before.
+  virtual Status CreateTarget(const Target& target, const TargetContent& content) const = 0;
+  virtual Status FindTarget(const Target& target, bool& found) const = 0;
+  // Removes the target, its snapshots and what interrupted calls left of it. Nothing there is fine.
+  virtual Status RemoveTarget(const Target& target) const = 0;
+
+  // Takes a read-only snapshot that appears whole or not at all.
+  virtual Status TakeSnapshot(const Target& target, const std::string& snapId) const = 0;
+  // Adds the identifiers of the snapshots that are there.
+  virtual Status ListSnapshots(const Target& target, std::set<std::string>& snapIds) const = 0;
+  // Removes a snapshot, also what is left of one. Nothing there is fine.
+  virtual Status RemoveSnapshot(const Target& target, const std::string& snapId) const = 0;
+
+  // Removes what interrupted calls left of their work on the target.
+  virtual Status CleanUp(const Target& target) const = 0;
+};
+
+// Makes the engine that the volume's configuration names. kErrConfig when there is none of that
+// name or its settings are wrong.
+Status MakeEngine(const VrelHost::VolumeConfig& volume, std::unique_ptr<StorageEngine>& engine);
+
+}  // namespace VrelDR

@@ -1,0 +1,104 @@
+#include "file_data.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
+#include "../../fd.h"
+
+namespace VrelDR::Local {
+
+namespace {
+
+// Whether the error of a faster way to copy says only that this way does not lead here.
+bool IsNotForThisFile(int error) {
+  return error == EOPNOTSUPP || error == ENOTTY || error == EXDEV || error == EINVAL ||
+         error == ENOSYS || error == ETXTBSY || error == EPERM;
+}
+
+int WriteAll(int to, const char* bytes, std::size_t count, off_t at) {
+  while (count > 0) {
+    const ssize_t done = pwrite(to, bytes, count, at);
+    if (done < 0) {
+      if (errno == EINTR) continue;
+      return errno;
+    }
+    bytes += done;
+    count -= static_cast<std::size_t>(done);
+    at += done;
+  }
+  return 0;
+}
+
+// Both copy [at, end) and stop early, without an error, where the source has become shorter.
+int CopyByReading(int from, int to, off_t at, off_t end) {
+  std::array<char, std::size_t{128} * 1024> buffer;
+  while (at < end) {
+    const auto want = std::min<off_t>(end - at, static_cast<off_t>(buffer.size()));
+    const ssize_t got = pread(from, buffer.data(), static_cast<std::size_t>(want), at);
+    if (got == 0) return 0;
+    if (got < 0) {
+      if (errno == EINTR) continue;
+      return errno;
+    }
+    if (const int error = WriteAll(to, buffer.data(), static_cast<std::size_t>(got), at)) {
+      return error;
+    }
+    at += got;
+  }
+  return 0;
+}
+
+int CopyRange(int from, int to, off_t at, off_t end) {
+  while (at < end) {
+    loff_t in = at;
+    loff_t out = at;
+    const ssize_t done =
+        copy_file_range(from, &in, to, &out, static_cast<std::size_t>(end - at), 0);
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0 && !IsNotForThisFile(errno)) return errno;
+    // Some file systems answer 0 for files that have data; reading tells the truth.
+    if (done <= 0) return CopyByReading(from, to, at, end);
+    at += done;
+  }
+  return 0;
+}
+
+}  // namespace
+
+int CopyFileData(int from, int to, off_t size) {
+  if (size == 0) return 0;
+  if (ioctl(to, FICLONE, from) == 0) return 0;
+  if (!IsNotForThisFile(errno)) return errno;
+  if (ftruncate(to, size) != 0) return errno;
+  off_t at = 0;
+  while (at < size) {
+    off_t data = lseek(from, at, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // holes up to the end
+    off_t hole = size;
+    if (data < 0) {
+      if (!IsNotForThisFile(errno)) return errno;
+      data = at;  // a file system that does not tell holes: everything is data
+    } else {
+      hole = lseek(from, data, SEEK_HOLE);
+      if (hole < 0) return errno;
+    }
+    at = std::min(hole, size);
+    if (const int error = CopyRange(from, to, data, at)) return error;
+  }
+  return 0;
+}
+
+bool CanShareBlocks(int dirFd) {
+  const Fd from(openat(dirFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  const Fd to(openat(dirFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+  return from && to && WriteAll(from.Get(), "x", 1, 0) == 0 &&
+         ioctl(to.Get(), FICLONE, from.Get()) == 0;
+}
+
+}  // namespace VrelDR::Local

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace VrelDR::Local {
+
+// Gives the empty file `to` the `size` bytes of the file `from`: sharing its blocks where the file
+// system can, else copying what is data and leaving holes as holes. 0 or an errno.
+int CopyFileData(int from, int to, off_t size);
+
+// Whether files opened with `fd`'s file system can share blocks. False when that cannot be tried.
+bool CanShareBlocks(int dirFd);
+
+}  // namespace VrelDR::Local

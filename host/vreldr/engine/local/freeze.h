@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string>
+
+namespace VrelDR::Local {
+
+// The immutable flag of inodes: with it nobody, root included, changes a file's bytes or a
+// directory's entries. Modes are not touched, so that a copy keeps those of its original.
+//
+// Not every file system has the flag and not every user may set it.
+
+// Sets the flag on every file and directory below the directory `dirFd`, not on that itself: a
+// directory that has it cannot be renamed. Where the flag is refused this does nothing and is good.
+// 0 or an errno.
+int FreezeBelow(int dirFd);
+
+// Sets or clears the flag of one open file or directory. 0, also where it is refused, or an errno.
+int SetFrozen(int fd, bool frozen);
+
+// Whether files in this directory can have the flag. False when that cannot be tried.
+bool CanFreeze(int dirFd);
+
+}  // namespace VrelDR::Local

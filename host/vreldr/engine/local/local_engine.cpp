@@ -1,0 +1,283 @@
+#include "local_engine.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <vector>
+
+#include "../../kill_point.h"
+#include "content.h"
+#include "directory.h"
+#include "file_data.h"
+#include "freeze.h"
+#include "subvolume.h"
+#include "tree_copy.h"
+#include "tree_remove.h"
+#include "vreldrcore/json.h"
+
+namespace VrelDR {
+
+using namespace Local;  // the parts of this engine
+
+namespace {
+
+constexpr const char* kOwnDir = ".vreldr";
+constexpr const char* kSnapshots = "snapshots";
+constexpr const char* kTmp = "tmp";
+constexpr const char* kNewTarget = "target";  // in the target's directory of copies being made
+
+// Opens <own>/<area>/<target>, making what is missing. What is made is on disk once what is put
+// into it has been synced.
+Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target) {
+  const Fd parent = OpenOrMakeDir(ownFd, area);
+  return parent ? OpenOrMakeDir(parent.Get(), target.GetId()) : Fd();
+}
+
+// Removes <own>/<area>/<target> with all in it.
+int RemoveArea(int ownFd, const char* area, const Target& target) {
+  const Fd parent = OpenDir(ownFd, area);
+  if (!parent) return errno == ENOENT ? 0 : errno;
+  return RemoveTree(parent.Get(), target.GetId());
+}
+
+}  // namespace
+
+Status LocalEngine::Missing(const std::string& path) const {
+  return {kErrVolumeMissing, Quoted(path) +
+                                 " is missing, so the volume is not there; mount it or "
+                                 "correct its path in the configuration"};
+}
+
+Status LocalEngine::Open(Fd& volume) const {
+  volume = Fd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (volume) return {};
+  return errno == ENOENT || errno == ENOTDIR ? Missing(path_) : StatusOfErrno(errno, path_);
+}
+
+Status LocalEngine::Open(Fd& volume, Fd& own) const {
+  Status status = Open(volume);
+  if (!status.IsOk()) return status;
+  own = OpenDir(volume.Get(), kOwnDir);
+  if (own) return {};
+  const std::string path = path_ + "/" + kOwnDir;
+  return errno == ENOENT ? Missing(path) : StatusOfErrno(errno, path);
+}
+
+Status LocalEngine::Describe(VolumeDescription& description) const {
+  Fd volume;
+  Status status = Open(volume);
+  if (!status.IsOk()) return status;
+  struct statvfs info;
+  if (fstatvfs(volume.Get(), &info) != 0) return StatusOfErrno(errno, path_);
+  description.size_bytes = std::uint64_t{info.f_blocks} * info.f_frsize;
+  description.free_bytes = std::uint64_t{info.f_bavail} * info.f_frsize;
+  if (IsBtrfs(volume.Get())) {
+    description.method = "btrfs";
+    description.is_atomic = true;
+    description.is_immutable = true;
+  } else {
+    description.method = CanShareBlocks(volume.Get()) ? "reflink" : "copy";
+    description.is_immutable = CanFreeze(volume.Get());
+  }
+  return CheckWritable();
+}
+
+Status LocalEngine::CheckWritable() const {
+  Fd volume;
+  Status status = Open(volume);
+  if (!status.IsOk()) return status;
+  const bool writable = faccessat(volume.Get(), ".", W_OK, AT_EACCESS) == 0;
+  return writable ? Status() : StatusOfErrno(errno, path_);
+}
+
+std::string LocalEngine::GetTargetPath(const Target& target) const {
+  const std::string dir = path_ + "/" + target.GetId();
+  return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
+}
+
+std::string LocalEngine::GetSnapshotPath(const Target& target, const std::string& snapId) const {
+  const std::string dir =
+      path_ + "/" + kOwnDir + "/" + kSnapshots + "/" + target.GetId() + "/" + snapId;
+  return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
+}
+
+Status LocalEngine::PreparePlace(const Target& target) const {
+  Fd volume;
+  Status status = Open(volume);
+  if (!status.IsOk()) return status;
+  if (!OpenOrMakeDir(volume.Get(), kOwnDir)) return StatusOfErrno(errno, path_ + "/" + kOwnDir);
+  struct stat st;
+  if (fstatat(volume.Get(), target.GetId().c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    return {kErrExists, Quoted(path_ + "/" + target.GetId()) +
+                            " is there already; move it away or choose another identifier"};
+  }
+  return errno == ENOENT ? Status() : StatusOfErrno(errno, path_ + "/" + target.GetId());
+}
+
+Status LocalEngine::CreateTarget(const Target& target, const TargetContent& content) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
+  if (!tmp) return StatusOfErrno(errno, path_);
+  int error = 0;
+  if (IsBtrfs(tmp.Get())) {
+    error = MakeSubvolume(tmp.Get(), kNewTarget);
+  } else if (mkdirat(tmp.Get(), kNewTarget, 0700) != 0) {
+    error = errno;
+  }
+  if (error != 0) return StatusOfErrno(error, path_);
+  const Fd dir = OpenDir(tmp.Get(), kNewTarget);
+  if (!dir || fchmod(dir.Get(), 0755) != 0) return StatusOfErrno(errno, path_);
+  status = FillTarget(target, content, path_, dir.Get());
+  if (!status.IsOk()) return status;
+  KillPoint(kCreateCopied);
+  if (syncfs(dir.Get()) != 0) return StatusOfErrno(errno, path_);
+  KillPoint(kCreateSynced);
+  if (renameat(tmp.Get(), kNewTarget, volume.Get(), target.GetId().c_str()) != 0) {
+    return StatusOfErrno(errno, path_ + "/" + target.GetId());
+  }
+  KillPoint(kCreateRenamed);
+  if (fsync(volume.Get()) != 0) {
+    status = StatusOfErrno(errno, path_);
+    (void)RemoveTree(volume.Get(), target.GetId());
+    return status;
+  }
+  error = RemoveArea(own.Get(), kTmp, target);
+  return error == 0 ? Status() : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::FindTarget(const Target& target, bool& found) const {
+  found = false;
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  struct stat st;
+  if (fstatat(volume.Get(), target.GetId().c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    found = S_ISDIR(st.st_mode);
+    return {};
+  }
+  return errno == ENOENT ? Status() : StatusOfErrno(errno, path_ + "/" + target.GetId());
+}
+
+Status LocalEngine::RemoveTarget(const Target& target) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  int error = RemoveArea(own.Get(), kSnapshots, target);
+  KillPoint(kForgetSnapshotsGone);
+  if (error == 0) error = RemoveTree(volume.Get(), target.GetId());
+  if (error == 0 && fsync(volume.Get()) != 0) error = errno;
+  if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
+  return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + target.GetId());
+}
+
+Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const Fd source = OpenDir(volume.Get(), target.GetId());
+  if (!source) return StatusOfErrno(errno, path_ + "/" + target.GetId());
+  const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
+  if (!snapshots) return StatusOfErrno(errno, {});
+  if (!IsSubvolume(source.Get())) {
+    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get());
+  }
+  const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId);
+  return error == 0 ? Status() : StatusOfErrno(error, {});
+}
+
+Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId, int sourceFd,
+                                 int ownFd, int snapshotsFd) const {
+  const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
+  if (!tmp || mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
+  const Fd copy = OpenDir(tmp.Get(), snapId);
+  if (!copy) return StatusOfErrno(errno, {});
+  TreeCopier copier(copy.Get(), Strictness::kAll);
+  Status status = copier.CopyContent(sourceFd, path_ + "/" + target.GetId());
+  if (!status.IsOk()) return status;
+  KillPoint(kTakeCopied);
+  if (syncfs(copy.Get()) != 0) return StatusOfErrno(errno, {});
+  KillPoint(kTakeSynced);
+  int error = FreezeBelow(copy.Get());
+  KillPoint(kTakeFrozen);
+  if (error == 0 && renameat(tmp.Get(), snapId.c_str(), snapshotsFd, snapId.c_str()) != 0) {
+    error = errno;
+  }
+  KillPoint(kTakeRenamed);
+  if (error == 0) error = SetFrozen(copy.Get(), true);
+  if (error == 0 && (fsync(snapshotsFd) != 0 || fsync(copy.Get()) != 0)) error = errno;
+  if (error == 0) error = RemoveArea(ownFd, kTmp, target);
+  return error == 0 ? Status() : StatusOfErrno(error, {});
+}
+
+Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& snapIds) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const Fd parent = OpenDir(own.Get(), kSnapshots);
+  const Fd snapshots = parent ? OpenDir(parent.Get(), target.GetId()) : Fd();
+  std::vector<std::string> names;
+  int error = 0;
+  if (snapshots) {
+    error = ListDir(snapshots.Get(), names);
+  } else if (errno != ENOENT) {
+    error = errno;
+  }
+  snapIds.insert(names.begin(), names.end());
+  return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + kOwnDir + "/" + kSnapshots);
+}
+
+Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snapId) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const Fd parent = OpenDir(own.Get(), kSnapshots);
+  const Fd snapshots = parent ? OpenDir(parent.Get(), target.GetId()) : Fd();
+  if (!snapshots) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
+  int error = RemoveTree(snapshots.Get(), snapId);
+  if (error == 0 && fsync(snapshots.Get()) != 0) error = errno;
+  return error == 0 ? Status() : StatusOfErrno(error, {});
+}
+
+Status LocalEngine::CleanUp(const Target& target) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const int error = RemoveArea(own.Get(), kTmp, target);
+  return error == 0 ? Status() : StatusOfErrno(error, {});
+}
+
+Status MakeLocalEngine(const VrelHost::VolumeConfig& volume,
+                       std::unique_ptr<StorageEngine>& engine) {
+  const std::string about = "volume " + Quoted(volume.name);
+  for (const std::string& member : volume.settings.getMemberNames()) {
+    if (member != "name" && member != "engine" && member != "path") {
+      return {kErrConfig, about + " has an unknown member " + Quoted(member) +
+                              "; a local volume has \"name\", \"engine\" and \"path\""};
+    }
+  }
+  const std::string path =
+      VrelDRCore::JsonUtil::AsText(VrelDRCore::JsonUtil::Member(volume.settings, "path"));
+  if (path.empty() || path.front() != '/') {
+    return {kErrConfig, about + " needs an absolute \"path\"; correct it"};
+  }
+  // Two ways to write one path must not make two volumes.
+  std::string plain = std::filesystem::path(path).lexically_normal().string();
+  while (plain.size() > 1 && plain.back() == '/') plain.pop_back();
+  engine = std::make_unique<LocalEngine>(plain);
+  return {};
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,61 @@
+#include "subvolume.h"
+
+#include <btrfsutil.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+#include <cerrno>
+
+namespace VrelDR::Local {
+
+namespace {
+
+// The library keeps errno for all its errors but those that are none of the system.
+int ErrnoOf(enum btrfs_util_error result) {
+  switch (result) {
+    case BTRFS_UTIL_OK:
+      return 0;
+    case BTRFS_UTIL_ERROR_NO_MEMORY:
+      return ENOMEM;
+    case BTRFS_UTIL_ERROR_NOT_BTRFS:
+    case BTRFS_UTIL_ERROR_NOT_SUBVOLUME:
+    case BTRFS_UTIL_ERROR_INVALID_ARGUMENT:
+      return EINVAL;
+    default:
+      return errno != 0 ? errno : EIO;
+  }
+}
+
+int Committed(int parentFd, enum btrfs_util_error result) {
+  if (const int error = ErrnoOf(result)) return error;
+  return ErrnoOf(btrfs_util_sync_fd(parentFd));
+}
+
+}  // namespace
+
+bool IsBtrfs(int fd) {
+  struct statfs info;
+  return fstatfs(fd, &info) == 0 && info.f_type == BTRFS_SUPER_MAGIC;
+}
+
+bool IsSubvolume(int dirFd) {
+  return IsBtrfs(dirFd) && btrfs_util_is_subvolume_fd(dirFd) == BTRFS_UTIL_OK;
+}
+
+int MakeSubvolume(int parentFd, const std::string& name) {
+  return Committed(parentFd,
+                   btrfs_util_create_subvolume_fd(parentFd, name.c_str(), 0, nullptr, nullptr));
+}
+
+int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name) {
+  return Committed(parentFd, btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(),
+                                                            BTRFS_UTIL_CREATE_SNAPSHOT_READ_ONLY,
+                                                            nullptr, nullptr));
+}
+
+int RemoveSubvolume(int parentFd, const std::string& name) {
+  return Committed(parentFd, btrfs_util_delete_subvolume_fd(parentFd, name.c_str(),
+                                                            BTRFS_UTIL_DELETE_SUBVOLUME_RECURSIVE));
+}
+
+}  // namespace VrelDR::Local

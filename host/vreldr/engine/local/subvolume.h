@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+namespace VrelDR::Local {
+
+// Subvolumes of btrfs. Each call returns 0 or an errno, and what it did is on disk.
+
+bool IsBtrfs(int fd);
+// Whether the open directory is the top of a subvolume.
+bool IsSubvolume(int dirFd);
+int MakeSubvolume(int parentFd, const std::string& name);
+// Makes `name` in `parentFd` a read-only snapshot of the subvolume that `sourceFd` is: of one
+// instant, there as a whole or not at all.
+int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name);
+// Removes a subvolume, read-only or not, with those in it.
+int RemoveSubvolume(int parentFd, const std::string& name);
+
+}  // namespace VrelDR::Local

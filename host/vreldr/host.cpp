@@ -1,0 +1,147 @@
+#include "host.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+namespace VrelDR {
+
+namespace {
+
+Status NoSuchTarget(const std::string& targetId) {
+  return {kErrTargetMissing,
+          "target " + Quoted(targetId) + " does not exist; correct the name or create it"};
+}
+
+}  // namespace
+
+bool IsAllowedId(const std::string& id) {
+  constexpr std::size_t kLongest = 200;
+  return !id.empty() && id.size() <= kLongest && id.front() != '.' &&
+         std::none_of(id.begin(), id.end(), [](char c) {
+           const auto byte = static_cast<unsigned char>(c);
+           return c == '/' || byte < 0x20 || byte == 0x7f;
+         });
+}
+
+Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
+  std::string problem;
+  if (!VrelHost::ReadConfig(config, problem)) return {kErrConfig, problem};
+  const std::string about = "configuration " + Quoted(config.file);
+  std::map<std::string, std::string> places;
+  for (const VrelHost::VolumeConfig& each : config.volumes) {
+    Volume volume{each.name, each.engine, nullptr};
+    Status status = MakeEngine(each, volume.engine);
+    if (!status.IsOk()) return InContext(about, status);
+    const auto [place, isNew] = places.emplace(volume.engine->GetWhere(), each.name);
+    if (!isNew) {
+      return {kErrConfig, about + ": volumes " + Quoted(place->second) + " and " +
+                              Quoted(each.name) + " are both at " + Quoted(place->first) +
+                              "; remove one"};
+    }
+    volumes.push_back(std::move(volume));
+  }
+  return {};
+}
+
+Status Host::Open() {
+  Status status = OpenVolumes(config, volumes);
+  return status.IsOk() ? Store::Open(config.state_dir, store) : status;
+}
+
+Status Host::FindEngine(const std::string& volume, const StorageEngine*& engine) const {
+  const auto found = std::find_if(volumes.begin(), volumes.end(),
+                                  [&](const Volume& each) { return each.name == volume; });
+  if (found == volumes.end()) {
+    return {kErrVolumeMissing, "volume " + Quoted(volume) + " is not in the configuration " +
+                                   Quoted(config.file) + "; add it or name another"};
+  }
+  engine = found->engine.get();
+  return {};
+}
+
+Status HostTarget::FindRow(const std::string& targetId) {
+  std::optional<TargetRow> found;
+  Status status = host_.store->GetTarget(targetId, found);
+  if (!status.IsOk()) return status;
+  return found ? Adopt(*found) : NoSuchTarget(targetId);
+}
+
+Status HostTarget::CheckWhole() const {
+  return row_.state == RecordState::kWhole ? Status() : NoSuchTarget(row_.target.GetId());
+}
+
+Status HostTarget::Adopt(const TargetRow& row) {
+  row_ = row;
+  return InContext(Cannot("look at"), host_.FindEngine(row.volume, engine_));
+}
+
+Status HostTarget::FindBytes() const {
+  bool found = false;
+  Status status = engine_->FindTarget(row_.target, found);
+  if (!status.IsOk()) return InContext(Cannot("look at"), status);
+  if (found) return {};
+  return {kErrTargetMissing, "the bytes of target " + Quoted(row_.target.GetId()) + " on volume " +
+                                 Quoted(row_.volume) +
+                                 " are gone; put them back or remove the target"};
+}
+
+Status HostTarget::OpenToRead(const std::string& targetId) {
+  Status status = host_.Open();
+  if (status.IsOk()) status = FindRow(targetId);
+  if (status.IsOk()) status = CheckWhole();
+  return status.IsOk() ? FindBytes() : status;
+}
+
+Status HostTarget::Claim(const std::string& targetId) {
+  Status status = host_.Open();
+  if (status.IsOk()) status = FindRow(targetId);
+  if (!status.IsOk()) return status;
+  status = InContext(Cannot("work on"), lock_.Acquire(host_.config.state_dir, targetId));
+  // Somebody may have changed or removed it before the lock was ours.
+  return status.IsOk() ? FindRow(targetId) : status;
+}
+
+Status HostTarget::OpenToWrite(const std::string& targetId) {
+  Status status = Claim(targetId);
+  if (status.IsOk()) status = CheckWhole();
+  if (status.IsOk()) status = FindBytes();
+  if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable());
+  if (!status.IsOk()) return status;
+  return InContext(Cannot("clean up"), CleanUpSnapshots(GetStore(), *engine_, row_.target));
+}
+
+Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const {
+  std::vector<SnapshotRow> rows;
+  Status status = host_.store->ListSnapshots(row_.target.GetId(), rows);
+  if (!status.IsOk() || rows.empty()) return status;
+  std::set<std::string> existing;
+  status = engine_->ListSnapshots(row_.target, existing);
+  if (!status.IsOk()) return InContext(Cannot("list the snapshots of"), status);
+  for (SnapshotRow& each : rows) {
+    Operation::Snapshot& snapshot = each.snapshot;
+    if (each.state != RecordState::kWhole || existing.count(snapshot.snap_id) == 0) continue;
+    snapshot.path = engine_->GetSnapshotPath(row_.target, snapshot.snap_id);
+    snapshots.push_back(std::move(snapshot));
+  }
+  std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
+  return {};
+}
+
+std::string HostTarget::Cannot(const std::string& what) const {
+  return "cannot " + what + " target " + Quoted(row_.target.GetId()) + " on volume " +
+         Quoted(row_.volume);
+}
+
+Status CleanUpSnapshots(const Store& store, const StorageEngine& engine, const Target& target) {
+  std::vector<SnapshotRow> rows;
+  Status status = store.ListSnapshots(target.GetId(), rows);
+  for (const SnapshotRow& each : rows) {
+    if (each.state == RecordState::kWhole) continue;
+    if (status.IsOk()) status = engine.RemoveSnapshot(target, each.snapshot.snap_id);
+    if (status.IsOk()) status = store.RemoveSnapshot(each.snapshot);
+  }
+  return status.IsOk() ? engine.CleanUp(target) : status;
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string_view>
+
+namespace VrelDR {
+
+// Steps between which a crash must lose nothing. A test names one in the environment variable
+// VRELDR_KILL_POINT, and the process ends there as in a crash (SIGKILL to itself): tests go through
+// the whole list. Without the variable a kill point does nothing.
+//
+// "copy.file" is reached after each file of a copy, the others once in the call they are named for.
+// A step that an engine does not have is not reached there.
+inline constexpr std::string_view kTakeRecorded = "take.recorded";  // record made, no bytes yet
+inline constexpr std::string_view kCopyFile = "copy.file";          // one file of a tree copied
+inline constexpr std::string_view kTakeCopied = "take.copied";      // all copied, not yet synced
+inline constexpr std::string_view kTakeSynced = "take.synced";      // synced, not yet read-only
+inline constexpr std::string_view kTakeFrozen = "take.frozen";      // read-only below its top
+inline constexpr std::string_view kTakeRenamed = "take.renamed";    // under its name
+inline constexpr std::string_view kTakeWhole = "take.whole";        // bytes done, record not
+inline constexpr std::string_view kTakeDone = "take.done";          // record complete
+inline constexpr std::string_view kDeleteMarked = "delete.marked";  // record says so, bytes whole
+inline constexpr std::string_view kRemoveEntry = "remove.entry";    // one entry of a tree removed
+inline constexpr std::string_view kDeleteBytesGone = "delete.bytes_gone";  // the record is left
+inline constexpr std::string_view kDeleteDone = "delete.done";
+inline constexpr std::string_view kCreateRecorded = "create.recorded";
+inline constexpr std::string_view kCreateCopied = "create.copied";
+inline constexpr std::string_view kCreateSynced = "create.synced";
+inline constexpr std::string_view kCreateRenamed = "create.renamed";
+inline constexpr std::string_view kCreateWhole = "create.whole";
+inline constexpr std::string_view kCreateDone = "create.done";
+inline constexpr std::string_view kForgetMarked = "forget.marked";  // removing a target: marked
+inline constexpr std::string_view kForgetSnapshotsGone = "forget.snapshots_gone";
+inline constexpr std::string_view kForgetBytesGone = "forget.bytes_gone";
+inline constexpr std::string_view kForgetDone = "forget.done";
+
+// Ends the process at once when VRELDR_KILL_POINT names `step`.
+void KillPoint(std::string_view step);
+
+}  // namespace VrelDR
