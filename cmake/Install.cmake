@@ -1,0 +1,23 @@
+# What is installed beside the libraries: headers, the CMake package, the pkg-config file and the
+# database script at its fixed path.
+include(CMakePackageConfigHelpers)
+
+install(DIRECTORY include/vreldrgroup DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY host/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vreldrgroup)
+install(EXPORT vreldrgroupTargets NAMESPACE vreldrgroup:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/vreldrgroupConfig.cmake.in vreldrgroupConfig.cmake
+  INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(vreldrgroupConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/vreldrgroupConfig.cmake
+              ${PROJECT_BINARY_DIR}/vreldrgroupConfigVersion.cmake
+        DESTINATION ${package_dir})
+
+configure_file(cmake/vreldrgroup.pc.in vreldrgroup.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/vreldrgroup.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The library looks for the script here whatever the prefix.
+set(script_dir /var/packages/Guestora/target/sbin)
+install(PROGRAMS sbin/vreldrgroup_db.sh DESTINATION ${script_dir})
+install(DIRECTORY sbin/vreldrgroup_db DESTINATION ${script_dir})

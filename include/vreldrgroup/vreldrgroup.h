@@ -1,0 +1,13 @@
+#pragma once
+
+// Everything that libvreldrgroup offers.
+
+#include "vreldrgroup/db.h"
+#include "vreldrgroup/record/gsnapshot.h"
+#include "vreldrgroup/record/target_group.h"
+#include "vreldrgroup/record/target_replica.h"
+#include "vreldrgroup/record/target_snapshot.h"
+#include "vreldrgroup/snapshot/gsnap_create.h"
+#include "vreldrgroup/snapshot/gsnap_delete.h"
+#include "vreldrgroup/snapshot/gsnap_op.h"
+#include "vreldrgroup/snapshot/gsnap_utils.h"

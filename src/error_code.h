@@ -1,0 +1,13 @@
+#pragma once
+
+// The codes that this library itself records; all others are the replication library's, copied.
+// Callers compare them: never change a value.
+namespace VrelDRGroup {
+
+inline constexpr int kErrNone = 0;
+inline constexpr int kErrBadArgument = 401;     // an empty or invalid argument
+inline constexpr int kErrDatabase = 404;        // the database refused a write or a delete
+inline constexpr int kErrNotCompleted = 407;    // the run has not come to its end
+inline constexpr int kErrTargetMissing = 634;   // the target does not exist
+
+}  // namespace VrelDRGroup
