@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+
+#include "verb.h"
+
+// Standard output, standard error and the terminal.
+namespace drgroupctl {
+
+// One line on standard error: "drgroupctl: " and the text.
+void PrintError(const std::string& text);
+void PrintWarning(const std::string& text);
+
+// Writes all of `text` to standard output; throws when that fails.
+void PrintOut(const std::string& text);
+
+// Returns when --yes was given or whoever sits at the terminal agrees; throws a refusal otherwise.
+// `loss` says what would be lost, as the start of a question: "delete group snapshot \"x\"".
+void Confirm(const Arguments& args, const std::string& loss);
+
+// While it lives, what this process and the programs it starts write to standard error is kept
+// instead of shown: the database script tells its troubles there, and the tool tells them once.
+class StderrCapture {
+ public:
+  StderrCapture();
+  StderrCapture(const StderrCapture&) = delete;
+  StderrCapture& operator=(const StderrCapture&) = delete;
+  ~StderrCapture();
+
+  // The first line that was written, empty when there was none.
+  std::string FirstLine() const;
+
+ private:
+  int kept_ = -1;   // the real standard error
+  int store_ = -1;  // the memory file in its place
+};
+
+}  // namespace drgroupctl

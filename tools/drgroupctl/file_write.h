@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+namespace drgroupctl {
+
+// Replaces the file at `path` by one that holds `text`: afterwards, also after a crash, there is
+// the old file or the new one, whole and on disk. Returns 0 or an error number, with nothing
+// changed.
+int WriteFileAtomically(const std::string& path, const std::string& text);
+
+}  // namespace drgroupctl

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "failure.h"
+#include "report.h"
+
+namespace drgroupctl {
+
+// Turns what a verb has to say into what stands on standard output.
+class Formatter {
+ public:
+  Formatter() = default;
+  Formatter(const Formatter&) = delete;
+  Formatter& operator=(const Formatter&) = delete;
+  virtual ~Formatter() = default;
+
+  virtual std::string Format(const Report& report) const = 0;
+  // What stands there when the verb failed; the line on standard error is printed besides.
+  virtual std::string Format(const Failure& failure) const = 0;
+};
+
+std::unique_ptr<Formatter> MakeTableFormatter();
+std::unique_ptr<Formatter> MakeJsonFormatter();
+
+}  // namespace drgroupctl

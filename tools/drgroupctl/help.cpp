@@ -1,0 +1,87 @@
+#include "help.h"
+
+#include <algorithm>
+
+#include "exit_code.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+constexpr std::size_t kWidth = 79;
+
+// `text` broken into lines of `kWidth`, each behind `indent` spaces.
+std::string Wrap(const std::string& text, std::size_t indent) {
+  std::string out;
+  std::string line;
+  std::size_t at = 0;
+  while (at < text.size()) {
+    const std::size_t end = std::min(text.find(' ', at), text.size());
+    const std::string word = text.substr(at, end - at);
+    if (!line.empty() && indent + line.size() + 1 + word.size() > kWidth) {
+      out += std::string(indent, ' ') + line + '\n';
+      line.clear();
+    }
+    line += (line.empty() ? "" : " ") + word;
+    at = end + 1;
+  }
+  return out + std::string(indent, ' ') + line + '\n';
+}
+
+// `name`, and beside it `text` in a column of its own.
+std::string Entry(const std::string& name, const std::string& text, std::size_t column) {
+  const std::string wrapped = Wrap(text, column);
+  const std::string head = "  " + name;
+  if (head.size() + 2 > column) return head + '\n' + wrapped;
+  return head + wrapped.substr(head.size());
+}
+
+std::string ParameterHelp(const Parameter& each) {
+  const std::string name = each.placeholder.empty() || each.placeholder == each.name
+                               ? each.name
+                               : each.name + " " + each.placeholder;
+  return Entry(name, ParameterText(each), 22);
+}
+
+}  // namespace
+
+std::string ParameterText(const Parameter& parameter) {
+  if (parameter.choices.empty()) return parameter.summary;
+  return parameter.summary + " (" + Join(parameter.choices, ", ") + ")";
+}
+
+std::string OverviewHelp(const std::string& noun) {
+  std::string out = "usage: drgroupctl VERB [ARGUMENTS] [OPTIONS]\n\nVerbs:\n";
+  for (const Verb& verb : Verbs()) {
+    if (noun.empty() || verb.name.rfind(noun + " ", 0) == 0) {
+      out += Entry(verb.name, verb.summary, 20);
+    }
+  }
+  out += "\n  \"drgroupctl help VERB\" tells what a verb does and takes.\n";
+  if (!noun.empty()) return out;
+  out += "\nOptions of every verb:\n";
+  for (const Parameter& each : CommonOptions()) out += ParameterHelp(each);
+  out += ParameterHelp({"--version", Value::kFlag, "", "print the version, and end"});
+  out += "\nExit codes:\n";
+  for (const ExitCodeInfo& each : ExitCodes()) {
+    out += Entry(std::to_string(static_cast<int>(each.code)), each.meaning, 6);
+  }
+  return out;
+}
+
+std::string VerbHelp(const Verb& verb) {
+  const std::string usage = verb.Usage();
+  std::string out = "usage: drgroupctl " + verb.name + (usage.empty() ? "" : " " + usage) + "\n\n" +
+                    Wrap(Sentence(verb.summary), 0);
+  for (const std::string& paragraph : verb.description) out += '\n' + Wrap(paragraph, 0);
+  out += "\nChanges: " + Wrap(verb.changes, 9).substr(9);
+  if (!verb.arguments.empty()) out += "\nArguments:\n";
+  for (const Parameter& each : verb.arguments) out += ParameterHelp(each);
+  out += "\nOptions:\n";
+  for (const Parameter& each : verb.options) out += ParameterHelp(each);
+  for (const Parameter& each : CommonOptions()) out += ParameterHelp(each);
+  return out;
+}
+
+}  // namespace drgroupctl

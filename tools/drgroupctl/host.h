@@ -1,0 +1,46 @@
+#pragma once
+
+#include <vreldr/snapshot.h>
+#include <vreldr/target.h>
+#include <vreldr/target_manager.h>
+#include <vreldr/volume.h>
+#include <vreldrcore/err_recorder.h>
+
+#include <string>
+#include <vector>
+
+// The host's volumes, targets and snapshots, with failures thrown.
+namespace drgroupctl {
+
+// The one line that tells what `recorder` recorded.
+std::string HostMessage(const VrelDRCore::ErrRecorder& recorder);
+
+[[noreturn]] void ThrowHostError(const VrelDRCore::ErrRecorder& recorder);
+
+std::string StateDirectory();
+
+std::vector<VrelDR::VolumeInfo> ListVolumes();
+// Throws when there is no such volume or it cannot be used.
+VrelDR::VolumeInfo RequireVolume(const std::string& name);
+
+std::vector<VrelDR::TargetEntry> ListTargets();
+// False when the host has no such target.
+bool FindTarget(const std::string& targetId, VrelDR::TargetEntry& entry);
+VrelDR::TargetEntry RequireTarget(const std::string& targetId);
+
+// "lun", "share", "guest", and back; 0 for another word.
+std::string TypeName(int type);
+int TypeNumber(const std::string& name);
+std::vector<std::string> TypeNames();
+
+// Whether a target snapshot exists: kUnknown when the host cannot tell, as for a volume that is not
+// mounted. `problem` says why it is not kPresent.
+enum class Presence { kPresent, kMissing, kUnknown };
+struct SnapshotState {
+  Presence presence = Presence::kUnknown;
+  std::string problem;
+  std::string path;  // where its bytes can be read
+};
+SnapshotState AskSnapshot(const VrelDR::Target& target, const std::string& snapId);
+
+}  // namespace drgroupctl

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <json/value.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace drgroupctl {
+
+// How a value is shown to people; programs always get it as it is.
+enum class Shown {
+  kAsItIs,
+  kBytes,  // with a unit
+  kIfAny,  // a column that is left out while every row of it is empty
+};
+
+struct Column {
+  std::string key;    // the member of a JSON object
+  std::string title;  // for people
+  Shown shown = Shown::kAsItIs;
+};
+
+// What a verb has to say, as plain data: formatters turn it into text.
+class Report {
+ public:
+  // One of the three, with what it is called in JSON and for people.
+  struct Part {
+    enum class Kind { kField, kTable, kText };
+    Kind kind;
+    Column name;
+    Json::Value value;            // a field's value, a table's rows (an array of objects), a text
+    std::vector<Column> columns;  // of a table
+  };
+
+  // Keys are unique and never change: programs read them.
+  void AddField(Column name, Json::Value value) {
+    parts_.push_back({Part::Kind::kField, std::move(name), std::move(value), {}});
+  }
+  void AddTable(Column name, std::vector<Column> columns, Json::Value rows) {
+    parts_.push_back({Part::Kind::kTable, std::move(name), std::move(rows), std::move(columns)});
+  }
+  // A sentence for people only.
+  void AddText(const std::string& text) {
+    parts_.push_back({Part::Kind::kText, {}, Json::Value(text), {}});
+  }
+
+  const std::vector<Part>& Parts() const { return parts_; }
+
+ private:
+  std::vector<Part> parts_;
+};
+
+}  // namespace drgroupctl

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// Text for people and from people.
+namespace drgroupctl {
+
+bool IsUtf8(std::string_view text);
+
+// `text` with every malformed byte replaced by U+FFFD.
+std::string RepairUtf8(std::string_view text);
+
+// `text` so that it stays on its line and cannot steer a terminal: control characters, line and
+// direction marks and malformed bytes become escapes such as \n and \x1b.
+std::string Printable(std::string_view text);
+
+// Printable text in double quotes, for messages.
+std::string Quote(std::string_view text);
+
+// How many columns of a terminal printable text takes.
+std::size_t DisplayWidth(std::string_view text);
+
+// A number of bytes for people, such as 1.5G.
+std::string FormatBytes(std::uint64_t bytes);
+
+// Reads N, NK, NM, NG or NT (powers of 1024). False when it is something else or does not fit.
+bool ParseBytes(const std::string& text, std::uint64_t& bytes);
+
+// "1 snapshot", "2 snapshots".
+std::string Count(std::uint64_t number, const std::string& thing);
+
+// `text`, which begins with an ASCII letter, as a sentence.
+std::string Sentence(const std::string& text);
+
+std::string Join(const std::vector<std::string>& parts, const std::string& separator);
+
+}  // namespace drgroupctl

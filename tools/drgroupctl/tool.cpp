@@ -1,0 +1,56 @@
+#include "tool.h"
+
+#include <exception>
+#include <memory>
+#include <new>
+
+#include "command_line.h"
+#include "console.h"
+#include "formatter.h"
+
+namespace drgroupctl {
+
+namespace {
+
+std::unique_ptr<Formatter> MakeFormatter(bool json) {
+  return json ? MakeJsonFormatter() : MakeTableFormatter();
+}
+
+void Run(const std::vector<std::string>& words) {
+  const Command command = ParseCommandLine(words);
+  if (command.verb == nullptr) {
+    PrintOut(command.text);
+    return;
+  }
+  const Report report = command.verb->run(command.arguments);
+  PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report));
+}
+
+int Tell(const Failure& failure, const std::vector<std::string>& words) {
+  PrintError(failure.message);
+  try {
+    PrintOut(MakeFormatter(WantsJson(words))->Format(failure));
+  } catch (const Failure&) {  // the line above and the exit code have told it
+  }
+  return static_cast<int>(failure.code);
+}
+
+}  // namespace
+
+int RunTool(const std::vector<std::string>& words) {
+  try {
+    try {
+      Run(words);
+      return static_cast<int>(ExitCode::kDone);
+    } catch (const Failure& failure) {
+      return Tell(failure, words);
+    }
+  } catch (const std::bad_alloc&) {
+    PrintError("out of memory: free some and run it again");
+  } catch (const std::exception& error) {
+    PrintError(std::string("an internal error, please report it: ") + error.what());
+  }
+  return static_cast<int>(ExitCode::kFailed);
+}
+
+}  // namespace drgroupctl

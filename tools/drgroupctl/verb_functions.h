@@ -1,0 +1,23 @@
+#pragma once
+
+#include "verb.h"
+
+// What the verbs do; each is in the file of its name. Messages on standard error that are no
+// failure are printed by the verb itself, everything else is in its report.
+namespace drgroupctl {
+
+Report VolumeList(const Arguments& args);
+Report TargetCreate(const Arguments& args);
+Report TargetImport(const Arguments& args);
+Report TargetList(const Arguments& args);
+Report TargetRemove(const Arguments& args);
+Report GroupCreate(const Arguments& args);
+Report GroupList(const Arguments& args);
+Report GroupShow(const Arguments& args);
+Report GroupDelete(const Arguments& args);
+Report SnapshotCreate(const Arguments& args);
+Report SnapshotList(const Arguments& args);
+Report SnapshotShow(const Arguments& args);
+Report SnapshotDelete(const Arguments& args);
+
+}  // namespace drgroupctl

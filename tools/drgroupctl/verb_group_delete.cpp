@@ -1,0 +1,138 @@
+#include <unistd.h>
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/db.h>
+#include <vreldrgroup/snapshot/gsnap_op.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <system_error>
+
+#include "catalogue.h"
+#include "catalogue_view.h"
+#include "console.h"
+#include "failure.h"
+#include "group_store.h"
+#include "gsnap_removal.h"
+#include "host.h"
+#include "known_snapshots.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// What is to go with a group.
+struct Contents {
+  std::string directory;  // empty when the group's link is no use
+  std::vector<VrelDRGroup::Gsnapshot> gsnaps;
+  // Every target snapshot that the catalogue records or, when it is no use, that exists on the
+  // group's targets and no other group records.
+  std::vector<VrelDRGroup::TargetSnapshot> snapshots;
+  std::string problem;  // why the catalogue is no use; empty when it is sound
+};
+
+// What can be found out of a group whose catalogue is no use.
+void LookAtTargets(const std::string& groupId, Contents& contents) {
+  Group group;
+  try {
+    group = LoadGroup(groupId);
+  } catch (const Failure& failure) {
+    contents.problem = failure.message;
+    return;
+  }
+  const std::set<std::string> known = RecordedSnapshotIds();
+  for (const VrelDR::Target& target : group.targets) {
+    std::set<std::string> ids;
+    VrelDR::TargetOperation(target).ListSnapshotIds(ids);
+    for (const std::string& id : ids) {
+      if (known.count(id) == 0) contents.snapshots.emplace_back(target, id);
+    }
+  }
+}
+
+// Throws when the group's database cannot be reached at all, which says nothing of what is in it.
+Contents LookAt(const std::string& groupId) {
+  Contents contents;
+  try {
+    contents.directory = GroupDirectory(groupId);
+    RequireCatalogue(groupId, Access::kWrite);
+    contents.gsnaps = ListGsnaps(groupId, false);
+    for (const auto& each : RecordedSnapshots(groupId)) contents.snapshots.push_back(each);
+  } catch (const Failure& failure) {
+    if (failure.code != ExitCode::kCatalogue) throw;
+    contents.problem = failure.message;
+    LookAtTargets(groupId, contents);
+  }
+  return contents;
+}
+
+void RefuseWithoutForce(const std::string& groupId, const Contents& contents) {
+  if (!contents.problem.empty()) {
+    throw Failure(ExitCode::kCatalogue,
+                  contents.problem +
+                      "; or add --force to give the catalogue up, which leaves the "
+                      "target snapshots of the group on their targets");
+  }
+  if (!contents.gsnaps.empty() || !contents.snapshots.empty()) {
+    throw Failure(ExitCode::kRefused,
+                  "group " + Quote(groupId) + " has " +
+                      Count(contents.gsnaps.size(), "group snapshot") + " and " +
+                      Count(contents.snapshots.size(), "target snapshot") +
+                      ": delete them first, or add --force to delete the group snapshots with it, "
+                      "locked ones too");
+  }
+}
+
+// Removes the group's link, database and definition.
+void RemoveStore(const std::string& groupId, const std::string& dir) {
+  VrelDRGroup::DRGroupDB::Clear(dir, groupId);
+  if (!dir.empty()) unlink(DefinitionPath(dir).c_str());
+  std::error_code error;
+  for (const std::string& path : {LinkDirectory(groupId), dir.empty() ? dir : DatabasePath(dir),
+                                  dir.empty() ? dir : DefinitionPath(dir)}) {
+    if (!path.empty() && std::filesystem::symlink_status(path, error).type() !=
+                             std::filesystem::file_type::not_found) {
+      throw Failure(ExitCode::kStorage, "group " + Quote(groupId) + ": cannot remove " +
+                                            Quote(path) +
+                                            ": check its permissions and its file system, and "
+                                            "delete the group again");
+    }
+  }
+  try {
+    // A directory that the user chose is the user's.
+    if (dir == DefaultDirectory(groupId)) rmdir(dir.c_str());
+  } catch (const Failure&) {  // without a configuration there is no such directory
+  }
+}
+
+}  // namespace
+
+Report GroupDelete(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const GroupLock lock(groupId);
+  const Contents contents = LookAt(groupId);
+  if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
+  if (!contents.problem.empty()) PrintWarning(contents.problem);
+  Confirm(args, "delete group " + Quote(groupId) + " with its catalogue" +
+                    (contents.gsnaps.empty()
+                         ? std::string()
+                         : " and its " + Count(contents.gsnaps.size(), "group snapshot")));
+  for (const VrelDRGroup::Gsnapshot& gsnap : contents.gsnaps) {
+    RemoveGsnap(groupId, RequireGsnap(gsnap.gsnap_id));
+  }
+  RemoveStore(groupId, contents.directory);
+
+  Report report;
+  report.AddText("Deleted group " + Quote(groupId) + ". Its targets stay.");
+  report.AddField({"group_id", "Group"}, groupId);
+  report.AddField({"deleted_gsnap_count", "Group snapshots deleted"},
+                  Json::UInt64(contents.gsnaps.size()));
+  report.AddTable({"left_snapshots", "Left"},
+                  {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}},
+                  StillThere(contents.snapshots));
+  return report;
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,142 @@
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/record/target_group.h>
+#include <vreldrgroup/snapshot/gsnap_create.h>
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "catalogue.h"
+#include "catalogue_view.h"
+#include "console.h"
+#include "failure.h"
+#include "group_store.h"
+#include "host.h"
+#include "known_snapshots.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using SnapshotIds = std::map<VrelDR::Target, std::set<std::string>>;
+
+// The snapshots that the group's targets have now. Throws unless every target is there and can be
+// asked: a group snapshot that is going to fail should take none.
+SnapshotIds ListSnapshotIds(const Group& group) {
+  SnapshotIds ids;
+  for (const VrelDR::Target& target : group.targets) {
+    const VrelDR::TargetOperation operation(target);
+    if (!operation.ListSnapshotIds(ids[target])) {
+      throw Failure(FromHostError(operation.GetErrCode()),
+                    "group " + Quote(group.id) + ": " + HostMessage(operation));
+    }
+  }
+  return ids;
+}
+
+// Tells, once, which targets are copied while they may be written to.
+void WarnOfCopies(const Group& group) {
+  const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
+  std::vector<std::string> targets;
+  for (const VrelDR::Target& target : group.targets) {
+    const std::string volume = RequireTarget(target.GetId()).volume;
+    const auto found = std::find_if(volumes.begin(), volumes.end(),
+                                    [&](const auto& each) { return each.name == volume; });
+    if (found != volumes.end() && !found->is_atomic) {
+      targets.push_back(Quote(target.GetId()) + " on volume " + Quote(volume));
+    }
+  }
+  if (targets.empty()) return;
+  PrintWarning("the snapshots of target " + Join(targets, ", ") +
+               " are copies and not of one instant: they are only as consistent as the writers "
+               "are quiet");
+}
+
+// What a failed creation left on the targets that nothing refers to, and the first target without a
+// new snapshot, which is the one that failed: targets are taken in their order.
+struct Leftovers {
+  Json::Value rows = Json::Value(Json::arrayValue);
+  std::string text;
+  std::string failedTarget;
+};
+
+Leftovers FindLeftovers(const Group& group, const SnapshotIds& before) {
+  Leftovers left;
+  const std::set<std::string> recorded = RecordedSnapshotIds();
+  for (const VrelDR::Target& target : group.targets) {
+    std::set<std::string> now;
+    const VrelDR::TargetOperation operation(target);
+    const bool known = operation.ListSnapshotIds(now);
+    bool isNew = false;
+    for (const std::string& id : now) {
+      if (before.at(target).count(id) != 0 || recorded.count(id) != 0) continue;
+      isNew = true;
+      Json::Value row(Json::objectValue);
+      row["target_id"] = target.GetId();
+      row["tsnap_id"] = id;
+      left.rows.append(row);
+      left.text += (left.text.empty() ? "" : ", ") + id + " of target " + Quote(target.GetId());
+    }
+    if ((!isNew || !known) && left.failedTarget.empty()) left.failedTarget = target.GetId();
+  }
+  return left;
+}
+
+Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& operation,
+                        const std::string& said, const SnapshotIds& before) {
+  const Leftovers left = FindLeftovers(group, before);
+  // What the host refuses has a message; what the catalogue refuses has none.
+  Failure failure =
+      operation.GetErrMsg().isNull()
+          ? CatalogueFailure(group.id, "no group snapshot was made", said)
+          : Failure(FromHostError(operation.GetErrCode()),
+                    "group " + Quote(group.id) + ": no group snapshot was made: target " +
+                        Quote(left.failedTarget) + ": " + HostMessage(operation));
+  if (!left.text.empty()) {
+    failure.message +=
+        "; these target snapshots were taken before, stay, and belong to no group "
+        "snapshot: " +
+        left.text;
+  }
+  if (!left.failedTarget.empty()) failure.details["target_id"] = left.failedTarget;
+  failure.details["left_snapshots"] = left.rows;
+  return failure;
+}
+
+}  // namespace
+
+Report SnapshotCreate(const Arguments& args) {
+  const GroupLock lock(args.Text("GROUP"));
+  const Group group = LoadGroup(args.Text("GROUP"));
+  RequireCatalogue(group.id, Access::kWrite);
+  const SnapshotIds before = ListSnapshotIds(group);
+  WarnOfCopies(group);
+
+  const VrelDRGroup::TargetList targets(group.targets, group.id);
+  const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
+                                    ConsistencyNumber(args.Text("--consistency")));
+  const Json::Value noReplicas(Json::objectValue);
+  VrelDRGroup::Operation::GsnapshotCreate operation(targets, meta, group.directory, noReplicas);
+  std::string said;
+  bool made = false;
+  {
+    const StderrCapture capture;
+    made = operation.Run();
+    said = capture.FirstLine();
+  }
+  if (!made) throw CreationFailure(group, operation, said, before);
+
+  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
+  const Json::Value row = GsnapRow(info);
+  Report report;
+  report.AddText("Created group snapshot " + Quote(info.gsnap_id) + ".");
+  report.AddField({"gsnap_id", "Snapshot"}, row["gsnap_id"]);
+  report.AddField({"group_id", "Group"}, group.id);
+  report.AddField({"name", "Name"}, row["name"]);
+  report.AddTable({"targets", "Targets"}, TargetSnapshotColumns(), TargetSnapshotRows(info));
+  return report;
+}
+
+}  // namespace drgroupctl

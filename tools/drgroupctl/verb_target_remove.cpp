@@ -1,0 +1,40 @@
+#include "console.h"
+#include "failure.h"
+#include "group_store.h"
+#include "host.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+Report TargetRemove(const Arguments& args) {
+  const std::string id = args.Text("ID");
+  const VrelDR::TargetEntry entry = RequireTarget(id);
+  const bool withSnapshots = args.Has("--with-snapshots");
+  const std::string count = Count(entry.snapshots, "snapshot");
+  if (entry.snapshots > 0 && !withSnapshots) {
+    throw Failure(ExitCode::kRefused, "target " + Quote(id) + " has " + count +
+                                          ": delete their group snapshots first, or add "
+                                          "--with-snapshots to lose them");
+  }
+  const std::vector<std::string> groups = GroupsOfTarget(id);
+  if (!groups.empty()) {
+    PrintWarning("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +
+                 ", which can take no snapshot without it");
+  }
+  Confirm(args, "remove target " + Quote(id) + " with all its bytes" +
+                    (entry.snapshots > 0 ? " and " + count : std::string()));
+  const VrelDR::TargetManager manager;
+  if (!manager.Remove(id, withSnapshots)) ThrowHostError(manager);
+
+  Report report;
+  report.AddText("Removed target " + Quote(id) + ".");
+  report.AddField({"target_id", "Target"}, id);
+  report.AddField({"removed_snapshot_count", "Snapshots removed"}, Json::UInt64(entry.snapshots));
+  Json::Value names(Json::arrayValue);
+  for (const std::string& group : groups) names.append(group);
+  report.AddField({"groups", "Groups without it"}, names);
+  return report;
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,212 @@
+#include "verb.h"
+
+#include "catalogue_view.h"
+#include "host.h"
+#include "verb_functions.h"
+
+// The table of verbs. Parsing, help, the manual page and the shell's completion are made from it.
+namespace drgroupctl {
+
+namespace {
+
+Parameter Argument(const char* name, Value value, const char* summary) {
+  return {name, value, name, summary, true};
+}
+
+Parameter Flag(const char* name, const char* summary) {
+  return {name, Value::kFlag, "", summary};
+}
+
+const Parameter& Yes() {
+  static const Parameter yes =
+      Flag("--yes", "do not ask; without a terminal to ask at, the verb is refused without it");
+  return yes;
+}
+
+Parameter Group(const char* summary) {
+  return Argument("GROUP", Value::kGroup, summary);
+}
+Parameter Gsnap() {
+  return Argument("GSNAP", Value::kGsnap, "the group snapshot, such as g1-gsnap-1700000000");
+}
+
+Parameter Volume() {
+  return {"--volume", Value::kVolume, "V", "the volume that the target is made on", true};
+}
+Parameter Type() {
+  return {"--type", Value::kChoice, "TYPE", "what kind of target it is", true, false, TypeNames()};
+}
+
+}  // namespace
+
+const std::vector<Parameter>& CommonOptions() {
+  static const std::vector<Parameter> options = {
+      Flag("--json", "print one JSON document instead of text for people"),
+      Flag("--help", "tell what the verb does and takes, and end"),
+  };
+  return options;
+}
+
+const std::vector<Verb>& Verbs() {
+  static const std::vector<Verb> verbs = {
+      {"volume list",
+       "list the volumes of this host",
+       {"For each volume: its engine and how it makes snapshots; whether a snapshot is of one "
+        "instant although somebody writes (atomic); whether the system refuses to change a "
+        "snapshot's bytes (immutable); its size, and why it cannot be used if it cannot."},
+       "Nothing.",
+       {},
+       {},
+       VolumeList},
+
+      {"target create",
+       "make an empty target",
+       {"A lun is a disk image of the given size that takes no room until it is written, a share "
+        "an "
+        "empty folder, a guest a folder for its definition and disks. The report says where its "
+        "bytes are."},
+       "Adds a target to this host. A failure leaves nothing of it.",
+       {Argument("ID", Value::kText, "the new target's identifier, unique on this host")},
+       {Volume(),
+        Type(),
+        {"--size", Value::kSize, "SIZE",
+         "a lun's size in bytes, or with K, M, G or T behind it in powers of 1024"}},
+       TargetCreate},
+
+      {"target import",
+       "make a target from files and folders",
+       {"A lun takes one image file, a share any files and folders (of one folder, its content), a "
+        "guest its definition and disks. The sources are copied and only read."},
+       "Adds a target to this host. A failure leaves nothing of it.",
+       {Argument("ID", Value::kText, "the new target's identifier, unique on this host"),
+        {"PATH", Value::kPath, "PATH", "what the target's content is copied from", true, true}},
+       {Volume(), Type()},
+       TargetImport},
+
+      {"target list",
+       "list the targets of this host",
+       {"Shows for each target its kind and volume, whether its bytes are there, how many "
+        "snapshots "
+        "it has and where it is."},
+       "Nothing.",
+       {},
+       {},
+       TargetList},
+
+      {"target remove",
+       "remove a target with all its bytes",
+       {"A target that has snapshots is refused without --with-snapshots. A group that has the "
+        "target keeps it in its list, and takes no snapshot any more."},
+       "The target's bytes are lost, and its snapshots with --with-snapshots.",
+       {Argument("ID", Value::kTarget, "the target")},
+       {Flag("--with-snapshots", "remove its snapshots too"), Yes()},
+       TargetRemove},
+
+      {"group create",
+       "make a group of targets",
+       {"The group's directory holds its catalogue, drgroup.db, and its definition, group.json. "
+        "The "
+        "host finds it through a link under the group's identifier.",
+        "After an interruption the same command finishes the work. With a directory that holds the "
+        "same group with the same targets already, it makes the lost link again."},
+       "Adds a group: its directory, catalogue, definition and link. A failure leaves nothing of "
+       "it.",
+       {Argument("ID", Value::kText, "the new group's identifier")},
+       {{"--target", Value::kTarget, "T", "its targets, in the order in which they are taken", true,
+         true},
+        {"--dir", Value::kDirectory, "DIR",
+         "the directory for its catalogue; groups/ID in the host's state directory when left out"}},
+       GroupCreate},
+
+      {"group list",
+       "list the groups",
+       {"A group that cannot be used is listed with the reason."},
+       "Nothing.",
+       {},
+       {},
+       GroupList},
+
+      {"group show",
+       "show a group and its targets",
+       {"Shows where its catalogue is, how many group snapshots it has, the latest of them, and "
+        "whether each of its targets is there."},
+       "Nothing.",
+       {Group("the group")},
+       {},
+       GroupShow},
+
+      {"group delete",
+       "delete a group's catalogue; its targets stay",
+       {"Refused while the group has group snapshots. With --force they are deleted first, locked "
+        "ones too.",
+        "With --force a catalogue that cannot be used is given up as well. The report names the "
+        "target snapshots that stay on their targets although nothing records them any more."},
+       "The group's link, catalogue and definition are lost; with --force its group snapshots too.",
+       {Group("the group")},
+       {Flag("--force", "delete its group snapshots too, or a catalogue that cannot be used"),
+        Yes()},
+       GroupDelete},
+
+      {"snapshot create",
+       "take a snapshot of every target of a group",
+       {"Takes one snapshot of each target, in the order of the group, and records them as one "
+        "group snapshot. A warning names the targets on volumes whose snapshots are copies: those "
+        "are only as consistent as the writers are quiet.",
+        "When a target fails, no group snapshot is recorded. Snapshots that were taken of targets "
+        "before it stay on them, and the message names them."},
+       "Adds a snapshot to each target and a group snapshot to the catalogue.",
+       {Group("the group")},
+       {{"--description", Value::kText, "TEXT", "what to remember of it"},
+        Flag("--lock", "lock it against deletion"),
+        {"--consistency", Value::kChoice, "KIND",
+         "how consistent whoever asks for it made the "
+         "targets; unspecified when left out",
+         false, false, ConsistencyNames()}},
+       SnapshotCreate},
+
+      {"snapshot list",
+       "list the group snapshots of a group",
+       {"In the order in which they were taken, with how many target snapshots each has."},
+       "Nothing.",
+       {Group("the group")},
+       {Flag("--latest", "only the newest one")},
+       SnapshotList},
+
+      {"snapshot show",
+       "show a group snapshot and its target snapshots",
+       {"Shows what the catalogue says, and for each target snapshot whether it really exists and "
+        "where its bytes can be read. A question mark, null in JSON, stands for one that the host "
+        "cannot find out about, such as on a volume that is not mounted."},
+       "Nothing.",
+       {Gsnap()},
+       {},
+       SnapshotShow},
+
+      {"snapshot delete",
+       "delete a group snapshot with its target snapshots",
+       {"Refused without --force when it is locked, and when the host cannot tell of a target "
+        "snapshot whether it exists.",
+        "When a target snapshot cannot be deleted, the others are, the group snapshot stays "
+        "listed, and the same command can be run again."},
+       "The target snapshots are lost, then their records.",
+       {Gsnap()},
+       {Flag("--force", "delete it although it is locked, or forget what is out of reach"), Yes()},
+       SnapshotDelete},
+  };
+  return verbs;
+}
+
+std::string Verb::Usage() const {
+  std::string usage;
+  const auto add = [&usage](const Parameter& each, const std::string& text) {
+    const std::string many = each.repeated ? text + "..." : text;
+    usage += (usage.empty() ? "" : " ") + (each.required ? many : "[" + many + "]");
+  };
+  for (const Parameter& each : arguments) add(each, each.name);
+  for (const Parameter& each : options) {
+    add(each, each.placeholder.empty() ? each.name : each.name + " " + each.placeholder);
+  }
+  return usage;
+}
+
+}  // namespace drgroupctl
