@@ -72,7 +72,9 @@ TargetReplicaListSqliteTable::TargetReplicaListSqliteTable()
 DRGroupDB::DRGroupDB(const std::string& dbDir)
     : SqliteDB(GetDBPathByDir(dbDir), kBusySeconds, kInfoTable) {}
 
-DRGroupDB DRGroupDB::Get(const std::string& dbDir) { return DRGroupDB(dbDir); }
+DRGroupDB DRGroupDB::Get(const std::string& dbDir) {
+  return DRGroupDB(dbDir);
+}
 
 DRGroupDB DRGroupDB::GetRef(const std::string& groupId) {
   return DRGroupDB(GetDBDirByGroupId(groupId));

@@ -5,9 +5,9 @@
 namespace VrelDRGroup {
 
 inline constexpr int kErrNone = 0;
-inline constexpr int kErrBadArgument = 401;     // an empty or invalid argument
-inline constexpr int kErrDatabase = 404;        // the database refused a write or a delete
-inline constexpr int kErrNotCompleted = 407;    // the run has not come to its end
-inline constexpr int kErrTargetMissing = 634;   // the target does not exist
+inline constexpr int kErrBadArgument = 401;    // an empty or invalid argument
+inline constexpr int kErrDatabase = 404;       // the database refused a write or a delete
+inline constexpr int kErrNotCompleted = 407;   // the run has not come to its end
+inline constexpr int kErrTargetMissing = 634;  // the target does not exist
 
 }  // namespace VrelDRGroup

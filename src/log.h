@@ -7,9 +7,9 @@
 // of its source unit. The message is a literal; what callers gave is an argument, never a format.
 
 // unit:line(function)[LEVEL][pid]: message
-#define VRELDRGROUP_LOG_AS(priority, level, function, message, ...)                       \
-  syslog(priority, "%s:%d(%s)[%s][%d]: " message, kUnit, __LINE__, function, level, getpid() \
-             __VA_OPT__(, ) __VA_ARGS__)
+#define VRELDRGROUP_LOG_AS(priority, level, function, message, ...)                 \
+  syslog(priority, "%s:%d(%s)[%s][%d]: " message, kUnit, __LINE__, function, level, \
+         getpid() __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_LONG_ERR(message, ...) \
   VRELDRGROUP_LOG_AS(LOG_ERR, "ERR", __func__, message __VA_OPT__(, ) __VA_ARGS__)
 #define LOG_LONG_WARN(message, ...) \

@@ -173,8 +173,12 @@ std::string TimestampToGMTStr(long time) {
   return {text, strftime(text, sizeof(text), "GMT-%Y.%m.%d-%H.%M.%S", &utc)};
 }
 
-std::string GetGroupIdByGsnapId(const std::string& gsnapId) { return Utils::ParseGroupId(gsnapId); }
+std::string GetGroupIdByGsnapId(const std::string& gsnapId) {
+  return Utils::ParseGroupId(gsnapId);
+}
 
-long GetSnapTimeByGsnapId(const std::string& gsnapId) { return Utils::ParseSnapshotTime(gsnapId); }
+long GetSnapTimeByGsnapId(const std::string& gsnapId) {
+  return Utils::ParseSnapshotTime(gsnapId);
+}
 
 }  // namespace VrelDRGroup

@@ -32,7 +32,9 @@ std::vector<std::string> TargetReplica::ListSqliteField() const {
   return {"src_target_id", "dst_target_id"};
 }
 
-bool TargetReplica::IsValid() const { return !src_target_id.empty() && !dst_target_id.empty(); }
+bool TargetReplica::IsValid() const {
+  return !src_target_id.empty() && !dst_target_id.empty();
+}
 
 bool TargetReplica::FromJson(const Json::Value& json) {
   ParseJsonValueFromField(json, "src_target_id", src_target_id);

@@ -127,8 +127,8 @@ bool GsnapshotCreate::TakeTargetSnapshot(const VrelDR::Target& target) {
 
   // A target that the map does not name gets an empty destination.
   const std::string& targetId = target.GetId();
-  const TargetReplica replica(targetId, VrelDRCore::JsonUtil::AsText(
-                                            VrelDRCore::JsonUtil::Member(replicaMap_, targetId)));
+  const TargetReplica replica(
+      targetId, VrelDRCore::JsonUtil::AsText(VrelDRCore::JsonUtil::Member(replicaMap_, targetId)));
   if (!Utils::SetTargetReplicaRecord(replica, gsnapshot_.gsnap_id, dbDir_)) {
     LOG_LONG_ERR("Failed to set replica record of target [%s]", targetId.c_str());
     return undo();

@@ -65,8 +65,7 @@ void InitGroupSnapshot(Gsnapshot& gsnap, const std::string& tag, const GsnapMeta
 
 bool SetGroupSnapRecord(const Gsnapshot& gsnap, const std::string& dbDir, int& err) {
   if (gsnap.gsnap_id.empty() || gsnap.gsnap_time < 1) {
-    LOG_LONG_ERR("Invalid gsnapshot [%s]",
-                 VrelDRCore::JsonUtil::ToString(gsnap.ToJson()).c_str());
+    LOG_LONG_ERR("Invalid gsnapshot [%s]", VrelDRCore::JsonUtil::ToString(gsnap.ToJson()).c_str());
     err = kErrBadArgument;
     return false;
   }

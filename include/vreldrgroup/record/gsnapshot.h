@@ -67,8 +67,8 @@ class VRELDRGROUP_API Gsnapshot : public GsnapMeta {
   Json::Value ToJson() const override;
 
   std::string gsnap_id;
-  std::string tag;                     // the group's identifier
-  long gsnap_time = 0;                 // seconds since the epoch
+  std::string tag;      // the group's identifier
+  long gsnap_time = 0;  // seconds since the epoch
   GsnapStatus status = kGsnapUnknown;
 };
 

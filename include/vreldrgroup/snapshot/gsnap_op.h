@@ -33,8 +33,7 @@ VRELDRGROUP_API bool GsnapshotInfoGet(const std::string& gsnapId, GsnapshotInfo&
 
 // Every snapshot of the group with its target snapshots; replicas are not filled. False when one of
 // them has no target snapshots.
-VRELDRGROUP_API bool GsnapshotInfoList(const std::string& groupId,
-                                       std::vector<GsnapshotInfo>& out);
+VRELDRGROUP_API bool GsnapshotInfoList(const std::string& groupId, std::vector<GsnapshotInfo>& out);
 
 // Every target snapshot of the group by target. Nothing is added on a failure.
 VRELDRGROUP_API bool TargetSnapList(
