@@ -42,7 +42,9 @@ SqliteDB::SqliteDB(SqliteDB&&) noexcept = default;
 SqliteDB& SqliteDB::operator=(SqliteDB&&) noexcept = default;
 SqliteDB::~SqliteDB() = default;
 
-bool SqliteDB::IsExisted() const { return !path_.empty() && VLIBCFileExist(path_.c_str()) == 1; }
+bool SqliteDB::IsExisted() const {
+  return !path_.empty() && VLIBCFileExist(path_.c_str()) == 1;
+}
 
 bool SqliteDB::OpenToRead() const {
   if (connection_) return true;

@@ -10,19 +10,19 @@ namespace VrelDR {
 // The codes of the replication library. Callers store and compare them: never change a value.
 enum ErrCode : int {
   kErrNone = 0,
-  kErrBadArgument = 401,     // an argument is empty or not allowed
-  kErrStore = 404,           // the host's own records could not be read or written
-  kErrNotRun = 407,          // the operation has not run to its end
-  kErrConfig = 410,          // the configuration is missing, unreadable or wrong
-  kErrVolumeMissing = 411,   // no such volume, or its directory is gone
-  kErrNoSpace = 412,         // the volume is full
-  kErrReadOnly = 413,        // the volume cannot be written
-  kErrIo = 414,              // reading or writing failed otherwise
-  kErrExists = 415,          // something of that name is there already
-  kErrBusy = 416,            // another process works on the target
-  kErrBadSnapshot = 621,     // the target snapshot is not valid
+  kErrBadArgument = 401,      // an argument is empty or not allowed
+  kErrStore = 404,            // the host's own records could not be read or written
+  kErrNotRun = 407,           // the operation has not run to its end
+  kErrConfig = 410,           // the configuration is missing, unreadable or wrong
+  kErrVolumeMissing = 411,    // no such volume, or its directory is gone
+  kErrNoSpace = 412,          // the volume is full
+  kErrReadOnly = 413,         // the volume cannot be written
+  kErrIo = 414,               // reading or writing failed otherwise
+  kErrExists = 415,           // something of that name is there already
+  kErrBusy = 416,             // another process works on the target
+  kErrBadSnapshot = 621,      // the target snapshot is not valid
   kErrSnapshotMissing = 622,  // the snapshot, or a part of it, does not exist
-  kErrTargetMissing = 634,   // the target does not exist
+  kErrTargetMissing = 634,    // the target does not exist
 };
 
 // An error recorder whose codes have texts.

@@ -19,7 +19,9 @@ inline std::string AsText(const Json::Value& value) {
   return value.isString() ? value.asString() : std::string();
 }
 
-inline bool AsBool(const Json::Value& value) { return value.isBool() && value.asBool(); }
+inline bool AsBool(const Json::Value& value) {
+  return value.isBool() && value.asBool();
+}
 
 inline std::uint64_t AsUInt64(const Json::Value& value) {
   return value.isUInt64() ? value.asUInt64() : 0;
