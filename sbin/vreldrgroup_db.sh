@@ -5,9 +5,9 @@
 #
 # Brings DIR/drgroup.db to the current schema: a missing or empty file gets all of it, an older
 # database gets what it is without, a current one is not written to. DIR/drgroup.db may be a
-# symbolic link to the real file. The work is one transaction: a repair that fails or is killed
-# leaves the old schema, and any number of repairs may run at once. A creation that fails may
-# leave an empty file behind, which the next repair fills.
+# symbolic link to the real file. The work is one transaction: a repair that fails leaves the old
+# schema, one that is killed the old or the new one, and any number of repairs may run at once. A
+# creation that fails may leave an empty file behind, which the next repair fills.
 #
 # Exit codes: 0  the database has the current schema
 #             1  it could not be brought there; one line on stderr says why and what to do
@@ -82,8 +82,9 @@ done
 #
 # CHECK runs first, without waiting for a lock: a database that is current stays so. It also fails
 # when one of the tables is gone. If it does not exit, REPAIR takes the write lock, looks again and
-# runs the missing steps. They are one line of SQL up to the COMMIT, because sqlite3 stops at the
-# first error in a line; the line before it is spread, with no ";" at an end, for the same reason.
+# runs the missing steps. sqlite3 stops at the first error in a text that it runs as one, and a text
+# ends at a line that ends in ";". So BEGIN to SELECT have none, and the steps are one line up to
+# their COMMIT: after an error nothing more of them is done.
 # What follows ".read" is only reached when something has failed.
 #
 # Each text must stay under 4096 bytes, the shell needs a process to feed a longer one; the missing
