@@ -93,6 +93,12 @@ bool ReadTables(const VrelDRCore::SqliteDB& db) {
   return true;
 }
 
+// Takes the right to write and gives it back, with nothing written. To begin a transaction would
+// not do: SQLite grants one on a database that it may only read.
+bool TryToWrite(const VrelDRCore::SqliteDB& db) {
+  return db.Exec("DELETE FROM gsnap_meta WHERE 0");
+}
+
 // Has SQLite look through the whole file. Empty when it finds nothing.
 std::string FindDamage(const VrelDRCore::SqliteDB& db) {
   VrelDRCore::SelectCommand command;
@@ -122,7 +128,7 @@ std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Acc
                             "the catalogue " + Quote(path) + " is empty: restore it from a backup"};
   }
   const VrelDRCore::SqliteDB db(path, seconds, kInfoTable);
-  if (!ReadTables(db) || (access == Access::kWrite && !db.Exec("BEGIN IMMEDIATE; ROLLBACK;"))) {
+  if (!ReadTables(db) || (access == Access::kWrite && !TryToWrite(db))) {
     return Explain(db, path, seconds);
   }
   return std::nullopt;

@@ -55,6 +55,14 @@ Json::Value GsnapRow(const VrelDRGroup::Gsnapshot& gsnap) {
   return row;
 }
 
+std::vector<std::string> ListGsnapIds(const std::string& groupId) {
+  std::vector<std::string> ids;
+  if (!Op::GsnapshotIdList(groupId, ids)) {
+    throw CatalogueFailure(groupId, "cannot list its snapshots");
+  }
+  return ids;
+}
+
 std::vector<VrelDRGroup::Gsnapshot> ListGsnaps(const std::string& groupId, bool latestOnly) {
   std::vector<VrelDRGroup::Gsnapshot> gsnaps;
   if (!Op::GsnapshotList(groupId, gsnaps, latestOnly)) {
@@ -74,10 +82,7 @@ VrelDRGroup::GsnapshotInfo RequireGsnap(const std::string& gsnapId) {
   RequireCatalogue(groupId, Access::kRead);
   VrelDRGroup::GsnapshotInfo info("");
   if (Op::GsnapshotInfoGet(gsnapId, info)) return info;
-  std::vector<std::string> ids;
-  if (!Op::GsnapshotIdList(groupId, ids)) {
-    throw CatalogueFailure(groupId, "cannot list its snapshots");
-  }
+  const std::vector<std::string> ids = ListGsnapIds(groupId);
   const std::string named = "group snapshot " + Quote(gsnapId);
   if (std::find(ids.begin(), ids.end(), gsnapId) != ids.end()) {
     throw CatalogueFailure(groupId, "cannot read " + named);

@@ -20,6 +20,7 @@ std::string ConsistencyName(VrelDRGroup::GsnapCwType type);
 VrelDRGroup::GsnapCwType ConsistencyNumber(const std::string& name);
 std::vector<std::string> ConsistencyNames();
 
+std::vector<std::string> ListGsnapIds(const std::string& groupId);
 std::vector<VrelDRGroup::Gsnapshot> ListGsnaps(const std::string& groupId, bool latestOnly);
 
 // How many target snapshots each group snapshot has.

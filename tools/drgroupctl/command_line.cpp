@@ -26,12 +26,12 @@ bool BeginsWith(const Words& words, const std::string& name) {
       Words(words.begin(),
             words.begin() + std::min<std::ptrdiff_t>(2, static_cast<std::ptrdiff_t>(words.size()))),
       " ");
-  return said == name || said.rfind(name + " ", 0) == 0;
+  return said == name || said.starts_with(name + " ");
 }
 
 bool IsNoun(const std::string& word) {
   return std::any_of(Verbs().begin(), Verbs().end(),
-                     [&](const Verb& verb) { return verb.name.rfind(word + " ", 0) == 0; });
+                     [&](const Verb& verb) { return verb.name.starts_with(word + " "); });
 }
 
 // The verb that `words` begin with. Throws when there is none; `words` has at least one.
@@ -43,9 +43,9 @@ const Verb& FindVerb(const Words& words) {
   if (!IsNoun(noun)) throw UsageFailure("there is no verb " + Quote(noun));
   Words known;
   for (const Verb& verb : Verbs()) {
-    if (verb.name.rfind(noun + " ", 0) == 0) known.push_back(verb.name.substr(noun.size() + 1));
+    if (verb.name.starts_with(noun + " ")) known.push_back(verb.name.substr(noun.size() + 1));
   }
-  const bool named = words.size() > 1 && words[1].rfind("-", 0) != 0;
+  const bool named = words.size() > 1 && !words[1].starts_with('-');
   throw UsageFailure((named ? "there is no verb " + Quote(noun + " " + words[1])
                             : Quote(noun) + " needs a verb behind it") +
                          ": there are " + Join(known, ", "),
@@ -65,9 +65,11 @@ std::string Unprotect(std::string word) {
 void CheckValue(const Verb& verb, const Parameter& parameter, const std::string& text) {
   switch (parameter.value) {
     case Value::kGroup:
+    case Value::kNewGroup:
       CheckIdentifier("group", text);
       break;
     case Value::kTarget:
+    case Value::kNewTarget:
       CheckIdentifier("target", text);
       break;
     case Value::kVolume:
@@ -77,11 +79,7 @@ void CheckValue(const Verb& verb, const Parameter& parameter, const std::string&
       CheckGsnapId(text);
       break;
     case Value::kText:
-      if (parameter.name == "ID") {
-        CheckIdentifier(verb.name.substr(0, verb.name.find(' ')), text);
-      } else if (!IsUtf8(text)) {
-        throw UsageFailure(parameter.name + " is not UTF-8 text", verb.name);
-      }
+      if (!IsUtf8(text)) throw UsageFailure(parameter.name + " is not UTF-8 text", verb.name);
       break;
     case Value::kChoice:
       if (std::find(parameter.choices.begin(), parameter.choices.end(), text) ==
@@ -125,7 +123,7 @@ void RunParser(CLI::App& app, const Verb& verb, const Words& words) {
   } catch (const CLI::ExtrasError&) {
     const std::string extra = Unprotect(app.remaining().front());
     throw UsageFailure(
-        (extra.rfind("-", 0) == 0 ? "there is no option " : "there is too much: ") + Quote(extra),
+        (extra.starts_with('-') ? "there is no option " : "there is too much: ") + Quote(extra),
         verb.name);
   } catch (const CLI::ArgumentMismatch& error) {
     const std::string what = error.what();
@@ -170,7 +168,7 @@ Command ParseVerb(const Verb& verb, const Words& words) {
 }
 
 Command Help(const Words& words) {
-  if (words.empty()) return {nullptr, {}, OverviewHelp()};
+  if (words.empty() || words[0] == "help") return {nullptr, {}, OverviewHelp()};
   if (words.size() == 1 && IsNoun(words[0])) return {nullptr, {}, OverviewHelp(words[0])};
   return {nullptr, {}, VerbHelp(FindVerb(words))};
 }
@@ -185,7 +183,7 @@ Command ParseCommandLine(const std::vector<std::string>& words) {
   Words rest = words;
   // Options of every verb may also stand before it.
   Words before;
-  while (!rest.empty() && rest.front().rfind("-", 0) == 0) {
+  while (!rest.empty() && rest.front().starts_with('-')) {
     if (rest.front() == "--version") return {nullptr, {}, "drgroupctl " DRGROUPCTL_VERSION "\n"};
     if (rest.front() != "--json" && rest.front() != "--help") {
       throw UsageFailure("there is no option " + Quote(rest.front()) + " before a verb");

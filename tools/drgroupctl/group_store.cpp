@@ -200,20 +200,21 @@ GroupLock::GroupLock(const std::string& groupId) {
   const std::string dir = LinkDirectory(groupId);
   fd_ = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   if (fd_ == -1 && errno == ENOENT) throw NoSuchGroup(groupId);
-  struct stat locked = {};
-  struct stat named = {};
-  // Whoever had the lock before may have removed the directory; then the lock is worth nothing.
-  const bool mine = fd_ != -1 && flock(fd_, LOCK_EX | LOCK_NB) == 0 && fstat(fd_, &locked) == 0 &&
-                    stat(dir.c_str(), &named) == 0 && locked.st_ino == named.st_ino &&
-                    locked.st_dev == named.st_dev;
-  if (mine) return;
-  const int error = errno;
-  const bool opened = fd_ != -1;
-  if (opened) close(fd_);
-  if (!opened || (error != EWOULDBLOCK && error != ENOENT && error != 0)) {
+  const bool locked = fd_ != -1 && flock(fd_, LOCK_EX | LOCK_NB) == 0;
+  if (!locked && errno != EWOULDBLOCK) {
+    const int error = errno;
+    if (fd_ != -1) close(fd_);
     throw BadGroup(groupId, "cannot lock " + Quote(dir) + ": " +
-                                std::generic_category().message(error) + "; check it");
+                                std::generic_category().message(error) + "; check its permissions");
   }
+  // Whoever had the lock before may have removed the directory; then the lock is worth nothing.
+  struct stat mine = {};
+  struct stat named = {};
+  if (locked && fstat(fd_, &mine) == 0 && stat(dir.c_str(), &named) == 0 &&
+      mine.st_ino == named.st_ino && mine.st_dev == named.st_dev) {
+    return;
+  }
+  close(fd_);
   throw Failure(ExitCode::kBusy, "group " + Quote(groupId) +
                                      ": another process works on it; run it again when that has "
                                      "finished");

@@ -15,18 +15,15 @@ namespace drgroupctl {
 
 namespace Op = VrelDRGroup::Operation;
 
-void CheckRemovable(const VrelDRGroup::GsnapshotInfo& info) {
-  const std::string named = "group snapshot " + Quote(info.gsnap_id);
-  if (info.is_user_locked) {
-    throw Failure(ExitCode::kRefused, named + " is locked: add --force to delete it all the same");
-  }
+void CheckReachable(const VrelDRGroup::GsnapshotInfo& info) {
   for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
     const SnapshotState state = AskSnapshot(each.target, each.tsnap_id);
     if (state.presence == Presence::kUnknown) {
       throw Failure(ExitCode::kRefused,
-                    named + ": its snapshot of target " + Quote(each.target.GetId()) +
-                        " is out of reach (" + state.problem +
-                        "): make it reachable, or add --force to forget it where it is");
+                    "group snapshot " + Quote(info.gsnap_id) + ": its snapshot of target " +
+                        Quote(each.target.GetId()) + " is out of reach (" + state.problem +
+                        "): make it reachable, or forget it where it is with \"drgroupctl snapshot "
+                        "delete --force\"");
     }
   }
 }

@@ -8,9 +8,9 @@
 
 namespace drgroupctl {
 
-// Throws a refusal when the group snapshot is locked by its user, or when one of its target
-// snapshots is out of reach, so that it would stay behind without a record.
-void CheckRemovable(const VrelDRGroup::GsnapshotInfo& info);
+// Throws a refusal when one of the target snapshots is out of reach: the library would count it as
+// gone, and it would stay behind without a record.
+void CheckReachable(const VrelDRGroup::GsnapshotInfo& info);
 
 // Deletes the group snapshot and makes sure that nothing of it is recorded any more; throws
 // otherwise, with what is left.

@@ -54,7 +54,7 @@ std::string ParameterText(const Parameter& parameter) {
 std::string OverviewHelp(const std::string& noun) {
   std::string out = "usage: drgroupctl VERB [ARGUMENTS] [OPTIONS]\n\nVerbs:\n";
   for (const Verb& verb : Verbs()) {
-    if (noun.empty() || verb.name.rfind(noun + " ", 0) == 0) {
+    if (noun.empty() || verb.name.starts_with(noun + " ")) {
       out += Entry(verb.name, verb.summary, 20);
     }
   }

@@ -3,7 +3,6 @@
 #include <json/value.h>
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace drgroupctl {
@@ -34,11 +33,11 @@ class Report {
   };
 
   // Keys are unique and never change: programs read them.
-  void AddField(Column name, Json::Value value) {
-    parts_.push_back({Part::Kind::kField, std::move(name), std::move(value), {}});
+  void AddField(const Column& name, const Json::Value& value) {
+    parts_.push_back({Part::Kind::kField, name, value, {}});
   }
-  void AddTable(Column name, std::vector<Column> columns, Json::Value rows) {
-    parts_.push_back({Part::Kind::kTable, std::move(name), std::move(rows), std::move(columns)});
+  void AddTable(const Column& name, const std::vector<Column>& columns, const Json::Value& rows) {
+    parts_.push_back({Part::Kind::kTable, name, rows, columns});
   }
   // A sentence for people only.
   void AddText(const std::string& text) {

@@ -12,7 +12,9 @@ namespace drgroupctl {
 // What a value on the command line is: decides how it is checked and how a shell completes it.
 enum class Value {
   kFlag,
-  kGroup,
+  kNewGroup,  // an identifier to be given
+  kNewTarget,
+  kGroup,  // one that there is
   kGsnap,
   kTarget,
   kVolume,
@@ -20,7 +22,7 @@ enum class Value {
   kChoice,
   kText,
   kDirectory,
-  kPath
+  kPath,
 };
 
 // An argument (a value at its place) or an option ("--name").

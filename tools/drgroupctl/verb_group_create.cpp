@@ -60,14 +60,14 @@ std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
   const std::string given = args.Text("--dir");
   std::error_code error;
   const fs::path path = fs::absolute(given, error).lexically_normal();
-  const std::string dir = path.has_filename() ? path : path.parent_path();
+  std::string dir = path.has_filename() ? path : path.parent_path();
   if (given.empty() || error || dir.size() > kLongestPath || Printable(dir) != dir) {
     throw Failure(ExitCode::kUsage, "--dir " + Quote(given.substr(0, 80)) +
                                         ": give the path of a directory without control "
                                         "characters and shorter than 4000 bytes");
   }
   const std::string root = fs::weakly_canonical(LinkRoot(), error).string() + "/";
-  if ((fs::weakly_canonical(dir, error).string() + "/").rfind(root, 0) == 0) {
+  if ((fs::weakly_canonical(dir, error).string() + "/").starts_with(root)) {
     throw Failure(ExitCode::kUsage, "--dir " + Quote(given) + ": " + Quote(root) +
                                         " is for the links to databases; choose another directory");
   }

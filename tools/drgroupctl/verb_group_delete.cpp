@@ -26,7 +26,7 @@ namespace {
 // What is to go with a group.
 struct Contents {
   std::string directory;  // empty when the group's link is no use
-  std::vector<VrelDRGroup::Gsnapshot> gsnaps;
+  std::vector<VrelDRGroup::GsnapshotInfo> gsnaps;
   // Every target snapshot that the catalogue records or, when it is no use, that exists on the
   // group's targets and no other group records.
   std::vector<VrelDRGroup::TargetSnapshot> snapshots;
@@ -45,7 +45,11 @@ void LookAtTargets(const std::string& groupId, Contents& contents) {
   const std::set<std::string> known = RecordedSnapshotIds();
   for (const VrelDR::Target& target : group.targets) {
     std::set<std::string> ids;
-    VrelDR::TargetOperation(target).ListSnapshotIds(ids);
+    const VrelDR::TargetOperation operation(target);
+    if (!operation.ListSnapshotIds(ids)) {
+      PrintWarning("which snapshots stay on target " + Quote(target.GetId()) +
+                   " cannot be told: " + HostMessage(operation));
+    }
     for (const std::string& id : ids) {
       if (known.count(id) == 0) contents.snapshots.emplace_back(target, id);
     }
@@ -58,7 +62,9 @@ Contents LookAt(const std::string& groupId) {
   try {
     contents.directory = GroupDirectory(groupId);
     RequireCatalogue(groupId, Access::kWrite);
-    contents.gsnaps = ListGsnaps(groupId, false);
+    for (const auto& each : ListGsnaps(groupId, false)) {
+      contents.gsnaps.push_back(RequireGsnap(each.gsnap_id));
+    }
     for (const auto& each : RecordedSnapshots(groupId)) contents.snapshots.push_back(each);
   } catch (const Failure& failure) {
     if (failure.code != ExitCode::kCatalogue) throw;
@@ -114,14 +120,13 @@ Report GroupDelete(const Arguments& args) {
   const GroupLock lock(groupId);
   const Contents contents = LookAt(groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
+  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) CheckReachable(each);
   if (!contents.problem.empty()) PrintWarning(contents.problem);
   Confirm(args, "delete group " + Quote(groupId) + " with its catalogue" +
                     (contents.gsnaps.empty()
                          ? std::string()
                          : " and its " + Count(contents.gsnaps.size(), "group snapshot")));
-  for (const VrelDRGroup::Gsnapshot& gsnap : contents.gsnaps) {
-    RemoveGsnap(groupId, RequireGsnap(gsnap.gsnap_id));
-  }
+  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) RemoveGsnap(groupId, each);
   RemoveStore(groupId, contents.directory);
 
   Report report;

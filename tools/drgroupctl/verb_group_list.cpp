@@ -19,7 +19,7 @@ void Describe(const std::string& id, Json::Value& row) {
   if (const auto problem = ExamineCatalogue(id, Access::kRead, kListPatience)) {
     throw Failure(problem->code, problem->text);
   }
-  row["gsnap_count"] = Json::UInt64(ListGsnaps(id, false).size());
+  row["gsnap_count"] = Json::UInt64(ListGsnapIds(id).size());
   const auto latest = ListGsnaps(id, true);
   row["latest_gsnap_id"] = latest.empty() ? "" : latest.front().gsnap_id;
 }

@@ -26,7 +26,7 @@ Report GroupShow(const Arguments& args) {
   Report report;
   report.AddField({"group_id", "Group"}, group.id);
   report.AddField({"directory", "Directory"}, group.directory);
-  report.AddField({"gsnap_count", "Snapshots"}, Json::UInt64(ListGsnaps(group.id, false).size()));
+  report.AddField({"gsnap_count", "Snapshots"}, Json::UInt64(ListGsnapIds(group.id).size()));
   report.AddField({"latest_gsnap_id", "Latest"}, latest.empty() ? "" : latest.front().gsnap_id);
   report.AddTable({"targets", "Targets"},
                   {{"target_id", "TARGET"},

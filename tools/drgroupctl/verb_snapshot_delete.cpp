@@ -3,6 +3,7 @@
 #include "catalogue.h"
 #include "catalogue_view.h"
 #include "console.h"
+#include "failure.h"
 #include "group_store.h"
 #include "gsnap_removal.h"
 #include "text.h"
@@ -17,7 +18,13 @@ Report SnapshotDelete(const Arguments& args) {
   // Once target snapshots are gone their records have to go too: find out first that they can.
   RequireCatalogue(groupId, Access::kWrite);
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
-  if (!args.Has("--force")) CheckRemovable(info);
+  if (!args.Has("--force")) {
+    if (info.is_user_locked) {
+      throw Failure(ExitCode::kRefused, "group snapshot " + Quote(gsnapId) +
+                                            " is locked: add --force to delete it all the same");
+    }
+    CheckReachable(info);
+  }
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
                     Count(info.target_snapshots.size(), "target snapshot"));
   RemoveGsnap(groupId, info);

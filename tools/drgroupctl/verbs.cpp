@@ -66,7 +66,7 @@ const std::vector<Verb>& Verbs() {
         "empty folder, a guest a folder for its definition and disks. The report says where its "
         "bytes are."},
        "Adds a target to this host. A failure leaves nothing of it.",
-       {Argument("ID", Value::kText, "the new target's identifier, unique on this host")},
+       {Argument("ID", Value::kNewTarget, "the new target's identifier, unique on this host")},
        {Volume(),
         Type(),
         {"--size", Value::kSize, "SIZE",
@@ -78,7 +78,7 @@ const std::vector<Verb>& Verbs() {
        {"A lun takes one image file, a share any files and folders (of one folder, its content), a "
         "guest its definition and disks. The sources are copied and only read."},
        "Adds a target to this host. A failure leaves nothing of it.",
-       {Argument("ID", Value::kText, "the new target's identifier, unique on this host"),
+       {Argument("ID", Value::kNewTarget, "the new target's identifier, unique on this host"),
         {"PATH", Value::kPath, "PATH", "what the target's content is copied from", true, true}},
        {Volume(), Type()},
        TargetImport},
@@ -111,7 +111,7 @@ const std::vector<Verb>& Verbs() {
         "same group with the same targets already, it makes the lost link again."},
        "Adds a group: its directory, catalogue, definition and link. A failure leaves nothing of "
        "it.",
-       {Argument("ID", Value::kText, "the new group's identifier")},
+       {Argument("ID", Value::kNewGroup, "the new group's identifier")},
        {{"--target", Value::kTarget, "T", "its targets, in the order in which they are taken", true,
          true},
         {"--dir", Value::kDirectory, "DIR",
