@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "workplace.h"
+
+namespace bench {
+
+// Each registers the measurements of one of the library's works.
+void RegisterInsert(Workplace& place);
+void RegisterRead(Workplace& place);
+void RegisterList(Workplace& place);
+void RegisterCreate(Workplace& place);
+void RegisterScript(Workplace& place);
+
+// When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or
+// "raw:GROUP" as its only argument: what is after the prefix goes in here. Prints the KiB that one
+// listing takes and returns the exit status.
+inline constexpr char kListOnce[] = "--list-once=";
+int ListOnce(const std::string& what);
+
+}  // namespace bench
