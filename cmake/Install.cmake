@@ -14,8 +14,11 @@ install(FILES ${PROJECT_BINARY_DIR}/vreldrgroupConfig.cmake
               ${PROJECT_BINARY_DIR}/vreldrgroupConfigVersion.cmake
         DESTINATION ${package_dir})
 
+# Found from where it stands, so that an installation can be moved or staged.
+set(pc_dir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefix_from_pc /${pc_dir} /)
 configure_file(cmake/vreldrgroup.pc.in vreldrgroup.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vreldrgroup.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(FILES ${PROJECT_BINARY_DIR}/vreldrgroup.pc DESTINATION ${pc_dir})
 
 # The library looks for the script here whatever the prefix.
 set(script_dir /var/packages/Guestora/target/sbin)

@@ -1,0 +1,172 @@
+#!/bin/sh
+# The main job on real data, on a throwaway host: demo.sh BUILD_DIR [PATH...]
+#
+# Makes its own temporary directory and, in a private mount namespace, a /var of its own for the
+# library's fixed paths; both are gone at the end, whatever the end is.
+set -eu
+if [ "${1:-}" != --inside ]; then
+  build=$(realpath "$1")
+  shift
+  for path; do
+    [ -r "$path" ] || {
+      echo "demo: cannot read \"$path\": name files and folders that exist" >&2
+      exit 2
+    }
+  done
+  work=$(mktemp -d "${TMPDIR:-/tmp}/drgroup-demo.XXXXXX")
+  # Copied snapshots are immutable where the system allows it, also for rm.
+  trap 'chattr -f -R -i "$work" || :; rm -rf "$work"' EXIT
+  trap 'exit 130' INT TERM HUP
+  map=
+  [ "$(id -u)" -eq 0 ] || map=--map-root-user
+  # shellcheck disable=SC2086 # no word at all for root
+  unshare --mount $map "$0" --inside "$build" "$work" "$@" || {
+    status=$?
+    echo "demo: failed, and has removed what it made" >&2
+    exit $status
+  }
+  exit 0
+fi
+
+source=$(realpath "$(dirname "$0")/..")
+build=$2
+work=$3
+shift 3
+PATH=$build/tools/drgroupctl:$PATH
+mount -t tmpfs tmpfs /var
+mkdir -p /var/packages/Guestora/target
+cp -R "$source/sbin" /var/packages/Guestora/target/sbin
+
+say() { printf '\n== %s\n' "$*"; }
+show() { # the command as it would be typed, then its output
+  printf '$'
+  for word; do
+    case $word in
+      *[!A-Za-z0-9_./=-]*) printf " '%s'" "$word" ;;
+      *) printf ' %s' "$word" ;;
+    esac
+  done
+  printf '\n'
+  "$@"
+}
+ask_json() { sqlite3 :memory: "SELECT json_extract(readfile('$work/answer.json'), '$1')"; }
+
+# One checksum over the names and bytes of everything below a folder, or of a file.
+checksum() {
+  if [ -d "$1" ]; then
+    # shellcheck disable=SC2016 # the inner shell expands
+    (cd "$1" && find . \( -type f -o -type l \) -print0 | sort -z |
+      xargs -0 sh -c 'for f; do if [ -L "$f" ]; then readlink "$f"; else sha256sum "$f"; fi; done' sh) |
+      sha256sum
+  else
+    sha256sum <"$1"
+  fi | cut -d ' ' -f 1
+}
+
+targets='ledger-disk team-files mail-guest'
+target_path() {
+  drgroupctl target list --json >"$work/answer.json"
+  sqlite3 :memory: "SELECT json_extract(value, '\$.path') FROM
+    json_each(readfile('$work/answer.json'), '\$.targets')
+    WHERE json_extract(value, '\$.target_id') = '$1'"
+}
+# Keeps the checksums of the targets as they are now, under a name.
+remember() {
+  for target in $targets; do checksum "$(target_path "$target")" >"$work/sum.$1.$target"; done
+}
+# Compares the bytes of every target snapshot of a group snapshot with what was remembered.
+prove() {
+  for target in $targets; do
+    drgroupctl snapshot show "$1" --json >"$work/answer.json"
+    path=$(sqlite3 :memory: "SELECT json_extract(value, '\$.path') FROM
+      json_each(readfile('$work/answer.json'), '\$.targets')
+      WHERE json_extract(value, '\$.target_id') = '$target'")
+    is=$(checksum "$path")
+    was=$(cat "$work/sum.$2.$target")
+    [ "$is" = "$was" ] || {
+      echo "The snapshot of $target does not hold the bytes that the target had: $is, not $was"
+      exit 1
+    }
+    echo "The snapshot of $target holds the bytes that the target had: sha256 $is"
+  done
+}
+
+say "A host with two volumes"
+mkdir "$work/content" "$work/state" "$work/vol-plain" "$work/vol-btrfs"
+if truncate -s 512M "$work/btrfs.img" && mkfs.btrfs -q "$work/btrfs.img" >"$work/mkfs.log" 2>&1 &&
+  mount -o loop "$work/btrfs.img" "$work/vol-btrfs" 2>"$work/mount.log"; then
+  echo "vol-btrfs is a btrfs file system in a file; vol-plain is a plain directory."
+else
+  echo "Both are plain directories: a btrfs image cannot be mounted here without root."
+fi
+cat >"$work/vreldr.json" <<JSON
+{"state_dir": "$work/state",
+ "volumes": [{"name": "vol-btrfs", "engine": "local", "path": "$work/vol-btrfs"},
+             {"name": "vol-plain", "engine": "local", "path": "$work/vol-plain"}]}
+JSON
+export VRELDR_CONFIG="$work/vreldr.json"
+show drgroupctl volume list
+
+say "Three targets with real data"
+mkdir "$work/content/disk" "$work/content/guest"
+if [ $# -gt 0 ]; then
+  cp -R -- "$@" "$work/content/disk"
+else
+  cp -RL /usr/share/common-licenses /etc/os-release /etc/debian_version "$work/content/disk"
+  set -- "$source/docs" "$source/src" "$source/host" "$source/README.md"
+fi
+make_image() { # the size of its content, and room for a file system
+  size=$(($(du -sk "$2" | cut -f 1) * 3 / 2 + 8192))
+  mke2fs -q -t ext4 -E root_owner=0:0 -d "$2" "$1" "${size}k" >"$work/mkfs.log"
+}
+make_image "$work/content/disk.img" "$work/content/disk"
+make_image "$work/content/guest/system.img" "$work/content/disk"
+cat >"$work/content/guest/mail-guest.json" <<JSON
+{"name": "mail-guest", "memory_mib": 1024, "kernel": "$(uname -r)", "disks": ["system.img"]}
+JSON
+show drgroupctl target import ledger-disk --volume vol-btrfs --type lun "$work/content/disk.img"
+show drgroupctl target import team-files --volume vol-plain --type share "$@"
+show drgroupctl target import mail-guest --volume vol-btrfs --type guest \
+  "$work/content/guest/mail-guest.json" "$work/content/guest/system.img"
+show drgroupctl target list
+
+say "A group of them"
+show drgroupctl group create office --target ledger-disk --target team-files --target mail-guest
+
+say "A group snapshot"
+remember first
+show drgroupctl snapshot create office --description "before the change" --consistency crash
+drgroupctl snapshot list office --latest --json >"$work/answer.json"
+first=$(ask_json '$.snapshots[0].gsnap_id')
+
+say "The data changes, and a second group snapshot"
+printf 'changed in place' | dd of="$(target_path ledger-disk)" bs=1 seek=4096 conv=notrunc status=none
+echo "a new file" >"$(target_path team-files)/new-file"
+printf 'changed in place' |
+  dd of="$(target_path mail-guest)/system.img" bs=1 seek=8192 conv=notrunc status=none
+remember second
+show drgroupctl snapshot create office --description "after the change" --lock
+drgroupctl snapshot list office --latest --json >"$work/answer.json"
+second=$(ask_json '$.snapshots[0].gsnap_id')
+
+say "List and show"
+show drgroupctl snapshot list office
+show drgroupctl snapshot show "$second"
+
+say "Proof"
+for target in $targets; do
+  ! cmp -s "$work/sum.first.$target" "$work/sum.second.$target" || {
+    echo "demo: $target did not change between the snapshots" >&2
+    exit 1
+  }
+done
+prove "$first" first
+prove "$second" second
+
+say "Delete the first one"
+show drgroupctl snapshot delete "$first" --yes
+show drgroupctl snapshot list office
+prove "$second" second
+
+say "Done: two group snapshots taken, their bytes proven, one deleted, the other still whole."
+umount "$work/vol-btrfs" 2>/dev/null || :
