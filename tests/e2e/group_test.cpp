@@ -42,6 +42,7 @@ TEST_F(GroupTest, CreationMakesTheDefinitionTheCatalogueAndTheLink) {
             R"({"group_id":"g","targets":[{"target_id":"b","target_type":2},)"
             R"({"target_id":"a","target_type":2}]})"
             "\n");
+  EXPECT_EQ(fs::status(GroupDirectory("g") + "/group.json").permissions(), fs::perms(0644));
   EXPECT_TRUE(ListSnapshots().empty());
   const Json::Value shown = RunWell({"group", "show", "g", "--json"}).Json();
   EXPECT_THAT(shown.getMemberNames(),

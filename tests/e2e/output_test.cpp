@@ -1,10 +1,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <filesystem>
 
 #include "tool_fixture.h"
-#include "tree.h"
 
 // What stands on standard output, and what happens when it cannot stand there.
 
@@ -51,21 +49,6 @@ TEST_F(OutputTest, AClosedStandardOutputIsAFailureAndSpoilsNoFile) {
     EXPECT_EQ(process.Wait().code, kFailed);
   }
   EXPECT_EQ(ListSnapshots().size(), 3U);
-}
-
-// A program that the tool starts would take the next file for its standard output.
-TEST_F(OutputTest, ClosedStreamsAreOccupiedBeforeAnyFileIsOpened) {
-  RunWell({"target", "create", "a", "--volume", "v1", "--type", "share"});
-  const std::string script = "/var/packages/Guestora/target/sbin/vreldrgroup_db.sh";
-  std::filesystem::rename(script, script + ".away");
-  host_test::WriteFile(
-      script, "#!/bin/sh\nreadlink /proc/$$/fd/0 /proc/$$/fd/1 >" + Root() + "/streams\nexit 1\n");
-  std::filesystem::permissions(script, std::filesystem::perms(0755));
-  Process process(
-      {"/bin/sh", "-c", std::string(DRGROUPCTL) + " group create g --target a <&- >&- 2>&-"});
-  EXPECT_NE(process.Wait().code, kDone);
-  std::filesystem::rename(script + ".away", script);
-  EXPECT_EQ(host_test::ReadFile(Root() + "/streams"), "/dev/null\n/dev/null\n");
 }
 
 TEST_F(OutputTest, TablesKeepTheirLinesWhateverADescriptionHolds) {

@@ -202,13 +202,15 @@ TEST_F(SnapshotReportTest, DeletionIsRefusedWithoutConsentAndWhenLocked) {
   EXPECT_THAT(ListSnapshots(), ElementsAre(open));
 }
 
-// Runs a deletion at a terminal on which somebody types `answer`.
-Result DeleteAtTerminal(const std::string& gsnapId, const std::string& answer) {
+// Runs a deletion at a terminal on which somebody types `answer`; `streams` are what the tool has
+// of the terminal, $2 in the words of a shell.
+Result DeleteAtTerminal(const std::string& gsnapId, const std::string& answer,
+                        const std::string& streams = "<&$2 2>&$2") {
   int keyboard = -1;
   int terminal = -1;
   EXPECT_EQ(openpty(&keyboard, &terminal, nullptr, nullptr, nullptr), 0);
   EXPECT_EQ(write(keyboard, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
-  Result result = Process({"/bin/sh", "-c", "exec \"$0\" snapshot delete \"$1\" <&$2 2>&$2",
+  Result result = Process({"/bin/sh", "-c", "exec \"$0\" snapshot delete \"$1\" " + streams,
                            DRGROUPCTL, gsnapId, std::to_string(terminal)})
                       .Wait();
   // Nobody writes to the terminal any more: what is there is all, in as many pieces as it came.
@@ -230,6 +232,12 @@ TEST_F(SnapshotReportTest, DeletionAsksAtATerminal) {
     EXPECT_EQ(refused.code, kRefused);
     EXPECT_THAT(refused.err, HasSubstr("delete group snapshot \"" + id + "\""));
     EXPECT_THAT(refused.err, HasSubstr("[y/N]"));
+    EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+  }
+  for (const char* streams : {"2>&$2", "<&$2"}) {
+    const Result refused = DeleteAtTerminal(id, "y\n", streams);
+    EXPECT_EQ(refused.code, kRefused);
+    EXPECT_THAT(refused.err, Not(HasSubstr("[y/N]"))) << "nobody could answer";
     EXPECT_THAT(ListSnapshots(), ElementsAre(id));
   }
   EXPECT_EQ(DeleteAtTerminal(id, "y\n").code, kDone);

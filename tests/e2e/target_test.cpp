@@ -28,9 +28,13 @@ TEST_F(TargetTest, VolumesAreListedWithWhatTheyCanDo) {
   EXPECT_GT(volumes[0]["size_bytes"].asUInt64(), 0U);
   EXPECT_EQ(volumes[0]["problem"], "");
   EXPECT_THAT(volumes[2]["problem"].asString(), HasSubstr(VolumePath("v3")));
-  const std::string text = RunWell({"volume", "list"}).out;
+  std::string text = RunWell({"volume", "list"}).out;
   EXPECT_THAT(text, HasSubstr("PROBLEM"));
   EXPECT_THAT(text, HasSubstr(VolumePath("v2")));
+  WriteConfiguration({"v1", "v2"});
+  text = RunWell({"volume", "list"}).out;
+  EXPECT_THAT(text, HasSubstr("FREE"));
+  EXPECT_THAT(text, testing::Not(HasSubstr("PROBLEM"))) << "there is none to tell";
 }
 
 TEST_F(TargetTest, AnEmptyLunHasItsSizeAndTakesNoRoom) {
