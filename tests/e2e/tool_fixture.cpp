@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <json/reader.h>
-#include <json/writer.h>
 #include <spawn.h>
 #include <sqlite3.h>
 #include <sys/mman.h>

@@ -1,0 +1,137 @@
+#include <fcntl.h>
+#include <pty.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "tool_fixture.h"
+
+// Deleting group snapshots: consent, what is out of reach, and interruptions, of creations too.
+
+namespace e2e {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::Not;
+
+using SnapshotDeletionTest = ToolTest;
+
+TEST_F(SnapshotDeletionTest, DeletionTellsHowManyTargetSnapshotsWent) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  const Json::Value report = RunWell({"snapshot", "delete", id, "--yes", "--json"}).Json();
+  EXPECT_THAT(report.getMemberNames(), ElementsAre("deleted_count", "gsnap_id", "left_snapshots"));
+  EXPECT_EQ(report["gsnap_id"], id);
+  EXPECT_EQ(report["deleted_count"], 3);
+}
+
+TEST_F(SnapshotDeletionTest, DeletionIsRefusedWithoutConsentAndWhenLocked) {
+  MakeGroup();
+  const std::string open = TakeSnapshot();
+  const std::string locked = TakeSnapshot({"--lock"});
+  RunBadly(kRefused, {"snapshot", "delete", open}, {open, "--yes"});
+  RunBadly(kRefused, {"snapshot", "delete", locked, "--yes"}, {locked, "locked", "--force"});
+  EXPECT_THAT(ListSnapshots(), ElementsAre(open, locked));
+  RunWell({"snapshot", "delete", locked, "--yes", "--force"});
+  EXPECT_THAT(ListSnapshots(), ElementsAre(open));
+}
+
+// Runs a deletion at a terminal on which somebody types `answer`; `streams` are what the tool has
+// of the terminal, $2 in the words of a shell.
+Result DeleteAtTerminal(const std::string& gsnapId, const std::string& answer,
+                        const std::string& streams = "<&$2 2>&$2") {
+  int keyboard = -1;
+  int terminal = -1;
+  EXPECT_EQ(openpty(&keyboard, &terminal, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(write(keyboard, answer.data(), answer.size()), static_cast<ssize_t>(answer.size()));
+  Result result = Process({"/bin/sh", "-c", "exec \"$0\" snapshot delete \"$1\" " + streams,
+                           DRGROUPCTL, gsnapId, std::to_string(terminal)})
+                      .Wait();
+  // Nobody writes to the terminal any more: what is there is all, in as many pieces as it came.
+  fcntl(keyboard, F_SETFL, O_NONBLOCK);
+  char said[4096];
+  for (ssize_t got = 0; (got = read(keyboard, said, sizeof said)) > 0;) {
+    result.err.append(said, static_cast<std::size_t>(got));
+  }
+  close(keyboard);
+  close(terminal);
+  return result;
+}
+
+TEST_F(SnapshotDeletionTest, DeletionAsksAtATerminal) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  for (const char* answer : {"n\n", "\n", "yellow\n"}) {
+    const Result refused = DeleteAtTerminal(id, answer);
+    EXPECT_EQ(refused.code, kRefused);
+    EXPECT_THAT(refused.err, HasSubstr("delete group snapshot \"" + id + "\""));
+    EXPECT_THAT(refused.err, HasSubstr("[y/N]"));
+    EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+  }
+  for (const char* streams : {"2>&$2", "<&$2"}) {
+    const Result refused = DeleteAtTerminal(id, "y\n", streams);
+    EXPECT_EQ(refused.code, kRefused);
+    EXPECT_THAT(refused.err, Not(HasSubstr("[y/N]"))) << "nobody could answer";
+    EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+  }
+  EXPECT_EQ(DeleteAtTerminal(id, "y\n").code, kDone);
+  EXPECT_TRUE(ListSnapshots().empty());
+}
+
+TEST_F(SnapshotDeletionTest, ACreationThatIsKilledLeavesNoGroupSnapshotAndCanBeRunAgain) {
+  MakeGroup();
+  for (const char* step : {"take.recorded", "take.copied", "take.renamed", "take.done"}) {
+    setenv("VRELDR_KILL_POINT", step, 1);
+    const Result killed = Run({"snapshot", "create", "g"});
+    unsetenv("VRELDR_KILL_POINT");
+    EXPECT_EQ(killed.code, 128 + 9) << step;
+    EXPECT_TRUE(ListSnapshots().empty());
+  }
+  const std::string id = TakeSnapshot();
+  EXPECT_EQ(SnapshotPaths(id).size(), 3U);
+}
+
+TEST_F(SnapshotDeletionTest, ADeletionThatIsKilledCanBeRunAgain) {
+  MakeGroup();
+  for (const char* step : {"delete.marked", "delete.bytes_gone", "delete.done"}) {
+    const std::string id = TakeSnapshot();
+    setenv("VRELDR_KILL_POINT", step, 1);
+    EXPECT_EQ(Run({"snapshot", "delete", id, "--yes"}).code, 128 + 9) << step;
+    unsetenv("VRELDR_KILL_POINT");
+    EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+    RunWell({"snapshot", "delete", id, "--yes"});
+    EXPECT_TRUE(ListSnapshots().empty());
+  }
+  for (const auto& each : RunWell({"target", "list", "--json"}).Json()["targets"]) {
+    EXPECT_EQ(each["snapshot_count"], 0) << each;
+  }
+}
+
+TEST_F(SnapshotDeletionTest, WhatIsOutOfReachIsNotForgottenWithoutForce) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  fs::rename(VolumePath(), Root() + "/away");
+  const Json::Value targets = RunWell({"snapshot", "show", id, "--json"}).Json()["targets"];
+  EXPECT_TRUE(targets[0]["exists"].isNull());
+  EXPECT_NE(targets[0]["problem"], "");
+  RunBadly(kRefused, {"snapshot", "delete", id, "--yes"}, {id, "out of reach", "--force"});
+  RunBadly(kRefused, {"group", "delete", "g", "--yes", "--force"}, {id, "out of reach"});
+  fs::rename(Root() + "/away", VolumePath());
+  EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+  EXPECT_EQ(SnapshotPaths(id).size(), 3U);
+
+  // An empty directory where the volume should be mounted says nothing of the volume's snapshots.
+  fs::rename(VolumePath(), Root() + "/away");
+  fs::create_directory(VolumePath());
+  RunBadly(kRefused, {"snapshot", "delete", id, "--yes"}, {id, "out of reach", "--force"});
+  const Json::Value report =
+      RunWell({"snapshot", "delete", id, "--yes", "--force", "--json"}).Json();
+  EXPECT_EQ(report["left_snapshots"].size(), 3U);
+  EXPECT_EQ(report["deleted_count"], 0);
+}
+
+}  // namespace
+}  // namespace e2e
