@@ -8,8 +8,9 @@ namespace VrelDR {
 // VRELDR_KILL_POINT, and the process ends there as in a crash (SIGKILL to itself): tests go through
 // the whole list. Without the variable a kill point does nothing.
 //
-// "copy.file" is reached after each file of a copy, the others once in the call they are named for.
-// A step that an engine does not have is not reached there.
+// Cloning goes through the steps of creating. "copy.file" is reached after each file of a copy, the
+// others once in the call they are named for. A step that an engine does not have is not reached
+// there.
 inline constexpr std::string_view kTakeRecorded = "take.recorded";  // record made, no bytes yet
 inline constexpr std::string_view kCopyFile = "copy.file";          // one file of a tree copied
 inline constexpr std::string_view kTakeCopied = "take.copied";      // all copied, not yet synced
@@ -22,6 +23,10 @@ inline constexpr std::string_view kDeleteMarked = "delete.marked";  // record sa
 inline constexpr std::string_view kRemoveEntry = "remove.entry";    // one entry of a tree removed
 inline constexpr std::string_view kDeleteBytesGone = "delete.bytes_gone";  // the record is left
 inline constexpr std::string_view kDeleteDone = "delete.done";
+inline constexpr std::string_view kRestoreCopied = "restore.copied";  // beside the target
+inline constexpr std::string_view kRestoreSynced = "restore.synced";
+inline constexpr std::string_view kRestoreExchanged = "restore.exchanged";  // in its place
+inline constexpr std::string_view kRestoreDone = "restore.done";  // the old bytes are gone
 inline constexpr std::string_view kCreateRecorded = "create.recorded";
 inline constexpr std::string_view kCreateCopied = "create.copied";
 inline constexpr std::string_view kCreateSynced = "create.synced";

@@ -3,6 +3,7 @@
 #include "boundary.h"
 #include "host.h"
 #include "kill_point.h"
+#include "target_creation.h"
 
 namespace VrelDR {
 
@@ -23,85 +24,15 @@ Status CheckSpec(const TargetSpec& spec) {
   return {};
 }
 
-// Removes the target's bytes and records; the caller has its lock. `row` is marked before.
-Status Forget(const Host& host, const TargetRow& row) {
-  const StorageEngine* engine = nullptr;
-  Status status = host.FindEngine(row.volume, engine);
-  if (status.IsOk()) status = engine->RemoveTarget(row.target);
-  KillPoint(kForgetBytesGone);
-  if (status.IsOk()) status = host.store->RemoveTarget(row.target.GetId());
-  KillPoint(kForgetDone);
-  return status;
-}
-
-// Finishes what crashes left of creations and removals. A target that somebody works on right now
-// is passed over, and so is one whose volume cannot be reached: the next call tries again.
-Status FinishInterrupted(const Host& host) {
-  std::vector<TargetRow> rows;
-  Status status = host.store->ListTargets(rows);
-  for (const TargetRow& each : rows) {
-    if (each.state == RecordState::kWhole) continue;
-    TargetLock lock;
-    if (!lock.Acquire(host.config.state_dir, each.target.GetId()).IsOk()) continue;
-    std::optional<TargetRow> now;
-    if (!host.store->GetTarget(each.target.GetId(), now).IsOk() || !now) continue;
-    if (now->state != RecordState::kWhole) (void)Forget(host, *now);
-  }
-  return status;
-}
-
-std::string CannotCreate(const TargetSpec& spec) {
-  return "cannot create target " + Quoted(spec.target.GetId()) + " on volume " +
-         Quoted(spec.volume);
-}
-
-Status CreateLocked(const Host& host, const StorageEngine& engine, const TargetSpec& spec) {
-  std::optional<TargetRow> existing;
-  Status status = host.store->GetTarget(spec.target.GetId(), existing);
-  if (!status.IsOk()) return status;
-  if (existing) {
-    const bool whole = existing->state == RecordState::kWhole;
-    return {kErrExists, "target " + Quoted(spec.target.GetId()) + " exists already on volume " +
-                            Quoted(existing->volume) +
-                            (whole ? "; choose another identifier"
-                                   : " in part, left by an interrupted call; make that volume "
-                                     "reachable and run it again")};
-  }
-  status = InContext(CannotCreate(spec), engine.PreparePlace(spec.target));
-  if (!status.IsOk()) return status;
-
-  TargetRow row;
-  row.target = spec.target;
-  row.volume = spec.volume;
-  status = host.store->AddTarget(row);
-  if (!status.IsOk()) return status;
-  KillPoint(kCreateRecorded);
-  status = InContext(CannotCreate(spec),
-                     engine.CreateTarget(spec.target, {spec.size_bytes, spec.sources}));
-  KillPoint(kCreateWhole);
-  if (!status.IsOk()) {
-    // What cannot be cleaned up now goes with the next call.
-    if (engine.CleanUp(spec.target).IsOk()) (void)host.store->RemoveTarget(spec.target.GetId());
-    return status;
-  }
-  status = host.store->SetTargetState(spec.target.GetId(), RecordState::kWhole);
-  if (!status.IsOk()) (void)Forget(host, row);
-  KillPoint(kCreateDone);
-  return status;
-}
-
 Status CreateTarget(const TargetSpec& spec) {
   Status status = CheckSpec(spec);
   if (!status.IsOk()) return status;
   Host host;
   status = host.Open();
-  const StorageEngine* engine = nullptr;
-  if (status.IsOk()) status = InContext(CannotCreate(spec), host.FindEngine(spec.volume, engine));
-  if (status.IsOk()) status = FinishInterrupted(host);
   if (!status.IsOk()) return status;
-  TargetLock lock;
-  status = InContext(CannotCreate(spec), lock.Acquire(host.config.state_dir, spec.target.GetId()));
-  return status.IsOk() ? CreateLocked(host, *engine, spec) : status;
+  return CreateTarget(host, spec.target, spec.volume, [&spec](const StorageEngine& engine) {
+    return engine.CreateTarget(spec.target, {spec.size_bytes, spec.sources});
+  });
 }
 
 // Whether the target may be removed: its volume can be reached and written, and no snapshots are in
@@ -129,7 +60,7 @@ Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
   }
   if (!status.IsOk()) return status;
   KillPoint(kForgetMarked);
-  return InContext(opened.Cannot("remove"), Forget(host, opened.GetRow()));
+  return InContext(opened.Cannot("remove"), ForgetTarget(host, opened.GetRow()));
 }
 
 TargetEntry Describe(Host& host, const TargetRow& row) {

@@ -7,6 +7,7 @@
 #include "boundary.h"
 #include "host.h"
 #include "kill_point.h"
+#include "target_creation.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelDR {
@@ -53,7 +54,16 @@ Status Take(const Target& target, const Operation::SnapshotMeta& meta, std::stri
   return {};
 }
 
-Status NoSuchSnapshot(const HostTarget& opened, const std::string& snapId) {
+// A snapshot of the target; kErrSnapshotMissing when it has none of that name.
+Status FindSnapshot(const HostTarget& opened, const std::string& snapId, Snapshot& found) {
+  std::vector<Snapshot> snapshots;
+  Status status = opened.ListSnapshots(snapshots);
+  if (!status.IsOk()) return status;
+  for (Snapshot& each : snapshots) {
+    if (each.snap_id != snapId) continue;
+    found = std::move(each);
+    return {};
+  }
   return {kErrSnapshotMissing, "target " + Quoted(opened.GetTarget().GetId()) +
                                    " has no snapshot " + Quoted(snapId) + "; list its snapshots"};
 }
@@ -64,23 +74,53 @@ Status Delete(const Target& target, const std::string& snapId) {
   Status status = opened.OpenToWrite(target.GetId());
   if (!status.IsOk()) return status;
   const Store& store = opened.GetStore();
-  std::vector<Snapshot> snapshots;
-  status = opened.ListSnapshots(snapshots);
+  Snapshot found;
+  status = FindSnapshot(opened, snapId, found);
   if (!status.IsOk()) return status;
-  const auto found = std::find_if(snapshots.begin(), snapshots.end(),
-                                  [&](const Snapshot& each) { return each.snap_id == snapId; });
-  if (found == snapshots.end()) return NoSuchSnapshot(opened, snapId);
 
   // Once it is marked it is not listed any more, so that its bytes may go piece by piece.
-  status = store.MarkSnapshotDeleting(*found);
+  status = store.MarkSnapshotDeleting(found);
   if (!status.IsOk()) return status;
   KillPoint(kDeleteMarked);
   status = InContext(opened.Cannot("delete a snapshot of"),
                      opened.GetEngine().RemoveSnapshot(opened.GetTarget(), snapId));
   KillPoint(kDeleteBytesGone);
-  if (status.IsOk()) status = store.RemoveSnapshot(*found);
+  if (status.IsOk()) status = store.RemoveSnapshot(found);
   KillPoint(kDeleteDone);
   return status;
+}
+
+Status Restore(const Target& target, const std::string& snapId) {
+  Host host;
+  HostTarget opened(host);
+  Snapshot found;
+  Status status = opened.OpenToWrite(target.GetId());
+  if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
+  if (!status.IsOk()) return status;
+  status = InContext(opened.Cannot("restore"),
+                     opened.GetEngine().RestoreSnapshot(opened.GetTarget(), snapId));
+  // What cannot be cleaned up now goes with the next change of the target.
+  if (!status.IsOk()) (void)opened.GetEngine().CleanUp(opened.GetTarget());
+  return status;
+}
+
+Status Clone(const Target& target, const std::string& snapId, const std::string& uuid) {
+  if (!IsAllowedId(uuid)) {
+    return {kErrBadArgument, "a clone cannot be called " + Quoted(uuid) + "; give it a UUID"};
+  }
+  Host host;
+  // Its lock keeps the snapshot in place.
+  HostTarget opened(host);
+  Snapshot found;
+  Status status = opened.OpenToWrite(target.GetId());
+  if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
+  if (!status.IsOk()) return status;
+  const Target clone(uuid, opened.GetTarget().GetType());
+  return InContext(
+      opened.Cannot("clone a snapshot of"),
+      CreateTarget(host, clone, opened.GetRow().volume, [&](const StorageEngine& engine) {
+        return engine.CloneSnapshot(opened.GetTarget(), snapId, clone);
+      }));
 }
 
 Status List(const Target& target, std::vector<Snapshot>& snapshots) {
@@ -146,6 +186,17 @@ bool TargetOperation::TakeSnapshot(const Operation::SnapshotMeta& meta, std::str
 
 bool TargetOperation::DeleteSnapshot(const std::string& snapId) const {
   return RunAndRecord(*this, [&] { return Delete(target_, snapId); });
+}
+
+bool TargetOperation::RestoreSnapshot(const std::string& snapId) const {
+  return RunAndRecord(*this, [&] { return Restore(target_, snapId); });
+}
+
+bool TargetOperation::CloneSnapshot(const std::string& snapId, const std::string& uuid,
+                                    std::string& cloneId) const {
+  if (!RunAndRecord(*this, [&] { return Clone(target_, snapId, uuid); })) return false;
+  cloneId = uuid;
+  return true;
 }
 
 }  // namespace VrelDR

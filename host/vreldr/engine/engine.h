@@ -66,6 +66,13 @@ class StorageEngine {
   // Removes a snapshot, also what is left of one. Nothing there is fine.
   virtual Status RemoveSnapshot(const Target& target, const std::string& snapId) const = 0;
 
+  // Puts a snapshot's bytes in the place of the target's. A failure or a crash leaves those that
+  // were there.
+  virtual Status RestoreSnapshot(const Target& target, const std::string& snapId) const = 0;
+  // Makes a target of a snapshot's bytes, as CreateTarget does.
+  virtual Status CloneSnapshot(const Target& target, const std::string& snapId,
+                               const Target& clone) const = 0;
+
   // Removes what interrupted calls left of their work on the target.
   virtual Status CleanUp(const Target& target) const = 0;
 };

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "../../kill_point.h"
+#include "area.h"
 #include "content.h"
 #include "directory.h"
 #include "file_data.h"
@@ -22,29 +23,6 @@
 namespace VrelDR {
 
 using namespace Local;  // the parts of this engine
-
-namespace {
-
-constexpr const char* kOwnDir = ".vreldr";
-constexpr const char* kSnapshots = "snapshots";
-constexpr const char* kTmp = "tmp";
-constexpr const char* kNewTarget = "target";  // in the target's directory of copies being made
-
-// Opens <own>/<area>/<target>, making what is missing. What is made is on disk once what is put
-// into it has been synced.
-Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target) {
-  const Fd parent = OpenOrMakeDir(ownFd, area);
-  return parent ? OpenOrMakeDir(parent.Get(), target.GetId()) : Fd();
-}
-
-// Removes <own>/<area>/<target> with all in it.
-int RemoveArea(int ownFd, const char* area, const Target& target) {
-  const Fd parent = OpenDir(ownFd, area);
-  if (!parent) return errno == ENOENT ? 0 : errno;
-  return RemoveTree(parent.Get(), target.GetId());
-}
-
-}  // namespace
 
 Status LocalEngine::Missing(const std::string& path) const {
   return {kErrVolumeMissing, Quoted(path) +
@@ -139,16 +117,20 @@ Status LocalEngine::CreateTarget(const Target& target, const TargetContent& cont
   KillPoint(kCreateCopied);
   if (syncfs(dir.Get()) != 0) return StatusOfErrno(errno, path_);
   KillPoint(kCreateSynced);
-  if (renameat(tmp.Get(), kNewTarget, volume.Get(), target.GetId().c_str()) != 0) {
+  return Publish(volume.Get(), own.Get(), tmp.Get(), target);
+}
+
+Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& target) const {
+  if (renameat(tmpFd, kNewTarget, volumeFd, target.GetId().c_str()) != 0) {
     return StatusOfErrno(errno, path_ + "/" + target.GetId());
   }
   KillPoint(kCreateRenamed);
-  if (fsync(volume.Get()) != 0) {
-    status = StatusOfErrno(errno, path_);
-    (void)RemoveTree(volume.Get(), target.GetId());
+  if (fsync(volumeFd) != 0) {
+    const Status status = StatusOfErrno(errno, path_);
+    (void)RemoveTree(volumeFd, target.GetId());
     return status;
   }
-  error = RemoveArea(own.Get(), kTmp, target);
+  const int error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, path_);
 }
 
@@ -191,7 +173,7 @@ Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId
   if (!IsSubvolume(source.Get())) {
     return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get());
   }
-  const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId);
+  const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId, Access::kReadOnly);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
@@ -224,8 +206,7 @@ Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& s
   Fd own;
   Status status = Open(volume, own);
   if (!status.IsOk()) return status;
-  const Fd parent = OpenDir(own.Get(), kSnapshots);
-  const Fd snapshots = parent ? OpenDir(parent.Get(), target.GetId()) : Fd();
+  const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   std::vector<std::string> names;
   int error = 0;
   if (snapshots) {
@@ -242,8 +223,7 @@ Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snap
   Fd own;
   Status status = Open(volume, own);
   if (!status.IsOk()) return status;
-  const Fd parent = OpenDir(own.Get(), kSnapshots);
-  const Fd snapshots = parent ? OpenDir(parent.Get(), target.GetId()) : Fd();
+  const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
   int error = RemoveTree(snapshots.Get(), snapId);
   if (error == 0 && fsync(snapshots.Get()) != 0) error = errno;

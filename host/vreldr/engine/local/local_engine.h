@@ -37,6 +37,9 @@ class LocalEngine : public StorageEngine {
   Status TakeSnapshot(const Target& target, const std::string& snapId) const override;
   Status ListSnapshots(const Target& target, std::set<std::string>& snapIds) const override;
   Status RemoveSnapshot(const Target& target, const std::string& snapId) const override;
+  Status RestoreSnapshot(const Target& target, const std::string& snapId) const override;
+  Status CloneSnapshot(const Target& target, const std::string& snapId,
+                       const Target& clone) const override;
   Status CleanUp(const Target& target) const override;
 
  private:
@@ -45,6 +48,12 @@ class LocalEngine : public StorageEngine {
   Status Open(Fd& volume, Fd& own) const;
   Status CopySnapshot(const Target& target, const std::string& snapId, int sourceFd, int ownFd,
                       int snapshotsFd) const;
+  // Moves a new target from its temporary directory into its place, durably.
+  Status Publish(int volumeFd, int ownFd, int tmpFd, const Target& target) const;
+  // Makes the new entry `name` of `toFd` what a snapshot holds, open to changes. It is not known to
+  // be on disk yet.
+  Status CopyFromSnapshot(const Target& target, const std::string& snapId, int ownFd, int toFd,
+                          const char* name) const;
   Status Missing(const std::string& path) const;
 
   std::string path_;

@@ -47,9 +47,9 @@ int MakeSubvolume(int parentFd, const std::string& name) {
                    btrfs_util_create_subvolume_fd(parentFd, name.c_str(), 0, nullptr, nullptr));
 }
 
-int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name) {
-  return Committed(parentFd, btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(),
-                                                            BTRFS_UTIL_CREATE_SNAPSHOT_READ_ONLY,
+int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Access access) {
+  const int flags = access == Access::kReadOnly ? BTRFS_UTIL_CREATE_SNAPSHOT_READ_ONLY : 0;
+  return Committed(parentFd, btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(), flags,
                                                             nullptr, nullptr));
 }
 

@@ -10,9 +10,10 @@ bool IsBtrfs(int fd);
 // Whether the open directory is the top of a subvolume.
 bool IsSubvolume(int dirFd);
 int MakeSubvolume(int parentFd, const std::string& name);
-// Makes `name` in `parentFd` a read-only snapshot of the subvolume that `sourceFd` is: of one
-// instant, there as a whole or not at all.
-int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name);
+enum class Access { kReadOnly, kWritable };
+// Makes `name` in `parentFd` a snapshot of the subvolume that `sourceFd` is: of one instant, there
+// as a whole or not at all.
+int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Access access);
 // Removes a subvolume, read-only or not, with those in it.
 int RemoveSubvolume(int parentFd, const std::string& name);
 

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "../../fd.h"
+#include "vreldr/target.h"
+
+namespace VrelDR::Local {
+
+// The engine's own directory of a volume has one directory for each area, and in it one for each
+// target.
+inline constexpr const char* kOwnDir = ".vreldr";
+inline constexpr const char* kSnapshots = "snapshots";
+inline constexpr const char* kTmp = "tmp";
+
+// In a target's directory of kTmp: the bytes of a target that is being made, and those that are to
+// take a target's place.
+inline constexpr const char* kNewTarget = "target";
+inline constexpr const char* kRestored = "restored";
+
+// Opens <own>/<area>/<target>. False with errno set on a failure.
+Fd OpenArea(int ownFd, const char* area, const Target& target);
+
+// The same, making what is missing. What is made is on disk once what is put into it has been
+// synced.
+Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target);
+
+// Removes <own>/<area>/<target> with all in it. 0 or an errno; nothing there is fine.
+int RemoveArea(int ownFd, const char* area, const Target& target);
+
+}  // namespace VrelDR::Local
