@@ -13,7 +13,6 @@ namespace VrelDRGroup {
 namespace {
 
 constexpr char kUnit[] = "db";
-constexpr char kDbName[] = "drgroup.db";
 constexpr char kInfoTable[] = "vreldrcore_db_info";
 constexpr unsigned int kBusySeconds = 20;
 constexpr int kDirMode = 0755;

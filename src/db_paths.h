@@ -5,6 +5,7 @@
 // Where a group's catalogue and the program that lays it out are. All of it is fixed.
 namespace VrelDRGroup {
 
+inline constexpr char kDbName[] = "drgroup.db";
 inline constexpr char kDrGroupRoot[] = "/var/packages/Guestora/etc/drgroup";
 inline constexpr char kDbScript[] = "/var/packages/Guestora/target/sbin//vreldrgroup_db.sh";
 inline constexpr char kRepairAction[] = "repair_db";
