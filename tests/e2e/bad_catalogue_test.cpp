@@ -33,7 +33,10 @@ class BadCatalogueTest : public ToolTest {
     for (const Words& words :
          {Words{"snapshot", "create", "g"}, Words{"snapshot", "list", "g"},
           Words{"snapshot", "show", id_}, Words{"snapshot", "delete", id_, "--yes", "--force"},
-          Words{"group", "show", "g"}, Words{"group", "delete", "g", "--yes"}}) {
+          Words{"snapshot", "edit", id_, "--lock"}, Words{"snapshot", "restore", id_, "--yes"},
+          Words{"snapshot", "clone", id_}, Words{"snapshot", "repair", "g", "--yes"},
+          Words{"group", "rename", "g", "h"}, Words{"group", "show", "g"},
+          Words{"group", "delete", "g", "--yes"}}) {
       RunBadly(code, words, parts);
     }
     EXPECT_EQ(Tree(GroupDirectory("g")), group);

@@ -75,11 +75,12 @@ class DocumentsTest : public ToolTest {
 };
 
 TEST_F(DocumentsTest, HelpListsEveryVerb) {
-  EXPECT_THAT(
-      VerbsOfHelp(),
-      ElementsAre("volume list", "target create", "target import", "target list", "target remove",
-                  "group create", "group list", "group show", "group delete", "snapshot create",
-                  "snapshot list", "snapshot show", "snapshot delete"));
+  EXPECT_THAT(VerbsOfHelp(),
+              ElementsAre("volume list", "target create", "target import", "target list",
+                          "target remove", "group create", "group list", "group show",
+                          "group rename", "group upgrade", "group delete", "snapshot create",
+                          "snapshot list", "snapshot show", "snapshot edit", "snapshot restore",
+                          "snapshot clone", "snapshot delete", "snapshot repair"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {

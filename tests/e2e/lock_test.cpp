@@ -91,6 +91,12 @@ TEST_F(LockTest, OnlyOneProcessChangesAGroup) {
   ASSERT_EQ(flock(fd, LOCK_EX | LOCK_NB), 0);
   for (const std::vector<std::string>& words : {std::vector<std::string>{"snapshot", "create", "g"},
                                                 {"snapshot", "delete", id, "--yes"},
+                                                {"snapshot", "edit", id, "--lock"},
+                                                {"snapshot", "restore", id, "--yes"},
+                                                {"snapshot", "clone", id},
+                                                {"snapshot", "repair", "g", "--yes"},
+                                                {"group", "rename", "g", "h"},
+                                                {"group", "upgrade", "g"},
                                                 {"group", "delete", "g", "--yes", "--force"},
                                                 {"group", "create", "g", "--target", "lun"}}) {
     RunBadly(kBusy, words, {"\"g\"", "another process"});

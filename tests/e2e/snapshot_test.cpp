@@ -1,7 +1,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "host_fixture.h"
+#include "file_systems_fixture.h"
 #include "tool_fixture.h"
 #include "tree.h"
 
@@ -11,77 +11,36 @@ namespace e2e {
 namespace {
 
 namespace fs = std::filesystem;
-using host_test::DescribeTree;
 using host_test::WriteFile;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class SnapshotTest : public ToolTest, public testing::WithParamInterface<std::string> {
- protected:
-  void SetUp() override {
-    ToolTest::SetUp();
-    if (GetParam() == "directory") return;
-    std::string why;
-    image_ = std::make_unique<host_test::MountedImage>(GetParam(), VolumePath(), why);
-    if (!image_->IsMounted()) GTEST_SKIP() << why;
-  }
-  void TearDown() override {
-    image_.reset();
-    ToolTest::TearDown();
-  }
-
-  // What the targets hold, by target.
-  static std::map<std::string, std::map<std::string, std::string>> Contents(
-      const std::map<std::string, std::string>& paths) {
-    std::map<std::string, std::map<std::string, std::string>> contents;
-    for (const auto& [target, path] : paths) {
-      // A lun is a file. The folder of another target is the engine's, what is in it the user's.
-      if (!fs::is_directory(path)) {
-        contents[target]["disk"] = host_test::ReadFile(path);
-      } else {
-        contents[target] = DescribeTree(path);
-        contents[target].erase(".");
-      }
-    }
-    return contents;
-  }
-
-  static void ChangeTargets() {
-    const auto paths = TargetPaths();
-    WriteFile(paths.at("lun"), std::string(90000, 'l'));
-    WriteFile(paths.at("share") + "/one", "second text");
-    fs::remove(paths.at("share") + "/below/two");
-    WriteFile(paths.at("guest") + "/guest.img", std::string(60000, 'g'));
-  }
-
- private:
-  std::unique_ptr<host_test::MountedImage> image_;
-};
+class SnapshotTest : public FileSystemsTest {};
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, SnapshotTest,
                          testing::Values("directory", "ext4", "xfs", "btrfs"),
-                         [](const auto& each) { return each.param; });
+                         FileSystemsTest::NameOf);
 
 TEST_P(SnapshotTest, EachGroupSnapshotHoldsTheBytesOfItsMoment) {
   MakeGroup();
-  const auto before = Contents(TargetPaths());
+  const auto before = ReadContents(TargetPaths());
   const std::string first = TakeSnapshot();
-  ChangeTargets();
-  const auto after = Contents(TargetPaths());
+  ChangeTargets(TargetPaths());
+  const auto after = ReadContents(TargetPaths());
   ASSERT_NE(before, after);
   const std::string second = TakeSnapshot();
   ASSERT_NE(first, second);
 
-  EXPECT_EQ(Contents(SnapshotPaths(first)), before);
-  EXPECT_EQ(Contents(SnapshotPaths(second)), after);
+  EXPECT_EQ(ReadContents(SnapshotPaths(first)), before);
+  EXPECT_EQ(ReadContents(SnapshotPaths(second)), after);
   EXPECT_THAT(ListSnapshots(), ElementsAre(first, second));
 
   const auto gone = SnapshotPaths(first);
   RunWell({"snapshot", "delete", first, "--yes"});
   EXPECT_THAT(ListSnapshots(), ElementsAre(second));
   for (const auto& [target, path] : gone) EXPECT_FALSE(fs::exists(path)) << path;
-  EXPECT_EQ(Contents(SnapshotPaths(second)), after);
-  EXPECT_EQ(Contents(TargetPaths()), after);
+  EXPECT_EQ(ReadContents(SnapshotPaths(second)), after);
+  EXPECT_EQ(ReadContents(TargetPaths()), after);
   RunBadly(kNotFound, {"snapshot", "show", first}, {first, "snapshot list g"});
 }
 
@@ -104,7 +63,7 @@ TEST_P(SnapshotTest, WarnsOnceWhenSnapshotsAreCopies) {
 
 TEST_P(SnapshotTest, DeletingTheGroupWithItsSnapshotsLeavesTheTargets) {
   MakeGroup();
-  const auto before = Contents(TargetPaths());
+  const auto before = ReadContents(TargetPaths());
   const auto paths = SnapshotPaths(TakeSnapshot({"--lock"}));
   RunBadly(kRefused, {"group", "delete", "g", "--yes"}, {"1 group snapshot", "--force"});
   EXPECT_EQ(ListSnapshots().size(), 1U);
@@ -112,7 +71,7 @@ TEST_P(SnapshotTest, DeletingTheGroupWithItsSnapshotsLeavesTheTargets) {
   EXPECT_EQ(report["deleted_gsnap_count"], 1);
   EXPECT_TRUE(report["left_snapshots"].empty());
   for (const auto& [target, path] : paths) EXPECT_FALSE(fs::exists(path)) << path;
-  EXPECT_EQ(Contents(TargetPaths()), before);
+  EXPECT_EQ(ReadContents(TargetPaths()), before);
   EXPECT_FALSE(fs::exists(LinkDirectory("g")));
   EXPECT_FALSE(fs::exists(GroupDirectory("g")));
 }

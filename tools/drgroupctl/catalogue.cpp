@@ -138,6 +138,7 @@ void RequireCatalogue(const std::string& groupId, Access access) {
   if (const auto problem = ExamineCatalogue(groupId, access, kPatience)) {
     throw Failure(problem->code, "group " + Quote(groupId) + ": " + problem->text);
   }
+  CheckOwner(groupId);
 }
 
 std::optional<CatalogueProblem> ExamineScript() {

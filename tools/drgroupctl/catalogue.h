@@ -24,7 +24,9 @@ inline constexpr unsigned int kPatience = 20;
 std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Access access,
                                                  unsigned int seconds);
 
-// Throws what ExamineCatalogue finds; waits as long as a writer is given.
+// Throws what ExamineCatalogue finds; waits as long as a writer is given. Throws also when the
+// group's definition names another group, as during a renaming that was interrupted: its records
+// may be under either name then.
 void RequireCatalogue(const std::string& groupId, Access access);
 
 // The reason why the library could not use the catalogue, as far as it can be found out afterwards;

@@ -49,13 +49,16 @@ void PrintOut(const std::string& text) {
   }
 }
 
-void Confirm(const Arguments& args, const std::string& loss) {
-  if (args.Has("--yes")) return;
+void Confirm(const Arguments& args, const std::string& loss, const std::string& details) {
+  if (args.Has("--yes")) {
+    (void)WriteAll(STDERR_FILENO, details);
+    return;
+  }
   if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
     throw Failure(ExitCode::kRefused,
                   "this would " + loss + ": run it with --yes to go on without being asked");
   }
-  (void)WriteAll(STDERR_FILENO, "This will " + loss + ". Go on? [y/N] ");
+  (void)WriteAll(STDERR_FILENO, details + "This will " + loss + ". Go on? [y/N] ");
   std::string answer;
   std::getline(std::cin, answer);
   if (answer != "y" && answer != "Y" && answer != "yes") {

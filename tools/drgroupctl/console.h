@@ -15,8 +15,10 @@ void PrintWarning(const std::string& text);
 void PrintOut(const std::string& text);
 
 // Returns when --yes was given or whoever sits at the terminal agrees; throws a refusal otherwise.
-// `loss` says what would be lost, as the start of a question: "delete group snapshot \"x\"".
-void Confirm(const Arguments& args, const std::string& loss);
+// `loss` says what would be lost, as the start of a question: "delete group snapshot \"x\"". The
+// lines of `details` are shown on standard error before anything else, unless it is refused.
+void Confirm(const Arguments& args, const std::string& loss,
+             const std::string& details = std::string());
 
 // While it lives, what this process and the programs it starts write to standard error is kept
 // instead of shown: the database script tells its troubles there, and the tool tells them once.

@@ -28,17 +28,15 @@ bool Fill(int fd, const std::string& text) {
   return good;
 }
 
-bool SyncDirectory(const std::string& dir) {
-  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd == -1) return false;
-  const bool good = fsync(fd) == 0;
-  const int error = errno;
-  close(fd);
-  errno = error;
-  return good;
-}
-
 }  // namespace
+
+int SyncDirectory(const std::string& dir) {
+  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd == -1) return errno;
+  const int error = fsync(fd) == 0 ? 0 : errno;
+  close(fd);
+  return error;
+}
 
 int WriteFileAtomically(const std::string& path, const std::string& text) {
   std::string temporary = path + ".XXXXXX";
@@ -49,7 +47,7 @@ int WriteFileAtomically(const std::string& path, const std::string& text) {
     unlink(temporary.c_str());
     return error;
   }
-  return SyncDirectory(path.substr(0, path.rfind('/') + 1)) ? 0 : errno;
+  return SyncDirectory(path.substr(0, path.rfind('/') + 1));
 }
 
 }  // namespace drgroupctl

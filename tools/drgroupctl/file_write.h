@@ -9,4 +9,7 @@ namespace drgroupctl {
 // changed.
 int WriteFileAtomically(const std::string& path, const std::string& text);
 
+// Brings the names in a directory to disk. Returns 0 or an error number.
+int SyncDirectory(const std::string& dir);
+
 }  // namespace drgroupctl

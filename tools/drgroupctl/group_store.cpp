@@ -38,6 +38,15 @@ Failure BadGroup(const std::string& groupId, const std::string& problem) {
   return Failure(ExitCode::kCatalogue, "group " + Quote(groupId) + ": " + problem);
 }
 
+Failure NotItsOwner(const std::string& groupId, const Group& found) {
+  return BadGroup(groupId, "its link leads to " + Quote(found.directory) +
+                               ", which belongs to group " + Quote(found.id) +
+                               ": if it is being renamed, finish that with \"drgroupctl group "
+                               "rename " +
+                               groupId + " " + Printable(found.id) + "\", else correct the link " +
+                               Quote(LinkPath(groupId)));
+}
+
 bool ParseJson(const std::string& text, Json::Value& root) {
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
@@ -160,11 +169,18 @@ Group LoadGroup(const std::string& groupId) {
     throw BadGroup(groupId, Quote(DefinitionPath(dir)) +
                                 " is missing, which names its targets: restore it from a backup");
   }
-  if (group.id != groupId) {
-    throw BadGroup(groupId, "its link leads to " + Quote(dir) + ", which belongs to group " +
-                                Quote(group.id) + ": correct the link " + Quote(LinkPath(groupId)));
-  }
+  if (group.id != groupId) throw NotItsOwner(groupId, group);
   return group;
+}
+
+void CheckOwner(const std::string& groupId) {
+  Group group;
+  try {
+    if (!ReadDefinition(GroupDirectory(groupId), group)) return;
+  } catch (const Failure&) {  // whoever needs the definition tells of it
+    return;
+  }
+  if (group.id != groupId) throw NotItsOwner(groupId, group);
 }
 
 void WriteDefinition(const Group& group) {

@@ -34,6 +34,9 @@ std::vector<std::string> ListGroupIds();
 // Where the group's link leads. Throws when there is no such group or its link is no use.
 std::string GroupDirectory(const std::string& groupId);
 
+// Throws when the definition behind the group's link can be read and names another group.
+void CheckOwner(const std::string& groupId);
+
 // The group with its targets. Throws as GroupDirectory does, and when group.json is no use.
 Group LoadGroup(const std::string& groupId);
 

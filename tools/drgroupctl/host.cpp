@@ -16,7 +16,8 @@ std::string HostMessage(const VrelDRCore::ErrRecorder& recorder) {
   const Json::Value& message = recorder.GetErrMsg();
   const std::string text = VrelDRCore::JsonUtil::AsText(message);
   if (!text.empty()) return Printable(text);
-  const std::string code = recorder.GetErrCodeStr(recorder.GetErrCode());
+  // An operation of the library hands on the host's codes without their texts.
+  const std::string code = VrelDR::DRErrRecorder().GetErrCodeStr(recorder.GetErrCode());
   std::string said = code.empty() ? "error " + std::to_string(recorder.GetErrCode()) : code;
   if (!message.isNull()) said += " " + VrelDRCore::JsonUtil::ToString(message);
   return Printable(said);
@@ -99,18 +100,22 @@ std::vector<std::string> TypeNames() {
 SnapshotState AskSnapshot(const VrelDR::Target& target, const std::string& snapId) {
   const VrelDR::TargetOperation operation(target);
   const VrelDR::Operation::Snapshot snapshot = operation.GetSnapshot(snapId);
-  if (!snapshot.snap_id.empty()) return {Presence::kPresent, {}, snapshot.path};
+  if (!snapshot.snap_id.empty()) return {Presence::kPresent, {}, snapshot.path, 0};
   if (operation.GetErrCode() == 0) {
-    return {Presence::kMissing, "the target has no such snapshot any more", {}};
+    return {Presence::kMissing,
+            "the target has no such snapshot any more",
+            {},
+            VrelDR::kErrSnapshotMissing};
   }
   // Removed for good, or only out of reach? The host's records know.
   const VrelDR::TargetManager manager;
   VrelDR::TargetEntry entry;
   if (operation.GetErrCode() == VrelDR::kErrTargetMissing && !manager.Get(target.GetId(), entry) &&
       manager.GetErrCode() == 0) {
-    return {Presence::kMissing, "the target does not exist any more", {}};
+    return {
+        Presence::kMissing, "the target does not exist any more", {}, VrelDR::kErrTargetMissing};
   }
-  return {Presence::kUnknown, HostMessage(operation), {}};
+  return {Presence::kUnknown, HostMessage(operation), {}, operation.GetErrCode()};
 }
 
 }  // namespace drgroupctl

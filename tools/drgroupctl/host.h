@@ -34,12 +34,13 @@ int TypeNumber(const std::string& name);
 std::vector<std::string> TypeNames();
 
 // Whether a target snapshot exists: kUnknown when the host cannot tell, as for a volume that is not
-// mounted. `problem` says why it is not kPresent.
+// mounted. `problem` says why it is not kPresent, `error` is the host's code for that.
 enum class Presence { kPresent, kMissing, kUnknown };
 struct SnapshotState {
   Presence presence = Presence::kUnknown;
   std::string problem;
   std::string path;  // where its bytes can be read
+  int error = 0;
 };
 SnapshotState AskSnapshot(const VrelDR::Target& target, const std::string& snapId);
 

@@ -67,8 +67,8 @@ std::string ManualPage() {
   out += ".SH SYNOPSIS\n.B drgroupctl\n.I VERB\n.RI [ ARGUMENTS ]\n.RI [ OPTIONS ]\n";
   out += ".SH DESCRIPTION\n";
   out += Plain(
-             "Makes targets on the volumes of this host, puts them into groups, and takes, shows "
-             "and deletes snapshots of whole groups.") +
+             "Makes targets on the volumes of this host, puts them into groups, and takes, shows, "
+             "restores, clones and deletes snapshots of whole groups.") +
          '\n';
   out += Paragraph(
       "An identifier has 1 to 200 bytes of UTF-8 text without slashes, backslashes, quotes and "
@@ -89,8 +89,10 @@ std::string ManualPage() {
              "escaped, or with --json as one JSON document whose keys stay the same in later "
              "versions. A failure is one line on standard error; with --json, standard output then "
              "has a document with the member \"error\", which has \"exit_code\", \"kind\" and "
-             "\"message\", and where they are known \"target_id\" (the target that failed) and "
-             "\"left_snapshots\" (target snapshots that stay).") +
+             "\"message\", and where they are known \"target_id\" (the target that failed), "
+             "\"targets\" (what became of each), \"left_snapshots\" (target snapshots that stay), "
+             "\"left_clones\" (clones that stay), \"deleted\" and \"changed\" (what was repaired) "
+             "and \"groups\" (what became of each).") +
          '\n';
   out += ".SH EXIT STATUS\n";
   for (const ExitCodeInfo& each : ExitCodes()) {

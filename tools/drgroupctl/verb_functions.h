@@ -14,10 +14,16 @@ Report TargetRemove(const Arguments& args);
 Report GroupCreate(const Arguments& args);
 Report GroupList(const Arguments& args);
 Report GroupShow(const Arguments& args);
+Report GroupRename(const Arguments& args);
+Report GroupUpgrade(const Arguments& args);
 Report GroupDelete(const Arguments& args);
 Report SnapshotCreate(const Arguments& args);
 Report SnapshotList(const Arguments& args);
 Report SnapshotShow(const Arguments& args);
+Report SnapshotEdit(const Arguments& args);
+Report SnapshotRestore(const Arguments& args);
+Report SnapshotClone(const Arguments& args);
 Report SnapshotDelete(const Arguments& args);
+Report SnapshotRepair(const Arguments& args);
 
 }  // namespace drgroupctl

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 #include <set>
 #include <system_error>
 
@@ -15,6 +14,7 @@
 #include "group_store.h"
 #include "host.h"
 #include "text.h"
+#include "undo.h"
 #include "verb_functions.h"
 
 namespace drgroupctl {
@@ -22,22 +22,6 @@ namespace drgroupctl {
 namespace fs = std::filesystem;
 
 namespace {
-
-// Steps to be undone, the last one first, unless everything went well.
-class Undo {
- public:
-  Undo() = default;
-  Undo(const Undo&) = delete;
-  Undo& operator=(const Undo&) = delete;
-  ~Undo() {
-    for (auto step = steps_.rbegin(); step != steps_.rend(); ++step) (*step)();
-  }
-  void Add(std::function<void()> step) { steps_.push_back(std::move(step)); }
-  void Dismiss() { steps_.clear(); }
-
- private:
-  std::vector<std::function<void()>> steps_;
-};
 
 // The targets that were named, with their kinds.
 std::vector<VrelDR::Target> FindTargets(const std::vector<std::string>& ids) {

@@ -107,8 +107,10 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
     }
   }
   try {
-    // A directory that the user chose is the user's.
-    if (dir == DefaultDirectory(groupId)) rmdir(dir.c_str());
+    // A directory that the user chose is the user's. One of the host keeps its name when the group
+    // is renamed.
+    const std::filesystem::path own = DefaultDirectory(groupId);
+    if (std::filesystem::path(dir).parent_path() == own.parent_path()) rmdir(dir.c_str());
   } catch (const Failure&) {  // without a configuration there is no such directory
   }
 }

@@ -30,6 +30,13 @@ Parameter Gsnap() {
   return Argument("GSNAP", Value::kGsnap, "the group snapshot, such as g1-gsnap-1700000000");
 }
 
+Parameter Description() {
+  return {"--description", Value::kText, "TEXT", "what to remember of it"};
+}
+Parameter Consistency(const char* summary) {
+  return {"--consistency", Value::kChoice, "KIND", summary, false, false, ConsistencyNames()};
+}
+
 Parameter Volume() {
   return {"--volume", Value::kVolume, "V", "the volume that the target is made on", true};
 }
@@ -135,6 +142,29 @@ const std::vector<Verb>& Verbs() {
        {},
        GroupShow},
 
+      {"group rename",
+       "give a group another identifier",
+       {"Its definition, every record of its catalogue and its link get the new name, and its "
+        "group "
+        "snapshots are called NEW-gsnap-SECONDS afterwards. The directory of the catalogue keeps "
+        "its name.",
+        "After an interruption the same command finishes the work; until then the group cannot be "
+        "used. A failure changes nothing."},
+       "The group's identifier, and with it those of its group snapshots.",
+       {Argument("OLD", Value::kGroup, "the group"),
+        Argument("NEW", Value::kNewGroup, "its new identifier, which no group has")},
+       {},
+       GroupRename},
+
+      {"group upgrade",
+       "bring the catalogues of groups to the current schema",
+       {"Does all groups when none is named. A group that cannot be upgraded does not stop the "
+        "others. A catalogue that is current stays as it is."},
+       "The schema of the groups' catalogues; columns that are new get their default.",
+       {{"GROUP", Value::kGroup, "GROUP", "the groups; all when left out", false, true}},
+       {},
+       GroupUpgrade},
+
       {"group delete",
        "delete a group's catalogue; its targets stay",
        {"Refused while the group has group snapshots. With --force they are deleted first, locked "
@@ -156,12 +186,9 @@ const std::vector<Verb>& Verbs() {
         "before it stay on them, and the message names them."},
        "Adds a snapshot to each target and a group snapshot to the catalogue.",
        {Group("the group")},
-       {{"--description", Value::kText, "TEXT", "what to remember of it"},
-        Flag("--lock", "lock it against deletion"),
-        {"--consistency", Value::kChoice, "KIND",
-         "how consistent whoever asks for it made the "
-         "targets; unspecified when left out",
-         false, false, ConsistencyNames()}},
+       {Description(), Flag("--lock", "lock it against deletion"),
+        Consistency("how consistent whoever asks for it made the targets; unspecified when left "
+                    "out")},
        SnapshotCreate},
 
       {"snapshot list",
@@ -182,6 +209,42 @@ const std::vector<Verb>& Verbs() {
        {},
        SnapshotShow},
 
+      {"snapshot edit",
+       "change what is remembered of a group snapshot",
+       {"What no option is given for stays as it is."},
+       "The description, the lock and the consistency in the catalogue.",
+       {Gsnap()},
+       {Description(), Flag("--lock", "lock it against deletion"), Flag("--unlock", "unlock it"),
+        Consistency("how consistent whoever asked for it had made the targets")},
+       SnapshotEdit},
+
+      {"snapshot restore",
+       "roll every target of a group back to a group snapshot",
+       {"Each target holds exactly the snapshot's bytes afterwards; its snapshots stay. Nobody "
+        "should use the targets meanwhile: whoever has one open goes on with the bytes that it "
+        "had.",
+        "Targets are restored one after the other, each whole or not at all. Nothing is begun "
+        "unless every target snapshot is there. When a target fails, the message tells which "
+        "targets were restored, which one failed and which were not started, and the same command "
+        "can be run again. Refused without --force when the status of the group snapshot is bad."},
+       "What the targets hold now is lost.",
+       {Gsnap()},
+       {Flag("--force", "restore it although its status is bad"), Yes()},
+       SnapshotRestore},
+
+      {"snapshot clone",
+       "make new targets from a group snapshot",
+       {"Makes a new, independent target of every target snapshot, on the same volume and with a "
+        "UUID for an identifier, and reports which target it comes from. The new targets belong "
+        "to no group.",
+        "All or nothing: when one fails, the clones made before are removed again, and the message "
+        "names any that could not be. What an interruption leaves whole is in \"drgroupctl target "
+        "list\"."},
+       "Adds targets to this host. A failure leaves nothing of them.",
+       {Gsnap()},
+       {},
+       SnapshotClone},
+
       {"snapshot delete",
        "delete a group snapshot with its target snapshots",
        {"Refused without --force when it is locked, and when the host cannot tell of a target "
@@ -192,6 +255,20 @@ const std::vector<Verb>& Verbs() {
        {Gsnap()},
        {Flag("--force", "delete it although it is locked, or forget what is out of reach"), Yes()},
        SnapshotDelete},
+
+      {"snapshot repair",
+       "make a group's catalogue agree with its targets",
+       {"Compares it with the snapshots that the targets really have. Deletes group snapshots that "
+        "are only half recorded, and sets the status of the others: "
+        "ready when all their target snapshots are there, bad when a target or a target snapshot "
+        "is gone, unknown when a target cannot be asked, as on a volume that is not mounted. One "
+        "that is bad stays bad.",
+        "Shows first what it is going to change. The report names target snapshots that stay on "
+        "their targets although nothing records them any more."},
+       "Half recorded group snapshots are lost; the status of others changes.",
+       {Group("the group")},
+       {Flag("--dry-run", "only show what would be changed"), Yes()},
+       SnapshotRepair},
   };
   return verbs;
 }

@@ -1,0 +1,105 @@
+#include <vreldrgroup/snapshot/gsnap_restore.h>
+#include <vreldrgroup/snapshot/gsnap_utils.h>
+
+#include "catalogue_view.h"
+#include "console.h"
+#include "failure.h"
+#include "group_store.h"
+#include "gsnap_check.h"
+#include "host.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// What became of each target, in the order in which they are restored.
+class Outcome {
+ public:
+  explicit Outcome(const VrelDRGroup::GsnapshotInfo& info) {
+    for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+      Json::Value row(Json::objectValue);
+      row["target_id"] = each.target.GetId();
+      row["tsnap_id"] = each.tsnap_id;
+      row["result"] = "not started";
+      row["problem"] = "";
+      rows_.append(row);
+    }
+  }
+
+  void SetDone(Json::ArrayIndex index) { rows_[index]["result"] = "done"; }
+  void SetFailed(Json::ArrayIndex index, const std::string& problem) {
+    rows_[index]["result"] = "failed";
+    rows_[index]["problem"] = problem;
+  }
+
+  const Json::Value& Rows() const { return rows_; }
+
+  // All of it in one line.
+  std::string Text() const {
+    std::vector<std::string> parts;
+    for (const Json::Value& row : rows_) {
+      const std::string problem = row["problem"].asString();
+      parts.push_back("target " + Quote(row["target_id"].asString()) + ": " +
+                      row["result"].asString() + (problem.empty() ? "" : ", " + problem));
+    }
+    return Join(parts, "; ");
+  }
+
+ private:
+  Json::Value rows_ = Json::Value(Json::arrayValue);
+};
+
+// Restores one target after the other; throws at the first that fails.
+Outcome RestoreTargets(const VrelDRGroup::GsnapshotInfo& info) {
+  Outcome outcome(info);
+  const VrelDRGroup::Operation::GsnapshotRestore operation(info.gsnap_id);
+  for (Json::ArrayIndex i = 0; i < info.target_snapshots.size(); ++i) {
+    const VrelDRGroup::TargetSnapshot& each = info.target_snapshots[i];
+    if (operation.RestoreTargetSnapshots({each})) {
+      outcome.SetDone(i);
+      continue;
+    }
+    outcome.SetFailed(i, HostMessage(operation));
+    Failure failure(
+        FromHostError(operation.GetErrCode()),
+        "group snapshot " + Quote(info.gsnap_id) +
+            " was not restored whole, and restoring can be run again: " + outcome.Text());
+    failure.details["target_id"] = each.target.GetId();
+    failure.details["targets"] = outcome.Rows();
+    throw failure;
+  }
+  return outcome;
+}
+
+}  // namespace
+
+Report SnapshotRestore(const Arguments& args) {
+  const std::string gsnapId = args.Text("GSNAP");
+  const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
+  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
+  if (info.status == VrelDRGroup::kGsnapBad && !args.Has("--force")) {
+    throw Failure(ExitCode::kRefused,
+                  "group snapshot " + Quote(gsnapId) +
+                      " is bad: one of its target snapshots was gone when the catalogue was last "
+                      "repaired; add --force to restore it all the same");
+  }
+  CheckUsable(info);
+  Confirm(args, "replace all that " + Count(info.target_snapshots.size(), "target") +
+                    " now hold by group snapshot " + Quote(gsnapId));
+  const Outcome outcome = RestoreTargets(info);
+
+  Report report;
+  report.AddText("Restored group snapshot " + Quote(gsnapId) + ".");
+  report.AddField({"gsnap_id", "Snapshot"}, gsnapId);
+  report.AddTable({"targets", "Targets"},
+                  {{"target_id", "TARGET"},
+                   {"tsnap_id", "TARGET SNAPSHOT"},
+                   {"result", "RESULT"},
+                   {"problem", "PROBLEM", Shown::kIfAny}},
+                  outcome.Rows());
+  return report;
+}
+
+}  // namespace drgroupctl
