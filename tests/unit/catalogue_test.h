@@ -49,8 +49,8 @@ class CatalogueTest : public testing::Test {
   void AddReplica(const std::string& source, const std::string& destination,
                   const std::string& gsnapId) const;
 
-  // From now on the catalogue refuses to do this to the rows of a table; `change` is "INSERT" or
-  // "DELETE".
+  // From now on the catalogue refuses to do this to the rows of a table; `change` is "INSERT",
+  // "UPDATE" or "DELETE".
   void Refuse(const std::string& change, const std::string& table) const;
 
   // Replaces the database script.

@@ -70,6 +70,13 @@ TEST(SlotOrder, OfErrorRecorders) {
 TEST(SlotOrder, OfOperations) {
   EXPECT_EQ(Slot(&Operation::GsnapshotCreate::Run), 4U);
   EXPECT_EQ(Slot(&Operation::GsnapshotDelete::Run), 4U);
+  EXPECT_EQ(Slot(&Operation::GsnapshotRestore::Run), 4U);
+  EXPECT_EQ(Slot(&Operation::GsnapshotClone::Run), 4U);
+}
+
+TEST(SlotOrder, HasNoPlaceForTheRunOfARepair) {
+  // A pointer to an operation that is not virtual holds its address, far from any place.
+  EXPECT_GT(Slot(&Operation::GsnapshotRepair::Run), 1000U);
 }
 
 TEST(SlotOrder, HasEveryOperationOfARelationshipOverridden) {

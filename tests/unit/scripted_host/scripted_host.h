@@ -10,6 +10,7 @@
 #include <deque>
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -41,6 +42,9 @@ struct TargetScript {
   // The snapshots that the next calls of TakeSnapshot make. A call without one fails the test by
   // throwing, since every test says what its snapshots are called.
   std::deque<VrelDR::Operation::Snapshot> next;
+  // The identifiers of the targets that the next calls of CloneSnapshot make; a call without one
+  // throws, as above. Those targets then exist in the script.
+  std::deque<std::string> next_clones;
   // Calls that fail: by the name of the call, such as "TakeSnapshot".
   std::map<std::string, Failure> failures;
 };
@@ -49,6 +53,7 @@ struct TargetScript {
 struct Script {
   std::map<std::string, TargetScript> targets;  // by identifier
   std::map<int, std::string> code_texts;        // what GetErrCodeStr says of a code
+  std::set<int> without_manager;                // kinds of target that get a null manager
   std::string node_id;
 
   // Every call in order, as "Call(target, arguments)"; texts stand without quotes.

@@ -127,4 +127,25 @@ bool TargetOperation::DeleteSnapshot(const std::string& snapId) const {
   });
 }
 
+bool TargetOperation::RestoreSnapshot(const std::string& snapId) const {
+  return Answer(*this, "RestoreSnapshot", snapId, [&](TargetScript& target) {
+    const bool found = Find(target, snapId) != target.snapshots.end();
+    if (!found) SetErr(kErrSnapshotMissing);
+    return found;
+  });
+}
+
+bool TargetOperation::CloneSnapshot(const std::string& snapId, const std::string& uuid,
+                                    std::string& cloneId) const {
+  return Answer(*this, "CloneSnapshot", snapId + ", " + uuid, [&](TargetScript& target) {
+    if (target.next_clones.empty()) {
+      throw std::logic_error("the script has no next clone of target " + target_.GetId());
+    }
+    cloneId = target.next_clones.front();
+    target.next_clones.pop_front();
+    Current().targets[cloneId].exists = true;
+    return true;
+  });
+}
+
 }  // namespace VrelDR
