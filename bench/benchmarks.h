@@ -11,6 +11,8 @@ void RegisterInsert(Workplace& place);
 void RegisterRead(Workplace& place);
 void RegisterList(Workplace& place);
 void RegisterCreate(Workplace& place);
+void RegisterRepair(Workplace& place);
+void RegisterRename(Workplace& place);
 void RegisterScript(Workplace& place);
 
 // When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or

@@ -47,6 +47,8 @@ int Run(const std::filesystem::path& dir) {
   bench::RegisterRead(place);
   bench::RegisterList(place);
   bench::RegisterCreate(place);
+  bench::RegisterRepair(place);
+  bench::RegisterRename(place);
   bench::RegisterScript(place);
   bench::TableReporter reporter;
   if (benchmark::RunSpecifiedBenchmarks(&reporter) == 0)

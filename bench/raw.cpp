@@ -168,4 +168,32 @@ bool ListInfo(const std::string& path, const std::string& groupId,
       });
 }
 
+bool ReadForRepair(const std::string& path, RepairInput& input) {
+  const Database db = Open(path);
+  if (!db) return false;
+  const bool read =
+      ForEachRow(Prepare(db, "SELECT gsnap_id, status FROM gsnap_meta"), [&](const Statement& row) {
+        input.statuses[std::string(Text(row, 0))] = sqlite3_column_int(row.get(), 1);
+      });
+  return read && ForEachRow(Prepare(db,
+                                    "SELECT target_id, target_type, tsnap_id, gsnap_id"
+                                    " FROM target_snap_list"),
+                            [&](const Statement& row) {
+                              AppendTargetSnapshot(row, input.parts[std::string(Text(row, 3))]);
+                            });
+}
+
+bool Rename(const std::string& path, const std::string& from, const std::string& to) {
+  const Database db = OpenToWrite(path);
+  if (!db) return false;
+  const auto update = [&](const char* table, const std::string& column) {
+    return std::string("UPDATE ") + table + " SET " + column + " = replace(" + column + ", '" +
+           from + "', '" + to + "');";
+  };
+  const std::string sql = "BEGIN;" + update("gsnap_meta", "gsnap_id") +
+                          update("gsnap_meta", "tag") + update("target_replica_list", "gsnap_id") +
+                          update("target_snap_list", "gsnap_id") + "COMMIT;";
+  return sqlite3_exec(db.get(), sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+}
+
 }  // namespace bench::raw

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <vreldrgroup/record/gsnapshot.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,5 +25,16 @@ bool ReadInfo(const std::string& path, const std::string& gsnapId,
 // close.
 bool ListInfo(const std::string& path, const std::string& groupId,
               std::vector<VrelDRGroup::GsnapshotInfo>& infos);
+
+// What a repair has to read: the status of every group snapshot and the target snapshots of each.
+struct RepairInput {
+  std::map<std::string, int> statuses;
+  std::map<std::string, std::vector<VrelDRGroup::TargetSnapshot>> parts;
+};
+// Open, two selects, close.
+bool ReadForRepair(const std::string& path, RepairInput& input);
+
+// Replaces a group's identifier wherever it is stored: open, one transaction, close.
+bool Rename(const std::string& path, const std::string& from, const std::string& to);
 
 }  // namespace bench::raw

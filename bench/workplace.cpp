@@ -104,6 +104,10 @@ const Catalogue& Workplace::Writing() {
   return Get("write", 1000);
 }
 
+const Catalogue& Workplace::Renaming(long rows) {
+  return Get("name-" + std::to_string(rows), rows);
+}
+
 bool Workplace::IsInMemory() const {
   struct statfs system = {};
   return statfs(dir_.c_str(), &system) == 0 && system.f_type == TMPFS_MAGIC;

@@ -35,6 +35,9 @@ class Workplace {
   // A catalogue of 1,000 rows to write to.
   const Catalogue& Writing();
 
+  // A catalogue of `rows` rows whose group may change its identifier.
+  const Catalogue& Renaming(long rows);
+
   // Whether the directory is in memory, where making a row durable costs nothing.
   bool IsInMemory() const;
 
