@@ -91,6 +91,14 @@ prove() {
   done
 }
 
+# Fails unless a target's bytes changed between two of the times that were remembered.
+differs() {
+  ! cmp -s "$work/sum.$2.$1" "$work/sum.$3.$1" || {
+    echo "demo: $1 did not change" >&2
+    exit 1
+  }
+}
+
 say "A host with two volumes"
 mkdir "$work/content" "$work/state" "$work/vol-plain" "$work/vol-btrfs"
 if truncate -s 512M "$work/btrfs.img" && mkfs.btrfs -q "$work/btrfs.img" >"$work/mkfs.log" 2>&1 &&
@@ -154,12 +162,7 @@ show drgroupctl snapshot list office
 show drgroupctl snapshot show "$second"
 
 say "Proof"
-for target in $targets; do
-  ! cmp -s "$work/sum.first.$target" "$work/sum.second.$target" || {
-    echo "demo: $target did not change between the snapshots" >&2
-    exit 1
-  }
-done
+for target in $targets; do differs "$target" first second; done
 prove "$first" first
 prove "$second" second
 
@@ -168,5 +171,65 @@ show drgroupctl snapshot delete "$first" --yes
 show drgroupctl snapshot list office
 prove "$second" second
 
-say "Done: two group snapshots taken, their bytes proven, one deleted, the other still whole."
+say "The data is destroyed"
+printf 'destroyed' | dd of="$(target_path ledger-disk)" bs=1 seek=0 conv=notrunc status=none
+find "$(target_path team-files)" -mindepth 1 -delete
+: >"$(target_path mail-guest)/system.img"
+remember destroyed
+for target in $targets; do
+  differs "$target" second destroyed
+  echo "$target: sha256 $(cat "$work/sum.destroyed.$target")"
+done
+
+say "Restore the second one"
+show drgroupctl snapshot restore "$second" --yes
+remember restored
+for target in $targets; do
+  cmp -s "$work/sum.second.$target" "$work/sum.restored.$target" || {
+    echo "demo: $target was not restored" >&2
+    exit 1
+  }
+  echo "$target holds the bytes of the snapshot again: sha256 $(cat "$work/sum.restored.$target")"
+done
+
+say "Clone it"
+show drgroupctl snapshot clone "$second"
+# There is one target of each kind, so that another one of the same kind is its clone.
+drgroupctl target list --json >"$work/answer.json"
+for target in $targets; do
+  clone=$(sqlite3 :memory: "SELECT json_extract(clone.value, '\$.path') FROM
+    json_each(readfile('$work/answer.json'), '\$.targets') AS clone,
+    json_each(readfile('$work/answer.json'), '\$.targets') AS source
+    WHERE json_extract(source.value, '\$.target_id') = '$target'
+      AND json_extract(clone.value, '\$.type') = json_extract(source.value, '\$.type')
+      AND clone.key <> source.key")
+  is=$(checksum "$clone")
+  [ "$is" = "$(cat "$work/sum.second.$target")" ] || {
+    echo "demo: the clone of $target does not hold the bytes of its snapshot" >&2
+    exit 1
+  }
+  echo "The clone of $target holds the bytes of its snapshot: sha256 $is"
+done
+
+say "A target snapshot is lost behind the catalogue's back, and the catalogue repaired"
+drgroupctl snapshot show "$second" --json >"$work/answer.json"
+lost=$(dirname "$(sqlite3 :memory: "SELECT json_extract(value, '\$.path') FROM
+  json_each(readfile('$work/answer.json'), '\$.targets')
+  WHERE json_extract(value, '\$.target_id') = 'ledger-disk'")")
+if [ "$(stat -f -c %T "$lost")" = btrfs ]; then
+  show btrfs subvolume delete "$lost"
+else
+  chattr -f -R -i "$lost" || :
+  show rm -rf "$lost"
+fi
+show drgroupctl snapshot repair office --dry-run
+show drgroupctl snapshot repair office --yes
+show drgroupctl snapshot list office
+drgroupctl snapshot list office --json >"$work/answer.json"
+[ "$(ask_json '$.snapshots[0].status')" = bad ] || {
+  echo "demo: the status is not bad" >&2
+  exit 1
+}
+
+say "Done: two group snapshots taken and proven, one deleted, the other restored, cloned and lost."
 umount "$work/vol-btrfs" 2>/dev/null || :
