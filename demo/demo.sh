@@ -100,17 +100,17 @@ differs() {
 }
 
 say "A host with two volumes"
-mkdir "$work/content" "$work/state" "$work/vol-plain" "$work/vol-btrfs"
+mkdir "$work/content" "$work/state" "$work/vol-two" "$work/vol-one"
 if truncate -s 512M "$work/btrfs.img" && mkfs.btrfs -q "$work/btrfs.img" >"$work/mkfs.log" 2>&1 &&
-  mount -o loop "$work/btrfs.img" "$work/vol-btrfs" 2>"$work/mount.log"; then
-  echo "vol-btrfs is a btrfs file system in a file; vol-plain is a plain directory."
+  mount -o loop "$work/btrfs.img" "$work/vol-one" 2>"$work/mount.log"; then
+  echo "vol-one is a btrfs file system in a file; vol-two is a plain directory."
 else
   echo "Both are plain directories: a btrfs image cannot be mounted here without root."
 fi
 cat >"$work/vreldr.json" <<JSON
 {"state_dir": "$work/state",
- "volumes": [{"name": "vol-btrfs", "engine": "local", "path": "$work/vol-btrfs"},
-             {"name": "vol-plain", "engine": "local", "path": "$work/vol-plain"}]}
+ "volumes": [{"name": "vol-one", "engine": "local", "path": "$work/vol-one"},
+             {"name": "vol-two", "engine": "local", "path": "$work/vol-two"}]}
 JSON
 export VRELDR_CONFIG="$work/vreldr.json"
 show drgroupctl volume list
@@ -132,9 +132,9 @@ make_image "$work/content/guest/system.img" "$work/content/disk"
 cat >"$work/content/guest/mail-guest.json" <<JSON
 {"name": "mail-guest", "memory_mib": 1024, "kernel": "$(uname -r)", "disks": ["system.img"]}
 JSON
-show drgroupctl target import ledger-disk --volume vol-btrfs --type lun "$work/content/disk.img"
-show drgroupctl target import team-files --volume vol-plain --type share "$@"
-show drgroupctl target import mail-guest --volume vol-btrfs --type guest \
+show drgroupctl target import ledger-disk --volume vol-one --type lun "$work/content/disk.img"
+show drgroupctl target import team-files --volume vol-two --type share "$@"
+show drgroupctl target import mail-guest --volume vol-one --type guest \
   "$work/content/guest/mail-guest.json" "$work/content/guest/system.img"
 show drgroupctl target list
 
@@ -232,4 +232,4 @@ drgroupctl snapshot list office --json >"$work/answer.json"
 }
 
 say "Done: two group snapshots taken and proven, one deleted, the other restored, cloned and lost."
-umount "$work/vol-btrfs" 2>/dev/null || :
+umount "$work/vol-one" 2>/dev/null || :
