@@ -86,6 +86,7 @@ bool GsnapUpdateDRGroupGsnapId(const std::string& oldStr, const std::string& new
   return true;
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): callers are built for a copy
 int GroupSnapMetaUpdater(const std::string& column, std::vector<std::string> guestIds) {
   const auto fillColumn = [&column](const std::string& guestId) {
     VrelDRCore::UpdateCommand command;

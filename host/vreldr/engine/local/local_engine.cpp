@@ -126,7 +126,7 @@ Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& ta
   }
   KillPoint(kCreateRenamed);
   if (fsync(volumeFd) != 0) {
-    const Status status = StatusOfErrno(errno, path_);
+    Status status = StatusOfErrno(errno, path_);
     (void)RemoveTree(volumeFd, target.GetId());
     return status;
   }
