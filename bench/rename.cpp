@@ -23,7 +23,7 @@ void MeasureRename(benchmark::State& state, const Catalogue& catalogue) {
 }  // namespace
 
 void RegisterRename(Workplace& place) {
-  const std::pair<long, int> sizes[] = {{10'000, 20}, {100'000, 6}, {1'000'000, 4}};
+  const std::pair<long, int> sizes[] = {{10'000, 21}, {100'000, 11}, {1'000'000, 7}};
   for (const auto& [rows, rounds] : sizes) {
     benchmark::RegisterBenchmark(("rename " + std::to_string(rows) + " rows, us").c_str(),
                                  [&place, rows = rows](benchmark::State& state) {
