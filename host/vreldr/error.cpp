@@ -24,6 +24,16 @@ std::string DRErrRecorder::GetErrCodeStr(int code) const {
       return "exists already";
     case kErrBusy:
       return "busy";
+    case kErrStopped:
+      return "stopped on request";
+    case kErrLocked:
+      return "held by a lock or by a plan";
+    case kErrUnsupported:
+      return "not supported";
+    case kErrPlanMissing:
+      return "the plan does not exist";
+    case kErrPlanState:
+      return "the plan's state does not allow it";
     case kErrBadSnapshot:
       return "the target snapshot is not valid";
     case kErrSnapshotMissing:

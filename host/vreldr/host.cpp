@@ -45,6 +45,7 @@ Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
 }
 
 Status Host::Open() {
+  if (store) return {};
   Status status = OpenVolumes(config, volumes);
   return status.IsOk() ? Store::Open(config.state_dir, store) : status;
 }

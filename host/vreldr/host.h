@@ -24,7 +24,7 @@ struct Volume {
 // with it, also with one volume only.
 Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes);
 
-// The host as one call needs it: configuration, engines and records, all read afresh.
+// The host as one call needs it: configuration, engines and records, read afresh by the first Open.
 struct Host {
   VrelHost::Config config;
   std::vector<Volume> volumes;

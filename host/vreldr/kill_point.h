@@ -27,6 +27,15 @@ inline constexpr std::string_view kRestoreCopied = "restore.copied";  // beside 
 inline constexpr std::string_view kRestoreSynced = "restore.synced";
 inline constexpr std::string_view kRestoreExchanged = "restore.exchanged";  // in its place
 inline constexpr std::string_view kRestoreDone = "restore.done";  // the old bytes are gone
+inline constexpr std::string_view kShipBegun = "ship.begun";      // its place is made
+inline constexpr std::string_view kShipData = "ship.data";        // some bytes were sent
+inline constexpr std::string_view kShipSent = "ship.sent";        // all has arrived, not yet synced
+inline constexpr std::string_view kShipSynced = "ship.synced";    // synced, not yet read-only
+inline constexpr std::string_view kShipFrozen = "ship.frozen";    // read-only below its top
+inline constexpr std::string_view kShipRenamed = "ship.renamed";  // under its name
+inline constexpr std::string_view kShipDone = "ship.done";        // nothing is left of the shipment
+inline constexpr std::string_view kDemoteDone = "demote.done";
+inline constexpr std::string_view kPromoteDone = "promote.done";  // after the steps of restoring
 inline constexpr std::string_view kCreateRecorded = "create.recorded";
 inline constexpr std::string_view kCreateCopied = "create.copied";
 inline constexpr std::string_view kCreateSynced = "create.synced";
@@ -37,6 +46,28 @@ inline constexpr std::string_view kForgetMarked = "forget.marked";  // removing 
 inline constexpr std::string_view kForgetSnapshotsGone = "forget.snapshots_gone";
 inline constexpr std::string_view kForgetBytesGone = "forget.bytes_gone";
 inline constexpr std::string_view kForgetDone = "forget.done";
+
+// Operations on plans. They go through the steps of what they do to targets too.
+inline constexpr std::string_view kSyncRecorded = "sync.recorded";  // begun, nothing done
+inline constexpr std::string_view kSyncTaken = "sync.taken";        // in hand, nothing sent
+inline constexpr std::string_view kSyncShipped = "sync.shipped";    // arrived, not recorded
+inline constexpr std::string_view kSyncArrived = "sync.arrived";    // recorded, held on both sides
+inline constexpr std::string_view kSyncReported = "sync.reported";  // the journal is left
+inline constexpr std::string_view kSwitchoverDemoted = "switchover.demoted";
+inline constexpr std::string_view kSwitchoverSynced = "switchover.synced";
+inline constexpr std::string_view kSwitchoverPromoted = "switchover.promoted";
+inline constexpr std::string_view kSwitchoverTurned = "switchover.turned";  // the end is recorded
+inline constexpr std::string_view kFailoverDemoted = "failover.demoted";
+inline constexpr std::string_view kFailoverPromoted = "failover.promoted";
+inline constexpr std::string_view kFailoverTurned = "failover.turned";  // the end is recorded
+inline constexpr std::string_view kRevertDemoted = "revert.demoted";
+inline constexpr std::string_view kRevertPromoted = "revert.promoted";
+inline constexpr std::string_view kRevertTurned = "revert.turned";        // the end is recorded
+inline constexpr std::string_view kReprotectKept = "reprotect.kept";      // the snapshot before it
+inline constexpr std::string_view kReprotectTurned = "reprotect.turned";  // the end is recorded
+inline constexpr std::string_view kPlanDeleteMarked = "plan_delete.marked";
+inline constexpr std::string_view kPlanDeletePromoted = "plan_delete.promoted";
+inline constexpr std::string_view kPlanDeleteDone = "plan_delete.done";
 
 // Ends the process at once when VRELDR_KILL_POINT names `step`.
 void KillPoint(std::string_view step);

@@ -48,7 +48,8 @@ Status ForgetTarget(const Host& host, const TargetRow& row) {
 }
 
 Status CreateTarget(Host& host, const Target& target, const std::string& volume,
-                    const std::function<Status(const StorageEngine&)>& makeBytes) {
+                    const std::function<Status(const StorageEngine&)>& makeBytes,
+                    const DRPlan* plan) {
   const std::string cannot =
       "cannot create target " + Quoted(target.GetId()) + " on volume " + Quoted(volume);
   const StorageEngine* engine = nullptr;
@@ -64,7 +65,7 @@ Status CreateTarget(Host& host, const Target& target, const std::string& volume,
   TargetRow row;
   row.target = target;
   row.volume = volume;
-  status = host.store->AddTarget(row);
+  status = host.store->AddTarget(row, plan);
   if (!status.IsOk()) return status;
   KillPoint(kCreateRecorded);
   status = InContext(cannot, makeBytes(*engine));
@@ -74,7 +75,7 @@ Status CreateTarget(Host& host, const Target& target, const std::string& volume,
     if (engine->CleanUp(target).IsOk()) (void)host.store->RemoveTarget(target.GetId());
     return status;
   }
-  status = host.store->SetTargetState(target.GetId(), RecordState::kWhole);
+  status = host.store->FinishTarget(target.GetId());
   if (!status.IsOk()) (void)ForgetTarget(host, row);
   KillPoint(kCreateDone);
   return status;

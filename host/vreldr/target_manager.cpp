@@ -3,6 +3,7 @@
 #include "boundary.h"
 #include "host.h"
 #include "kill_point.h"
+#include "plan/guard.h"
 #include "target_creation.h"
 
 namespace VrelDR {
@@ -31,6 +32,9 @@ Status CreateTarget(const TargetSpec& spec) {
   status = host.Open();
   if (!status.IsOk()) return status;
   return CreateTarget(host, spec.target, spec.volume, [&spec](const StorageEngine& engine) {
+    if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
+      return Status{kErrBadArgument, "a lun needs an image file or a size; give one of them"};
+    }
     return engine.CreateTarget(spec.target, {spec.size_bytes, spec.sources});
   });
 }
@@ -55,8 +59,9 @@ Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
   Status status = opened.Claim(targetId);
   // What an interrupted call left is nobody's any more: no question is asked then.
   if (status.IsOk() && opened.GetRow().state == RecordState::kWhole) {
-    status = CheckRemovable(opened, withSnapshots);
-    if (status.IsOk()) status = host.store->SetTargetState(targetId, RecordState::kDeleting);
+    status = InContext(opened.Cannot("remove"), Guard::CheckRemovable(opened.GetStore(), targetId));
+    if (status.IsOk()) status = CheckRemovable(opened, withSnapshots);
+    if (status.IsOk()) status = host.store->MarkTargetDeleting(targetId);
   }
   if (!status.IsOk()) return status;
   KillPoint(kForgetMarked);

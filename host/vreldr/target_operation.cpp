@@ -1,14 +1,10 @@
 #include "vreldr/target_operation.h"
 
-#include <algorithm>
-#include <ctime>
-#include <limits>
-
 #include "boundary.h"
 #include "host.h"
-#include "kill_point.h"
+#include "plan/guard.h"
 #include "target_creation.h"
-#include "vreldrcore/uuid.h"
+#include "target_snapshot.h"
 
 namespace VrelDR {
 
@@ -16,78 +12,32 @@ namespace {
 
 using Operation::Snapshot;
 
-// The time of a new snapshot: when it was begun, as everything written before that is in it. Times
-// are in whole seconds, and callers name things by them: a time is never used twice for a target.
-std::uint32_t NextTime(std::time_t begun, const TargetRow& row) {
-  const auto now = static_cast<std::uint32_t>(begun);
-  return std::max(now, row.last_snap_time + 1);
-}
-
 Status Take(const Target& target, const Operation::SnapshotMeta& meta, std::string& snapId) {
   Host host;
   HostTarget opened(host);
   Status status = opened.OpenToWrite(target.GetId());
-  if (!status.IsOk()) return status;
-  const Store& store = opened.GetStore();
-  const Target& found = opened.GetTarget();
-
-  Snapshot snapshot;
-  snapshot.snap_id = VrelDRCore::GenerateUUID();
-  snapshot.meta = meta;
-  status = store.AddSnapshot(found.GetId(), snapshot);
-  if (!status.IsOk()) return status;
-  KillPoint(kTakeRecorded);
-  const std::time_t begun = std::time(nullptr);
-  status = InContext(opened.Cannot("take a snapshot of"),
-                     opened.GetEngine().TakeSnapshot(found, snapshot.snap_id));
-  KillPoint(kTakeWhole);
   if (status.IsOk()) {
-    status = store.FinishSnapshot(found.GetId(), snapshot, NextTime(begun, opened.GetRow()));
+    status = InContext(opened.Cannot("take a snapshot of"),
+                       Guard::CheckChangeable(opened.GetStore(), target.GetId()));
   }
-  if (!status.IsOk()) {
-    // What cannot be cleaned up now is not listed, and goes with the next change of the target.
-    (void)CleanUpSnapshots(store, opened.GetEngine(), found);
-    return status;
-  }
-  KillPoint(kTakeDone);
-  snapId = snapshot.snap_id;
-  return {};
-}
-
-// A snapshot of the target; kErrSnapshotMissing when it has none of that name.
-Status FindSnapshot(const HostTarget& opened, const std::string& snapId, Snapshot& found) {
-  std::vector<Snapshot> snapshots;
-  Status status = opened.ListSnapshots(snapshots);
   if (!status.IsOk()) return status;
-  for (Snapshot& each : snapshots) {
-    if (each.snap_id != snapId) continue;
-    found = std::move(each);
-    return {};
-  }
-  return {kErrSnapshotMissing, "target " + Quoted(opened.GetTarget().GetId()) +
-                                   " has no snapshot " + Quoted(snapId) + "; list its snapshots"};
+  SnapshotOrder order;
+  order.meta = meta;
+  Snapshot taken;
+  status = TakeSnapshotOf(opened, order, taken);
+  if (status.IsOk()) snapId = taken.snap_id;
+  return status;
 }
 
 Status Delete(const Target& target, const std::string& snapId) {
   Host host;
   HostTarget opened(host);
   Status status = opened.OpenToWrite(target.GetId());
-  if (!status.IsOk()) return status;
-  const Store& store = opened.GetStore();
-  Snapshot found;
-  status = FindSnapshot(opened, snapId, found);
-  if (!status.IsOk()) return status;
-
-  // Once it is marked it is not listed any more, so that its bytes may go piece by piece.
-  status = store.MarkSnapshotDeleting(found);
-  if (!status.IsOk()) return status;
-  KillPoint(kDeleteMarked);
-  status = InContext(opened.Cannot("delete a snapshot of"),
-                     opened.GetEngine().RemoveSnapshot(opened.GetTarget(), snapId));
-  KillPoint(kDeleteBytesGone);
-  if (status.IsOk()) status = store.RemoveSnapshot(found);
-  KillPoint(kDeleteDone);
-  return status;
+  if (status.IsOk()) {
+    status = InContext(opened.Cannot("delete a snapshot of"),
+                       Guard::CheckReleased(opened.GetStore(), target.GetId(), snapId));
+  }
+  return status.IsOk() ? DeleteSnapshotOf(opened, snapId) : status;
 }
 
 Status Restore(const Target& target, const std::string& snapId) {
@@ -96,6 +46,10 @@ Status Restore(const Target& target, const std::string& snapId) {
   Snapshot found;
   Status status = opened.OpenToWrite(target.GetId());
   if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
+  if (status.IsOk()) {
+    status = InContext(opened.Cannot("restore"),
+                       Guard::CheckChangeable(opened.GetStore(), target.GetId()));
+  }
   if (!status.IsOk()) return status;
   status = InContext(opened.Cannot("restore"),
                      opened.GetEngine().RestoreSnapshot(opened.GetTarget(), snapId));

@@ -19,8 +19,6 @@ namespace host_test {
 
 namespace fs = std::filesystem;
 
-namespace {
-
 int WaitFor(pid_t pid) {
   int status = 0;
   while (waitpid(pid, &status, 0) == -1) {
@@ -28,8 +26,6 @@ int WaitFor(pid_t pid) {
   }
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
-
-}  // namespace
 
 int RunProgram(const std::vector<std::string>& args) {
   std::vector<char*> argv;
@@ -45,13 +41,19 @@ int RunProgram(const std::vector<std::string>& args) {
   return error == 0 ? WaitFor(pid) : -1;
 }
 
-int RunInChild(const std::vector<std::pair<std::string, std::string>>& environment,
-               const std::function<int()>& body) {
+pid_t StartChild(const std::vector<std::pair<std::string, std::string>>& environment,
+                 const std::function<int()>& body) {
   const pid_t pid = fork();
   if (pid == 0) {
     for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
     _exit(body());
   }
+  return pid;
+}
+
+int RunInChild(const std::vector<std::pair<std::string, std::string>>& environment,
+               const std::function<int()>& body) {
+  const pid_t pid = StartChild(environment, body);
   return pid == -1 ? -1 : WaitFor(pid);
 }
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <json/writer.h>
+#include <sys/types.h>
 
 #include <functional>
 #include <memory>
@@ -18,8 +19,14 @@ namespace host_test {
 // Runs a program of PATH with its output thrown away, and waits. Its exit status, or -1.
 int RunProgram(const std::vector<std::string>& args);
 
-// Runs `body` in a child process and waits. The child's exit status is what `body` returns; 128 + N
-// stands for signal N. `environment` is set in the child first, as pairs of name and value.
+// Starts `body` in a child process. `environment` is set in the child first, as pairs of name and
+// value. The process, or -1.
+pid_t StartChild(const std::vector<std::pair<std::string, std::string>>& environment,
+                 const std::function<int()>& body);
+// Waits for a child process. Its exit status, which is what its `body` returned; 128 + N stands for
+// signal N.
+int WaitFor(pid_t pid);
+// Both.
 int RunInChild(const std::vector<std::pair<std::string, std::string>>& environment,
                const std::function<int()>& body);
 

@@ -26,6 +26,8 @@ std::string Xattrs(const std::string& path) {
   for (ssize_t at = 0; at < size; at += static_cast<ssize_t>(std::strlen(&names[at])) + 1) {
     std::string value(4096, '\0');
     const ssize_t length = lgetxattr(path.c_str(), &names[at], value.data(), value.size());
+    // XFS shows access lists a second time, under names of its own.
+    if (std::strncmp(&names[at], "trusted.SGI_ACL_", 16) == 0) continue;
     if (length >= 0) found[&names[at]] = value.substr(0, static_cast<std::size_t>(length));
   }
   std::string text;

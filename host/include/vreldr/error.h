@@ -19,7 +19,12 @@ enum ErrCode : int {
   kErrReadOnly = 413,         // the volume cannot be written
   kErrIo = 414,               // reading or writing failed otherwise
   kErrExists = 415,           // something of that name is there already
-  kErrBusy = 416,             // another process works on the target
+  kErrBusy = 416,             // another process works on the target or the plan
+  kErrStopped = 417,          // ended because somebody asked for it
+  kErrLocked = 418,           // a retention lock, or a plan, holds it
+  kErrUnsupported = 419,      // this host, or the engine of the volume, cannot do that
+  kErrPlanMissing = 441,      // the plan does not exist
+  kErrPlanState = 442,        // the plan's state does not allow it
   kErrBadSnapshot = 621,      // the target snapshot is not valid
   kErrSnapshotMissing = 622,  // the snapshot, or a part of it, does not exist
   kErrTargetMissing = 634,    // the target does not exist

@@ -27,6 +27,18 @@ struct TargetContent {
   std::vector<std::string> sources;
 };
 
+// How a long call tells how far it is, and learns that it shall end.
+class Watcher {
+ public:
+  virtual ~Watcher() = default;
+  // What a shipment has done so far: `done` of `total` bytes have been looked at, `sent` of them
+  // were really sent. Called several times a second while a shipment runs.
+  virtual void Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) = 0;
+  // Whether to go on. Asked at least four times a second by every call that is given a watcher; a
+  // call that is told not to ends with kErrStopped.
+  virtual bool GoesOn() = 0;
+};
+
 // The bytes of one volume's targets and their snapshots. An engine knows no records and takes no
 // locks: whoever calls it has recorded what it is about to do, and makes sure that nobody else
 // changes the same target meanwhile. Targets and snapshots are named by identifiers that were
@@ -59,8 +71,9 @@ class StorageEngine {
   // Removes the target, its snapshots and what interrupted calls left of it. Nothing there is fine.
   virtual Status RemoveTarget(const Target& target) const = 0;
 
-  // Takes a read-only snapshot that appears whole or not at all.
-  virtual Status TakeSnapshot(const Target& target, const std::string& snapId) const = 0;
+  // Takes a read-only snapshot that appears whole or not at all. `watcher` may be null.
+  virtual Status TakeSnapshot(const Target& target, const std::string& snapId,
+                              Watcher* watcher) const = 0;
   // Adds the identifiers of the snapshots that are there.
   virtual Status ListSnapshots(const Target& target, std::set<std::string>& snapIds) const = 0;
   // Removes a snapshot, also what is left of one. Nothing there is fine.
@@ -73,7 +86,25 @@ class StorageEngine {
   virtual Status CloneSnapshot(const Target& target, const std::string& snapId,
                                const Target& clone) const = 0;
 
-  // Removes what interrupted calls left of their work on the target.
+  // Makes `replica` on the volume of `to` have the snapshot too: read-only, the same bytes, there
+  // as a whole or not at all. Only what differs from `baseId`, a snapshot that both have, is sent;
+  // everything when it is empty. A call that was stopped, failed or crashed leaves what has arrived
+  // where only the next call for the same snapshot finds it, and that goes on from there.
+  // kErrUnsupported when this engine cannot send to that one.
+  virtual Status Ship(const Target& source, const std::string& snapId, const std::string& baseId,
+                      const StorageEngine& to, const Target& replica, Watcher& watcher) const = 0;
+  // Removes what Ship left of shipments to the target that did not come to their end, but not that
+  // of `keepSnapId`, which may be empty.
+  virtual Status DropShipments(const Target& replica, const std::string& keepSnapId) const = 0;
+
+  // Makes the target's bytes unwritable, where the system can do that. Once more is fine.
+  virtual Status Demote(const Target& target) const = 0;
+  // Makes the target writable, with exactly the bytes of a snapshot, or with those it has when
+  // `snapId` is empty. A failure or a crash leaves the bytes that it had, or the snapshot's, whole.
+  // Once more is fine.
+  virtual Status Promote(const Target& target, const std::string& snapId) const = 0;
+
+  // Removes what interrupted calls left of their work on the target, shipments apart.
   virtual Status CleanUp(const Target& target) const = 0;
 };
 

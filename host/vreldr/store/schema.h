@@ -28,6 +28,62 @@ CREATE TABLE snapshots (
   UNIQUE (target_id, snap_id)
 );
 )",
+    R"(
+CREATE TABLE plans (
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  id TEXT NOT NULL UNIQUE,
+  state INTEGER NOT NULL,
+  solution_type INTEGER NOT NULL,
+  target_type INTEGER NOT NULL,
+  protected_target_id TEXT NOT NULL,
+  dr_target_id TEXT NOT NULL,
+  schedule_mode INTEGER NOT NULL,
+  main_site TEXT NOT NULL,
+  dr_site TEXT NOT NULL,
+  status INTEGER NOT NULL,
+  direction INTEGER NOT NULL,
+  is_reprotected INTEGER NOT NULL DEFAULT 0,
+  hand_snap_id TEXT NOT NULL DEFAULT '',
+  is_hand_own INTEGER NOT NULL DEFAULT 0
+);
+CREATE INDEX plans_by_target ON plans (protected_target_id);
+CREATE INDEX plans_by_copy ON plans (dr_target_id);
+CREATE TABLE retention_locks (
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  target_id TEXT NOT NULL,
+  snap_id TEXT NOT NULL,
+  locker TEXT NOT NULL,
+  UNIQUE (target_id, snap_id, locker)
+);
+CREATE INDEX retention_locks_by_locker ON retention_locks (locker);
+CREATE TABLE pending_snaps (
+  seq INTEGER PRIMARY KEY AUTOINCREMENT,
+  plan_id TEXT NOT NULL,
+  snap_id TEXT NOT NULL,
+  UNIQUE (plan_id, snap_id)
+);
+CREATE TABLE sync_reports (
+  plan_id TEXT NOT NULL PRIMARY KEY,
+  state INTEGER NOT NULL,
+  snap_id TEXT NOT NULL,
+  done_bytes INTEGER NOT NULL,
+  total_bytes INTEGER NOT NULL,
+  sent_bytes INTEGER NOT NULL,
+  begin_time INTEGER NOT NULL,
+  end_time INTEGER NOT NULL
+);
+CREATE TABLE journals (
+  plan_id TEXT NOT NULL PRIMARY KEY,
+  op INTEGER NOT NULL,
+  state INTEGER NOT NULL,
+  progress INTEGER NOT NULL,
+  begin_time INTEGER NOT NULL,
+  message TEXT NOT NULL,
+  snap_id TEXT NOT NULL,
+  pid INTEGER NOT NULL,
+  is_stop_asked INTEGER NOT NULL
+);
+)",
 };
 
 }  // namespace VrelDR

@@ -3,6 +3,7 @@
 #include <sqlite3.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 
 #include "schema.h"
@@ -68,6 +69,29 @@ SqliteEqual BySequence(const Operation::Snapshot& snapshot) {
   return SqliteEqual("seq", static_cast<long>(snapshot.sequence));
 }
 
+SqliteValueList ValuesOf(const std::string& targetId, const Operation::Snapshot& snapshot,
+                         RecordState state) {
+  SqliteValueList values;
+  values.AddValue("target_id", targetId);
+  values.AddValue("snap_id", snapshot.snap_id);
+  values.AddValue("create_time", static_cast<long>(snapshot.create_time));
+  values.AddValue("state", static_cast<int>(state));
+  values.AddValue("description", snapshot.meta.description);
+  values.AddValue("is_locked", snapshot.meta.is_locked);
+  values.AddValue("is_app_consistent", snapshot.meta.is_app_consistent);
+  values.AddValue("taken_by", snapshot.meta.taken_by);
+  return values;
+}
+
+// Of the newest snapshot of a target.
+UpdateCommand RememberTime(const std::string& targetId, std::uint32_t time) {
+  UpdateCommand command;
+  command.SetTable(Targets());
+  command.AddFieldValue("last_snap_time", static_cast<long>(time));
+  command.SetCondition(SqliteEqual("id", targetId));
+  return command;
+}
+
 const char* AdviceFor(int sqliteCode) {
   switch (sqliteCode & 0xff) {
     case SQLITE_BUSY:
@@ -99,46 +123,37 @@ Status Store::Open(const std::string& stateDir, std::optional<Store>& store) {
   return store->Upgrade();
 }
 
-Status Store::Result(bool good) const {
+Status Database::Result(bool good) const {
   if (good) return {};
   return {kErrStore, "the host's records " + Quoted(db_.GetPath()) +
                          " could not be used: " + VrelDRCore::JsonUtil::AsText(db_.GetErrMsg()) +
                          AdviceFor(db_.GetErrCode())};
 }
 
-template <class Steps>
-Status Store::Transact(Steps&& steps) const {
-  if (!db_.Exec("BEGIN IMMEDIATE")) return Result(false);
-  if (steps() && db_.Exec("COMMIT")) return {};
-  Status failure = Result(false);
-  db_.Exec("ROLLBACK");  // without it the next transaction could not begin
-  return failure;
-}
-
 Status Store::Upgrade() const {
   const int newest = static_cast<int>(kStoreSchema.size());
   int version = 0;
   // A file without the info table is a new one: that this fails says nothing yet.
-  if (db_.GetSchemaVersion(version) && version == newest) return {};
+  if (db_.Get().GetSchemaVersion(version) && version == newest) return {};
 
   Status refused;
-  const Status upgraded = Transact([&] {
-    if (!db_.Exec("CREATE TABLE IF NOT EXISTS vreldrcore_db_info"
-                  " (key TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL)") ||
-        !db_.GetSchemaVersion(version)) {
+  const Status upgraded = db_.Transact([&] {
+    if (!db_.Get().Exec("CREATE TABLE IF NOT EXISTS vreldrcore_db_info"
+                        " (key TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL)") ||
+        !db_.Get().GetSchemaVersion(version)) {
       return false;
     }
     if (version < 0 || version > newest) {
-      refused = {kErrStore, "the host's records " + Quoted(db_.GetPath()) + " are of version " +
-                                std::to_string(version) +
+      refused = {kErrStore, "the host's records " + Quoted(db_.Get().GetPath()) +
+                                " are of version " + std::to_string(version) +
                                 ", which this program does not know; use the one that made them"};
       return false;
     }
     for (; version < newest; ++version) {
-      if (!db_.Exec(kStoreSchema[static_cast<std::size_t>(version)])) return false;
+      if (!db_.Get().Exec(kStoreSchema[static_cast<std::size_t>(version)])) return false;
     }
-    return db_.Exec("INSERT OR REPLACE INTO vreldrcore_db_info VALUES ('version', '" +
-                    std::to_string(newest) + "')");
+    return db_.Get().Exec("INSERT OR REPLACE INTO vreldrcore_db_info VALUES ('version', '" +
+                          std::to_string(newest) + "')");
   });
   return refused.IsOk() ? upgraded : refused;
 }
@@ -147,7 +162,7 @@ Status Store::ListTargets(std::vector<TargetRow>& rows) const {
   SelectCommand command;
   command.SetTable(Targets());
   command.AddOrderField("id");
-  return Result(db_.SelectEach(command, [&rows](const SqliteValueList& values) {
+  return db_.Result(db_.Get().SelectEach(command, [&rows](const SqliteValueList& values) {
     rows.push_back(ReadTarget(values));
     return true;
   }));
@@ -158,13 +173,13 @@ Status Store::GetTarget(const std::string& targetId, std::optional<TargetRow>& r
   SelectCommand command;
   command.SetTable(Targets());
   command.SetCondition(SqliteEqual("id", targetId));
-  return Result(db_.SelectEach(command, [&row](const SqliteValueList& values) {
+  return db_.Result(db_.Get().SelectEach(command, [&row](const SqliteValueList& values) {
     row = ReadTarget(values);
     return false;
   }));
 }
 
-Status Store::AddTarget(const TargetRow& row) const {
+Status Store::AddTarget(const TargetRow& row, const DRPlan* plan) const {
   SqliteValueList values;
   values.AddValue("id", row.target.GetId());
   values.AddValue("type", row.target.GetType());
@@ -173,21 +188,34 @@ Status Store::AddTarget(const TargetRow& row) const {
   InsertCommand command;
   command.SetTable(Targets());
   command.SetFieldValues(values);
-  return Result(db_.InsertRecord(command));
+  return db_.Transact([&] {
+    return db_.Get().InsertRecord(command) && (plan == nullptr || Plans().AddWithin(*plan));
+  });
 }
 
-Status Store::SetTargetState(const std::string& targetId, RecordState state) const {
+Status Store::FinishTarget(const std::string& targetId) const {
+  return db_.Transact([&] {
+    return SetTargetState(targetId, RecordState::kWhole) && Plans().FinishWithin(targetId);
+  });
+}
+
+Status Store::MarkTargetDeleting(const std::string& targetId) const {
+  return db_.Result(SetTargetState(targetId, RecordState::kDeleting));
+}
+
+bool Store::SetTargetState(const std::string& targetId, RecordState state) const {
   UpdateCommand command;
   command.SetTable(Targets());
   command.AddFieldValue("state", static_cast<int>(state));
   command.SetCondition(SqliteEqual("id", targetId));
-  return Result(db_.UpdateRecord(command));
+  return db_.Get().UpdateRecord(command);
 }
 
 Status Store::RemoveTarget(const std::string& targetId) const {
-  return Transact([&] {
-    return db_.DeleteRecord(Snapshots(), SqliteEqual("target_id", targetId)) &&
-           db_.DeleteRecord(Targets(), SqliteEqual("id", targetId));
+  return db_.Transact([&] {
+    return Plans().RemoveUnfinishedWithin(targetId) &&
+           db_.Get().DeleteRecord(Snapshots(), SqliteEqual("target_id", targetId)) &&
+           db_.Get().DeleteRecord(Targets(), SqliteEqual("id", targetId));
   });
 }
 
@@ -196,24 +224,17 @@ Status Store::ListSnapshots(const std::string& targetId, std::vector<SnapshotRow
   command.SetTable(Snapshots());
   command.SetCondition(SqliteEqual("target_id", targetId));
   command.AddOrderField("seq");
-  return Result(db_.SelectEach(command, [&rows](const SqliteValueList& values) {
+  return db_.Result(db_.Get().SelectEach(command, [&rows](const SqliteValueList& values) {
     rows.push_back(ReadSnapshot(values));
     return true;
   }));
 }
 
-Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot) const {
-  SqliteValueList values;
-  values.AddValue("target_id", targetId);
-  values.AddValue("snap_id", snapshot.snap_id);
-  values.AddValue("state", static_cast<int>(RecordState::kBuilding));
-  values.AddValue("description", snapshot.meta.description);
-  values.AddValue("is_locked", snapshot.meta.is_locked);
-  values.AddValue("is_app_consistent", snapshot.meta.is_app_consistent);
-  values.AddValue("taken_by", snapshot.meta.taken_by);
+Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
+                          const DRPlan* plan) const {
   InsertCommand insert;
   insert.SetTable(Snapshots());
-  insert.SetFieldValues(values);
+  insert.SetFieldValues(ValuesOf(targetId, snapshot, RecordState::kBuilding));
   // The sequence number of a row just inserted is the largest one of the table.
   SelectCommand select;
   select.SetTable(Snapshots());
@@ -223,11 +244,27 @@ Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snap
   select.SetLimit(1);
   SqliteValueList row;
   long seq = 0;
-  Status status = Transact([&] {
-    return db_.InsertRecord(insert) && db_.SelectRecord(select, row) && row.GetValue("seq", seq);
+  Status status = db_.Transact([&] {
+    return db_.Get().InsertRecord(insert) && db_.Get().SelectRecord(select, row) &&
+           row.GetValue("seq", seq) &&
+           (plan == nullptr || Plans().TakeInHandWithin(*plan, snapshot.snap_id, true));
   });
   if (status.IsOk()) snapshot.sequence = static_cast<std::uint64_t>(seq);
   return status;
+}
+
+Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,
+                         const DRPlan& plan, bool isNewest) const {
+  const std::string& targetId = replica.target.GetId();
+  InsertCommand insert;
+  insert.SetTable(Snapshots());
+  insert.SetFieldValues(ValuesOf(targetId, snapshot, RecordState::kWhole));
+  const UpdateCommand remember =
+      RememberTime(targetId, std::max(replica.last_snap_time, snapshot.create_time));
+  return db_.Transact([&] {
+    return db_.Get().InsertRecord(insert) && db_.Get().UpdateRecord(remember) &&
+           Plans().KeepWithin(plan, snapshot.snap_id, isNewest);
+  });
 }
 
 Status Store::FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
@@ -237,11 +274,9 @@ Status Store::FinishSnapshot(const std::string& targetId, const Operation::Snaps
   finish.AddFieldValue("state", static_cast<int>(RecordState::kWhole));
   finish.AddFieldValue("create_time", static_cast<long>(time));
   finish.SetCondition(BySequence(snapshot));
-  UpdateCommand remember;
-  remember.SetTable(Targets());
-  remember.AddFieldValue("last_snap_time", static_cast<long>(time));
-  remember.SetCondition(SqliteEqual("id", targetId));
-  return Transact([&] { return db_.UpdateRecord(finish) && db_.UpdateRecord(remember); });
+  const UpdateCommand remember = RememberTime(targetId, time);
+  return db_.Transact(
+      [&] { return db_.Get().UpdateRecord(finish) && db_.Get().UpdateRecord(remember); });
 }
 
 Status Store::MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
@@ -249,11 +284,11 @@ Status Store::MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
   command.SetTable(Snapshots());
   command.AddFieldValue("state", static_cast<int>(RecordState::kDeleting));
   command.SetCondition(BySequence(snapshot));
-  return Result(db_.UpdateRecord(command));
+  return db_.Result(db_.Get().UpdateRecord(command));
 }
 
 Status Store::RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-  return Result(db_.DeleteRecord(Snapshots(), BySequence(snapshot)));
+  return db_.Result(db_.Get().DeleteRecord(Snapshots(), BySequence(snapshot)));
 }
 
 }  // namespace VrelDR

@@ -6,15 +6,13 @@
 #include <vector>
 
 #include "../status.h"
+#include "database.h"
+#include "plan_store.h"
+#include "record_state.h"
 #include "vreldr/snapshot.h"
 #include "vreldr/target.h"
-#include "vreldrcore/sqlite_db.h"
 
 namespace VrelDR {
-
-// How far the thing that a record is about has come. Only kWhole ones exist for callers; the others
-// are being worked on, or were when somebody crashed. Kept on disk: never change a value.
-enum class RecordState : int { kBuilding = 1, kWhole = 2, kDeleting = 3 };
 
 struct TargetRow {
   Target target;
@@ -39,32 +37,39 @@ class Store {
   // Ordered by identifier, in every state.
   Status ListTargets(std::vector<TargetRow>& rows) const;
   Status GetTarget(const std::string& targetId, std::optional<TargetRow>& row) const;
-  Status AddTarget(const TargetRow& row) const;
-  Status SetTargetState(const std::string& targetId, RecordState state) const;
-  // With the records of its snapshots.
+  // With the plan, unless that is null, whose DR copy the target is.
+  Status AddTarget(const TargetRow& row, const DRPlan* plan) const;
+  // Makes it whole, and the plan that came with it.
+  Status FinishTarget(const std::string& targetId) const;
+  Status MarkTargetDeleting(const std::string& targetId) const;
+  // With the records of its snapshots, and of a plan that came, or goes, with it.
   Status RemoveTarget(const std::string& targetId) const;
 
   // In the order in which they were taken, in every state.
   Status ListSnapshots(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
   // A new snapshot in the state kBuilding. Its sequence number is found in `snapshot` afterwards.
-  Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot) const;
+  // With a plan it is in the plan's hand from then on, which takes it to send it.
+  Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
+                     const DRPlan* plan) const;
+  // A snapshot of the plan's source has arrived at its replica whole; see PlanStore::KeepWithin.
+  Status AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,
+                    const DRPlan& plan, bool isNewest) const;
   // Makes it whole, of `time`.
   Status FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                         std::uint32_t time) const;
   Status MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const;
   Status RemoveSnapshot(const Operation::Snapshot& snapshot) const;
 
+  // The store must outlive what it gives.
+  PlanStore Plans() const { return PlanStore(db_); }
+
  private:
   explicit Store(VrelDRCore::SqliteDB&& db) : db_(std::move(db)) {}
 
   Status Upgrade() const;
-  // Good, or what the database recorded last.
-  Status Result(bool good) const;
-  // Runs `steps`, which return whether to go on, as one transaction: all of them or none.
-  template <class Steps>
-  Status Transact(Steps&& steps) const;
+  bool SetTargetState(const std::string& targetId, RecordState state) const;
 
-  VrelDRCore::SqliteDB db_;
+  Database db_;
 };
 
 }  // namespace VrelDR

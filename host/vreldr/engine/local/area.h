@@ -10,6 +10,7 @@ namespace VrelDR::Local {
 inline constexpr const char* kOwnDir = ".vreldr";
 inline constexpr const char* kSnapshots = "snapshots";
 inline constexpr const char* kTmp = "tmp";
+inline constexpr const char* kIncoming = "incoming";
 
 // In a target's directory of kTmp: the bytes of a target that is being made, and those that are to
 // take a target's place.

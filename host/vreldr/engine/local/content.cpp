@@ -78,9 +78,6 @@ Status FillLun(const TargetContent& content, const std::vector<Source>& sources,
   if (!sources.empty()) {
     return copier.CopyEntry({AT_FDCWD, sources[0].path}, sources[0].path, kDiskImage);
   }
-  if (content.size_bytes == 0) {
-    return {kErrBadArgument, "a lun needs an image file or a size; give one of them"};
-  }
   return MakeEmptyImage(dirFd, content.size_bytes);
 }
 

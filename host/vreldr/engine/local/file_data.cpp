@@ -54,24 +54,38 @@ int CopyByReading(int from, int to, off_t at, off_t end) {
   return 0;
 }
 
-int CopyRange(int from, int to, off_t at, off_t end) {
+// Large enough to lose nothing by it, small enough to be asked often whether to go on.
+constexpr off_t kPiece = off_t{16} * 1024 * 1024;
+
+// Lets the copied piece be written now, so that nobody waits for all of it at the end.
+void StartWriting(int fd, off_t at, off_t count) {
+  if (count >= kPiece) (void)sync_file_range(fd, at, count, SYNC_FILE_RANGE_WRITE);
+}
+
+int CopyRange(int from, int to, off_t at, off_t end, Watch* watch) {
   while (at < end) {
+    if (watch != nullptr && !watch->GoesOn()) return ECANCELED;
+    const off_t pieceEnd = std::min(end, at + kPiece);
     loff_t in = at;
     loff_t out = at;
     const ssize_t done =
-        copy_file_range(from, &in, to, &out, static_cast<std::size_t>(end - at), 0);
+        copy_file_range(from, &in, to, &out, static_cast<std::size_t>(pieceEnd - at), 0);
     if (done < 0 && errno == EINTR) continue;
     if (done < 0 && !IsNotForThisFile(errno)) return errno;
     // Some file systems answer 0 for files that have data; reading tells the truth.
-    if (done <= 0) return CopyByReading(from, to, at, end);
-    at += done;
+    if (done <= 0) {
+      if (const int error = CopyByReading(from, to, at, pieceEnd)) return error;
+    }
+    const off_t next = done > 0 ? at + done : pieceEnd;
+    StartWriting(to, at, next - at);
+    at = next;
   }
   return 0;
 }
 
 }  // namespace
 
-int CopyFileData(int from, int to, off_t size) {
+int CopyFileData(int from, int to, off_t size, Watch* watch) {
   if (size == 0) return 0;
   if (ioctl(to, FICLONE, from) == 0) return 0;
   if (!IsNotForThisFile(errno)) return errno;
@@ -89,7 +103,7 @@ int CopyFileData(int from, int to, off_t size) {
       if (hole < 0) return errno;
     }
     at = std::min(hole, size);
-    if (const int error = CopyRange(from, to, data, at)) return error;
+    if (const int error = CopyRange(from, to, data, at, watch)) return error;
   }
   return 0;
 }

@@ -30,7 +30,7 @@ int Flag(int fd, bool frozen) {
 }
 
 // 0, or the first errno, refusals among them.
-int FreezeTree(int dirFd) {
+int FlagTree(int dirFd, bool frozen) {
   std::vector<std::string> names;
   if (const int error = ListDir(dirFd, names)) return error;
   for (const std::string& name : names) {
@@ -41,9 +41,9 @@ int FreezeTree(int dirFd) {
     const Fd fd(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!fd) return errno;
     if (isDir) {
-      if (const int error = FreezeTree(fd.Get())) return error;
+      if (const int error = FlagTree(fd.Get(), frozen)) return error;
     }
-    if (const int error = Flag(fd.Get(), true)) return error;
+    if (const int error = Flag(fd.Get(), frozen)) return error;
   }
   return 0;
 }
@@ -55,7 +55,11 @@ int Tolerate(int error) {
 }  // namespace
 
 int FreezeBelow(int dirFd) {
-  return Tolerate(FreezeTree(dirFd));
+  return Tolerate(FlagTree(dirFd, true));
+}
+
+int ThawBelow(int dirFd) {
+  return Tolerate(FlagTree(dirFd, false));
 }
 
 int SetFrozen(int fd, bool frozen) {

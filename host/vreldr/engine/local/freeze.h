@@ -14,6 +14,9 @@ namespace VrelDR::Local {
 // 0 or an errno.
 int FreezeBelow(int dirFd);
 
+// Clears the flag of every file and directory below the directory `dirFd`, as FreezeBelow sets it.
+int ThawBelow(int dirFd);
+
 // Sets or clears the flag of one open file or directory. 0, also where it is refused, or an errno.
 int SetFrozen(int fd, bool frozen);
 

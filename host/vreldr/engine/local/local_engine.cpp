@@ -9,16 +9,19 @@
 #include <filesystem>
 #include <vector>
 
+#include "../../fail_point.h"
 #include "../../kill_point.h"
 #include "area.h"
 #include "content.h"
 #include "directory.h"
 #include "file_data.h"
 #include "freeze.h"
+#include "settle.h"
 #include "subvolume.h"
 #include "tree_copy.h"
 #include "tree_remove.h"
 #include "vreldrcore/json.h"
+#include "watch.h"
 
 namespace VrelDR {
 
@@ -99,7 +102,8 @@ Status LocalEngine::PreparePlace(const Target& target) const {
 Status LocalEngine::CreateTarget(const Target& target, const TargetContent& content) const {
   Fd volume;
   Fd own;
-  Status status = Open(volume, own);
+  Status status = FailPoint(kFailCreate, target.GetId());
+  if (status.IsOk()) status = Open(volume, own);
   if (!status.IsOk()) return status;
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
   if (!tmp) return StatusOfErrno(errno, path_);
@@ -151,52 +155,48 @@ Status LocalEngine::FindTarget(const Target& target, bool& found) const {
 Status LocalEngine::RemoveTarget(const Target& target) const {
   Fd volume;
   Fd own;
-  Status status = Open(volume, own);
+  Status status = FailPoint(kFailRemove, target.GetId());
+  if (status.IsOk()) status = Open(volume, own);
   if (!status.IsOk()) return status;
   int error = RemoveArea(own.Get(), kSnapshots, target);
   KillPoint(kForgetSnapshotsGone);
   if (error == 0) error = RemoveTree(volume.Get(), target.GetId());
   if (error == 0 && fsync(volume.Get()) != 0) error = errno;
   if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
+  if (error == 0) error = RemoveArea(own.Get(), kIncoming, target);
   return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + target.GetId());
 }
 
-Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId) const {
+Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId,
+                                 Watcher* watcher) const {
   Fd volume;
   Fd own;
-  Status status = Open(volume, own);
+  Status status = FailPoint(kFailTake, target.GetId());
+  if (status.IsOk()) status = Open(volume, own);
   if (!status.IsOk()) return status;
   const Fd source = OpenDir(volume.Get(), target.GetId());
   if (!source) return StatusOfErrno(errno, path_ + "/" + target.GetId());
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
   if (!snapshots) return StatusOfErrno(errno, {});
   if (!IsSubvolume(source.Get())) {
-    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get());
+    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), watcher);
   }
   const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId, Access::kReadOnly);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
 Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId, int sourceFd,
-                                 int ownFd, int snapshotsFd) const {
+                                 int ownFd, int snapshotsFd, Watcher* watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
   if (!tmp || mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
   const Fd copy = OpenDir(tmp.Get(), snapId);
   if (!copy) return StatusOfErrno(errno, {});
-  TreeCopier copier(copy.Get(), Strictness::kAll);
+  Watch watch(watcher);
+  TreeCopier copier(copy.Get(), Strictness::kAll, &watch);
   Status status = copier.CopyContent(sourceFd, path_ + "/" + target.GetId());
   if (!status.IsOk()) return status;
   KillPoint(kTakeCopied);
-  if (syncfs(copy.Get()) != 0) return StatusOfErrno(errno, {});
-  KillPoint(kTakeSynced);
-  int error = FreezeBelow(copy.Get());
-  KillPoint(kTakeFrozen);
-  if (error == 0 && renameat(tmp.Get(), snapId.c_str(), snapshotsFd, snapId.c_str()) != 0) {
-    error = errno;
-  }
-  KillPoint(kTakeRenamed);
-  if (error == 0) error = SetFrozen(copy.Get(), true);
-  if (error == 0 && (fsync(snapshotsFd) != 0 || fsync(copy.Get()) != 0)) error = errno;
+  int error = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeSynced, kTakeFrozen, kTakeRenamed});
   if (error == 0) error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }

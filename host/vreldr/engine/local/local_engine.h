@@ -9,11 +9,17 @@
 
 namespace VrelDR {
 
+namespace Local {
+class Shipment;
+class Watch;
+}  // namespace Local
+
 // A volume that is a directory of this node:
 //
 //   <volume>/<target>/                               a target; a subvolume on btrfs
 //   <volume>/.vreldr/snapshots/<target>/<snapshot>/  its snapshots
 //   <volume>/.vreldr/tmp/<target>/                   copies that are being made
+//   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
 //
 // A LUN's bytes are the file "disk.img" in its directory. On btrfs a snapshot is a read-only
 // subvolume snapshot; elsewhere it is a copy, with the immutable flag where that can be set.
@@ -34,12 +40,18 @@ class LocalEngine : public StorageEngine {
   Status CreateTarget(const Target& target, const TargetContent& content) const override;
   Status FindTarget(const Target& target, bool& found) const override;
   Status RemoveTarget(const Target& target) const override;
-  Status TakeSnapshot(const Target& target, const std::string& snapId) const override;
+  Status TakeSnapshot(const Target& target, const std::string& snapId,
+                      Watcher* watcher) const override;
   Status ListSnapshots(const Target& target, std::set<std::string>& snapIds) const override;
   Status RemoveSnapshot(const Target& target, const std::string& snapId) const override;
   Status RestoreSnapshot(const Target& target, const std::string& snapId) const override;
   Status CloneSnapshot(const Target& target, const std::string& snapId,
                        const Target& clone) const override;
+  Status Ship(const Target& source, const std::string& snapId, const std::string& baseId,
+              const StorageEngine& to, const Target& replica, Watcher& watcher) const override;
+  Status DropShipments(const Target& replica, const std::string& keepSnapId) const override;
+  Status Demote(const Target& target) const override;
+  Status Promote(const Target& target, const std::string& snapId) const override;
   Status CleanUp(const Target& target) const override;
 
  private:
@@ -47,13 +59,26 @@ class LocalEngine : public StorageEngine {
   // Also opens the volume's ".vreldr".
   Status Open(Fd& volume, Fd& own) const;
   Status CopySnapshot(const Target& target, const std::string& snapId, int sourceFd, int ownFd,
-                      int snapshotsFd) const;
+                      int snapshotsFd, Watcher* watcher) const;
   // Moves a new target from its temporary directory into its place, durably.
   Status Publish(int volumeFd, int ownFd, int tmpFd, const Target& target) const;
+  // Opens a snapshot and the directory that has all of the target's.
+  Status OpenSnapshot(const Target& target, const std::string& snapId, int ownFd, Fd& snapshots,
+                      Fd& snapshot) const;
   // Makes the new entry `name` of `toFd` what a snapshot holds, open to changes. It is not known to
   // be on disk yet.
   Status CopyFromSnapshot(const Target& target, const std::string& snapId, int ownFd, int toFd,
                           const char* name) const;
+  struct Route;
+  Status OpenRoute(const Target& source, Route& route) const;
+  // Makes the directory of a snapshot in the incoming area hold all of it, going on from what is in
+  // it.
+  static Status Bring(const Route& route, Local::Shipment& shipment);
+  // Does that between volumes on btrfs, from the beginning.
+  static Status Send(const Route& route, Local::Shipment& shipment);
+  // Makes that directory, with the base's bytes when there is one; as a whole, so that nothing that
+  // the base has is sent again.
+  static Status PrepareIncoming(const Route& route, Local::Watch& watch);
   Status Missing(const std::string& path) const;
 
   std::string path_;

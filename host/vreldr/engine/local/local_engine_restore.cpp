@@ -9,9 +9,11 @@
 #include "../../kill_point.h"
 #include "area.h"
 #include "directory.h"
+#include "freeze.h"
 #include "local_engine.h"
 #include "subvolume.h"
 #include "tree_copy.h"
+#include "tree_remove.h"
 
 namespace VrelDR {
 
@@ -32,11 +34,22 @@ int Exchange(int oneDir, const char* one, int otherDir, const char* other) {
 
 }  // namespace
 
+Status LocalEngine::OpenSnapshot(const Target& target, const std::string& snapId, int ownFd,
+                                 Fd& snapshots, Fd& snapshot) const {
+  snapshots = OpenArea(ownFd, kSnapshots, target);
+  if (snapshots) snapshot = OpenDir(snapshots.Get(), snapId);
+  if (snapshot) return {};
+  const std::string path = GetSnapshotPath(target, snapId);
+  if (errno != ENOENT) return StatusOfErrno(errno, path);
+  return {kErrSnapshotMissing, Quoted(path) + " is missing; list the target's snapshots"};
+}
+
 Status LocalEngine::CopyFromSnapshot(const Target& target, const std::string& snapId, int ownFd,
                                      int toFd, const char* name) const {
-  const Fd snapshots = OpenArea(ownFd, kSnapshots, target);
-  const Fd snapshot = snapshots ? OpenDir(snapshots.Get(), snapId) : Fd();
-  if (!snapshot) return StatusOfErrno(errno, GetSnapshotPath(target, snapId));
+  Fd snapshots;
+  Fd snapshot;
+  Status status = OpenSnapshot(target, snapId, ownFd, snapshots, snapshot);
+  if (!status.IsOk()) return status;
   if (IsSubvolume(snapshot.Get())) {
     const int error = SnapshotSubvolume(snapshot.Get(), toFd, name, Access::kWritable);
     return error == 0 ? Status() : StatusOfErrno(error, path_);
@@ -55,13 +68,26 @@ Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& sna
   if (!status.IsOk()) return status;
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
   if (!tmp) return StatusOfErrno(errno, path_);
+  if (const int error = RemoveTree(tmp.Get(), kRestored)) return StatusOfErrno(error, path_);
   status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kRestored);
   if (!status.IsOk()) return status;
   KillPoint(kRestoreCopied);
-  if (syncfs(tmp.Get()) != 0) return StatusOfErrno(errno, path_);
+  const Fd restored = OpenDir(tmp.Get(), kRestored);
+  struct stat st;
+  if (!restored || fstat(restored.Get(), &st) != 0 || syncfs(tmp.Get()) != 0) {
+    return StatusOfErrno(errno, path_);
+  }
   KillPoint(kRestoreSynced);
-  const int error = Exchange(tmp.Get(), kRestored, volume.Get(), target.GetId().c_str());
+  // Neither a read-only subvolume nor a frozen directory can be moved.
+  const Fd old = OpenDir(volume.Get(), target.GetId());
+  int error = !old                     ? errno
+              : IsSubvolume(old.Get()) ? SetAccess(old.Get(), Access::kWritable)
+                                       : SetFrozen(old.Get(), false);
+  if (error == 0) error = Exchange(tmp.Get(), kRestored, volume.Get(), target.GetId().c_str());
   if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
+  // Some file systems take the move for a change of the directory.
+  const struct timespec times[] = {st.st_atim, st.st_mtim};
+  (void)futimens(restored.Get(), times);
   // The target is restored. Old bytes that cannot be removed now go with its next change.
   (void)RemoveArea(own.Get(), kTmp, target);
   KillPoint(kRestoreDone);

@@ -1,10 +1,15 @@
 #include "subvolume.h"
 
 #include <btrfsutil.h>
+#include <linux/btrfs.h>
 #include <linux/magic.h>
+#include <sys/ioctl.h>
 #include <sys/vfs.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <iterator>
 
 namespace VrelDR::Local {
 
@@ -51,6 +56,29 @@ int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Acces
   const int flags = access == Access::kReadOnly ? BTRFS_UTIL_CREATE_SNAPSHOT_READ_ONLY : 0;
   return Committed(parentFd, btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(), flags,
                                                             nullptr, nullptr));
+}
+
+int SetAccess(int dirFd, Access access) {
+  return Committed(dirFd,
+                   btrfs_util_set_subvolume_read_only_fd(dirFd, access == Access::kReadOnly));
+}
+
+bool IsReadOnly(int dirFd) {
+  bool readOnly = false;
+  return btrfs_util_get_subvolume_read_only_fd(dirFd, &readOnly) == BTRFS_UTIL_OK && readOnly;
+}
+
+int SetReceived(int dirFd, int sourceFd) {
+  struct btrfs_util_subvolume_info source;
+  if (const int error = ErrnoOf(btrfs_util_subvolume_info_fd(sourceFd, 0, &source))) return error;
+  // What was received is known by the name that its first original had, however often it was sent.
+  const bool wasReceived =
+      std::any_of(std::begin(source.received_uuid), std::end(source.received_uuid),
+                  [](int b) { return b != 0; });
+  struct btrfs_ioctl_received_subvol_args args = {};
+  std::memcpy(args.uuid, wasReceived ? source.received_uuid : source.uuid, sizeof args.uuid);
+  args.stransid = source.ctransid;
+  return ioctl(dirFd, BTRFS_IOC_SET_RECEIVED_SUBVOL, &args) == 0 ? 0 : errno;
 }
 
 int RemoveSubvolume(int parentFd, const std::string& name) {

@@ -14,6 +14,12 @@ enum class Access { kReadOnly, kWritable };
 // Makes `name` in `parentFd` a snapshot of the subvolume that `sourceFd` is: of one instant, there
 // as a whole or not at all.
 int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Access access);
+// Lets nobody change what is in the subvolume `dirFd`, root included; or lets them again.
+int SetAccess(int dirFd, Access access);
+bool IsReadOnly(int dirFd);
+// Lets "btrfs receive" take the writable subvolume `dirFd`, which holds the same as the read-only
+// one `sourceFd` of another volume, for one that was received from there.
+int SetReceived(int dirFd, int sourceFd);
 // Removes a subvolume, read-only or not, with those in it.
 int RemoveSubvolume(int parentFd, const std::string& name);
 

@@ -76,6 +76,7 @@ Status TreeCopier::Copy(const Entry& from, const Entry& to) {
   if (fstatat(from.dir_fd, from.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
     return errno == ENOENT ? Status() : Fail(errno);  // removed meanwhile
   }
+  if (watch_ != nullptr && !watch_->GoesOn()) return Fail(ECANCELED);
   if (S_ISSOCK(st.st_mode)) return {};
   if (S_ISDIR(st.st_mode)) return CopyDir(from, to);
 
@@ -126,7 +127,8 @@ Status TreeCopier::CopyFile(const Entry& from, const Entry& to) {
     const Fd toFd(openat(to.dir_fd, to.name.c_str(),
                          O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!toFd) return Fail(errno);
-    if (const int error = CopyFileData(fromFd.Get(), toFd.Get(), st.st_size)) return Fail(error);
+    if (const int error = CopyFileData(fromFd.Get(), toFd.Get(), st.st_size, watch_))
+      return Fail(error);
   }
   Status status = Finish({from.dir_fd, from.name, fromFd.Get()}, st, to);
   KillPoint(kCopyFile);

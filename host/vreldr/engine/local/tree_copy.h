@@ -3,12 +3,14 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include <cerrno>
 #include <map>
 #include <string>
 #include <utility>
 
 #include "../../status.h"
 #include "attributes.h"
+#include "watch.h"
 
 namespace VrelDR::Local {
 
@@ -22,7 +24,10 @@ namespace VrelDR::Local {
 // directories needs two descriptors, so a process that may have 1024 gets about 500 levels deep.
 class TreeCopier {
  public:
-  TreeCopier(int rootFd, Strictness strictness) : root_fd_(rootFd), strictness_(strictness) {}
+  // `watch`, which may be null, is asked between files and between pieces of large ones; told to
+  // stop, a copy ends with kErrStopped.
+  TreeCopier(int rootFd, Strictness strictness, Watch* watch = nullptr)
+      : root_fd_(rootFd), strictness_(strictness), watch_(watch) {}
 
   // Copies the entry `from`, whatever it is, to the new entry `toName` of the root. `path` names it
   // in messages.
@@ -38,10 +43,13 @@ class TreeCopier {
   Status CopyFile(const Entry& from, const Entry& to);
   Status CopyLink(const Entry& from, const Entry& to);
   Status Finish(const Entry& from, const struct stat& st, const Entry& to);
-  Status Fail(int error) const { return StatusOfErrno(error, from_path_); }
+  Status Fail(int error) const {
+    return error == ECANCELED ? Watch::Stopped() : StatusOfErrno(error, from_path_);
+  }
 
   int root_fd_;
   Strictness strictness_;
+  Watch* watch_;
   std::string from_path_;  // of the entry in hand, for messages
   std::string to_path_;    // of its copy, below the root
   // Where the first copy of each file of several names is, below the root.

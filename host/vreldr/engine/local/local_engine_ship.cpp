@@ -1,0 +1,230 @@
+// How a snapshot gets from one volume to another.
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ctime>
+#include <vector>
+
+#include "../../fail_point.h"
+#include "../../kill_point.h"
+#include "area.h"
+#include "directory.h"
+#include "freeze.h"
+#include "holes.h"
+#include "links.h"
+#include "local_engine.h"
+#include "rsync.h"
+#include "send_receive.h"
+#include "settle.h"
+#include "shipment.h"
+#include "subvolume.h"
+#include "tree_copy.h"
+#include "tree_remove.h"
+
+namespace VrelDR {
+
+using namespace Local;  // the parts of this engine
+
+namespace {
+
+constexpr SettleSteps kShipSteps{kShipSynced, kShipFrozen, kShipRenamed};
+
+bool IsThere(int dirFd, const std::string& name) {
+  struct stat st;
+  return fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
+// Takes the lock of the directory. Processes of a call that was killed hold it until they have
+// ended too, which is soon.
+Status LockIncoming(int dirFd, const std::string& path, Watcher& watcher) {
+  for (int tries = 0; flock(dirFd, LOCK_EX | LOCK_NB) != 0; ++tries) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return StatusOfErrno(errno, path);
+    if (!watcher.GoesOn()) return Watch::Stopped();
+    if (tries == 100) {
+      return {kErrBusy, "another process still writes to " + Quoted(path) +
+                            "; wait for its end and run it again"};
+    }
+    const struct timespec pause = {0, 100'000'000};
+    nanosleep(&pause, nullptr);
+  }
+  return {};
+}
+
+// Readies what is in the incoming directory for being changed in place until it is what `fromFd`
+// is. 0 or an errno.
+int MakeWhatIsThereFit(int incomingFd, int fromFd, Watch& watch) {
+  int error = SetFrozen(incomingFd, false);
+  if (error == 0) error = ThawBelow(incomingFd);
+  if (error == 0) error = SeparateLinks(incomingFd, fromFd, watch);
+  if (error == 0) error = LayOutHoles(fromFd, incomingFd, watch);
+  return error;
+}
+
+// What programs say of a full or read-only volume does not name it.
+Status AboutVolume(const std::string& path, Status status) {
+  const bool isOfVolume = status.code == kErrNoSpace || status.code == kErrReadOnly;
+  return isOfVolume ? InContext(Quoted(path), std::move(status)) : status;
+}
+
+}  // namespace
+
+// The directories between which a snapshot is shipped.
+struct LocalEngine::Route {
+  const LocalEngine& to;
+  const Target& replica;
+  const std::string& snap_id;
+  const std::string& base_id;
+  std::string from_path = {};       // the snapshot
+  std::string from_base_path = {};  // the base beside it; empty when there is none in both places
+  std::string incoming_dir_path = {};             // where the snapshot arrives,
+  std::string incoming_path = {};                 // under this name
+  Fd from = {};                                   // the snapshot
+  Fd to_own = {}, snapshots = {}, incoming = {};  // of the replica
+};
+
+Status LocalEngine::Ship(const Target& source, const std::string& snapId, const std::string& baseId,
+                         const StorageEngine& to, const Target& replica, Watcher& watcher) const {
+  const auto* there = dynamic_cast<const LocalEngine*>(&to);
+  if (there == nullptr) {
+    return {kErrUnsupported, "what is in a directory of this node cannot be shipped to " +
+                                 Quoted(to.GetWhere()) +
+                                 "; choose a volume that is a directory of this node"};
+  }
+  Status status = FailPoint(kFailShip, replica.GetId());
+  if (!status.IsOk()) return status;
+  Route route{*there, replica, snapId, baseId};
+  status = OpenRoute(source, route);
+  if (status.IsOk()) status = LockIncoming(route.incoming.Get(), there->path_, watcher);
+  if (!status.IsOk()) return status;
+  KillPoint(kShipBegun);
+
+  Shipment shipment(watcher, replica.GetId(), route.incoming.Get());
+  int error = 0;
+  if (IsThere(route.snapshots.Get(), snapId)) {
+    error = FinishSettling(route.snapshots.Get(), snapId);
+  } else {
+    {
+      const Flusher flusher(route.incoming.Get());
+      status = Bring(route, shipment);
+    }
+    if (!status.IsOk()) return status;
+    KillPoint(kShipSent);
+    error = Settle(route.incoming.Get(), snapId, route.snapshots.Get(), kShipSteps);
+  }
+  if (error == 0) error = RemoveArea(route.to_own.Get(), kIncoming, replica);
+  if (error != 0) return StatusOfErrno(error, there->path_);
+  KillPoint(kShipDone);
+  return {};
+}
+
+Status LocalEngine::OpenRoute(const Target& source, Route& route) const {
+  Fd volume, own, toVolume;
+  Status status = Open(volume, own);
+  if (status.IsOk()) status = route.to.Open(toVolume, route.to_own);
+  if (!status.IsOk()) return status;
+  const auto dirOf = [](const LocalEngine& engine, const char* area, const Target& target) {
+    return engine.path_ + "/" + kOwnDir + "/" + area + "/" + target.GetId();
+  };
+  const std::string fromDir = dirOf(*this, kSnapshots, source);
+  route.from_path = fromDir + "/" + route.snap_id;
+  route.incoming_dir_path = dirOf(route.to, kIncoming, route.replica);
+  route.incoming_path = route.incoming_dir_path + "/" + route.snap_id;
+
+  Fd from;
+  status = OpenSnapshot(source, route.snap_id, own.Get(), from, route.from);
+  if (!status.IsOk()) return status;
+  route.snapshots = OpenOrMakeArea(route.to_own.Get(), kSnapshots, route.replica);
+  if (route.snapshots) {
+    route.incoming = OpenOrMakeArea(route.to_own.Get(), kIncoming, route.replica);
+  }
+  if (!route.incoming) return StatusOfErrno(errno, route.to.path_);
+  if (!route.base_id.empty() && IsThere(from.Get(), route.base_id) &&
+      IsThere(route.snapshots.Get(), route.base_id)) {
+    route.from_base_path = fromDir + "/" + route.base_id;
+  }
+  return {};
+}
+
+Status LocalEngine::Bring(const Route& route, Shipment& shipment) {
+  const bool isSent = IsSubvolume(route.from.Get()) && IsBtrfs(route.incoming.Get());
+  if (isSent && !IsThere(route.incoming.Get(), route.snap_id)) return Send(route, shipment);
+  Status status = PrepareIncoming(route, shipment.GetWatch());
+  if (!status.IsOk()) return status;
+  const Fd incoming = OpenDir(route.incoming.Get(), route.snap_id);
+  if (!incoming) return StatusOfErrno(errno, route.incoming_path);
+  // All of it had been received before.
+  if (IsSubvolume(incoming.Get()) && IsReadOnly(incoming.Get())) return {};
+  int error = MakeWhatIsThereFit(incoming.Get(), route.from.Get(), shipment.GetWatch());
+  if (error == ECANCELED) return Watch::Stopped();
+  if (error != 0) return StatusOfErrno(error, route.incoming_path);
+  status = AboutVolume(route.to.path_, Rsync(route.from_path, route.incoming_path, shipment));
+  if (!status.IsOk() || !isSent) return status;
+  error = SetReceived(incoming.Get(), route.from.Get());
+  return error == 0 ? Status() : StatusOfErrno(error, route.incoming_path);
+}
+
+Status LocalEngine::Send(const Route& route, Shipment& shipment) {
+  bool givenUp = false;
+  Status status = SendReceive(route.from_path, route.from_base_path, route.incoming_dir_path,
+                              shipment, givenUp);
+  if (givenUp && status.code == kErrIo && !route.from_base_path.empty()) {
+    // Perhaps for the base's sake, such as one that was not received but made: all is sent then.
+    const int error = RemoveTree(route.incoming.Get(), route.snap_id);
+    if (error != 0) return StatusOfErrno(error, route.to.path_);
+    status = SendReceive(route.from_path, {}, route.incoming_dir_path, shipment, givenUp);
+  }
+  return AboutVolume(route.to.path_, std::move(status));
+}
+
+Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
+  if (IsThere(route.incoming.Get(), route.snap_id)) return {};
+  const Fd base =
+      route.from_base_path.empty() ? Fd() : OpenDir(route.snapshots.Get(), route.base_id);
+  const int incoming = route.incoming.Get();
+  if (IsBtrfs(incoming)) {
+    const int error =
+        base && IsSubvolume(base.Get())
+            ? SnapshotSubvolume(base.Get(), incoming, route.snap_id, Access::kWritable)
+            : MakeSubvolume(incoming, route.snap_id);
+    return error == 0 ? Status() : StatusOfErrno(error, route.to.path_);
+  }
+  if (!base) {
+    const bool made = mkdirat(incoming, route.snap_id.c_str(), 0700) == 0;
+    return made ? Status() : StatusOfErrno(errno, route.to.path_);
+  }
+  // Half a copy of the base would hide from the next call what the base has: it arrives as a whole.
+  const Fd tmp = OpenOrMakeArea(route.to_own.Get(), kTmp, route.replica);
+  if (!tmp) return StatusOfErrno(errno, route.to.path_);
+  int error = RemoveTree(tmp.Get(), route.snap_id);
+  if (error == 0 && mkdirat(tmp.Get(), route.snap_id.c_str(), 0700) != 0) error = errno;
+  const Fd copy = error == 0 ? OpenDir(tmp.Get(), route.snap_id) : Fd();
+  if (!copy) return StatusOfErrno(error != 0 ? error : errno, route.to.path_);
+  TreeCopier copier(copy.Get(), Strictness::kAll, &watch);
+  Status status =
+      copier.CopyContent(base.Get(), route.to.GetSnapshotPath(route.replica, route.base_id));
+  if (!status.IsOk()) return status;
+  if (renameat(tmp.Get(), route.snap_id.c_str(), incoming, route.snap_id.c_str()) != 0) {
+    error = errno;
+  }
+  if (error == 0) error = RemoveArea(route.to_own.Get(), kTmp, route.replica);
+  return error == 0 ? Status() : StatusOfErrno(error, route.to.path_);
+}
+
+Status LocalEngine::DropShipments(const Target& replica, const std::string& keepSnapId) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
+  if (!incoming) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
+  std::vector<std::string> names;
+  int error = ListDir(incoming.Get(), names);
+  for (const std::string& name : names) {
+    if (error == 0 && name != keepSnapId) error = RemoveTree(incoming.Get(), name);
+  }
+  return error == 0 ? Status() : StatusOfErrno(error, path_);
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,53 @@
+#include "shipment.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+
+#include "../../fail_point.h"
+#include "../../kill_point.h"
+
+namespace VrelDR::Local {
+
+Status Shipment::BeginData() {
+  if (has_data_) return {};
+  has_data_ = true;
+  KillPoint(kShipData);
+  return FailPoint(kFailShipMiddle, replica_id_);
+}
+
+Status Shipment::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
+  if (sent > 0) {
+    Status status = BeginData();
+    if (!status.IsOk()) return status;
+  }
+  return watch_.Tell(std::min(done, total), total, sent) ? Status() : Watch::Stopped();
+}
+
+Status Shipment::TellAll(std::uint64_t total, std::uint64_t sent) {
+  Status status = BeginData();
+  if (status.IsOk()) watch_.TellNow(total, total, sent);
+  return status;
+}
+
+Flusher::~Flusher() {
+  {
+    const std::lock_guard lock(mutex_);
+    ends_ = true;
+  }
+  ending_.notify_one();
+  thread_.join();
+}
+
+void Flusher::Run(int fd) {
+  std::unique_lock lock(mutex_);
+  while (!ending_.wait_for(lock, std::chrono::seconds(1), [this] { return ends_; })) {
+    lock.unlock();
+    // An error comes up again at the sync that ends the call.
+    (void)syncfs(fd);
+    lock.lock();
+  }
+}
+
+}  // namespace VrelDR::Local

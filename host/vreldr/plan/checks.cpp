@@ -1,0 +1,230 @@
+#include "checks.h"
+
+#include <algorithm>
+
+#include "plan_text.h"
+
+namespace VrelDR::Check {
+
+namespace {
+
+using Operation::Snapshot;
+
+Status Normal(const DRPlan& plan) {
+  if (plan.GetStatus() == kPlanNormal) return {};
+  return {kErrPlanState, "it is failed over: target " + Quoted(plan.GetWorkingTargetId()) + " (" +
+                             SideOf(plan, plan.GetWorkingTargetId()) +
+                             ") works and nothing is replicated; reprotect it first"};
+}
+
+Status FailedOver(const DRPlan& plan) {
+  if (plan.GetStatus() == kPlanFailover) return {};
+  return {kErrPlanState, "it is in normal state: target " + Quoted(plan.GetSourceTargetId()) +
+                             " (" + SideOf(plan, plan.GetSourceTargetId()) +
+                             ") works and is replicated to " + Quoted(plan.GetReplicaTargetId()) +
+                             "; this is for a plan that is failed over"};
+}
+
+// One of the plan's copies is there, and its volume can be written.
+Status Copy(HostPlan& plan, const std::string& targetId) {
+  HostTarget target(plan.GetHost());
+  Status status = target.OpenToRead(targetId);
+  if (status.IsOk()) {
+    status = InContext(target.Cannot("change"), target.GetEngine().CheckWritable());
+  }
+  return InContext(SideOf(plan.Get(), targetId), status);
+}
+
+Status BothCopies(HostPlan& plan) {
+  Status status = Copy(plan, plan.Get().GetSourceTargetId());
+  return status.IsOk() ? Copy(plan, plan.Get().GetReplicaTargetId()) : status;
+}
+
+// No other plan has made a replica of the target, or keeps it from working.
+Status Works(const Store& store, const DRPlan& plan, const std::string& targetId) {
+  std::vector<PlanRow> rows;
+  Status status = store.Plans().SelectPlans(targetId, rows);
+  for (const PlanRow& each : rows) {
+    if (!status.IsOk()) break;
+    if (each.state != RecordState::kWhole || each.plan.GetPlanId() == plan.GetPlanId() ||
+        each.plan.GetWorkingTargetId() == targetId) {
+      continue;
+    }
+    return {kErrPlanState, "target " + Quoted(targetId) + " does not work: by " +
+                               NameOf(each.plan) + " target " +
+                               Quoted(each.plan.GetWorkingTargetId()) +
+                               " works in its place; delete one of the two plans"};
+  }
+  return status;
+}
+
+// The parts of a target that has two plans cannot be exchanged by one of them.
+Status Alone(const Store& store, const DRPlan& plan, const std::string& targetId) {
+  std::vector<PlanRow> rows;
+  Status status = store.Plans().SelectPlans(targetId, rows);
+  for (const PlanRow& each : rows) {
+    if (!status.IsOk()) break;
+    if (each.state != RecordState::kWhole || each.plan.GetPlanId() == plan.GetPlanId()) continue;
+    return {kErrPlanState, "target " + Quoted(targetId) + " has another plan, " +
+                               Quoted(each.plan.GetPlanId()) + " with the DR copy " +
+                               Quoted(each.plan.GetDRTargetId()) +
+                               "; delete one of the two plans first"};
+  }
+  return status;
+}
+
+std::string Describe(HostPlan& plan, const std::string& targetId) {
+  HostTarget target(plan.GetHost());
+  std::vector<Snapshot> snapshots;
+  Status status = target.OpenToRead(targetId);
+  if (status.IsOk()) {
+    status = targetId == plan.Get().GetReplicaTargetId() ? plan.ListReplicaSnapshots(snapshots)
+                                                         : target.ListSnapshots(snapshots);
+  }
+  const std::string side = SideOf(plan.Get(), targetId);
+  if (!status.IsOk()) return side + " cannot be looked at (" + status.message + ")";
+  return side + ", target " + Quoted(targetId) + " on volume " + Quoted(target.GetRow().volume) +
+         ", has: " + ListText(snapshots);
+}
+
+Status HasSnapshot(HostPlan& plan, const std::string& snapId) {
+  std::vector<Snapshot> snapshots;
+  const DRPlan& record = plan.Get();
+  Status status = plan.ListReplicaSnapshots(snapshots);
+  if (!status.IsOk()) return status;
+  if (std::any_of(snapshots.begin(), snapshots.end(),
+                  [&](const Snapshot& each) { return each.snap_id == snapId; })) {
+    return {};
+  }
+  const std::string missing =
+      snapId.empty()
+          ? SideOf(record, record.GetReplicaTargetId()) + " has got no snapshot yet"
+          : SideOf(record, record.GetReplicaTargetId()) + " has no snapshot " + Quoted(snapId);
+  return {kErrSnapshotMissing,
+          missing + "; " + Describe(plan, record.GetReplicaTargetId()) + "; " +
+              Describe(plan, record.GetSourceTargetId()) +
+              (snapId.empty() ? "; sync it first" : "; name one that the replica has")};
+}
+
+// The last snapshot that arrived, also when it is not recorded yet; empty when none did.
+Status FindLast(HostPlan& plan, std::string& snapId) {
+  std::string held;
+  std::vector<Snapshot> snapshots;
+  Status status = plan.FindLastArrived(held);
+  if (status.IsOk()) status = plan.ListReplicaSnapshots(snapshots);
+  for (const Snapshot& each : snapshots) {
+    if (each.snap_id == held || each.snap_id == plan.GetRow().hand_snap_id) snapId = each.snap_id;
+  }
+  return status;
+}
+
+Status Replica(HostPlan& plan, const std::string& snapId) {
+  Status status = Copy(plan, plan.Get().GetReplicaTargetId());
+  return status.IsOk() ? HasSnapshot(plan, snapId) : status;
+}
+
+}  // namespace
+
+Status Sync(HostPlan& plan) {
+  Status status = Normal(plan.Get());
+  if (status.IsOk()) {
+    status = Works(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
+  }
+  return status.IsOk() ? BothCopies(plan) : status;
+}
+
+Status Switchover(HostPlan& plan) {
+  Status status = Sync(plan);
+  if (!status.IsOk()) return status;
+  return Alone(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
+}
+
+Status Failover(HostPlan& plan, const std::string& snapId) {
+  Status status = Normal(plan.Get());
+  if (status.IsOk()) status = Replica(plan, snapId);
+  if (status.IsOk()) status = Copy(plan, plan.Get().GetSourceTargetId());
+  if (!status.IsOk()) return status;
+  return Alone(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
+}
+
+Status FailoverToLast(HostPlan& plan) {
+  std::string snapId;
+  Status status = Normal(plan.Get());
+  if (status.IsOk()) status = Copy(plan, plan.Get().GetReplicaTargetId());
+  if (status.IsOk()) status = FindLast(plan, snapId);
+  return status.IsOk() ? Failover(plan, snapId) : status;
+}
+
+Status ForcedFailover(HostPlan& plan, const std::string& snapId) {
+  Status status = Normal(plan.Get());
+  return !status.IsOk() || GoesBack(plan) ? status : Replica(plan, snapId);
+}
+
+Status ForcedFailoverToLast(HostPlan& plan) {
+  std::string snapId;
+  Status status = Normal(plan.Get());
+  if (!status.IsOk() || GoesBack(plan)) return status;
+  status = Copy(plan, plan.Get().GetReplicaTargetId());
+  if (status.IsOk()) status = FindLast(plan, snapId);
+  return status.IsOk() ? ForcedFailover(plan, snapId) : status;
+}
+
+bool GoesBack(HostPlan& plan) {
+  return plan.GetRow().is_reprotected && Copy(plan, plan.Get().GetSourceTargetId()).IsOk();
+}
+
+Status Reprotect(HostPlan& plan, const std::string& siteId) {
+  const DRPlan& record = plan.Get();
+  if (siteId != record.GetMainSite() && siteId != record.GetDRSite()) {
+    return {kErrBadArgument, "node " + Quoted(siteId) + " is not one of its sites, " +
+                                 Quoted(record.GetMainSite()) + " and " +
+                                 Quoted(record.GetDRSite()) + "; name one of them"};
+  }
+  Status status = FailedOver(record);
+  return status.IsOk() ? BothCopies(plan) : status;
+}
+
+Status Revert(HostPlan& plan, DRPlanOPStatus undone) {
+  if (undone != kOpFailover) {
+    return {kErrBadArgument, "operation " + std::to_string(undone) +
+                                 " cannot be taken back by this; only a failover (" +
+                                 std::to_string(kOpFailover) + ") can"};
+  }
+  Status status = FailedOver(plan.Get());
+  return status.IsOk() ? BothCopies(plan) : status;
+}
+
+Status Delete(HostPlan& plan, bool withData) {
+  const DRPlan& record = plan.Get();
+  if (!withData) return {};
+  if (record.GetStatus() == kPlanFailover) {
+    return {kErrPlanState, "its data would go with it, and after the failover target " +
+                               Quoted(record.GetSourceTargetId()) + " (" +
+                               SideOf(record, record.GetSourceTargetId()) +
+                               ") may hold what target " + Quoted(record.GetReplicaTargetId()) +
+                               " has not; keep the data, or reprotect it first"};
+  }
+  Status status = Copy(plan, record.GetReplicaTargetId());
+  return status.IsOk() ? Alone(plan.GetStore(), record, record.GetReplicaTargetId()) : status;
+}
+
+Status Protectable(const Store& store, const std::string& targetId) {
+  std::vector<PlanRow> rows;
+  Status status = store.Plans().SelectPlans(targetId, rows);
+  for (const PlanRow& each : rows) {
+    if (!status.IsOk()) break;
+    if (each.state != RecordState::kWhole) continue;
+    if (each.plan.GetDRTargetId() == targetId) {
+      return {kErrPlanState, "it is the DR copy of " + NameOf(each.plan) +
+                                 "; protect a target that is not a copy, or delete that plan"};
+    }
+    if (each.plan.GetWorkingTargetId() != targetId) {
+      return {kErrPlanState, "it does not work: by plan " + Quoted(each.plan.GetPlanId()) +
+                                 " target " + Quoted(each.plan.GetWorkingTargetId()) +
+                                 " works in its place; switch back first, or delete that plan"};
+    }
+  }
+  return status;
+}
+
+}  // namespace VrelDR::Check

@@ -1,0 +1,139 @@
+#include "../boundary.h"
+#include "../target_creation.h"
+#include "checks.h"
+#include "vreldr/operation.h"
+#include "vreldrcore/uuid.h"
+
+namespace VrelDR::Operation {
+
+namespace {
+
+constexpr int kReplicaPort = 5566;
+
+std::string CannotProtect(const DRPlan& plan, const std::string& volume) {
+  return "cannot make a plan of target " + Quoted(plan.GetProtectedTargetId()) +
+         " with its DR copy on volume " + Quoted(volume);
+}
+
+// Makes the copy and the plan, under the name if it is free.
+Status MakeCopy(Host& host, DRPlan plan, const Target& copy, const std::string& volume) {
+  plan.SetPlanId(VrelDRCore::GenerateUUID());
+  plan.SetDRTargetId(copy.GetId());
+  plan.SetStatus(kPlanNormal);
+  plan.SetDirection(kMainToDR);
+  const auto makeBytes = [&copy](const StorageEngine& engine) {
+    Status status = engine.CreateTarget(copy, TargetContent());
+    if (!status.IsOk()) return status;
+    status = engine.Demote(copy);
+    if (!status.IsOk()) (void)engine.RemoveTarget(copy);
+    return status;
+  };
+  return CreateTarget(host, copy, volume, makeBytes, &plan);
+}
+
+Status CheckNameFree(const Host& host, const std::string& name) {
+  std::optional<TargetRow> taken;
+  Status status = host.store->GetTarget(name, taken);
+  if (!status.IsOk() || !taken) return status;
+  return {kErrExists, "target " + Quoted(name) + " exists already on volume " +
+                          Quoted(taken->volume) + "; choose another name for the DR copy"};
+}
+
+// Whether the plan can be made of the target, which was opened.
+Status CheckCreation(const Host& host, const HostTarget& target, const std::string& volume,
+                     const std::string& copyId) {
+  Status status = Check::Protectable(*host.store, target.GetTarget().GetId());
+  const StorageEngine* engine = nullptr;
+  if (status.IsOk()) status = host.FindEngine(volume, engine);
+  if (!status.IsOk()) return status;
+  if (volume == target.GetRow().volume) {
+    return {kErrBadArgument,
+            "the target is on that volume itself, and one loss would take both; name another one"};
+  }
+  if (!copyId.empty() && !IsAllowedId(copyId)) {
+    return {kErrBadArgument, "the DR copy cannot be called " + Quoted(copyId) +
+                                 "; choose a name of 1 to 200 bytes, none of them \"/\" or a "
+                                 "control character, that does not begin with \".\""};
+  }
+  status = engine->CheckWritable();
+  return status.IsOk() && !copyId.empty() ? CheckNameFree(host, copyId) : status;
+}
+
+Status MakeNamedCopy(Host& host, const DRPlan& plan, int type, const std::string& volume) {
+  constexpr int kMostNames = 1000;
+  const std::string name = plan.GetProtectedTargetId() + "-dr";
+  Status status;
+  for (int number = 1; number <= kMostNames; ++number) {
+    const std::string tried = number == 1 ? name : name + std::to_string(number);
+    if (!IsAllowedId(tried)) {
+      return {kErrBadArgument, "the DR copy cannot be called " + Quoted(tried) +
+                                   ", which is too long; choose its name"};
+    }
+    status = MakeCopy(host, plan, Target(tried, type), volume);
+    if (status.code != kErrExists) break;
+  }
+  return status;
+}
+
+Status CreateLocal(const DRPlan& plan, const std::string& volume, const std::string& copyId,
+                   bool checkOnly) {
+  Host host;
+  HostTarget target(host);  // its lock lets one creation after the other choose a name
+  const std::string& id = plan.GetProtectedTargetId();
+  Status status = checkOnly ? target.OpenToRead(id) : target.OpenToWrite(id);
+  if (status.IsOk()) status = CheckCreation(host, target, volume, copyId);
+  if (!status.IsOk() || checkOnly) return status;
+  const int type = target.GetTarget().GetType();
+  return copyId.empty() ? MakeNamedCopy(host, plan, type, volume)
+                        : MakeCopy(host, plan, Target(copyId, type), volume);
+}
+
+}  // namespace
+
+// Nothing is needed to reach another volume of the same node; what is filled in is what says that.
+void PlanCreateBase::GetLocalReplicaConns(const std::string& /*dstVol*/, PlanRemoteConn& srcConn,
+                                          PlanRemoteConn& dstConn) {
+  Json::Value json(Json::objectValue);
+  json["controller_id"] = 0;
+  json["cred_id"] = "";
+  json["replica_port"] = kReplicaPort;
+  json["replica_addr"] = "127.0.0.1";
+  (void)srcConn.FromJson(json);
+  (void)dstConn.FromJson(json);
+}
+
+PlanCreateBase::PlanCreateBase(const DRPlan& plan, const std::string& dstVol,
+                               const std::string& drTargetId, const AsyncSchedulePolicy& schedule)
+    : plan_(plan), dst_vol_(dstVol), dr_target_id_(drTargetId), schedule_(schedule) {}
+
+PlanLocalCreate::PlanLocalCreate(const DRPlan& plan, const std::string& dstVol,
+                                 const std::string& drTargetId, const PlanRemoteConn& srcConn,
+                                 const PlanRemoteConn& dstConn, const AsyncSchedulePolicy& schedule)
+    : PlanCreateBase(plan, dstVol, drTargetId, schedule), src_conn_(srcConn), dst_conn_(dstConn) {}
+
+bool PlanLocalCreate::Run(bool checkOnly) {
+  return RunAndRecord(*this, [&] {
+    return InContext(CannotProtect(plan_, dst_vol_),
+                     CreateLocal(plan_, dst_vol_, dr_target_id_, checkOnly));
+  });
+}
+
+PlanCreate::PlanCreate(const DRPlan& plan, const std::string& dstVol, const std::string& drTargetId,
+                       const std::vector<PlanRemoteConn>& srcConns,
+                       const std::vector<PlanRemoteConn>& dstConns,
+                       const AsyncSchedulePolicy& schedule, bool withSync)
+    : PlanCreateBase(plan, dstVol, drTargetId, schedule),
+      src_conns_(srcConns),
+      dst_conns_(dstConns),
+      with_sync_(withSync) {}
+
+bool PlanCreate::Run(bool /*checkOnly*/) {
+  return RunAndRecord(*this, [&]() -> Status {
+    return {kErrUnsupported, CannotProtect(plan_, dst_vol_) + " of node " +
+                                 Quoted(plan_.GetDRSite()) +
+                                 ": the volumes of this host do not span nodes; name this node, " +
+                                 Quoted(plan_.GetMainSite()) + ", and one of its volumes"};
+  });
+}
+
+}  // namespace VrelDR::Operation

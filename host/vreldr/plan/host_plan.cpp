@@ -1,0 +1,281 @@
+#include "host_plan.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <set>
+#include <thread>
+
+#include "../target_snapshot.h"
+#include "plan_text.h"
+#include "vreldr/utils.h"
+
+namespace VrelDR {
+
+namespace {
+
+using Operation::Snapshot;
+
+constexpr std::chrono::seconds kPatience(5);
+
+class Unwatched : public Watcher {
+ public:
+  void Tell(std::uint64_t /*done*/, std::uint64_t /*total*/, std::uint64_t /*sent*/) override {}
+  bool GoesOn() override { return true; }
+};
+
+// Whether the operation changes which copy can be written.
+bool ChangesRoles(DRPlanOPStatus op) {
+  return op == kOpSwitchover || op == kOpFailover || op == kOpPromote || op == kOpReprotect ||
+         op == kOpDelete;
+}
+
+}  // namespace
+
+Status HostPlan::Find(const std::string& planId) {
+  std::optional<PlanRow> found;
+  Status status = Records().GetPlan(planId, found);
+  if (!status.IsOk()) return status;
+  if (!found || found->state != RecordState::kWhole) {
+    return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};
+  }
+  row_ = std::move(*found);
+  return {};
+}
+
+Status HostPlan::OpenToRead(const std::string& planId) {
+  Status status = host_.Open();
+  return status.IsOk() ? Find(planId) : status;
+}
+
+Status HostPlan::Refresh() {
+  return Find(std::string(Get().GetPlanId()));
+}
+
+Status HostPlan::Busy() const {
+  JournalRow journal;
+  Status status = Records().GetJournal(Get().GetPlanId(), journal);
+  if (!status.IsOk()) return status;
+  if (journal.state != OPState::kRunning) {
+    return {kErrBusy, "another process has begun to work on it; run it again when that has ended"};
+  }
+  return {kErrBusy, Quoted(Utils::ToString(journal.op)) + " has been running on it since " +
+                        TimeText(journal.begin_time) + " (process " + std::to_string(journal.pid) +
+                        "); wait for its end, or stop it if it is a sync"};
+}
+
+Status HostPlan::CheckIdle() const {
+  return PlanLock::IsHeld(host_.config.state_dir, Get().GetPlanId()) ? Busy() : Status();
+}
+
+Status HostPlan::Claim() {
+  bool taken = false;
+  Status status = lock_.Acquire(host_.config.state_dir, Get().GetPlanId(), taken);
+  if (status.IsOk() && !taken) status = Busy();
+  // Somebody may have changed or removed it before the lock was ours.
+  return status.IsOk() ? Refresh() : status;
+}
+
+Status HostPlan::Settle() {
+  Status status = Records().GetJournal(Get().GetPlanId(), journal_);
+  if (status.IsOk() && journal_.state == OPState::kRunning) {
+    if (ChangesRoles(journal_.op)) status = SetRight();
+    if (status.IsOk()) {
+      journal_.state = OPState::kInterrupted;
+      journal_.message = Quoted(Utils::ToString(journal_.op)) + " ended before its end";
+      status = Records().WriteJournal(Get().GetPlanId(), journal_);
+    }
+    status = InContext("cannot take back the interrupted " + Quoted(Utils::ToString(journal_.op)),
+                       status);
+  }
+  // What cannot be looked at now is adopted by a later call.
+  if (status.IsOk()) (void)AdoptArrived();
+  return status;
+}
+
+Status HostPlan::Begin(DRPlanOPStatus op, const std::string& snapId) {
+  journal_ = {};
+  journal_.op = op;
+  journal_.state = OPState::kRunning;
+  journal_.begin_time = static_cast<std::uint32_t>(std::time(nullptr));
+  journal_.snap_id = snapId;
+  journal_.pid = getpid();
+  has_ended_ = false;
+  return Records().WriteJournal(Get().GetPlanId(), journal_);
+}
+
+Status HostPlan::End(Status status) {
+  if (has_ended_) return status;
+  if (!status.IsOk() && ChangesRoles(journal_.op)) {
+    const Status back = SetRight();
+    // The journal goes on to say that it runs, which nobody does: the next call settles it.
+    if (!back.IsOk()) {
+      status.message +=
+          "; taking it back failed, which the next operation on the plan tries again: " +
+          back.message;
+      return status;
+    }
+  }
+  const bool stopped = status.code == kErrStopped;
+  journal_.state = status.IsOk() ? OPState::kDone
+                   : stopped     ? OPState::kInterrupted
+                                 : OPState::kFailed;
+  if (status.IsOk()) journal_.progress = 100;
+  journal_.message = status.message;
+  const Status written = Records().WriteJournal(Get().GetPlanId(), journal_);
+  return status.IsOk() ? written : status;
+}
+
+Status HostPlan::Commit(const PlanRow& changed) {
+  Status status = Records().FinishChange(changed);
+  if (!status.IsOk()) return status;
+  row_ = changed;
+  has_ended_ = true;
+  return {};
+}
+
+Status HostPlan::Remove() {
+  Status status = Records().RemovePlan(Get().GetPlanId());
+  if (!status.IsOk()) return status;
+  has_ended_ = true;
+  PlanLock::Remove(host_.config.state_dir, Get().GetPlanId());
+  return {};
+}
+
+Status HostPlan::Report(const SyncRow& sync, int progress) {
+  journal_.progress = progress;
+  return Records().WriteSyncReport(Get().GetPlanId(), sync, progress);
+}
+
+bool HostPlan::IsStopAsked() const {
+  JournalRow journal;
+  return Records().GetJournal(Get().GetPlanId(), journal).IsOk() && journal.is_stop_asked;
+}
+
+Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) const {
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  for (;;) {
+    Status status = target.OpenToWrite(targetId);
+    if (status.code != kErrBusy || std::chrono::steady_clock::now() >= deadline) {
+      return InContext(SideOf(Get(), targetId), status);
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+Status HostPlan::FindLastArrived(std::string& snapId) {
+  snapId.clear();
+  std::vector<LockRow> locks;
+  std::vector<SnapshotRow> snapshots;
+  const std::string& replica = Get().GetReplicaTargetId();
+  Status status = Records().ListLocksOfPlan(Get().GetPlanId(), locks);
+  if (status.IsOk()) status = GetStore().ListSnapshots(replica, snapshots);
+  Snapshot newest;
+  for (const SnapshotRow& each : snapshots) {
+    const bool held = std::any_of(locks.begin(), locks.end(), [&](const LockRow& lock) {
+      return lock.target_id == replica && lock.snap_id == each.snapshot.snap_id;
+    });
+    if (held && (newest.snap_id.empty() || each.snapshot > newest)) newest = each.snapshot;
+  }
+  snapId = newest.snap_id;
+  return status;
+}
+
+Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {
+  HostTarget replica(host_);
+  Status status = replica.OpenToRead(Get().GetReplicaTargetId());
+  if (status.IsOk()) status = replica.ListSnapshots(snapshots);
+  Snapshot arrived;
+  if (status.IsOk() && FindArrived(arrived).IsOk() && !arrived.snap_id.empty()) {
+    snapshots.push_back(std::move(arrived));
+  }
+  return status;
+}
+
+Status HostPlan::MakeWritable(const std::string& targetId, const std::string& snapId) {
+  HostTarget target(host_);
+  Status status = OpenToWrite(targetId, target);
+  if (!status.IsOk()) return status;
+  return InContext(target.Cannot("make writable"),
+                   target.GetEngine().Promote(target.GetTarget(), snapId));
+}
+
+Status HostPlan::MakeUnwritable(const std::string& targetId) {
+  HostTarget target(host_);
+  Status status = OpenToWrite(targetId, target);
+  if (!status.IsOk()) return status;
+  return InContext(target.Cannot("make unwritable"), target.GetEngine().Demote(target.GetTarget()));
+}
+
+Status HostPlan::SetRight() {
+  const std::string working = Get().GetWorkingTargetId();
+  const std::string other =
+      working == Get().GetSourceTargetId() ? Get().GetReplicaTargetId() : Get().GetSourceTargetId();
+  Status status = MakeWritable(working, {});
+  const Status unwritable = MakeUnwritable(other);
+  if (status.IsOk()) status = unwritable;
+  if (!status.IsOk() || journal_.snap_id.empty()) return status;
+  HostTarget target(host_);
+  status = OpenToWrite(other, target);
+  if (status.IsOk()) status = DeleteSnapshotOf(target, journal_.snap_id);
+  return status.code == kErrSnapshotMissing ? Status() : status;
+}
+
+Status HostPlan::FindArrived(Snapshot& snapshot) {
+  if (row_.hand_snap_id.empty()) return {};
+  HostTarget replica(host_);
+  std::set<std::string> existing;
+  std::vector<SnapshotRow> recorded;
+  std::vector<SnapshotRow> sent;
+  Status status = replica.OpenToRead(Get().GetReplicaTargetId());
+  if (status.IsOk()) status = replica.GetEngine().ListSnapshots(replica.GetTarget(), existing);
+  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), recorded);
+  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
+  const auto isInHand = [this](const SnapshotRow& each) {
+    return each.snapshot.snap_id == row_.hand_snap_id;
+  };
+  if (!status.IsOk() || existing.count(row_.hand_snap_id) == 0 ||
+      std::any_of(recorded.begin(), recorded.end(), isInHand)) {
+    return status;
+  }
+  const auto found = std::find_if(sent.begin(), sent.end(), isInHand);
+  if (found != sent.end() && found->state == RecordState::kWhole) snapshot = found->snapshot;
+  return {};
+}
+
+Status HostPlan::AdoptArrived() {
+  Snapshot arrived;
+  Status status = FindArrived(arrived);
+  if (!status.IsOk() || arrived.snap_id.empty()) return status;
+  HostTarget source(host_);
+  HostTarget replica(host_);
+  bool newest = false;
+  status = OpenToWrite(Get().GetReplicaTargetId(), replica);
+  if (status.IsOk() && source.OpenToRead(Get().GetSourceTargetId()).IsOk()) {
+    // Finds all of it there, and does what a crash may have left to be done after that.
+    Unwatched unwatched;
+    status = source.GetEngine().Ship(source.GetTarget(), arrived.snap_id, {}, replica.GetEngine(),
+                                     replica.GetTarget(), unwatched);
+  }
+  if (status.IsOk()) status = IsNewest(*this, replica, arrived, newest);
+  if (status.IsOk()) status = GetStore().AddArrived(replica.GetRow(), arrived, Get(), newest);
+  return status.IsOk() ? Refresh() : status;
+}
+
+Status IsNewest(const HostPlan& plan, const HostTarget& replica, const Snapshot& snapshot,
+                bool& newest) {
+  std::vector<LockRow> locks;
+  std::vector<Snapshot> snapshots;
+  Status status = plan.Records().ListLocksOfPlan(plan.Get().GetPlanId(), locks);
+  if (status.IsOk()) status = replica.ListSnapshots(snapshots);
+  newest = std::none_of(snapshots.begin(), snapshots.end(), [&](const Snapshot& each) {
+    return each > snapshot && std::any_of(locks.begin(), locks.end(), [&](const LockRow& lock) {
+             return lock.target_id == replica.GetTarget().GetId() && lock.snap_id == each.snap_id;
+           });
+  });
+  return status;
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,220 @@
+#include "sync.h"
+
+#include <algorithm>
+#include <ctime>
+#include <set>
+
+#include "../kill_point.h"
+#include "../target_snapshot.h"
+
+namespace VrelDR {
+
+namespace {
+
+using Operation::Snapshot;
+
+// Every write of the report is a transaction on disk, and every look at the request to stop one
+// that reads.
+constexpr std::chrono::milliseconds kWriteEvery(250);
+constexpr std::chrono::milliseconds kLookEvery(50);
+
+std::uint32_t Now() {
+  return static_cast<std::uint32_t>(std::time(nullptr));
+}
+
+bool Has(const std::vector<Snapshot>& snapshots, const std::string& snapId) {
+  return std::any_of(snapshots.begin(), snapshots.end(),
+                     [&](const Snapshot& each) { return each.snap_id == snapId; });
+}
+
+// The newest snapshot that both have; empty when there is none.
+std::string NewestOfBoth(const std::vector<Snapshot>& sent, const std::vector<Snapshot>& arrived) {
+  for (auto each = sent.rbegin(); each != sent.rend(); ++each) {
+    if (Has(arrived, each->snap_id)) return each->snap_id;
+  }
+  return {};
+}
+
+}  // namespace
+
+PlanSyncer::PlanSyncer(HostPlan& plan, const DataSyncParam& param, int share)
+    : plan_(plan),
+      param_(param),
+      share_(share),
+      next_write_(Clock::now() + kWriteEvery),
+      next_look_(Clock::now() + kLookEvery) {
+  report_.record.begin_time = Now();
+}
+
+Status PlanSyncer::Run(std::string& snapId) {
+  Status status = SendAll(snapId);
+  SyncRecord& record = report_.record;
+  if (status.IsOk()) record.total_size_byte = record.sync_size_byte;
+  record.end_time = Now();
+  report_.state = status.IsOk()                ? OPState::kDone
+                  : status.code == kErrStopped ? OPState::kInterrupted
+                                               : OPState::kFailed;
+  const Status written = plan_.Report(report_, share_);
+  KillPoint(kSyncReported);
+  return status.IsOk() ? written : status;
+}
+
+Status PlanSyncer::SendAll(std::string& snapId) {
+  std::string left;
+  Status status = plan_.Report(report_, 0);
+  KillPoint(kSyncRecorded);
+  if (status.IsOk()) status = SendHand(left);
+  if (status.IsOk() && param_.with_pending) status = SendPending();
+  if (status.IsOk()) status = TakeNew(snapId);
+  KillPoint(kSyncTaken);
+  if (status.IsOk()) status = Send(snapId);
+  if (status.IsOk() && !left.empty()) DeleteOnBothSides(left);
+  return status;
+}
+
+Status PlanSyncer::SendHand(std::string& left) {
+  const PlanRow row = plan_.GetRow();
+  if (row.hand_snap_id.empty()) return {};
+  HostTarget source(plan_.GetHost());
+  Snapshot found;
+  Status status = source.OpenToRead(row.plan.GetSourceTargetId());
+  if (status.IsOk()) status = FindSnapshot(source, row.hand_snap_id, found);
+  if (status.IsOk()) {
+    std::vector<std::string> pending;
+    status = plan_.Records().ListPending(row.plan.GetPlanId(), pending);
+    if (status.IsOk()) status = Send(row.hand_snap_id);
+    const bool wanted = std::count(pending.begin(), pending.end(), row.hand_snap_id) != 0;
+    if (status.IsOk() && row.is_hand_own && !wanted) left = row.hand_snap_id;
+    return status;
+  }
+  // Not taken to its end, or gone: there is nothing to go on with.
+  return status.code == kErrSnapshotMissing ? plan_.Records().DropHand(row.plan, row.hand_snap_id)
+                                            : status;
+}
+
+Status PlanSyncer::SendPending() {
+  std::vector<std::string> listed;
+  Status status = plan_.Records().ListPending(plan_.Get().GetPlanId(), listed);
+  if (!status.IsOk() || listed.empty()) return status;
+  HostTarget source(plan_.GetHost());
+  HostTarget replica(plan_.GetHost());
+  std::vector<Snapshot> sent;
+  std::vector<Snapshot> arrived;
+  status = source.OpenToRead(plan_.Get().GetSourceTargetId());
+  if (status.IsOk()) status = source.ListSnapshots(sent);
+  if (status.IsOk()) status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
+  if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  for (const std::string& each : listed) {
+    if (!status.IsOk()) return status;
+    if (Has(sent, each) && !Has(arrived, each)) continue;
+    status = plan_.Records().RemovePending(plan_.Get().GetPlanId(), each);
+  }
+  const std::set<std::string> names(listed.begin(), listed.end());
+  for (const Snapshot& each : sent) {  // oldest first
+    if (!status.IsOk()) return status;
+    if (names.count(each.snap_id) == 0 || Has(arrived, each.snap_id)) continue;
+    bool found = false;
+    status = TakeInHand(each.snap_id, found);
+    if (status.IsOk() && found) status = Send(each.snap_id);
+  }
+  return status;
+}
+
+Status PlanSyncer::TakeInHand(const std::string& snapId, bool& found) {
+  HostTarget source(plan_.GetHost());
+  Snapshot snapshot;
+  Status status = plan_.OpenToWrite(plan_.Get().GetSourceTargetId(), source);
+  if (!status.IsOk()) return status;
+  status = FindSnapshot(source, snapId, snapshot);
+  found = status.IsOk();
+  if (status.code == kErrSnapshotMissing) {
+    return plan_.Records().RemovePending(plan_.Get().GetPlanId(), snapId);
+  }
+  return status.IsOk() ? plan_.Records().TakeInHand(plan_.Get(), snapId) : status;
+}
+
+Status PlanSyncer::TakeNew(std::string& snapId) {
+  HostTarget replica(plan_.GetHost());
+  HostTarget source(plan_.GetHost());
+  Status status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
+  if (status.IsOk()) status = plan_.OpenToWrite(plan_.Get().GetSourceTargetId(), source);
+  if (!status.IsOk()) return status;
+  SnapshotOrder order;
+  order.meta = param_.meta;
+  if (order.meta.taken_by.empty()) {
+    order.meta.taken_by = GetRetentionLocker(plan_.Get().GetPlanId());
+  }
+  order.after = replica.GetRow().last_snap_time;
+  order.plan = &plan_.Get();
+  order.watcher = this;
+  Snapshot taken;
+  status = TakeSnapshotOf(source, order, taken);
+  snapId = taken.snap_id;
+  return status;
+}
+
+Status PlanSyncer::Send(const std::string& snapId) {
+  HostTarget source(plan_.GetHost());
+  HostTarget replica(plan_.GetHost());
+  std::vector<Snapshot> sent;
+  std::vector<Snapshot> arrived;
+  Snapshot snapshot;
+  bool newest = false;
+  Status status = source.OpenToRead(plan_.Get().GetSourceTargetId());
+  if (status.IsOk()) status = FindSnapshot(source, snapId, snapshot);
+  if (status.IsOk()) status = source.ListSnapshots(sent);
+  if (status.IsOk()) status = plan_.OpenToWrite(plan_.Get().GetReplicaTargetId(), replica);
+  if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  if (status.IsOk()) status = IsNewest(plan_, replica, snapshot, newest);
+  if (!status.IsOk()) return status;
+  report_.snap_id = snapId;
+  before_ = report_.record;
+  const std::string base = param_.is_full ? std::string() : NewestOfBoth(sent, arrived);
+  const std::string cannot = source.Cannot("send a snapshot of") + " to target " +
+                             Quoted(replica.GetTarget().GetId()) + " on volume " +
+                             Quoted(replica.GetRow().volume);
+  status =
+      InContext(cannot, source.GetEngine().Ship(source.GetTarget(), snapId, base,
+                                                replica.GetEngine(), replica.GetTarget(), *this));
+  KillPoint(kSyncShipped);
+  if (status.IsOk()) {
+    status = plan_.GetStore().AddArrived(replica.GetRow(), snapshot, plan_.Get(), newest);
+  }
+  KillPoint(kSyncArrived);
+  return status;
+}
+
+void PlanSyncer::DeleteOnBothSides(const std::string& snapId) {
+  const DRPlan& plan = plan_.Get();
+  for (const std::string& targetId : {plan.GetSourceTargetId(), plan.GetReplicaTargetId()}) {
+    HostTarget target(plan_.GetHost());
+    std::vector<LockRow> locks;
+    const bool free = plan_.Records().ListLocksOfTarget(targetId, locks).IsOk() &&
+                      std::none_of(locks.begin(), locks.end(),
+                                   [&](const LockRow& each) { return each.snap_id == snapId; });
+    if (free && plan_.OpenToWrite(targetId, target).IsOk()) (void)DeleteSnapshotOf(target, snapId);
+  }
+}
+
+void PlanSyncer::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
+  SyncRecord& record = report_.record;
+  record.sync_size_byte = before_.sync_size_byte + done;
+  record.total_size_byte = before_.total_size_byte + total;
+  record.sent_size_byte = before_.sent_size_byte + sent;
+  if (Clock::now() < next_write_) return;
+  next_write_ = Clock::now() + kWriteEvery;
+  const auto share = static_cast<std::uint64_t>(share_);
+  const std::uint64_t all = std::max<std::uint64_t>(record.total_size_byte, 1);
+  const std::uint64_t percent = std::min(record.sync_size_byte, all) * share / all;
+  // A report that cannot be written is no reason to end.
+  (void)plan_.Report(report_, static_cast<int>(percent));
+}
+
+bool PlanSyncer::GoesOn() {
+  if (!goes_on_ || Clock::now() < next_look_) return goes_on_;
+  next_look_ = Clock::now() + kLookEvery;
+  goes_on_ = !plan_.IsStopAsked();
+  return goes_on_;
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "host_plan.h"
+
+namespace VrelDR {
+
+// One sync of a plan that is claimed: finishes the snapshot that an earlier one had in hand, sends
+// the pending ones if asked, and then a new one. Its report is written as it goes.
+class PlanSyncer : public Watcher {
+ public:
+  // `share` is the part of the operation's progress, in percent, that the sync is.
+  PlanSyncer(HostPlan& plan, const DataSyncParam& param, int share);
+
+  // Puts the identifier of the new snapshot, which both sides then have, into `snapId`. What has
+  // arrived stays after a failure.
+  Status Run(std::string& snapId);
+
+  void Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) override;
+  bool GoesOn() override;
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  Status SendAll(std::string& snapId);
+  // Finishes what is in hand; `left` is its name when a sync of the plan took it and nobody has
+  // asked for it since.
+  Status SendHand(std::string& left);
+  Status SendPending();
+  Status TakeNew(std::string& snapId);
+  // Holds a snapshot of the source against deletion; `found` is false when it is gone.
+  Status TakeInHand(const std::string& snapId, bool& found);
+  // Sends the snapshot in hand.
+  Status Send(const std::string& snapId);
+  // Removes a snapshot of the plan's own that a newer one has taken the place of.
+  void DeleteOnBothSides(const std::string& snapId);
+
+  HostPlan& plan_;
+  DataSyncParam param_;
+  int share_;
+  SyncRow report_;
+  SyncRecord before_;  // what the snapshots before the one in hand came to
+  Clock::time_point next_write_;
+  Clock::time_point next_look_;
+  bool goes_on_ = true;
+};
+
+// Syncs a plan, as Operation::PlanSync does.
+Status SyncPlan(const std::string& planId, const DataSyncParam& param, bool checkOnly);
+
+}  // namespace VrelDR

@@ -1,0 +1,216 @@
+#include "plan_store.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "rows.h"
+
+namespace VrelDR {
+
+namespace {
+
+using namespace Rows;  // short forms of commands on rows
+
+PlanRow ReadPlan(const SqliteValueList& values) {
+  PlanRow row;
+  DRPlan& plan = row.plan;
+  plan.SetPlanId(GetText(values, "id"));
+  plan.SetSolutionType(GetInt(values, "solution_type"));
+  plan.SetProtectedTargetType(GetInt(values, "target_type"));
+  plan.SetProtectedTargetId(GetText(values, "protected_target_id"));
+  plan.SetDRTargetId(GetText(values, "dr_target_id"));
+  plan.SetScheduleMode(GetInt(values, "schedule_mode"));
+  plan.SetMainSite(GetText(values, "main_site"));
+  plan.SetDRSite(GetText(values, "dr_site"));
+  plan.SetStatus(GetInt(values, "status"));
+  plan.SetDirection(static_cast<DRPlanDirection>(GetInt(values, "direction")));
+  row.state = static_cast<RecordState>(GetInt(values, "state"));
+  values.GetValue("is_reprotected", row.is_reprotected);
+  row.hand_snap_id = GetText(values, "hand_snap_id");
+  values.GetValue("is_hand_own", row.is_hand_own);
+  return row;
+}
+
+JournalRow ReadJournal(const SqliteValueList& values) {
+  JournalRow row;
+  row.op = static_cast<DRPlanOPStatus>(GetInt(values, "op"));
+  row.state = static_cast<OPState>(GetInt(values, "state"));
+  row.progress = GetInt(values, "progress");
+  values.GetValue("begin_time", row.begin_time);
+  row.message = GetText(values, "message");
+  row.snap_id = GetText(values, "snap_id");
+  values.GetValue("pid", row.pid);
+  values.GetValue("is_stop_asked", row.is_stop_asked);
+  return row;
+}
+
+SyncRow ReadSync(const SqliteValueList& values) {
+  SyncRow row;
+  row.state = static_cast<OPState>(GetInt(values, "state"));
+  row.snap_id = GetText(values, "snap_id");
+  row.record.sync_size_byte = GetSize(values, "done_bytes");
+  row.record.total_size_byte = GetSize(values, "total_bytes");
+  row.record.sent_size_byte = GetSize(values, "sent_bytes");
+  values.GetValue("begin_time", row.record.begin_time);
+  values.GetValue("end_time", row.record.end_time);
+  return row;
+}
+
+SqliteValueList ValuesOf(const std::string& planId, const JournalRow& row) {
+  SqliteValueList values;
+  values.AddValue("plan_id", planId);
+  values.AddValue("op", static_cast<int>(row.op));
+  values.AddValue("state", static_cast<int>(row.state));
+  values.AddValue("progress", row.progress);
+  values.AddValue("begin_time", static_cast<long>(row.begin_time));
+  values.AddValue("message", row.message);
+  values.AddValue("snap_id", row.snap_id);
+  values.AddValue("pid", row.pid);
+  values.AddValue("is_stop_asked", row.is_stop_asked);
+  return values;
+}
+
+SqliteValueList ValuesOf(const std::string& planId, const SyncRow& row) {
+  SqliteValueList values;
+  values.AddValue("plan_id", planId);
+  values.AddValue("state", static_cast<int>(row.state));
+  values.AddValue("snap_id", row.snap_id);
+  values.AddValue("done_bytes", static_cast<long>(row.record.sync_size_byte));
+  values.AddValue("total_bytes", static_cast<long>(row.record.total_size_byte));
+  values.AddValue("sent_bytes", static_cast<long>(row.record.sent_size_byte));
+  values.AddValue("begin_time", static_cast<long>(row.record.begin_time));
+  values.AddValue("end_time", static_cast<long>(row.record.end_time));
+  return values;
+}
+
+}  // namespace
+
+Status PlanStore::ListPlans(std::vector<PlanRow>& rows) const {
+  return db_.Result(SelectInto(db_, Select(kPlans, {}, "seq"), ReadPlan, rows));
+}
+
+Status PlanStore::SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows) const {
+  std::vector<std::pair<long, PlanRow>> found;
+  const auto add = [&found](const SqliteValueList& values) {
+    long seq = 0;
+    values.GetValue("seq", seq);
+    found.emplace_back(seq, ReadPlan(values));
+    return true;
+  };
+  for (const char* side : {"protected_target_id", "dr_target_id"}) {
+    if (!db_.Get().SelectEach(Select(kPlans, SqliteEqual(side, targetId), nullptr), add)) {
+      return db_.Result(false);
+    }
+  }
+  std::sort(found.begin(), found.end(),
+            [](const auto& a, const auto& b) { return a.first < b.first; });
+  for (auto& [seq, row] : found) rows.push_back(std::move(row));
+  return {};
+}
+
+Status PlanStore::GetPlan(const std::string& planId, std::optional<PlanRow>& row) const {
+  row.reset();
+  std::vector<PlanRow> rows;
+  Status status = db_.Result(
+      SelectInto(db_, Select(kPlans, SqliteEqual("id", planId), nullptr), ReadPlan, rows));
+  if (!rows.empty()) row = std::move(rows.front());
+  return status;
+}
+
+Status PlanStore::FinishChange(const PlanRow& row) const {
+  const std::string& planId = row.plan.GetPlanId();
+  UpdateCommand change = Update(kPlans, SqliteEqual("id", planId));
+  change.AddFieldValue("status", row.plan.GetStatus());
+  change.AddFieldValue("direction", static_cast<int>(row.plan.GetDirection()));
+  change.AddFieldValue("is_reprotected", row.is_reprotected);
+  UpdateCommand end = Update(kJournals, SqliteEqual("plan_id", planId));
+  end.AddFieldValue("state", static_cast<int>(OPState::kDone));
+  end.AddFieldValue("progress", 100);
+  end.AddFieldValue("snap_id", "");
+  return db_.Transact(
+      [&] { return db_.Get().UpdateRecord(change) && db_.Get().UpdateRecord(end); });
+}
+
+Status PlanStore::SetDeleting(const std::string& planId, const std::string& targetId,
+                              bool deleting) const {
+  const int state = static_cast<int>(deleting ? RecordState::kDeleting : RecordState::kWhole);
+  UpdateCommand plan = Update(kPlans, SqliteEqual("id", planId));
+  plan.AddFieldValue("state", state);
+  UpdateCommand target = Update("targets", SqliteEqual("id", targetId));
+  target.AddFieldValue("state", state);
+  return db_.Transact(
+      [&] { return db_.Get().UpdateRecord(plan) && db_.Get().UpdateRecord(target); });
+}
+
+Status PlanStore::RemovePlan(const std::string& planId) const {
+  return db_.Transact([&] { return RemoveWithin(planId); });
+}
+
+Status PlanStore::GetJournal(const std::string& planId, JournalRow& row) const {
+  row = {};
+  std::vector<JournalRow> rows;
+  Status status = db_.Result(SelectInto(
+      db_, Select(kJournals, SqliteEqual("plan_id", planId), nullptr), ReadJournal, rows));
+  if (!rows.empty()) row = std::move(rows.front());
+  return status;
+}
+
+Status PlanStore::WriteJournal(const std::string& planId, const JournalRow& row) const {
+  std::optional<SyncRow> sync;
+  Status status = GetSyncReport(planId, sync);
+  if (!status.IsOk()) return status;
+  const bool wasLeft = sync && sync->state == OPState::kRunning;
+  if (wasLeft) sync->state = OPState::kInterrupted;
+  return db_.Transact([&] {
+    return Replace(db_, kJournals, planId, ValuesOf(planId, row)) &&
+           (!wasLeft || Replace(db_, kSyncReports, planId, ValuesOf(planId, *sync)));
+  });
+}
+
+Status PlanStore::AskToStop(const std::string& planId) const {
+  UpdateCommand command = Update(kJournals, SqliteEqual("plan_id", planId));
+  command.AddFieldValue("is_stop_asked", true);
+  return db_.Result(db_.Get().UpdateRecord(command));
+}
+
+Status PlanStore::GetSyncReport(const std::string& planId, std::optional<SyncRow>& row) const {
+  row.reset();
+  std::vector<SyncRow> rows;
+  Status status = db_.Result(SelectInto(
+      db_, Select(kSyncReports, SqliteEqual("plan_id", planId), nullptr), ReadSync, rows));
+  if (!rows.empty()) row = std::move(rows.front());
+  return status;
+}
+
+Status PlanStore::WriteSyncReport(const std::string& planId, const SyncRow& row,
+                                  int progress) const {
+  UpdateCommand journal = Update(kJournals, SqliteEqual("plan_id", planId));
+  journal.AddFieldValue("progress", progress);
+  return db_.Transact([&] {
+    return Replace(db_, kSyncReports, planId, ValuesOf(planId, row)) &&
+           db_.Get().UpdateRecord(journal);
+  });
+}
+
+bool PlanStore::AddWithin(const DRPlan& plan) const {
+  SqliteValueList values;
+  values.AddValue("id", plan.GetPlanId());
+  values.AddValue("state", static_cast<int>(RecordState::kBuilding));
+  values.AddValue("solution_type", plan.GetSolutionType());
+  values.AddValue("target_type", plan.GetProtectedTargetType());
+  values.AddValue("protected_target_id", plan.GetProtectedTargetId());
+  values.AddValue("dr_target_id", plan.GetDRTargetId());
+  values.AddValue("schedule_mode", plan.GetScheduleMode());
+  values.AddValue("main_site", plan.GetMainSite());
+  values.AddValue("dr_site", plan.GetDRSite());
+  values.AddValue("status", plan.GetStatus());
+  values.AddValue("direction", static_cast<int>(plan.GetDirection()));
+  JournalRow creation;  // not seen before the plan is whole
+  creation.op = kOpCreate;
+  creation.progress = 100;
+  creation.begin_time = static_cast<std::uint32_t>(std::time(nullptr));
+  return Insert(db_, kPlans, values) &&
+         Insert(db_, kJournals, ValuesOf(plan.GetPlanId(), creation));
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,245 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <set>
+
+#include "engine_fixture.h"
+#include "fail_point.h"
+#include "kill_point.h"
+#include "tree.h"
+
+// Shipments that are killed at every step, fail, or find their volume full or gone.
+
+namespace host_test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::Not;
+using VrelDR::Status;
+
+constexpr std::size_t kMiB = 1 << 20;
+constexpr int kKilled = 128 + SIGKILL;
+
+class ShipFailureTest : public EngineTest {
+ protected:
+  bool IsReached(std::string_view step) {
+    if (step == VrelDR::kShipFrozen || step == VrelDR::kCopyFile) return B().type != "btrfs";
+    return true;
+  }
+
+  std::set<std::string> SnapshotsOfB() {
+    std::set<std::string> ids;
+    EXPECT_TRUE(B().engine->ListSnapshots(B().target, ids).IsOk());
+    return ids;
+  }
+
+  int ShipInChild(const std::string& variable, std::string_view step, const std::string& id,
+                  const std::string& base) {
+    return RunInChild({{variable, std::string(step)}}, [&] {
+      TestWatcher watcher;
+      return TryShip(A(), id, base, B(), watcher).code == 0 ? 0 : 1;
+    });
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, ShipFailureTest,
+                         testing::Values("tmpfs-tmpfs", "ext4-ext4", "xfs-xfs", "btrfs-btrfs",
+                                         "btrfs-ext4", "ext4-btrfs"),
+                         EngineTest::NameOf);
+
+class ShipWithRsyncTest : public ShipFailureTest {};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, ShipWithRsyncTest, testing::Values("tmpfs-tmpfs"),
+                         EngineTest::NameOf);
+
+// On volumes that can be filled and unmounted.
+class ShipToImageTest : public ShipFailureTest {};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, ShipToImageTest,
+                         testing::Values("ext4-ext4", "xfs-xfs", "btrfs-btrfs", "btrfs-ext4",
+                                         "ext4-btrfs"),
+                         EngineTest::NameOf);
+
+TEST_P(ShipFailureTest, AKilledShipmentIsThereAsAWholeOrNotAtAllAndGoesOn) {
+  MakeOddTree(A().TargetPath());
+  WriteFile(A().TargetPath() + "/big", RandomBytes(kMiB));
+  Take(A(), "base");
+  Ship(A(), "base", "", B());
+  int changes = 0;
+  for (const std::string_view step :
+       {VrelDR::kShipBegun, VrelDR::kCopyFile, VrelDR::kShipData, VrelDR::kShipSent,
+        VrelDR::kShipSynced, VrelDR::kShipFrozen, VrelDR::kShipRenamed, VrelDR::kShipDone}) {
+    for (const std::string base : {"", "base"}) {
+      if (!IsReached(step) || (step == VrelDR::kCopyFile && base.empty())) continue;
+      SCOPED_TRACE(std::string(step) + (base.empty() ? "" : " on a base"));
+      const std::string id = "s" + std::to_string(++changes);
+      WriteFile(A().TargetPath() + "/new", id);
+      Overwrite(A().TargetPath() + "/big", 10'000, RandomBytes(10'000));
+      Take(A(), id);
+      ASSERT_EQ(ShipInChild("VRELDR_KILL_POINT", step, id, base), kKilled);
+      if (SnapshotsOfB().count(id) != 0) {
+        EXPECT_TRUE(step == VrelDR::kShipRenamed || step == VrelDR::kShipDone);
+        ExpectSame(A(), B(), id);
+      }
+      Ship(A(), id, base, B());
+      ExpectSame(A(), B(), id);
+      ExpectNothingIncoming(B());
+      ASSERT_TRUE(A().engine->RemoveSnapshot(A().target, id).IsOk());
+      ASSERT_TRUE(B().engine->RemoveSnapshot(B().target, id).IsOk());
+    }
+  }
+  ExpectSame(A(), B(), "base");
+}
+
+TEST_P(ShipFailureTest, NoProcessOfAKilledShipmentWritesOn) {
+  WriteFile(A().TargetPath() + "/big", RandomBytes(8 * kMiB));
+  Take(A(), "s1");
+  if (!AreBothBtrfs()) SlowDown();
+  ASSERT_EQ(ShipInChild("VRELDR_KILL_POINT", VrelDR::kShipData, "s1", ""), kKilled);
+  FullSpeed();
+  // The next one waits for the lock that they hold.
+  Ship(A(), "s1", "", B());
+  ExpectSame(A(), B(), "s1");
+}
+
+TEST_P(ShipFailureTest, AFailureInTheMiddleLeavesWhatHasArrivedForTheNextCall) {
+  MakeOddTree(A().TargetPath());
+  std::string base;
+  for (const std::string id : {"s1", "s2"}) {
+    Take(A(), id);
+    setenv("VRELDR_FAIL_POINT", "ship.middle@other,ship.middle@replica", 1);
+    TestWatcher watcher;
+    ExpectStatus(TryShip(A(), id, base, B(), watcher), VrelDR::kErrIo,
+                 "failure at ship.middle of target \"replica\" asked for");
+    unsetenv("VRELDR_FAIL_POINT");
+    EXPECT_THAT(SnapshotsOfB(), Not(Contains(id)));
+    Ship(A(), id, base, B());
+    ExpectSame(A(), B(), id);
+    ExpectNothingIncoming(B());
+    if (base.empty()) ChangeOddTree(A().TargetPath());
+    base = id;
+  }
+}
+
+TEST_P(ShipFailureTest, EachCallFailsForTheTargetThatIsNamed) {
+  const auto expectFailure = [](std::string_view step, const std::string& id, const auto& call) {
+    const std::string point = std::string(step) + "@" + id;
+    setenv("VRELDR_FAIL_POINT", point.c_str(), 1);
+    ExpectStatus(call(), VrelDR::kErrIo, "failure at " + std::string(step));
+    setenv("VRELDR_FAIL_POINT", (std::string(step) + "@another").c_str(), 1);
+    const Status status = call();
+    EXPECT_TRUE(status.IsOk()) << status.message;
+    unsetenv("VRELDR_FAIL_POINT");
+  };
+  const auto& a = A();
+  const auto& b = B();
+  expectFailure(VrelDR::kFailTake, "source",
+                [&] { return a.engine->TakeSnapshot(a.target, "s1", nullptr); });
+  expectFailure(VrelDR::kFailShip, "replica", [&] {
+    TestWatcher watcher;
+    return TryShip(a, "s1", "", b, watcher);
+  });
+  expectFailure(VrelDR::kFailDemote, "replica", [&] { return b.engine->Demote(b.target); });
+  expectFailure(VrelDR::kFailPromote, "replica", [&] { return b.engine->Promote(b.target, "s1"); });
+  expectFailure(VrelDR::kFailRemove, "replica", [&] { return b.engine->RemoveTarget(b.target); });
+  expectFailure(VrelDR::kFailCreate, "replica",
+                [&] { return b.engine->CreateTarget(b.target, {}); });
+}
+
+TEST_P(ShipWithRsyncTest, AProgramThatComplainsAndIsStuckIsEnded) {
+  Take(A(), "s1");
+  UseProgram("rsync",
+             "echo 'rsync: [receiver] open \"x\" failed: Operation not permitted (1)' >&2\n"
+             "sleep 1000\n");
+  TestWatcher watcher;
+  ExpectStatus(TryShip(A(), "s1", "", B(), watcher), VrelDR::kErrIo,
+               "rsync failed: rsync: [receiver] open \"x\" failed");
+  FullSpeed();
+  Ship(A(), "s1", "", B());
+}
+
+TEST_P(ShipFailureTest, WhatIsMissingIsNamed) {
+  TestWatcher watcher;
+  ExpectStatus(TryShip(A(), "none", "", B(), watcher), VrelDR::kErrSnapshotMissing,
+               A().path + "/.vreldr/snapshots/source/none");
+  Take(A(), "s1");
+  B().image.reset();
+  fs::rename(B().path, B().path + " elsewhere");
+  ExpectStatus(TryShip(A(), "s1", "", B(), watcher), VrelDR::kErrVolumeMissing, B().path);
+}
+
+TEST_P(ShipToImageTest, AVolumeThatIsNotMountedIsMissing) {
+  Take(A(), "s1");
+  B().image.reset();
+  TestWatcher watcher;
+  ExpectStatus(TryShip(A(), "s1", "", B(), watcher), VrelDR::kErrVolumeMissing, "mount it");
+}
+
+TEST_P(ShipToImageTest, AFullVolumeIsSaidSoAndTheShipmentGoesOnOnceThereIsRoom) {
+  WriteFile(A().TargetPath() + "/small", "x");
+  Take(A(), "s1");
+  Ship(A(), "s1", "", B());
+  WriteFile(A().TargetPath() + "/big", RandomBytes(12 * kMiB));
+  Take(A(), "s2");
+  // All but a few megabytes.
+  const std::string filler = B().path + "/filler";
+  const fs::space_info room = fs::space(B().path);
+  const int fd = open(filler.c_str(), O_WRONLY | O_CREAT, 0600);
+  off_t size = static_cast<off_t>(room.available) - static_cast<off_t>(4 * kMiB);
+  while (size > 0 && posix_fallocate(fd, 0, size) != 0) size -= static_cast<off_t>(kMiB);
+  close(fd);
+  sync();
+  ASSERT_LT(fs::space(B().path).available, 11 * kMiB);
+  TestWatcher watcher;
+  ExpectStatus(TryShip(A(), "s2", "s1", B(), watcher), VrelDR::kErrNoSpace,
+               B().path + "\": no space left on device; free space and run it again");
+  EXPECT_THAT(SnapshotsOfB(), Not(Contains("s2")));
+  ExpectSame(A(), B(), "s1");
+  fs::remove(filler);
+  sync();
+  Ship(A(), "s2", "s1", B());
+  ExpectSame(A(), B(), "s2");
+  ExpectNothingIncoming(B());
+}
+
+TEST_P(ShipToImageTest, AProgramThatIsNotInstalledIsNamedWithItsPackage) {
+  Take(A(), "s1");
+  // Nobody can run what is no program; the mount is seen by this test program alone.
+  const char* program = AreBothBtrfs() ? "/usr/bin/btrfs" : "/usr/bin/rsync";
+  ASSERT_EQ(mount("/dev/null", program, nullptr, MS_BIND, nullptr), 0);
+  TestWatcher watcher;
+  ExpectStatus(
+      TryShip(A(), "s1", "", B(), watcher), VrelDR::kErrUnsupported,
+      AreBothBtrfs() ? "install the package \"btrfs-progs\"" : "install the package \"rsync\"");
+  ASSERT_EQ(umount2(program, MNT_DETACH), 0);
+  Ship(A(), "s1", "", B());
+}
+
+// On btrfs a snapshot takes no time.
+class StoppedSnapshotTest : public EngineTest {};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, StoppedSnapshotTest,
+                         testing::Values("tmpfs-tmpfs", "ext4-tmpfs", "xfs-tmpfs"),
+                         EngineTest::NameOf);
+
+TEST_P(StoppedSnapshotTest, ASnapshotThatIsBeingTakenCanBeStopped) {
+  WriteFile(A().TargetPath() + "/big", RandomBytes(kMiB));
+  TestWatcher watcher;
+  watcher.StopAfter(0);
+  ExpectStatus(A().engine->TakeSnapshot(A().target, "s1", &watcher), VrelDR::kErrStopped,
+               "stopped");
+  std::set<std::string> ids;
+  EXPECT_TRUE(A().engine->ListSnapshots(A().target, ids).IsOk());
+  EXPECT_THAT(ids, testing::IsEmpty());
+  EXPECT_TRUE(A().engine->CleanUp(A().target).IsOk());
+  ExpectNothingIncoming(A());
+  Take(A(), "s1");
+}
+
+}  // namespace
+}  // namespace host_test
