@@ -7,6 +7,7 @@
 
 #include "error_code.h"
 #include "log.h"
+#include "snapshot/gsnap_record.h"
 #include "vreldrgroup/snapshot/gsnap_delete.h"
 #include "vreldrgroup/snapshot/gsnap_utils.h"
 
@@ -33,25 +34,10 @@ GsnapshotCreate::GsnapshotCreate(const TargetGroup& group, const GsnapMeta& meta
 GsnapshotCreate::~GsnapshotCreate() = default;
 
 bool GsnapshotCreate::Run() {
-  SetErr(kErrNotCompleted);
-  const std::string groupId = group_.GetId();
-  if (groupId.empty()) {
-    LOG_LONG_ERR("Empty group id");
-    SetErr(kErrBadArgument);
+  std::vector<VrelDR::Target> targets;
+  if (!BeginGroupSnapshot({kUnit, "Run"}, *this, group_, meta_, dbDir_, gsnapshot_, targets)) {
     return false;
   }
-  const std::vector<VrelDR::Target> targets = group_.ListTargets();
-  if (targets.empty()) {
-    LOG_LONG_ERR("Empty targets of group [%s] to take snapshot", groupId.c_str());
-    SetErr(kErrBadArgument);
-    return false;
-  }
-  int err = kErrNone;
-  if (!Utils::InitDRGroupDB(dbDir_, groupId, err, true)) {
-    SetErr(err);
-    return false;
-  }
-  Utils::InitGroupSnapshot(gsnapshot_, groupId, meta_);
   if (!DoCreateSnapshot(targets)) {
     // Without the group's row, which is written last, this removes the rows written so far and
     // leaves the targets alone. Its outcome changes nothing of this one.
@@ -71,14 +57,7 @@ bool GsnapshotCreate::DoCreateSnapshot(const std::vector<VrelDR::Target>& target
       return false;
     }
   }
-  int err = kErrNone;
-  if (!Utils::SetGroupSnapRecord(gsnapshot_, dbDir_, err)) {
-    LOG_LONG_ERR("Failed to set snapshot record of group[%s]/gsnapId[%s]", group_.GetId().c_str(),
-                 gsnapshot_.gsnap_id.c_str());
-    SetErr(err);
-    return false;
-  }
-  return true;
+  return FinishGroupSnapshot({kUnit, __func__}, *this, group_, dbDir_, gsnapshot_);
 }
 
 bool GsnapshotCreate::TakeTargetSnapshot(const VrelDR::Target& target) {

@@ -86,23 +86,21 @@ bool GsnapshotDelete::DeleteGroupSnapRecord() const {
 }
 
 bool GsnapshotDelete::DeleteTargetSnapshotRecords() const {
-  if (gsnapId_.empty()) return true;
-  if (!DeleteRows(gsnapId_, TargetSnapListSqliteTable(), "gsnap_id", gsnapId_)) {
-    LOG_LONG_ERR("Failed to delete target snapshots with gsnapId [%s]", gsnapId_.c_str());
-    SetErr(kErrDatabase);
-    return false;
-  }
-  return true;
+  return DeleteParts(TargetSnapListSqliteTable(), __func__);
 }
 
 bool GsnapshotDelete::DeleteTargetReplicaRecords() const {
-  if (gsnapId_.empty()) return true;
-  if (!DeleteRows(gsnapId_, TargetReplicaListSqliteTable(), "gsnap_id", gsnapId_)) {
-    LOG_LONG_ERR("Failed to delete target snapshots with gsnapId [%s]", gsnapId_.c_str());
-    SetErr(kErrDatabase);
-    return false;
-  }
-  return true;
+  return DeleteParts(TargetReplicaListSqliteTable(), __func__);
+}
+
+// The log line speaks of target snapshots for both tables.
+bool GsnapshotDelete::DeleteParts(const VrelDRCore::SqliteTableHandler& table,
+                                  const char* function) const {
+  if (gsnapId_.empty() || DeleteRows(gsnapId_, table, "gsnap_id", gsnapId_)) return true;
+  VRELDRGROUP_LOG_AS(LOG_ERR, "ERR", function,
+                     "Failed to delete target snapshots with gsnapId [%s]", gsnapId_.c_str());
+  SetErr(kErrDatabase);
+  return false;
 }
 
 }  // namespace VrelDRGroup::Operation

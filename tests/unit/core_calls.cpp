@@ -1,14 +1,14 @@
 #include "core_calls.h"
 
-#include <dlfcn.h>
 #include <vrelcore/vlibc.h>
 #include <vreldrcore/file.h>
 #include <vreldrcore/sqlite_db.h>
 
 #include <cstdarg>
 #include <cstdio>
-#include <cstdlib>
 #include <mutex>
+
+#include "real_call.h"
 
 namespace unit {
 namespace {
@@ -36,17 +36,6 @@ void WriteDown(const std::string& name, const std::string& first, const Text&...
   ((call += ", " + more), ...);
   const std::lock_guard lock(TheSink().mutex);
   if (TheSink().open) TheSink().calls.push_back(call + ")");
-}
-
-// The function that this program's own one of the same name stands before.
-template <class Function>
-Function* Real(const char* symbol) {
-  void* const address = dlsym(RTLD_NEXT, symbol);
-  if (address == nullptr) {
-    std::fprintf(stderr, "no library has %s: the test program must be adapted\n", symbol);
-    std::abort();
-  }
-  return reinterpret_cast<Function*>(address);
 }
 
 }  // namespace

@@ -69,6 +69,7 @@ TEST(SlotOrder, OfErrorRecorders) {
 
 TEST(SlotOrder, OfOperations) {
   EXPECT_EQ(Slot(&Operation::GsnapshotCreate::Run), 4U);
+  EXPECT_EQ(Slot(&Operation::GsnapshotSync::Run), 4U);
   EXPECT_EQ(Slot(&Operation::GsnapshotDelete::Run), 4U);
   EXPECT_EQ(Slot(&Operation::GsnapshotRestore::Run), 4U);
   EXPECT_EQ(Slot(&Operation::GsnapshotClone::Run), 4U);
@@ -99,6 +100,16 @@ TEST(SlotOrder, KeepsTheRowMappingOfAGroupSnapshotInItsInfo) {
   for (std::size_t slot = 3; slot < 7; ++slot) {
     EXPECT_NE(Entry(gsnap, slot), Entry(info, slot)) << slot;
   }
+}
+
+TEST(SlotOrder, GivesASynchronisationTheMembersOfACreation) {
+  EXPECT_EQ(sizeof(Operation::GsnapshotSync), sizeof(Operation::GsnapshotCreate));
+}
+
+TEST(SlotOrder, HasTheOperationsOfHostErrorRecordersFirst) {
+  EXPECT_EQ(Slot(&VrelDR::DROperation::GetErr), 0U);
+  EXPECT_EQ(Slot(&VrelDR::DROperation::GetErrCodeStr), 1U);
+  EXPECT_EQ(Slot(&VrelDR::DROperation::Run), 4U);
 }
 
 TEST(SlotOrder, AddsNoMembersToDatabases) {

@@ -93,8 +93,8 @@ class VRELDRGROUP_API GsnapshotInfo : public Gsnapshot {
 // "unknown", "ready", "bad"; "unknown [N]" for another number N.
 VRELDRGROUP_API std::string ToString(GsnapStatus status);
 
-// The display name of a time, such as GMT-1970.01.01-00.00.00; empty for a time whose year does not
-// fit the calendar.
+// The display name of a time, such as GMT-1970.01.01-00.00.00; empty for a time that
+// the C library cannot turn into a date.
 VRELDRGROUP_API std::string TimestampToGMTStr(long time);
 
 // The two parts of a group snapshot identifier; empty and 0 when it is not one.

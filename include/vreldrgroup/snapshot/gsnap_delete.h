@@ -1,6 +1,7 @@
 #pragma once
 
 #include <vreldrcore/err_recorder.h>
+#include <vreldrcore/sqlite_command.h>
 
 #include <string>
 
@@ -31,6 +32,9 @@ class VRELDRGROUP_API GsnapshotDelete : public VrelDRCore::ErrRecorder {
   bool DeleteTargetReplicaRecords() const;
 
  private:
+  // Removes the group snapshot's rows of a table of its parts; `function` is who does so.
+  bool DeleteParts(const VrelDRCore::SqliteTableHandler& table, const char* function) const;
+
   std::string gsnapId_;
   GsnapshotInfo info_;
 };

@@ -27,4 +27,9 @@ void Record(const std::string& call) {
   if (script.on_call) script.on_call(call);
 }
 
+const Failure* Fails(const std::string& call) {
+  const auto found = Current().failures.find(call);
+  return found == Current().failures.end() ? nullptr : &found->second;
+}
+
 }  // namespace scripted_host

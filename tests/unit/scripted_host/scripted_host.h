@@ -2,6 +2,8 @@
 
 #include <json/value.h>
 #include <vrelcore/export.h>
+#include <vreldr/plan.h>
+#include <vreldr/report.h>
 #include <vreldr/snapshot.h>
 #include <vreldr/target.h>
 
@@ -12,6 +14,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 // A stand-in for the host's replication and node libraries, under their names. It answers what the
@@ -55,6 +58,17 @@ struct Script {
   std::map<int, std::string> code_texts;        // what GetErrCodeStr says of a code
   std::set<int> without_manager;                // kinds of target that get a null manager
   std::string node_id;
+
+  // The plans that a target's selection finds.
+  std::map<std::string, std::vector<VrelDR::DRPlan>> plans;
+  std::map<std::string, VrelDR::DRSiteStatus> site_status;  // by plan
+  // What plans tell, by plan and kind. What is not here cannot be read.
+  std::map<std::pair<std::string, VrelDR::DRReportType>, Json::Value> reports;
+  // What the connections of a plan between two volumes are.
+  VrelDR::PlanRemoteConn local_src_conn;
+  VrelDR::PlanRemoteConn local_dst_conn;
+  // Calls about plans that fail, each as it is written down, such as "PlanSync(p1).Run(false)".
+  std::map<std::string, Failure> failures;
 
   // Every call in order, as "Call(target, arguments)"; texts stand without quotes.
   std::vector<std::string> calls;
