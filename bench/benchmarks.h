@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 #include "workplace.h"
@@ -14,6 +15,11 @@ void RegisterCreate(Workplace& place);
 void RegisterRepair(Workplace& place);
 void RegisterRename(Workplace& place);
 void RegisterScript(Workplace& place);
+
+// The same of the stand-alone host's and the tool's works; their volumes and groups are made in
+// `dir`.
+void RegisterShip(const std::filesystem::path& dir);
+void RegisterPlans(const std::filesystem::path& dir);
 
 // When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or
 // "raw:GROUP" as its only argument: what is after the prefix goes in here. Prints the KiB that one

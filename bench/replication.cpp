@@ -1,0 +1,49 @@
+// Measures replication on the stand-alone host: sending beside the programs that do it by hand, and
+// the tool's precheck and status beside reading the same records with SQLite alone.
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "bench_main.h"
+#include "benchmarks.h"
+#include "loop_volume.h"
+
+namespace {
+
+constexpr char kUsage[] =
+    R"(Usage: ./run bench replication [--dir=DIR] [--benchmark_filter=REGEX] [...]
+
+  --dir=DIR  where the volumes are made; not under /var. The directory of this program unless given.
+             Needs 12 GB, and root to mount loop images; nothing stays there.
+
+The other options are those of Google Benchmark. Exits with 0 unless a benchmark could not run.
+
+How it is counted: both sides run in turn, once per round; the ratio is the median of the rounds'
+ratios. Sending is a sync of a plan, beside a snapshot by hand (btrfs subvolume snapshot; cp) that
+is sent by hand (btrfs send | btrfs receive; rsync with the same options) and brought to disk, of
+an image of the same size and changes on the same volumes. The precheck and the status are the
+tool's, of a group on two directories; the raw side reads every record of the same targets and
+plans over one connection and looks whether their bytes are there.
+)";
+
+int Run(const std::filesystem::path& dir) {
+  bench::EnterPrivateHost();
+  const std::filesystem::path place = dir / ("replication-" + std::to_string(getpid()));
+  std::filesystem::create_directories(place);
+  bench::RegisterPlans(place / "plans");
+  bench::RegisterShip(place / "ship");
+  const int status = bench::RunRegistered();
+  // Copied snapshots are immutable where the system allows it.
+  bench::Shell("chattr -f -R -i '" + place.string() + "' || :; rm -rf '" + place.string() + "'");
+  return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  return bench::RunMain(
+      argc, argv, [] { std::fputs(kUsage, stdout); }, Run);
+}

@@ -1,0 +1,232 @@
+#include <fcntl.h>
+#include <unistd.h>
+#include <vreldr/operation.h>
+#include <vreldr/plan.h>
+#include <vreldr/target_manager.h>
+#include <vreldr/target_operation.h>
+
+#include <algorithm>
+#include <memory>
+#include <random>
+#include <stdexcept>
+#include <vector>
+
+#include "benchmarks.h"
+#include "loop_volume.h"
+#include "measure.h"
+
+namespace bench {
+
+namespace {
+
+constexpr std::uint64_t kMiB = 1024 * 1024;
+constexpr std::uint64_t kImageSize = 1024 * kMiB;
+constexpr std::uint64_t kVolumeSize = 12 * 1024 * kMiB;
+constexpr std::size_t kBlock = 4096;
+constexpr char kTarget[] = "disk";
+
+// A disk image with random bytes, and a hundredth of its blocks written anew again and again.
+class Image {
+ public:
+  explicit Image(const std::string& path)
+      : fd_(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {
+    std::vector<std::uint64_t> words(kMiB / sizeof(std::uint64_t));
+    for (std::uint64_t at = 0; at < kImageSize; at += kMiB) Write(words, at);
+  }
+  ~Image() { close(fd_); }
+  Image(const Image&) = delete;
+  Image& operator=(const Image&) = delete;
+
+  void Change() {
+    std::vector<std::uint64_t> words(kBlock / sizeof(std::uint64_t));
+    for (std::uint64_t i = 0; i < kImageSize / kBlock / 100; ++i) {
+      Write(words, random_() % (kImageSize / kBlock) * kBlock);
+    }
+    if (syncfs(fd_) != 0) throw std::runtime_error("cannot sync an image");
+  }
+
+ private:
+  void Write(std::vector<std::uint64_t>& words, std::uint64_t at) {
+    std::generate(words.begin(), words.end(), [this] { return random_(); });
+    const std::size_t size = words.size() * sizeof(std::uint64_t);
+    if (pwrite(fd_, words.data(), size, static_cast<off_t>(at)) != static_cast<ssize_t>(size)) {
+      throw std::runtime_error("cannot write an image");
+    }
+  }
+
+  int fd_;
+  std::mt19937_64 random_{1};  // the same bytes on both sides, every time
+};
+
+void Require(bool worked, const VrelDRCore::ErrRecorder& recorder) {
+  if (!worked) throw std::runtime_error(recorder.GetErrMsg().toStyledString());
+}
+
+// One side of the measurement: a snapshot of what has changed, on both volumes.
+class Side {
+ public:
+  virtual ~Side() = default;
+  virtual bool Run() = 0;
+  // Removes the snapshots before the last.
+  virtual void RemoveOld() = 0;
+};
+
+class Ours : public Side {
+ public:
+  explicit Ours(std::string& imagePath) {
+    const VrelDR::TargetManager targets;
+    Require(targets.Create({VrelDR::Target(kTarget, VrelDR::kTargetLun), "a", kImageSize, {}}),
+            targets);
+    VrelDR::TargetEntry entry;
+    Require(targets.Get(kTarget, entry), targets);
+    imagePath = entry.path;
+    VrelDR::DRPlan plan;
+    plan.SetSolutionType(VrelDR::kSolutionGroup);
+    plan.SetProtectedTargetType(VrelDR::kTargetLun);
+    plan.SetScheduleMode(VrelDR::kScheduleAsyncGroup);
+    plan.SetStatus(VrelDR::kPlanNormal);
+    plan.SetProtectedTargetId(kTarget);
+    VrelDR::Operation::PlanLocalCreate create(plan, "b", "", {}, {}, {});
+    Require(create.Run(false), create);
+    std::vector<VrelDR::DRPlan> plans;
+    if (VrelDR::PlanAPI::ListPlans(plans) != 0) throw std::runtime_error("no plan was made");
+    plan_ = plans.front();
+  }
+
+  bool Run() override {
+    return VrelDR::Operation::PlanSync(plan_.GetPlanId(), VrelDR::DataSyncParam()).Run(false);
+  }
+
+  void RemoveOld() override {
+    for (const std::string& target : {plan_.GetProtectedTargetId(), plan_.GetDRTargetId()}) {
+      const VrelDR::TargetOperation operation(VrelDR::kTargetLun, target);
+      std::vector<VrelDR::Operation::Snapshot> snapshots = operation.ListSnapshots();
+      if (!snapshots.empty()) snapshots.pop_back();
+      for (const auto& each : snapshots) Require(operation.DeleteSnapshot(each.snap_id), operation);
+    }
+  }
+
+ private:
+  VrelDR::DRPlan plan_;
+};
+
+// The same by hand.
+class ByHand : public Side {
+ public:
+  ByHand(const std::string& type, const std::string& a, const std::string& b,
+         std::string& imagePath)
+      : type_(type), a_(a + "/by-hand"), b_(b + "/by-hand") {
+    Shell(IsBtrfs() ? "mkdir " + a_ + " " + b_ + " && btrfs -q subvolume create " + a_ + "/now"
+                    : "mkdir -p " + a_ + "/now " + b_);
+    imagePath = a_ + "/now/disk.img";
+  }
+
+  bool Run() override {
+    ++last_;
+    const std::string from = a_ + "/" + std::to_string(last_);
+    const std::string before = std::to_string(last_ - 1);
+    if (IsBtrfs()) {
+      const std::string parent = last_ > 1 ? " -p " + a_ + "/" + before : "";
+      Shell("btrfs -q subvolume snapshot -r " + a_ + "/now " + from + " && btrfs -q send" + parent +
+            " " + from + " | btrfs -q receive " + b_ + " && sync -f " + b_);
+    } else {
+      const std::string to = b_ + "/" + std::to_string(last_);
+      std::string basis;
+      if (last_ > 1 && type_ == "xfs") {
+        Shell("cp -a --reflink=always " + b_ + "/" + before + " " + to);
+      } else if (last_ > 1) {
+        basis = " --copy-dest=../" + before;
+      }
+      Shell("cp -a --reflink=auto --sparse=always " + a_ + "/now " + from + " && sync -f " + a_ +
+            " && rsync -aHAXS --numeric-ids --ignore-times --inplace --no-whole-file" + basis +
+            " " + from + "/ " + to + "/ && sync -f " + b_);
+    }
+    return true;
+  }
+
+  void RemoveOld() override {
+    if (last_ < 2) return;
+    const std::string before = std::to_string(last_ - 1);
+    Shell((IsBtrfs() ? "btrfs -q subvolume delete " : "rm -rf ") + a_ + "/" + before + " " + b_ +
+          "/" + before);
+  }
+
+ private:
+  bool IsBtrfs() const { return type_ == "btrfs"; }
+
+  std::string type_;
+  std::string a_;
+  std::string b_;
+  int last_ = 0;
+};
+
+// Both sides on the same two volumes, each with an image of its own.
+class Shipping {
+ public:
+  Shipping(const std::filesystem::path& dir, const std::string& type)
+      : a_(type, dir / "a", kVolumeSize), b_(type, dir / "b", kVolumeSize) {
+    UseHost(dir, a_.GetPath(), b_.GetPath());
+    std::string path;
+    ours_.side = std::make_unique<Ours>(path);
+    ours_.image = std::make_unique<Image>(path);
+    raw_.side = std::make_unique<ByHand>(type, a_.GetPath(), b_.GetPath(), path);
+    raw_.image = std::make_unique<Image>(path);
+    // The first time everything is sent.
+    Run(ours_);
+    Run(raw_);
+    CleanUp();
+  }
+
+  bool RunOurs() { return Run(ours_); }
+  bool RunRaw() { return Run(raw_); }
+
+  // Makes whoever has just run ready to run again.
+  void CleanUp() {
+    for (Part* part : {&ours_, &raw_}) {
+      if (!part->has_run) continue;
+      part->has_run = false;
+      part->side->RemoveOld();
+      part->image->Change();
+    }
+    sync();
+  }
+
+ private:
+  struct Part {
+    std::unique_ptr<Side> side;
+    std::unique_ptr<Image> image;
+    bool has_run = false;
+  };
+
+  static bool Run(Part& part) {
+    part.has_run = true;
+    return part.side->Run();
+  }
+
+  LoopVolume a_;
+  LoopVolume b_;
+  Part ours_;
+  Part raw_;
+};
+
+}  // namespace
+
+void RegisterShip(const std::filesystem::path& dir) {
+  for (const char* type : {"btrfs", "xfs", "ext4"}) {
+    benchmark::RegisterBenchmark(
+        (std::string("snapshot and send 1 GiB, 1 % changed, ") + type + ", us").c_str(),
+        [dir, type](benchmark::State& state) {
+          const std::filesystem::path place = dir / type;
+          std::filesystem::create_directories(place);
+          Shipping shipping(place, type);
+          MeasureTime(state,
+                      {[&] { return shipping.RunOurs(); }, [&] { return shipping.RunRaw(); },
+                       [&] { shipping.CleanUp(); }},
+                      1.10);
+        })
+        ->UseManualTime()
+        ->Iterations(5);
+  }
+}
+
+}  // namespace bench
