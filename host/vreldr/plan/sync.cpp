@@ -15,8 +15,8 @@ using Operation::Snapshot;
 
 // Every write of the report is a transaction on disk, and every look at the request to stop one
 // that reads.
-constexpr std::chrono::milliseconds kWriteEvery(250);
-constexpr std::chrono::milliseconds kLookEvery(50);
+constexpr std::chrono::milliseconds kWriteEvery(500);
+constexpr std::chrono::milliseconds kLookEvery(150);
 
 std::uint32_t Now() {
   return static_cast<std::uint32_t>(std::time(nullptr));
@@ -60,33 +60,24 @@ Status PlanSyncer::Run(std::string& snapId) {
 }
 
 Status PlanSyncer::SendAll(std::string& snapId) {
-  std::string left;
   Status status = plan_.Report(report_, 0);
   KillPoint(kSyncRecorded);
-  if (status.IsOk()) status = SendHand(left);
+  if (status.IsOk()) status = SendHand();
   if (status.IsOk() && param_.with_pending) status = SendPending();
   if (status.IsOk()) status = TakeNew(snapId);
   KillPoint(kSyncTaken);
   if (status.IsOk()) status = Send(snapId);
-  if (status.IsOk() && !left.empty()) DeleteOnBothSides(left);
   return status;
 }
 
-Status PlanSyncer::SendHand(std::string& left) {
+Status PlanSyncer::SendHand() {
   const PlanRow row = plan_.GetRow();
   if (row.hand_snap_id.empty()) return {};
   HostTarget source(plan_.GetHost());
   Snapshot found;
   Status status = source.OpenToRead(row.plan.GetSourceTargetId());
   if (status.IsOk()) status = FindSnapshot(source, row.hand_snap_id, found);
-  if (status.IsOk()) {
-    std::vector<std::string> pending;
-    status = plan_.Records().ListPending(row.plan.GetPlanId(), pending);
-    if (status.IsOk()) status = Send(row.hand_snap_id);
-    const bool wanted = std::count(pending.begin(), pending.end(), row.hand_snap_id) != 0;
-    if (status.IsOk() && row.is_hand_own && !wanted) left = row.hand_snap_id;
-    return status;
-  }
+  if (status.IsOk()) return Send(row.hand_snap_id);
   // Not taken to its end, or gone: there is nothing to go on with.
   return status.code == kErrSnapshotMissing ? plan_.Records().DropHand(row.plan, row.hand_snap_id)
                                             : status;
@@ -182,18 +173,6 @@ Status PlanSyncer::Send(const std::string& snapId) {
   }
   KillPoint(kSyncArrived);
   return status;
-}
-
-void PlanSyncer::DeleteOnBothSides(const std::string& snapId) {
-  const DRPlan& plan = plan_.Get();
-  for (const std::string& targetId : {plan.GetSourceTargetId(), plan.GetReplicaTargetId()}) {
-    HostTarget target(plan_.GetHost());
-    std::vector<LockRow> locks;
-    const bool free = plan_.Records().ListLocksOfTarget(targetId, locks).IsOk() &&
-                      std::none_of(locks.begin(), locks.end(),
-                                   [&](const LockRow& each) { return each.snap_id == snapId; });
-    if (free && plan_.OpenToWrite(targetId, target).IsOk()) (void)DeleteSnapshotOf(target, snapId);
-  }
 }
 
 void PlanSyncer::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {

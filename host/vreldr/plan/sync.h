@@ -25,17 +25,14 @@ class PlanSyncer : public Watcher {
   using Clock = std::chrono::steady_clock;
 
   Status SendAll(std::string& snapId);
-  // Finishes what is in hand; `left` is its name when a sync of the plan took it and nobody has
-  // asked for it since.
-  Status SendHand(std::string& left);
+  // Finishes what is in hand.
+  Status SendHand();
   Status SendPending();
   Status TakeNew(std::string& snapId);
   // Holds a snapshot of the source against deletion; `found` is false when it is gone.
   Status TakeInHand(const std::string& snapId, bool& found);
   // Sends the snapshot in hand.
   Status Send(const std::string& snapId);
-  // Removes a snapshot of the plan's own that a newer one has taken the place of.
-  void DeleteOnBothSides(const std::string& snapId);
 
   HostPlan& plan_;
   DataSyncParam param_;

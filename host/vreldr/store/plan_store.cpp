@@ -27,7 +27,6 @@ PlanRow ReadPlan(const SqliteValueList& values) {
   row.state = static_cast<RecordState>(GetInt(values, "state"));
   values.GetValue("is_reprotected", row.is_reprotected);
   row.hand_snap_id = GetText(values, "hand_snap_id");
-  values.GetValue("is_hand_own", row.is_hand_own);
   return row;
 }
 

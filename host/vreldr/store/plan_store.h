@@ -20,7 +20,6 @@ struct PlanRow {
   // The snapshot of the source that is being sent, or was when the sync ended early; empty when
   // there is none.
   std::string hand_snap_id;
-  bool is_hand_own = false;  // a sync of the plan took it, to send it
 };
 
 struct JournalRow {
@@ -101,7 +100,7 @@ class PlanStore {
   bool FinishWithin(const std::string& drTargetId) const;
   // Removes those that have the target and are not whole.
   bool RemoveUnfinishedWithin(const std::string& targetId) const;
-  bool TakeInHandWithin(const DRPlan& plan, const std::string& snapId, bool isOwn) const;
+  bool TakeInHandWithin(const DRPlan& plan, const std::string& snapId) const;
   // A snapshot has arrived: it is neither in hand nor pending any more. When it `isNewest` the plan
   // holds it on both sides, and nothing else.
   bool KeepWithin(const DRPlan& plan, const std::string& snapId, bool isNewest) const;
@@ -109,7 +108,7 @@ class PlanStore {
  private:
   bool RemoveWithin(const std::string& planId) const;
   bool RemovePendingWithin(const std::string& planId, const std::string& snapId) const;
-  bool SetHandWithin(const DRPlan& plan, const std::string& snapId, bool isOwn) const;
+  bool SetHandWithin(const DRPlan& plan, const std::string& snapId) const;
   // Of one target; once more is fine.
   bool AddLockWithin(const std::string& targetId, const std::string& snapId,
                      const std::string& planId) const;

@@ -62,13 +62,12 @@ Status PlanStore::RemovePending(const std::string& planId, const std::string& sn
 }
 
 Status PlanStore::TakeInHand(const DRPlan& plan, const std::string& snapId) const {
-  return db_.Transact([&] { return TakeInHandWithin(plan, snapId, false); });
+  return db_.Transact([&] { return TakeInHandWithin(plan, snapId); });
 }
 
 Status PlanStore::DropHand(const DRPlan& plan, const std::string& snapId) const {
-  return db_.Transact([&] {
-    return RemoveLocksWithin(plan.GetPlanId(), snapId) && SetHandWithin(plan, {}, false);
-  });
+  return db_.Transact(
+      [&] { return RemoveLocksWithin(plan.GetPlanId(), snapId) && SetHandWithin(plan, {}); });
 }
 
 bool PlanStore::FinishWithin(const std::string& drTargetId) const {
@@ -96,8 +95,8 @@ bool PlanStore::RemoveUnfinishedWithin(const std::string& targetId) const {
   return true;
 }
 
-bool PlanStore::TakeInHandWithin(const DRPlan& plan, const std::string& snapId, bool isOwn) const {
-  return SetHandWithin(plan, snapId, isOwn) &&
+bool PlanStore::TakeInHandWithin(const DRPlan& plan, const std::string& snapId) const {
+  return SetHandWithin(plan, snapId) &&
          AddLockWithin(plan.GetSourceTargetId(), snapId, plan.GetPlanId());
 }
 
@@ -105,7 +104,7 @@ bool PlanStore::KeepWithin(const DRPlan& plan, const std::string& snapId, bool i
   const std::string& planId = plan.GetPlanId();
   UpdateCommand sent = Update(kPlans, SqliteEqual("id", planId));
   sent.AddFieldValue("is_reprotected", false);
-  return db_.Get().UpdateRecord(sent) && SetHandWithin(plan, {}, false) &&
+  return db_.Get().UpdateRecord(sent) && SetHandWithin(plan, {}) &&
          RemovePendingWithin(planId, snapId) &&
          RemoveLocksWithin(planId, isNewest ? std::string() : snapId) &&
          (!isNewest || AddLocksWithin(plan, snapId));
@@ -128,10 +127,9 @@ bool PlanStore::RemovePendingWithin(const std::string& planId, const std::string
          DeleteAll(db_, kPending, found);
 }
 
-bool PlanStore::SetHandWithin(const DRPlan& plan, const std::string& snapId, bool isOwn) const {
+bool PlanStore::SetHandWithin(const DRPlan& plan, const std::string& snapId) const {
   UpdateCommand command = Update(kPlans, SqliteEqual("id", plan.GetPlanId()));
   command.AddFieldValue("hand_snap_id", snapId);
-  command.AddFieldValue("is_hand_own", isOwn);
   return db_.Get().UpdateRecord(command);
 }
 

@@ -43,8 +43,7 @@ CREATE TABLE plans (
   status INTEGER NOT NULL,
   direction INTEGER NOT NULL,
   is_reprotected INTEGER NOT NULL DEFAULT 0,
-  hand_snap_id TEXT NOT NULL DEFAULT '',
-  is_hand_own INTEGER NOT NULL DEFAULT 0
+  hand_snap_id TEXT NOT NULL DEFAULT ''
 );
 CREATE INDEX plans_by_target ON plans (protected_target_id);
 CREATE INDEX plans_by_copy ON plans (dr_target_id);

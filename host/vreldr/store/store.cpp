@@ -247,7 +247,7 @@ Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snap
   Status status = db_.Transact([&] {
     return db_.Get().InsertRecord(insert) && db_.Get().SelectRecord(select, row) &&
            row.GetValue("seq", seq) &&
-           (plan == nullptr || Plans().TakeInHandWithin(*plan, snapshot.snap_id, true));
+           (plan == nullptr || Plans().TakeInHandWithin(*plan, snapshot.snap_id));
   });
   if (status.IsOk()) snapshot.sequence = static_cast<std::uint64_t>(seq);
   return status;

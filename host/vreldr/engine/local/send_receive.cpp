@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
@@ -28,37 +29,41 @@ std::vector<std::string> SendArgs(const std::string& snapshot, const std::string
   return args;
 }
 
-// Finds out about how many bytes there will be to send.
-Status Measure(const std::string& snapshot, const std::string& base, Shipment& shipment,
-               std::uint64_t& total, bool& givenUp) {
-  Pipe stream;
-  if (!stream.read_end || fcntl(stream.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
-    return StatusOfErrno(errno, {});
+// Finds out, while the bytes are on their way, about how many there will be to send.
+class Sizing {
+ public:
+  Status Start(const std::string& snapshot, const std::string& base) {
+    if (!stream_.read_end || fcntl(stream_.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
+      return StatusOfErrno(errno, {});
+    }
+    Status status =
+        send_.Start(SendArgs(snapshot, base, false), kPackage, {.out = stream_.write_end.Get()});
+    stream_.write_end = Fd();
+    return status;
   }
-  Child send;
-  Status status =
-      send.Start(SendArgs(snapshot, base, false), kPackage, {.out = stream.write_end.Get()});
-  stream.write_end = Fd();
-  SendStreamSizer sizer;
-  std::array<char, 65536> buffer;
-  while (status.IsOk()) {
-    const ssize_t got = read(stream.read_end.Get(), buffer.data(), buffer.size());
-    if (got == 0) break;
-    if (got > 0) sizer.Feed({buffer.data(), static_cast<std::size_t>(got)});
-    if (!shipment.GetWatch().GoesOn()) status = Watch::Stopped();
-    send.IsRunning();
-    if (got < 0) WaitReadable({stream.read_end.Get()}, kTickMs);
+
+  // To be read from when there is something; -1 at its end.
+  int GetFd() const { return stream_.read_end.Get(); }
+  void Read() {
+    send_.IsRunning();
+    std::array<char, 65536> buffer;
+    const ssize_t got = read(GetFd(), buffer.data(), buffer.size());
+    if (got > 0) sizer_.Feed({buffer.data(), static_cast<std::size_t>(got)});
+    if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) stream_.read_end = Fd();
   }
-  if (!status.IsOk()) return status;
-  total = sizer.GetSize();
-  status = send.Finish();
-  givenUp = !status.IsOk();
-  return status;
-}
+
+  // As far as it is known when `sent` bytes have been sent.
+  std::uint64_t GetTotal(std::uint64_t sent) const { return std::max(sizer_.GetSize(), sent); }
+
+ private:
+  Pipe stream_;
+  Child send_;
+  SendStreamSizer sizer_;
+};
 
 // Moves all that comes out of `from` into `to`, as long as somebody reads that: `unread` says that
 // nobody does any more.
-Status Pump(int from, int to, Child& send, Child& receive, Shipment& shipment, std::uint64_t total,
+Status Pump(int from, int to, Child& send, Child& receive, Sizing& sizing, Shipment& shipment,
             std::uint64_t& sent, bool& unread) {
   const NoPipeSignal noSignal;
   for (;;) {
@@ -66,10 +71,13 @@ Status Pump(int from, int to, Child& send, Child& receive, Shipment& shipment, s
     send.IsRunning();
     unread = !receive.IsRunning();
     if (unread) return {};
-    Status status = shipment.Tell(sent, total, sent);
+    Status status = shipment.Tell(sent, sizing.GetTotal(sent), sent);
     if (!status.IsOk()) return status;
-    struct pollfd source = {from, POLLIN, 0};
-    if (poll(&source, 1, kTickMs) <= 0) continue;
+    // Without a descriptor poll passes over an entry.
+    std::array<struct pollfd, 2> sources{{{from, POLLIN, 0}, {sizing.GetFd(), POLLIN, 0}}};
+    if (poll(sources.data(), sources.size(), kTickMs) <= 0) continue;
+    if (sources[1].revents != 0) sizing.Read();
+    if (sources[0].revents == 0) continue;
     struct pollfd sink = {to, POLLOUT, 0};
     if (poll(&sink, 1, kTickMs) <= 0) continue;
     const ssize_t moved =
@@ -90,10 +98,6 @@ Status Pump(int from, int to, Child& send, Child& receive, Shipment& shipment, s
 
 Status SendReceive(const std::string& snapshot, const std::string& base, const std::string& into,
                    Shipment& shipment, bool& givenUp) {
-  std::uint64_t total = 0;
-  Status status = Measure(snapshot, base, shipment, total, givenUp);
-  if (!status.IsOk()) return status;
-
   Pipe source;
   Pipe sink;
   if (!source.read_end || !sink.read_end) return StatusOfErrno(errno, {});
@@ -102,18 +106,20 @@ Status SendReceive(const std::string& snapshot, const std::string& base, const s
   (void)fcntl(sink.read_end.Get(), F_SETPIPE_SZ, kPipeSize);
   Child receive;
   Child send;
-  status = receive.Start({"btrfs", "-q", "receive", into}, kPackage,
-                         {.in = sink.read_end.Get(), .held = shipment.GetLock()});
+  Sizing sizing;
+  Status status = receive.Start({"btrfs", "-q", "receive", into}, kPackage,
+                                {.in = sink.read_end.Get(), .held = shipment.GetLock()});
   sink.read_end = Fd();
   if (status.IsOk()) {
     status = send.Start(SendArgs(snapshot, base, true), kPackage, {.out = source.write_end.Get()});
   }
   source.write_end = Fd();
+  if (status.IsOk()) status = sizing.Start(snapshot, base);
   std::uint64_t sent = 0;
   bool unread = false;
   if (status.IsOk()) {
-    status = Pump(source.read_end.Get(), sink.write_end.Get(), send, receive, shipment, total, sent,
-                  unread);
+    status = Pump(source.read_end.Get(), sink.write_end.Get(), send, receive, sizing, shipment,
+                  sent, unread);
   }
   if (!status.IsOk()) {
     (void)receive.Stop();
@@ -126,13 +132,13 @@ Status SendReceive(const std::string& snapshot, const std::string& base, const s
   if (givenUp) return status;
   sink.write_end = Fd();
   while (receive.IsRunning()) {
-    status = shipment.Tell(sent, total, sent);
+    status = shipment.Tell(sent, sizing.GetTotal(sent), sent);
     if (!status.IsOk()) return status;
     WaitReadable({receive.GetErrorFd()}, kTickMs);
   }
   status = receive.Finish();
   givenUp = !status.IsOk();
-  return status.IsOk() ? shipment.TellAll(total, sent) : status;
+  return status.IsOk() ? shipment.TellAll(sizing.GetTotal(sent), sent) : status;
 }
 
 }  // namespace VrelDR::Local

@@ -82,8 +82,8 @@ int SetReceived(int dirFd, int sourceFd) {
 }
 
 int RemoveSubvolume(int parentFd, const std::string& name) {
-  return Committed(parentFd, btrfs_util_delete_subvolume_fd(parentFd, name.c_str(),
-                                                            BTRFS_UTIL_DELETE_SUBVOLUME_RECURSIVE));
+  return ErrnoOf(btrfs_util_delete_subvolume_fd(parentFd, name.c_str(),
+                                                BTRFS_UTIL_DELETE_SUBVOLUME_RECURSIVE));
 }
 
 }  // namespace VrelDR::Local

@@ -4,7 +4,8 @@
 
 namespace VrelDR::Local {
 
-// Subvolumes of btrfs. Each call returns 0 or an errno, and what it did is on disk.
+// Subvolumes of btrfs. Each call returns 0 or an errno, and what it did is on disk unless it says
+// otherwise.
 
 bool IsBtrfs(int fd);
 // Whether the open directory is the top of a subvolume.
@@ -20,7 +21,8 @@ bool IsReadOnly(int dirFd);
 // Lets "btrfs receive" take the writable subvolume `dirFd`, which holds the same as the read-only
 // one `sourceFd` of another volume, for one that was received from there.
 int SetReceived(int dirFd, int sourceFd);
-// Removes a subvolume, read-only or not, with those in it.
+// Removes a subvolume, read-only or not, with those in it. As of other entries that are removed,
+// that is on disk once the directory `parentFd` has been synced.
 int RemoveSubvolume(int parentFd, const std::string& name);
 
 }  // namespace VrelDR::Local
