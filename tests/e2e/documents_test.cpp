@@ -45,9 +45,15 @@ class DocumentsTest : public ToolTest {
     return names;
   }
 
-  static std::vector<std::string> HelpWords(const std::string& verb) {
+  static std::vector<std::string> Words(const std::string& verb) {
     const std::size_t space = verb.find(' ');
-    return {"help", verb.substr(0, space), verb.substr(space + 1)};
+    if (space == std::string::npos) return {verb};
+    return {verb.substr(0, space), verb.substr(space + 1)};
+  }
+  static std::vector<std::string> HelpWords(const std::string& verb) {
+    std::vector<std::string> words = Words(verb);
+    words.insert(words.begin(), "help");
+    return words;
   }
 
   // What bash offers for the last of `words`.
@@ -75,12 +81,16 @@ class DocumentsTest : public ToolTest {
 };
 
 TEST_F(DocumentsTest, HelpListsEveryVerb) {
-  EXPECT_THAT(VerbsOfHelp(),
-              ElementsAre("volume list", "target create", "target import", "target list",
-                          "target remove", "group create", "group list", "group show",
-                          "group rename", "group upgrade", "group delete", "snapshot create",
-                          "snapshot list", "snapshot show", "snapshot edit", "snapshot restore",
-                          "snapshot clone", "snapshot delete", "snapshot repair"));
+  EXPECT_THAT(
+      VerbsOfHelp(),
+      ElementsAre("volume list", "target create", "target import", "target list", "target remove",
+                  "group create", "group list", "group show", "group rename", "group upgrade",
+                  "group delete", "snapshot create", "snapshot list", "snapshot show",
+                  "snapshot edit", "snapshot restore", "snapshot clone", "snapshot delete",
+                  "snapshot repair", "snapshot ship", "snapshot sync", "snapshot prune", "protect",
+                  "sync", "stop", "status", "switchover", "failover", "reprotect", "edit",
+                  "unprotect", "plan list", "plan show", "plan delete", "plan promote",
+                  "plan rollback", "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {
@@ -114,7 +124,7 @@ TEST_F(DocumentsTest, TheManualPageHasEveryVerbOptionAndExitCode) {
     }
   }
   for (const char* code : {"0 done", "1 failed", "2 usage", "3 not_found", "4 refused",
-                           "5 catalogue", "6 busy", "7 configuration", "8 storage"}) {
+                           "5 catalogue", "6 busy", "7 configuration", "8 storage", "9 stopped"}) {
     EXPECT_THAT(page, HasSubstr(".B \"" + std::string(code) + "\""));
   }
 }
@@ -130,14 +140,19 @@ TEST_F(DocumentsTest, TheManualPageFormatsWithoutAWarning) {
 }
 
 TEST_F(DocumentsTest, CompletionOffersEveryVerbAndOption) {
-  EXPECT_THAT(Complete({""}), ElementsAre("volume", "target", "group", "snapshot", "help"));
+  EXPECT_THAT(Complete({""}),
+              ElementsAre("volume", "target", "group", "snapshot", "protect", "sync", "stop",
+                          "status", "switchover", "failover", "reprotect", "edit", "unprotect",
+                          "plan", "action", "help"));
   EXPECT_THAT(Complete({"sn"}), ElementsAre("snapshot"));
   for (const std::string& verb : VerbsOfHelp()) {
-    const std::string noun = verb.substr(0, verb.find(' '));
-    const std::string word = verb.substr(verb.find(' ') + 1);
-    EXPECT_THAT(Complete({noun, ""}), Contains(word));
-    EXPECT_THAT(Complete({"help", noun, ""}), Contains(word));
-    EXPECT_THAT(Complete({noun, word, "--"}), IsSupersetOf(ParametersOfHelp(verb)));
+    std::vector<std::string> words = Words(verb);
+    if (words.size() > 1) {
+      EXPECT_THAT(Complete({words[0], ""}), Contains(words[1]));
+      EXPECT_THAT(Complete({"help", words[0], ""}), Contains(words[1]));
+    }
+    words.push_back("--");
+    EXPECT_THAT(Complete(words), IsSupersetOf(ParametersOfHelp(verb)));
   }
 }
 
@@ -147,6 +162,15 @@ TEST_F(DocumentsTest, CompletionOffersWhatThereIs) {
   const std::string id = TakeSnapshot();
   EXPECT_THAT(Complete({"group", "show", ""}), ElementsAre("g"));
   EXPECT_THAT(Complete({"snapshot", "create", "x"}), IsEmpty());
+  EXPECT_THAT(Complete({"sync", ""}), ElementsAre("g"));
+  EXPECT_THAT(Complete({"help", "sync", ""}), IsEmpty());
+  EXPECT_THAT(Complete({"protect", "g", "--volume", "v"}), ElementsAre("v1", "v2"));
+  EXPECT_THAT(Complete({"failover", "g", "--snapshot", ""}), ElementsAre(id));
+  RunWell({"protect", "g", "--volume", "v2"});
+  EXPECT_EQ(Complete({"plan", "show", ""}).size(), 3U);
+  EXPECT_THAT(Complete({"action", "run", "can_s"}), ElementsAre("can_sync", "can_switchover"));
+  EXPECT_THAT(Complete({"action", "run", "sync", ""}), ElementsAre("g"));
+  RunWell({"unprotect", "g", "--delete-data", "--yes"});
   EXPECT_THAT(Complete({"snapshot", "delete", "g"}), ElementsAre(id));
   EXPECT_THAT(Complete({"target", "remove", ""}),
               ElementsAre("guest", "lun", "share", "with\\ space"));

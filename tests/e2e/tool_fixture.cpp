@@ -83,6 +83,14 @@ Result Process::Wait() {
   return result;
 }
 
+std::string Process::ErrorSoFar() const {
+  return ReadAll(err_);
+}
+
+std::string Process::OutputSoFar() const {
+  return ReadAll(out_);
+}
+
 void RunSql(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE, nullptr), SQLITE_OK) << path;

@@ -88,6 +88,11 @@ class Process {
 
   Result Wait();
 
+  int Id() const { return pid_; }
+  // What it has written so far.
+  std::string ErrorSoFar() const;
+  std::string OutputSoFar() const;
+
  private:
   int pid_ = -1;
   int out_ = -1;  // memory files

@@ -72,6 +72,9 @@ void CheckValue(const Verb& verb, const Parameter& parameter, const std::string&
     case Value::kNewTarget:
       CheckIdentifier("target", text);
       break;
+    case Value::kPlan:
+      CheckIdentifier("plan", text);
+      break;
     case Value::kVolume:
       CheckIdentifier("volume", text);
       break;

@@ -14,6 +14,8 @@ std::string Offer(const Parameter& parameter) {
       return "_drgroupctl_offer \"$(_drgroupctl_first_column group list)\"";
     case Value::kTarget:
       return "_drgroupctl_offer \"$(_drgroupctl_first_column target list)\"";
+    case Value::kPlan:
+      return "_drgroupctl_offer \"$(_drgroupctl_first_column plan list)\"";
     case Value::kVolume:
       return "_drgroupctl_offer \"$(_drgroupctl_first_column volume list)\"";
     case Value::kGsnap:
@@ -80,8 +82,20 @@ std::string OptionNames(const Verb& verb) {
   return Join(names, "\n");
 }
 
+// What is offered at the place of each argument; the last one's wherever options have moved it.
+std::string ArgumentOffers(const Verb& verb) {
+  std::string out;
+  for (std::size_t i = 0; i < verb.arguments.size(); ++i) {
+    const bool isLast = i + 1 == verb.arguments.size();
+    const std::string offer = Offer(verb.arguments[i]);
+    out += "        " + (isLast ? "*" : std::to_string(i)) + ") " + (offer.empty() ? ":" : offer) +
+           " ;;\n";
+  }
+  return out.empty() ? out : "      case $((COMP_CWORD - last - 1)) in\n" + out + "      esac\n";
+}
+
 // What is offered for one verb: an option's value behind the option, options behind a hyphen, else
-// values of the verb's last argument, or of an option that takes several.
+// values of the argument at that place, or of an option that takes several.
 std::string VerbCase(const Verb& verb) {
   std::string out = "    '" + verb.name + "')\n      case $option in\n";
   for (const Parameter& each : verb.options) {
@@ -92,8 +106,7 @@ std::string VerbCase(const Verb& verb) {
   }
   out += "      esac\n      [[ $cur == -* ]] && { _drgroupctl_offer '" + OptionNames(verb) +
          "'; return; }\n";
-  const std::string offer = verb.arguments.empty() ? "" : Offer(verb.arguments.back());
-  return out + (offer.empty() ? "" : "      " + offer + "\n") + "      ;;\n";
+  return out + ArgumentOffers(verb) + "      ;;\n";
 }
 
 }  // namespace
@@ -102,12 +115,16 @@ std::string BashCompletion() {
   std::string nouns;
   std::string cases;
   std::string several;
+  std::string single;
   for (const Verb& verb : Verbs()) {
-    const std::string noun = verb.name.substr(0, verb.name.find(' '));
-    const std::string line =
-        "      " + noun + ") _drgroupctl_offer '" + FirstWords(noun) + "' ;;\n";
-    if (verb.name.find(' ') != std::string::npos && nouns.find(line) == std::string::npos) {
-      nouns += line;
+    const std::size_t space = verb.name.find(' ');
+    const std::string noun = verb.name.substr(0, space);
+    if (space == std::string::npos) {
+      single += (single.empty() ? "" : " | ") + noun;
+    } else {
+      const std::string line =
+          "      " + noun + ") _drgroupctl_offer '" + FirstWords(noun) + "' ;;\n";
+      if (nouns.find(line) == std::string::npos) nouns += line;
     }
     cases += VerbCase(verb);
     for (const Parameter& each : verb.options) {
@@ -117,7 +134,7 @@ std::string BashCompletion() {
   return "# bash completion for drgroupctl, made from its table of verbs.\n" +
          std::string(kHelpers) + R"sh(
 _drgroupctl() {
-  local cur=${COMP_WORDS[COMP_CWORD]} option first=1 i
+  local cur=${COMP_WORDS[COMP_CWORD]} option first=1 last i
   COMPREPLY=()
   [[ ${COMP_WORDS[1]} == help ]] && first=2
   if ((COMP_CWORD == first)); then
@@ -126,20 +143,27 @@ _drgroupctl() {
 help'
     return
   fi
-  if ((COMP_CWORD == first + 1)); then
+  # Where the verb ends, which has one word or two.
+  case ${COMP_WORDS[first]} in
+    )sh" +
+         single + R"sh() last=$first ;;
+    *) last=$((first + 1)) ;;
+  esac
+  if ((COMP_CWORD == last)); then
     case ${COMP_WORDS[first]} in
 )sh" + nouns +
          R"sh(    esac
     return
   fi
+  ((first == 2)) && return
   # The option that the word may be a value of: the word before it, or one that takes several.
-  for ((i = COMP_CWORD - 1; i > first + 1; i--)); do
+  for ((i = COMP_CWORD - 1; i > last; i--)); do
     [[ ${COMP_WORDS[i]} == -* ]] && break
   done
   option=${COMP_WORDS[i]}
   ((i == COMP_CWORD - 1)) || [[ ')sh" +
          several + R"sh( ' == *" $option "* ]] || option=
-  case "${COMP_WORDS[first]} ${COMP_WORDS[first + 1]}" in
+  case "${COMP_WORDS[*]:first:last-first+1}" in
 )sh" + cases +
          R"sh(  esac
 }

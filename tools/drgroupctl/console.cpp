@@ -40,6 +40,14 @@ void PrintWarning(const std::string& text) {
   PrintError("warning: " + text);
 }
 
+void PrintNote(const std::string& text) {
+  PrintError(text);
+}
+
+void PrintOnTerminal(const std::string& text) {
+  (void)WriteAll(STDERR_FILENO, text);
+}
+
 void PrintOut(const std::string& text) {
   const int error = WriteAll(STDOUT_FILENO, text);
   if (error != 0) {

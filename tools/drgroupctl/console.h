@@ -10,6 +10,11 @@ namespace drgroupctl {
 // One line on standard error: "drgroupctl: " and the text.
 void PrintError(const std::string& text);
 void PrintWarning(const std::string& text);
+// The same for what is no failure.
+void PrintNote(const std::string& text);
+
+// Text for the terminal behind standard error, as it is: for what is drawn and cleared again.
+void PrintOnTerminal(const std::string& text);
 
 // Writes all of `text` to standard output; throws when that fails.
 void PrintOut(const std::string& text);

@@ -10,9 +10,13 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
       {ExitCode::kFailed, "failed", "Failed for a reason that no other code stands for."},
       {ExitCode::kUsage, "usage", "The command line is wrong; nothing was done."},
       {ExitCode::kNotFound, "not_found",
-       "A group, target, group snapshot or volume that was named does not exist."},
+       "A group, target, group snapshot, plan or volume that was named does not exist, or a target "
+       "has "
+       "no plan."},
       {ExitCode::kRefused, "refused",
-       "Refused: it exists already, is locked by a user, is in use, or needs --yes or --force."},
+       "Refused: it exists already, is locked, is in use, the state of a plan does not allow it, "
+       "this "
+       "host cannot do it, or it needs --yes or --force."},
       {ExitCode::kCatalogue, "catalogue",
        "The group's catalogue, its link or its group.json cannot be used."},
       {ExitCode::kBusy, "busy", "Another process works on the same thing; try again later."},
@@ -20,6 +24,8 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
        "The host's configuration is missing, unreadable or wrong."},
       {ExitCode::kStorage, "storage",
        "A volume or file system is gone, full, read-only or failing."},
+      {ExitCode::kStopped, "stopped",
+       "Ended before its end because somebody asked for it; the same command goes on."},
   };
   return codes;
 }
@@ -40,9 +46,15 @@ ExitCode FromHostError(int code) {
     case VrelDR::kErrIo:
       return ExitCode::kStorage;
     case VrelDR::kErrExists:
+    case VrelDR::kErrLocked:
+    case VrelDR::kErrPlanState:
+    case VrelDR::kErrUnsupported:
       return ExitCode::kRefused;
     case VrelDR::kErrBusy:
       return ExitCode::kBusy;
+    case VrelDR::kErrStopped:
+      return ExitCode::kStopped;
+    case VrelDR::kErrPlanMissing:
     case VrelDR::kErrSnapshotMissing:
     case VrelDR::kErrTargetMissing:
       return ExitCode::kNotFound;

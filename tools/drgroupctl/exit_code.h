@@ -15,6 +15,7 @@ enum class ExitCode : int {
   kBusy = 6,
   kConfiguration = 7,
   kStorage = 8,
+  kStopped = 9,
 };
 
 struct ExitCodeInfo {

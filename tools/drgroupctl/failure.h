@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "exit_code.h"
+#include "report.h"
 
 namespace drgroupctl {
 
@@ -17,6 +18,7 @@ struct Failure {
   ExitCode code;
   std::string message;  // one line: what it is about, what is wrong, what to do
   Json::Value details = Json::Value(Json::objectValue);  // further members of the error document
+  Report report;  // what people get to see on standard output besides, such as what became of each
 };
 
 }  // namespace drgroupctl

@@ -17,7 +17,8 @@ class Formatter {
   virtual ~Formatter() = default;
 
   virtual std::string Format(const Report& report) const = 0;
-  // What stands there when the verb failed; the line on standard error is printed besides.
+  // What stands there when the verb failed; the line on standard error is printed besides. Programs
+  // get the failure's details, people its report.
   virtual std::string Format(const Failure& failure) const = 0;
 };
 

@@ -1,7 +1,6 @@
 #include "group_store.h"
 
 #include <fcntl.h>
-#include <json/reader.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -10,16 +9,15 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <exception>
 #include <filesystem>
 #include <fstream>
-#include <memory>
 #include <sstream>
 #include <system_error>
 
 #include "failure.h"
 #include "file_write.h"
 #include "host.h"
+#include "json_file.h"
 #include "text.h"
 
 namespace drgroupctl {
@@ -45,18 +43,6 @@ Failure NotItsOwner(const std::string& groupId, const Group& found) {
                                "rename " +
                                groupId + " " + Printable(found.id) + "\", else correct the link " +
                                Quote(LinkPath(groupId)));
-}
-
-bool ParseJson(const std::string& text, Json::Value& root) {
-  Json::CharReaderBuilder builder;
-  Json::CharReaderBuilder::strictMode(&builder.settings_);
-  const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-  std::string errors;
-  try {
-    return reader->parse(text.data(), text.data() + text.size(), &root, &errors) && root.isObject();
-  } catch (const std::exception&) {  // nested deeper than the reader goes
-    return false;
-  }
 }
 
 // Takes the definition from `root`; what is wrong with it, empty when nothing is.
@@ -152,8 +138,8 @@ bool ReadDefinition(const std::string& dir, Group& group) {
   }
   text << file.rdbuf();
   Json::Value root;
-  const std::string problem =
-      ParseJson(text.str(), root) ? Interpret(root, group) : "it is not a JSON object";
+  std::string problem;
+  if (ParseJsonObject(text.str(), root, problem)) problem = Interpret(root, group);
   if (!problem.empty()) {
     throw Failure(ExitCode::kCatalogue,
                   Quote(path) + ": " + problem + "; restore it from a backup or correct it");

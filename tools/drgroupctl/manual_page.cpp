@@ -63,13 +63,15 @@ std::string VerbSection(const Verb& verb) {
 std::string ManualPage() {
   std::string out =
       ".TH DRGROUPCTL 1 \"\" \"drgroupctl " DRGROUPCTL_VERSION "\" \"User Commands\"\n";
-  out += ".SH NAME\ndrgroupctl \\- group snapshots of disaster recovery groups\n";
+  out += ".SH NAME\ndrgroupctl \\- group snapshots and replication of disaster recovery groups\n";
   out += ".SH SYNOPSIS\n.B drgroupctl\n.I VERB\n.RI [ ARGUMENTS ]\n.RI [ OPTIONS ]\n";
   out += ".SH DESCRIPTION\n";
-  out += Plain(
-             "Makes targets on the volumes of this host, puts them into groups, and takes, shows, "
-             "restores, clones and deletes snapshots of whole groups.") +
-         '\n';
+  out +=
+      Plain(
+          "Makes targets on the volumes of this host, puts them into groups, and takes, shows, "
+          "restores, clones and deletes snapshots of whole groups. Protects groups by plans that "
+          "replicate their targets to another volume, and lets the copies take over.") +
+      '\n';
   out += Paragraph(
       "An identifier has 1 to 200 bytes of UTF-8 text without slashes, backslashes, quotes and "
       "control characters, and does not begin with a dot or a hyphen. A group snapshot is called "
@@ -90,7 +92,8 @@ std::string ManualPage() {
              "versions. A failure is one line on standard error; with --json, standard output then "
              "has a document with the member \"error\", which has \"exit_code\", \"kind\" and "
              "\"message\", and where they are known \"target_id\" (the target that failed), "
-             "\"targets\" (what became of each), \"left_snapshots\" (target snapshots that stay), "
+             "\"targets\" (what became of each), \"checks\" (what was found before anything was "
+             "done), \"left_snapshots\" (target snapshots that stay), "
              "\"left_clones\" (clones that stay), \"deleted\" and \"changed\" (what was repaired) "
              "and \"groups\" (what became of each).") +
          '\n';

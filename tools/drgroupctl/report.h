@@ -12,6 +12,8 @@ enum class Shown {
   kAsItIs,
   kBytes,  // with a unit
   kIfAny,  // a column that is left out while every row of it is empty
+  kTime,   // seconds since the epoch as a date; 0 is none
+  kAge,    // a number of seconds
 };
 
 struct Column {

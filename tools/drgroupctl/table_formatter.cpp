@@ -13,10 +13,14 @@ using Part = Report::Part;
 using Row = std::vector<std::string>;
 
 std::string Cell(const Json::Value& value, Shown shown) {
-  if (value.isNull()) return "?";
+  if (value.isNull()) return shown == Shown::kTime || shown == Shown::kAge ? "-" : "?";
   if (value.isBool()) return value.asBool() ? "yes" : "no";
   if (value.isString()) return value.asString().empty() ? "-" : Printable(value.asString());
-  if (shown == Shown::kBytes && value.isUInt64()) return FormatBytes(value.asUInt64());
+  if (value.isUInt64()) {
+    if (shown == Shown::kBytes) return FormatBytes(value.asUInt64());
+    if (shown == Shown::kTime) return value.asUInt64() == 0 ? "-" : FormatTime(value.asInt64());
+    if (shown == Shown::kAge) return FormatAge(value.asUInt64());
+  }
   if (value.isArray()) {
     std::vector<std::string> texts;
     for (const Json::Value& each : value) texts.push_back(Cell(each, shown));
@@ -100,7 +104,7 @@ class TableFormatter : public Formatter {
     return out;
   }
 
-  std::string Format(const Failure&) const override { return {}; }
+  std::string Format(const Failure& failure) const override { return Format(failure.report); }
 };
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstdio>
+#include <ctime>
 
 namespace drgroupctl {
 
@@ -113,6 +114,42 @@ std::string FormatBytes(std::uint64_t bytes) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, number < 10 ? "%.1f%c" : "%.0f%c", number, kUnits[unit]);
   return buffer;
+}
+
+std::string FormatTime(std::int64_t time) {
+  const std::time_t seconds = time;
+  std::tm parts = {};
+  char buffer[64];
+  if (gmtime_r(&seconds, &parts) == nullptr ||
+      std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M:%S UTC", &parts) == 0) {
+    return std::to_string(time);
+  }
+  return buffer;
+}
+
+std::string FormatAge(std::uint64_t seconds) {
+  const auto pair = [](std::uint64_t whole, char unit, std::uint64_t rest, char smaller) {
+    const std::string text = std::to_string(whole) + unit;
+    return rest == 0 ? text : text + ' ' + std::to_string(rest) + smaller;
+  };
+  if (seconds < 60) return std::to_string(seconds) + 's';
+  if (seconds < 3600) return std::to_string(seconds / 60) + 'm';
+  if (seconds < 86400) return pair(seconds / 3600, 'h', seconds % 3600 / 60, 'm');
+  return pair(seconds / 86400, 'd', seconds % 86400 / 3600, 'h');
+}
+
+std::string CutToWidth(const std::string& text, std::size_t width) {
+  if (DisplayWidth(text) <= width) return text;
+  std::string out;
+  std::string_view rest = text;
+  while (!rest.empty()) {
+    const std::string_view before = rest;
+    TakeCharacter(rest);
+    const std::string_view character = before.substr(0, before.size() - rest.size());
+    if (DisplayWidth(out) + DisplayWidth(character) + 1 > width) break;
+    out += character;
+  }
+  return out + '~';
 }
 
 bool ParseBytes(const std::string& text, std::uint64_t& bytes) {

@@ -27,6 +27,15 @@ std::size_t DisplayWidth(std::string_view text);
 // A number of bytes for people, such as 1.5G.
 std::string FormatBytes(std::uint64_t bytes);
 
+// A time in seconds since the epoch for people, in UTC.
+std::string FormatTime(std::int64_t time);
+
+// A number of seconds for people, such as 45s, 3m and 2h 5m.
+std::string FormatAge(std::uint64_t seconds);
+
+// `text`, which is printable, cut to that many columns; what is cut off is marked.
+std::string CutToWidth(const std::string& text, std::size_t width);
+
 // Reads N, NK, NM, NG or NT (powers of 1024). False when it is something else or does not fit.
 bool ParseBytes(const std::string& text, std::uint64_t& bytes);
 

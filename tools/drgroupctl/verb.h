@@ -17,6 +17,7 @@ enum class Value {
   kGroup,  // one that there is
   kGsnap,
   kTarget,
+  kPlan,
   kVolume,
   kSize,
   kChoice,

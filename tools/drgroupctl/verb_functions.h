@@ -25,5 +25,23 @@ Report SnapshotRestore(const Arguments& args);
 Report SnapshotClone(const Arguments& args);
 Report SnapshotDelete(const Arguments& args);
 Report SnapshotRepair(const Arguments& args);
+Report SnapshotPrune(const Arguments& args);
+Report SnapshotShip(const Arguments& args);
+Report SnapshotSync(const Arguments& args);
+Report Protect(const Arguments& args);
+Report Sync(const Arguments& args);
+Report Stop(const Arguments& args);
+Report Status(const Arguments& args);
+Report Switchover(const Arguments& args);
+Report Failover(const Arguments& args);
+Report Reprotect(const Arguments& args);
+Report Edit(const Arguments& args);
+Report Unprotect(const Arguments& args);
+Report PlanList(const Arguments& args);
+Report PlanShow(const Arguments& args);
+Report PlanDelete(const Arguments& args);
+Report PlanPromote(const Arguments& args);
+Report PlanRollback(const Arguments& args);
+Report ActionRun(const Arguments& args);
 
 }  // namespace drgroupctl

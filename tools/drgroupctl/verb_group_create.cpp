@@ -1,20 +1,12 @@
-#include <unistd.h>
-#include <vreldrcore/file.h>
-#include <vreldrgroup/db.h>
-#include <vreldrgroup/snapshot/gsnap_utils.h>
-
-#include <cerrno>
 #include <filesystem>
 #include <set>
 #include <system_error>
 
-#include "catalogue.h"
-#include "console.h"
 #include "failure.h"
+#include "group_creation.h"
 #include "group_store.h"
 #include "host.h"
 #include "text.h"
-#include "undo.h"
 #include "verb_functions.h"
 
 namespace drgroupctl {
@@ -58,53 +50,6 @@ std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
   return dir;
 }
 
-// Whether `dir` holds the same group already, left by an interrupted creation or by a lost link.
-// Throws when it holds anything else of a group.
-bool HoldsSameGroup(const Group& group) {
-  const std::string& dir = group.directory;
-  Group found;
-  if (!ReadDefinition(dir, found)) {
-    std::error_code error;
-    if (fs::symlink_status(DatabasePath(dir), error).type() == fs::file_type::not_found) {
-      return false;
-    }
-    throw Failure(ExitCode::kRefused, "directory " + Quote(dir) +
-                                          " holds the catalogue of an unknown group: choose "
-                                          "another directory");
-  }
-  if (found.id != group.id) {
-    throw Failure(ExitCode::kRefused, "directory " + Quote(dir) + " belongs to group " +
-                                          Quote(found.id) + ": choose another directory");
-  }
-  if (found.targets != group.targets) {
-    throw Failure(ExitCode::kRefused, "directory " + Quote(dir) +
-                                          " holds this group already, with other targets: name "
-                                          "the targets that " +
-                                          Quote(DefinitionPath(dir)) +
-                                          " has, or choose another directory");
-  }
-  return true;
-}
-
-[[noreturn]] void ThrowCannotMake(const std::string& dir) {
-  throw Failure(ExitCode::kStorage, "cannot make the directory " + Quote(dir) + ": " +
-                                        std::generic_category().message(errno) +
-                                        "; make it, or see to what is in its way");
-}
-
-// Makes `dir` and what is missing above it. What was made goes again with `undo`.
-void MakeDirectory(const std::string& dir, Undo& undo) {
-  std::vector<std::string> missing;
-  std::error_code error;
-  for (fs::path each = dir; !each.empty() && !fs::exists(each, error); each = each.parent_path()) {
-    missing.push_back(each);
-  }
-  undo.Add([missing] {
-    for (const std::string& each : missing) rmdir(each.c_str());
-  });
-  if (!VrelDRCore::File::CreateDir(dir, 0755)) ThrowCannotMake(dir);
-}
-
 }  // namespace
 
 Report GroupCreate(const Arguments& args) {
@@ -112,46 +57,7 @@ Report GroupCreate(const Arguments& args) {
   group.targets = FindTargets(args.List("--target"));
   group.directory = ChooseDirectory(args, group.id);
 
-  // The link directory is the group's lock. One without a link was left by an interrupted creation.
-  const std::string linkDir = LinkDirectory(group.id);
-  if (!VrelDRCore::File::CreateDir(linkDir, 0755)) ThrowCannotMake(linkDir);
-  const GroupLock lock(group.id);
-  std::error_code error;
-  if (fs::symlink_status(LinkPath(group.id), error).type() != fs::file_type::not_found) {
-    throw Failure(ExitCode::kRefused, "group " + Quote(group.id) +
-                                          " exists already: choose another identifier, or see "
-                                          "\"drgroupctl group show\"");
-  }
-
-  Undo undo;
-  undo.Add([&linkDir] { rmdir(linkDir.c_str()); });
-  MakeDirectory(group.directory, undo);
-  if (!HoldsSameGroup(group)) {
-    undo.Add([&group] { unlink(DefinitionPath(group.directory).c_str()); });
-    WriteDefinition(group);
-  }
-  const bool isNew = !VrelDRGroup::DRGroupDB::Get(group.directory).IsExisted();
-  undo.Add([&group, isNew] {
-    unlink(LinkPath(group.id).c_str());
-    if (isNew) VrelDRGroup::DRGroupDB::Clear(group.directory, "");
-  });
-  int err = 0;
-  std::string said;
-  bool made = false;
-  {
-    const StderrCapture capture;
-    made = VrelDRGroup::Utils::InitDRGroupDB(group.directory, group.id, err, true);
-    said = capture.FirstLine();
-  }
-  if (!made) {
-    const std::string about = "group " + Quote(group.id) + ": cannot make its catalogue: ";
-    if (const auto problem = ExamineScript()) throw Failure(problem->code, about + problem->text);
-    throw Failure(ExitCode::kCatalogue,
-                  about + (said.empty() ? "check the permissions of " + Quote(LinkRoot()) +
-                                              " and " + Quote(group.directory)
-                                        : said));
-  }
-  undo.Dismiss();
+  CreateGroup(group);
 
   Report report;
   report.AddText("Created group " + Quote(group.id) + ".");

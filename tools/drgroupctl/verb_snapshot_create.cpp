@@ -2,13 +2,13 @@
 #include <vreldrgroup/record/target_group.h>
 #include <vreldrgroup/snapshot/gsnap_create.h>
 
-#include <algorithm>
 #include <map>
 #include <set>
 
 #include "catalogue.h"
 #include "catalogue_view.h"
 #include "console.h"
+#include "copy_warning.h"
 #include "failure.h"
 #include "group_store.h"
 #include "host.h"
@@ -34,24 +34,6 @@ SnapshotIds ListSnapshotIds(const Group& group) {
     }
   }
   return ids;
-}
-
-// Tells, once, which targets are copied while they may be written to.
-void WarnOfCopies(const Group& group) {
-  const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
-  std::vector<std::string> targets;
-  for (const VrelDR::Target& target : group.targets) {
-    const std::string volume = RequireTarget(target.GetId()).volume;
-    const auto found = std::find_if(volumes.begin(), volumes.end(),
-                                    [&](const auto& each) { return each.name == volume; });
-    if (found != volumes.end() && !found->is_atomic) {
-      targets.push_back(Quote(target.GetId()) + " on volume " + Quote(volume));
-    }
-  }
-  if (targets.empty()) return;
-  PrintWarning("the snapshots of target " + Join(targets, ", ") +
-               " are copies and not of one instant: they are only as consistent as the writers "
-               "are quiet");
 }
 
 // What a failed creation left on the targets that nothing refers to, and the first target without a
@@ -112,7 +94,7 @@ Report SnapshotCreate(const Arguments& args) {
   const Group group = LoadGroup(args.Text("GROUP"));
   RequireCatalogue(group.id, Access::kWrite);
   const SnapshotIds before = ListSnapshotIds(group);
-  WarnOfCopies(group);
+  WarnOfCopies(group.targets);
 
   const VrelDRGroup::TargetList targets(group.targets, group.id);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),

@@ -1,41 +1,13 @@
 #include "verb.h"
 
-#include "catalogue_view.h"
 #include "host.h"
 #include "verb_functions.h"
+#include "verb_parameters.h"
 
 // The table of verbs. Parsing, help, the manual page and the shell's completion are made from it.
 namespace drgroupctl {
 
 namespace {
-
-Parameter Argument(const char* name, Value value, const char* summary) {
-  return {name, value, name, summary, true};
-}
-
-Parameter Flag(const char* name, const char* summary) {
-  return {name, Value::kFlag, "", summary};
-}
-
-const Parameter& Yes() {
-  static const Parameter yes =
-      Flag("--yes", "do not ask; without a terminal to ask at, the verb is refused without it");
-  return yes;
-}
-
-Parameter Group(const char* summary) {
-  return Argument("GROUP", Value::kGroup, summary);
-}
-Parameter Gsnap() {
-  return Argument("GSNAP", Value::kGsnap, "the group snapshot, such as g1-gsnap-1700000000");
-}
-
-Parameter Description() {
-  return {"--description", Value::kText, "TEXT", "what to remember of it"};
-}
-Parameter Consistency(const char* summary) {
-  return {"--consistency", Value::kChoice, "KIND", summary, false, false, ConsistencyNames()};
-}
 
 Parameter Volume() {
   return {"--volume", Value::kVolume, "V", "the volume that the target is made on", true};
@@ -54,8 +26,11 @@ const std::vector<Parameter>& CommonOptions() {
   return options;
 }
 
-const std::vector<Verb>& Verbs() {
-  static const std::vector<Verb> verbs = {
+namespace {
+
+// The verbs for volumes, targets, groups and their snapshots.
+std::vector<Verb> CatalogueVerbs() {
+  return {
       {"volume list",
        "list the volumes of this host",
        {"For each volume: its engine and how it makes snapshots; whether a snapshot is of one "
@@ -138,7 +113,7 @@ const std::vector<Verb>& Verbs() {
        {"Shows where its catalogue is, how many group snapshots it has, the latest of them, and "
         "whether each of its targets is there."},
        "Nothing.",
-       {Group("the group")},
+       {GroupArgument("the group")},
        {},
        GroupShow},
 
@@ -172,7 +147,7 @@ const std::vector<Verb>& Verbs() {
         "With --force a catalogue that cannot be used is given up as well. The report names the "
         "target snapshots that stay on their targets although nothing records them any more."},
        "The group's link, catalogue and definition are lost; with --force its group snapshots too.",
-       {Group("the group")},
+       {GroupArgument("the group")},
        {Flag("--force", "delete its group snapshots too, or a catalogue that cannot be used"),
         Yes()},
        GroupDelete},
@@ -185,7 +160,7 @@ const std::vector<Verb>& Verbs() {
         "When a target fails, no group snapshot is recorded. Snapshots that were taken of targets "
         "before it stay on them, and the message names them."},
        "Adds a snapshot to each target and a group snapshot to the catalogue.",
-       {Group("the group")},
+       {GroupArgument("the group")},
        {Description(), Flag("--lock", "lock it against deletion"),
         Consistency("how consistent whoever asks for it made the targets; unspecified when left "
                     "out")},
@@ -195,7 +170,7 @@ const std::vector<Verb>& Verbs() {
        "list the group snapshots of a group",
        {"In the order in which they were taken, with how many target snapshots each has."},
        "Nothing.",
-       {Group("the group")},
+       {GroupArgument("the group")},
        {Flag("--latest", "only the newest one")},
        SnapshotList},
 
@@ -266,10 +241,20 @@ const std::vector<Verb>& Verbs() {
         "Shows first what it is going to change. The report names target snapshots that stay on "
         "their targets although nothing records them any more."},
        "Half recorded group snapshots are lost; the status of others changes.",
-       {Group("the group")},
+       {GroupArgument("the group")},
        {Flag("--dry-run", "only show what would be changed"), Yes()},
        SnapshotRepair},
   };
+}
+
+}  // namespace
+
+const std::vector<Verb>& Verbs() {
+  static const std::vector<Verb> verbs = [] {
+    std::vector<Verb> all = CatalogueVerbs();
+    for (const Verb& each : PlanVerbs()) all.push_back(each);
+    return all;
+  }();
   return verbs;
 }
 

@@ -1,0 +1,229 @@
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <sstream>
+#include <thread>
+
+#include "plan_fixture.h"
+
+// Syncs that run: watched, stopped, and in somebody else's way.
+
+namespace e2e {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using Clock = std::chrono::steady_clock;
+
+// Waits until `condition` holds; a test failure when it does not in time.
+void WaitFor(const std::string& what, const std::function<bool()>& condition) {
+  const auto end = Clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (Clock::now() > end) {
+      ADD_FAILURE() << "waited too long for " << what;
+      return;
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+}
+
+// The first process below `pid` that is a program of one of these names; 0 when there is none.
+int FindBelow(int pid, const std::set<std::string>& names) {
+  std::error_code error;
+  const fs::path tasks = "/proc/" + std::to_string(pid) + "/task";
+  for (fs::directory_iterator each(tasks, error); !error && each != fs::directory_iterator();
+       each.increment(error)) {
+    std::ifstream children(each->path() / "children");
+    for (int child = 0; children >> child;) {
+      std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
+      std::string name;
+      comm >> name;
+      if (names.count(name) != 0) return child;
+      const int below = FindBelow(child, names);
+      if (below != 0) return below;
+    }
+  }
+  return 0;
+}
+
+// Holds the program that sends a snapshot for as long as it lives.
+class PausedShipment {
+ public:
+  explicit PausedShipment(const Process& tool) {
+    WaitFor("the program that sends", [&] {
+      pid_ = FindBelow(tool.Id(), {"rsync", "btrfs"});
+      return pid_ != 0;
+    });
+    if (pid_ != 0) kill(pid_, SIGSTOP);
+  }
+  PausedShipment(const PausedShipment&) = delete;
+  PausedShipment& operator=(const PausedShipment&) = delete;
+  ~PausedShipment() {
+    if (pid_ != 0) kill(pid_, SIGCONT);
+  }
+
+ private:
+  int pid_ = 0;
+};
+
+class PlanRunTest : public PlanTest {
+ protected:
+  // A group whose lun takes a while to be sent.
+  void MakeLargeProtected() {
+    MakeGroup();
+    std::string bytes(48 << 20, 'x');
+    for (std::size_t i = 0; i < bytes.size(); i += 64) bytes[i] = static_cast<char>(i >> 6);
+    host_test::WriteFile(TargetPaths().at("lun"), bytes);
+    RunWell({"protect", "g", "--volume", "v2", "--dr-group", "gd"});
+  }
+  static std::vector<std::string> Tool(std::vector<std::string> words) {
+    words.insert(words.begin(), DRGROUPCTL);
+    return words;
+  }
+  static Json::Value StatusOfLun() {
+    return RunWell({"status", "g", "--json"}).Json()["targets"][0];
+  }
+  // The sync goes on and brings everything over.
+  void ExpectSyncGoesOn() {
+    const auto wanted = MainContents();
+    RunWell({"sync", "g"});
+    EXPECT_EQ(States(), AllProtected());
+    EXPECT_EQ(LastArrivedContents(), wanted);
+    ExpectSameSnapshots();
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlanRunTest, testing::Values("directory", "btrfs"),
+                         FileSystemsTest::NameOf);
+
+TEST_P(PlanRunTest, ARunningSyncIsSeenAndKeepsOthersOut) {
+  MakeLargeProtected();
+  Process sync(Tool({"sync", "g"}));
+  {
+    const PausedShipment paused(sync);
+    const Json::Value row = StatusOfLun();
+    EXPECT_EQ(row["site"], "working");
+    EXPECT_EQ(row["operation"], "sync");
+    EXPECT_THAT(RunWell({"status", "g"}).out, AllOf(HasSubstr("RUNNING"), HasSubstr("sync ")));
+    RunWell({"plan", "show", row["plan_id"].asString()});
+    RunWell({"plan", "list"});
+    // By the group, and by the plan where it is another group's.
+    for (const char* verb : {"sync", "switchover", "failover", "unprotect"}) {
+      RunBadly(kBusy, {verb, "g"}, {"\"g\"", "another process", "\"lun\" is in sync since 20"});
+    }
+    for (const char* verb : {"sync", "switchover"}) {
+      const Result result = Run({verb, "gd"});
+      EXPECT_EQ(result.code, kBusy) << result.err;
+      EXPECT_THAT(result.err, AllOf(HasSubstr("nothing was done"), HasSubstr("sync")));
+    }
+  }
+  EXPECT_EQ(sync.Wait().code, kDone);
+  EXPECT_EQ(LastArrivedContents(), MainContents());
+}
+
+TEST_P(PlanRunTest, AStoppedSyncGoesOn) {
+  MakeLargeProtected();
+  Process sync(Tool({"sync", "g"}));
+  {
+    const PausedShipment paused(sync);
+    const auto begin = Clock::now();
+    RunWell({"stop", "g"});
+    EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3));
+  }
+  const Result result = sync.Wait();
+  EXPECT_EQ(result.code, 9) << result.err;
+  EXPECT_THAT(result.err, AllOf(HasSubstr("\"lun\""), HasSubstr("stop"),
+                                HasSubstr("target \"share\": not started")));
+  EXPECT_EQ(StatusOfLun()["site"], "normal");
+  RunWell({"stop", "g"});
+  ExpectSyncGoesOn();
+}
+
+TEST_P(PlanRunTest, ASignalStopsASyncWithWhatHasArrivedKept) {
+  MakeLargeProtected();
+  for (const int signal : {SIGINT, SIGTERM}) {
+    Process sync(Tool({"sync", "g", "--json"}));
+    {
+      const PausedShipment paused(sync);
+      kill(sync.Id(), signal);
+      const Result result = sync.Wait();
+      EXPECT_EQ(result.code, 9) << result.err;
+      EXPECT_EQ(result.Json()["error"]["kind"], "stopped");
+      EXPECT_THAT(result.err, Not(HasSubstr(" %"))) << "no progress with --json";
+    }
+  }
+  ExpectSyncGoesOn();
+}
+
+TEST_P(PlanRunTest, ProgressIsToldInLinesWhereThereIsNoTerminal) {
+  MakeLargeProtected();
+  Process sync(Tool({"sync", "g"}));
+  {
+    const PausedShipment paused(sync);
+    WaitFor("a line of progress",
+            [&] { return sync.ErrorSoFar().find(" %, target ") != std::string::npos; });
+  }
+  const Result result = sync.Wait();
+  EXPECT_EQ(result.code, kDone);
+  const std::size_t at = result.err.rfind("drgroupctl: ", result.err.find(" %, target "));
+  const std::string line = result.err.substr(at, result.err.find('\n', at) - at);
+  EXPECT_THAT(line, testing::MatchesRegex("drgroupctl: sync of group \"g\": [0-9]+ %, target "
+                                          "\"lun\" \\(1/3\\)(, [0-9.KMG]+ of [0-9.KMG]+)?"));
+}
+
+TEST_P(PlanRunTest, ATerminalGetsABarThatIsClearedAtTheEnd) {
+  MakeLargeProtected();
+  Process sync({"script", "-qec", std::string(DRGROUPCTL) + " sync g", "/dev/null"});
+  {
+    const PausedShipment paused(sync);
+    WaitFor("the bar", [&] { return sync.OutputSoFar().find(" %  1/3 ") != std::string::npos; });
+  }
+  const Result result = sync.Wait();
+  EXPECT_EQ(result.code, kDone) << result.out;
+  EXPECT_THAT(result.out, AllOf(HasSubstr("\rsync g ["), HasSubstr("] "), HasSubstr("lun")));
+  const std::size_t last = result.out.rfind("\r\x1b[K");
+  ASSERT_NE(last, std::string::npos);
+  EXPECT_THAT(result.out.substr(last), AllOf(HasSubstr("Synced group"), Not(HasSubstr(" %  "))));
+  std::istringstream lines(result.out.substr(0, last));
+  for (std::string line; std::getline(lines, line, '\r');) {
+    if (line.rfind("sync g [", 0) != 0) continue;
+    line.erase(std::min(line.size(), line.find('\x1b')));
+    EXPECT_LT(line.size(), 80U) << line;
+  }
+}
+
+TEST_P(PlanRunTest, ADrVolumeThatIsGoneInTheMiddleOfASyncIsTold) {
+  MakeLargeProtected();
+  RunWell({"sync", "g"});
+  ChangeMain();
+  {
+    std::fstream lun(TargetPaths().at("lun"), std::ios::in | std::ios::out | std::ios::binary);
+    lun << std::string(32 << 20, 'z');
+  }
+  Process sync(Tool({"sync", "g"}));
+  {
+    const PausedShipment paused(sync);
+    LoseVolume("v2");
+  }
+  const Result result = sync.Wait();
+  EXPECT_EQ(result.code, kStorage) << result.err;
+  EXPECT_THAT(result.err, HasSubstr("\"lun\""));
+  EXPECT_THAT(result.err, HasSubstr("\"v2\""));
+  const Json::Value row = StatusOfLun();
+  EXPECT_EQ(row["site"], "unreachable");
+  EXPECT_THAT(row["problem"].asString(), AllOf(HasSubstr("\"lun-dr\""), HasSubstr("\"v2\"")));
+  const Result again = Run({"sync", "g"});
+  EXPECT_EQ(again.code, kStorage) << again.err;
+  EXPECT_THAT(again.err, AllOf(HasSubstr("nothing was done"), HasSubstr("\"v2\"")));
+
+  BringVolumeBack("v2");
+  ExpectSyncGoesOn();
+}
+
+}  // namespace
+}  // namespace e2e

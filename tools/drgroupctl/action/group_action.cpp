@@ -1,0 +1,100 @@
+#include "action/group_action.h"
+
+#include <vreldr/report.h>
+
+#include "action/plans.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// What runs on the plans of a group at this moment; empty when nothing does or nobody can tell.
+std::string RunningText(const std::string& groupId) {
+  std::vector<std::string> texts;
+  try {
+    for (const std::string& target : TargetIds(LoadGroup(groupId))) {
+      for (const VrelDR::DRPlan& plan : PlansOf(target)) {
+        VrelDR::SiteOPJournal journal;
+        if (!VrelDR::SiteOPJournalReporter(plan.GetPlanId()).ReadReport(journal) ||
+            journal.GetState() != VrelDR::OPState::kRunning) {
+          continue;
+        }
+        texts.push_back("target " + Quote(target) + " is in " +
+                        VrelDR::Utils::ToString(journal.GetOPStatus()) + " since " +
+                        FormatTime(journal.GetBeginTime()) + ", at " +
+                        std::to_string(journal.GetProgress()) + " %");
+      }
+    }
+  } catch (const Failure&) {  // what has failed already matters more
+    return {};
+  }
+  return Join(texts, ", ");
+}
+
+}  // namespace
+
+ActionLock::ActionLock(const std::string& groupId, const Arguments& args) {
+  if (args.Has("--dry-run")) return;
+  try {
+    lock_.emplace(groupId);
+  } catch (Failure& failure) {
+    const std::string running =
+        failure.code == ExitCode::kBusy ? RunningText(groupId) : std::string();
+    if (!running.empty()) failure.message += "; " + running;
+    throw;
+  }
+}
+
+std::vector<std::string> TargetIds(const Group& group) {
+  std::vector<std::string> ids;
+  for (const VrelDR::Target& each : group.targets) ids.push_back(each.GetId());
+  return ids;
+}
+
+Prepared PrepareOnGroup(const std::string& task, const Group& group, Json::Value params) {
+  return Prepare(FindTask(task), group.id, TargetIds(group), params);
+}
+
+std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args) {
+  const std::vector<Check> checks = CheckTargets(prepared);
+  if (const auto refusal = RefusalOf(prepared.title, checks)) throw Failure(*refusal);
+  if (!args.Has("--dry-run")) return std::nullopt;
+  Report report;
+  report.AddText("The " + prepared.title + " would be begun: every check passed.");
+  report.AddField({"group_id", "Group"}, prepared.group);
+  report.AddField({"task", "Task"}, prepared.name);
+  AddChecks(report, checks);
+  return report;
+}
+
+Course Run(const Prepared& prepared, const Arguments& args) {
+  Course course;
+  {
+    Progress progress(prepared, args);
+    course = Drive(prepared, progress);
+  }
+  RequireDone(prepared, course);
+  return course;
+}
+
+Report CourseReport(const Prepared& prepared, const Course& course, const std::string& sentence) {
+  Report report;
+  report.AddText(sentence);
+  report.AddField({"group_id", "Group"}, prepared.group);
+  report.AddField({"task", "Task"}, prepared.name);
+  AddOutcomes(report, course);
+  return report;
+}
+
+Report RunOnGroup(const std::string& task, const Arguments& args, const std::string& done,
+                  Json::Value params) {
+  const std::string groupId = args.Text("GROUP");
+  const ActionLock lock(groupId, args);
+  const Prepared prepared = PrepareOnGroup(task, LoadGroup(groupId), std::move(params));
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  const Course course = Run(prepared, args);
+  return CourseReport(prepared, course, done + " group " + Quote(groupId) + ".");
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "action/driver.h"
+#include "action/precheck.h"
+#include "group_store.h"
+#include "verb.h"
+
+// What the verbs that run an action on a group have in common.
+namespace drgroupctl {
+
+// The lock of a group for an action; a failure to get it tells what runs on the group's plans. With
+// --dry-run, which changes nothing, none is taken.
+class ActionLock {
+ public:
+  ActionLock(const std::string& groupId, const Arguments& args);
+
+ private:
+  std::optional<GroupLock> lock_;
+};
+
+std::vector<std::string> TargetIds(const Group& group);
+
+// The library's action on all targets of a group.
+Prepared PrepareOnGroup(const std::string& task, const Group& group, Json::Value params = {});
+
+// Throws unless every target passes every check. With --dry-run the report that ends the verb.
+std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args);
+
+// Runs the action; throws, with what became of every target, when one fails.
+Course Run(const Prepared& prepared, const Arguments& args);
+
+// `sentence`, the group and what became of every target.
+Report CourseReport(const Prepared& prepared, const Course& course, const std::string& sentence);
+
+// All of it, for an action that needs nothing else.
+Report RunOnGroup(const std::string& task, const Arguments& args, const std::string& done,
+                  Json::Value params = {});
+
+}  // namespace drgroupctl

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace drgroupctl {
+
+// The targets that an earlier run of the task has brought where it brings them before it was
+// interrupted, each with the reason to pass it over now: running the task again must finish it, not
+// turn them back. Empty for a group whose targets are all alike.
+//
+// Targets are taken in their order. After an interrupted switchover the first target therefore has
+// the direction that all were to have, and after one that was being reverted the one that all had.
+std::map<std::string, std::string> DoneBefore(const std::string& task,
+                                              const std::vector<std::string>& targets);
+
+}  // namespace drgroupctl

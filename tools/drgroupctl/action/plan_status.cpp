@@ -1,0 +1,160 @@
+#include "action/plan_status.h"
+
+#include <vreldr/report.h>
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/replication/replica_op.h>
+
+#include <algorithm>
+#include <ctime>
+#include <set>
+
+#include "action/plans.h"
+#include "host.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using VrelDR::DRPlan;
+using VrelDR::OPState;
+
+// The word of a status, as programs get it.
+std::string SiteName(VrelDR::DRSiteStatus status) {
+  switch (status) {
+    case VrelDR::kSiteUnreachable:
+      return "unreachable";
+    case VrelDR::kSiteWorking:
+      return "working";
+    case VrelDR::kSiteNormal:
+      return "normal";
+    case VrelDR::kSiteFailover:
+      return "failover";
+    case VrelDR::kSiteInterrupted:
+      return "interrupted";
+    default:
+      return "unknown";
+  }
+}
+
+// Which copy of a plan cannot be reached.
+std::string MissingCopies(const DRPlan& plan) {
+  std::vector<std::string> texts;
+  for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
+    VrelDR::TargetEntry entry;
+    const bool known = FindTarget(id, entry);
+    if (known && entry.is_existed) continue;
+    texts.push_back("target " + Quote(id) +
+                    (known ? " on volume " + Quote(entry.volume) + " is out of reach"
+                           : " does not exist any more"));
+  }
+  return Join(texts, ", ");
+}
+
+std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
+                    const VrelDR::SiteOPJournal& journal) {
+  const std::string task = VrelDR::Utils::ToString(journal.GetOPStatus());
+  switch (status) {
+    case VrelDR::kSiteUnreachable:
+      return MissingCopies(plan);
+    case VrelDR::kSiteInterrupted:
+      return (task.empty() ? "an action" : task) +
+             " was interrupted; the next action on the plan settles it";
+    case VrelDR::kSiteUnknown:
+      return "how the plan stands cannot be found out";
+    default:
+      return journal.GetState() == OPState::kFailed
+                 ? "the last " + task + " failed: " + journal.GetMessage()
+                 : std::string();
+  }
+}
+
+void SetLastArrived(const DRPlan& plan, Json::Value& row) {
+  const std::string snapId = LastArrived(plan.GetPlanId());
+  row["last_snap_id"] = snapId;
+  if (snapId.empty()) return;
+  // Both sides have it: whichever can be asked knows when it was taken.
+  for (const std::string& id : {plan.GetReplicaTargetId(), plan.GetSourceTargetId()}) {
+    const std::uint32_t time =
+        VrelDR::TargetOperation(plan.GetProtectedTargetType(), id).GetSnapshot(snapId).create_time;
+    if (time == 0) continue;
+    row["last_snap_time"] = time;
+    row["age_seconds"] = Json::UInt64(std::max<std::int64_t>(std::time(nullptr) - time, 0));
+    return;
+  }
+}
+
+}  // namespace
+
+PlanSight LookAtPlans(const std::vector<std::string>& targets) {
+  PlanSight sight;
+  const std::set<std::string> wanted(targets.begin(), targets.end());
+  std::set<std::string> ids;
+  for (const DRPlan& plan : AllPlans()) {
+    for (const std::string& target : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
+      if (wanted.count(target) == 0) continue;
+      sight.by_target[target].push_back(plan);
+      ids.insert(plan.GetPlanId());
+    }
+  }
+  Json::Value statuses(Json::objectValue);
+  VrelDRGroup::Operation::PlanInfoGet(ids, statuses);
+  for (const std::string& id : statuses.getMemberNames()) {
+    sight.statuses[id] = static_cast<VrelDR::DRSiteStatus>(statuses[id].asInt());
+  }
+  return sight;
+}
+
+Json::Value UnprotectedRow() {
+  Json::Value row(Json::objectValue);
+  row["state"] = "unprotected";
+  for (const char* key : {"plan_id", "direction", "working_target_id", "replica_target_id", "site",
+                          "last_snap_id", "operation", "operation_text", "problem"}) {
+    row[key] = "";
+  }
+  row["last_snap_time"] = Json::Value();
+  row["age_seconds"] = Json::Value();
+  row["progress"] = 0;
+  row["pending_count"] = 0U;
+  return row;
+}
+
+Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
+  Json::Value row = UnprotectedRow();
+  row["plan_id"] = plan.GetPlanId();
+  row["state"] = StateName(plan);
+  row["direction"] = DirectionName(plan);
+  row["working_target_id"] = plan.GetWorkingTargetId();
+  row["replica_target_id"] = plan.GetWorkingTargetId() == plan.GetReplicaTargetId()
+                                 ? plan.GetSourceTargetId()
+                                 : plan.GetReplicaTargetId();
+  row["site"] = SiteName(status);
+  SetLastArrived(plan, row);
+
+  VrelDR::SiteOPJournal journal;
+  VrelDR::SiteOPJournalReporter(plan.GetPlanId()).ReadReport(journal);
+  if (status == VrelDR::kSiteWorking) {
+    row["operation"] = VrelDR::Utils::ToString(journal.GetOPStatus());
+    row["progress"] = journal.GetProgress();
+    row["operation_text"] =
+        row["operation"].asString() + " " + std::to_string(journal.GetProgress()) + " %";
+  }
+  VrelDR::PendingSnapReport pending;
+  VrelDR::PendingSnapReporter(plan.GetPlanId()).ReadReport(pending);
+  row["pending_count"] = Json::UInt64(pending.GetSnapshots().size());
+  row["problem"] = Problem(plan, status, journal);
+  return row;
+}
+
+std::vector<Column> StatusColumns() {
+  return {{"state", "STATE"},
+          {"working_target_id", "WORKS"},
+          {"replica_target_id", "OTHER COPY"},
+          {"last_snap_time", "LAST ARRIVED", Shown::kTime},
+          {"age_seconds", "AGE", Shown::kAge},
+          {"operation_text", "RUNNING", Shown::kIfAny},
+          {"pending_count", "PENDING"},
+          {"problem", "PROBLEM", Shown::kIfAny}};
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,123 @@
+#include "action/plans.h"
+
+#include <vreldr/report.h>
+#include <vreldrgroup/replication/replica_utils.h>
+
+#include "host.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using VrelDR::DRPlan;
+
+// The library tells only that it failed; the host's configuration is the likely reason.
+Failure CannotRead(const std::string& what) {
+  const std::string dir = StateDirectory();
+  return {ExitCode::kFailed, "cannot look up " + what + ": check that " +
+                                 Quote(dir + "/replica.db") +
+                                 " can be read and written; the system log says more"};
+}
+
+}  // namespace
+
+std::vector<DRPlan> PlansOf(const std::string& target) {
+  std::vector<DRPlan> plans;
+  if (VrelDRGroup::Utils::PlanSelect(target, plans) < 0) {
+    throw CannotRead("the plans of target " + Quote(target));
+  }
+  return plans;
+}
+
+std::vector<DRPlan> AllPlans() {
+  std::vector<DRPlan> plans;
+  if (VrelDR::PlanAPI::ListPlans(plans) != 0) throw CannotRead("the plans of this host");
+  return plans;
+}
+
+DRPlan RequirePlan(const std::string& planId) {
+  DRPlan plan;
+  const int code = VrelDR::PlanAPI::GetPlan(planId, plan);
+  if (code == 0) return plan;
+  if (code != VrelDR::kErrPlanMissing) throw CannotRead("plan " + Quote(planId));
+  throw Failure(ExitCode::kNotFound, "there is no plan " + Quote(planId) +
+                                         ": name one that \"drgroupctl plan list\" shows");
+}
+
+DRPlan RequireOnePlan(const std::string& target) {
+  const std::vector<DRPlan> plans = PlansOf(target);
+  if (plans.size() != 1) throw NoOnePlan(target, plans);
+  return plans.front();
+}
+
+Failure NoOnePlan(const std::string& target, const std::vector<DRPlan>& plans) {
+  const std::string named = "target " + Quote(target);
+  if (plans.empty()) {
+    return {ExitCode::kNotFound, named +
+                                     " has no plan: protect its group with \"drgroupctl protect\" "
+                                     "first"};
+  }
+  return {ExitCode::kRefused, named + " has " + Count(plans.size(), "plan") + ", " +
+                                  PlanNames(plans) +
+                                  ", and it cannot be told which is meant: finish an interrupted "
+                                  "\"drgroupctl edit\" by running it again, or remove one with "
+                                  "\"drgroupctl plan delete\""};
+}
+
+std::string LastArrived(const std::string& planId) {
+  VrelDR::RetentionLockReport report;
+  VrelDR::RetentionLockReporter(planId).ReadReport(report);
+  return report.GetLastSnapshot();
+}
+
+bool IsSame(const DRPlan& a, const DRPlan& b) {
+  return a.GetPlanId() == b.GetPlanId() && a.GetStatus() == b.GetStatus() &&
+         a.GetDirection() == b.GetDirection();
+}
+
+std::string DirectionName(const DRPlan& plan) {
+  return plan.GetDirection() == VrelDR::kDRToMain ? "DR to main" : "main to DR";
+}
+
+std::string StateName(const DRPlan& plan) {
+  return plan.GetStatus() == VrelDR::kPlanFailover ? "failed over" : "protected";
+}
+
+std::string StateName(const std::vector<DRPlan>& plans) {
+  if (plans.empty()) return "unprotected";
+  return plans.size() == 1 ? StateName(plans.front()) : Count(plans.size(), "plan");
+}
+
+std::string DescribeState(const std::vector<DRPlan>& plans) {
+  if (plans.size() != 1) return StateName(plans);
+  return StateName(plans.front()) + ", " + Printable(plans.front().GetWorkingTargetId()) + " works";
+}
+
+std::string PlanNames(const std::vector<DRPlan>& plans) {
+  std::vector<std::string> names;
+  names.reserve(plans.size());
+  for (const DRPlan& each : plans) names.push_back(Quote(each.GetPlanId()));
+  return Join(names, ", ");
+}
+
+std::vector<Column> PlanColumns() {
+  return {{"plan_id", "PLAN"},           {"target_id", "TARGET"}, {"dr_target_id", "DR COPY"},
+          {"dr_volume", "DR VOLUME"},    {"state", "STATE"},      {"direction", "DIRECTION"},
+          {"working_target_id", "WORKS"}};
+}
+
+Json::Value PlanRow(const DRPlan& plan) {
+  Json::Value row(Json::objectValue);
+  row["plan_id"] = plan.GetPlanId();
+  row["target_id"] = plan.GetProtectedTargetId();
+  row["dr_target_id"] = plan.GetDRTargetId();
+  VrelDR::TargetEntry entry;
+  row["dr_volume"] = FindTarget(plan.GetDRTargetId(), entry) ? entry.volume : "";
+  row["state"] = StateName(plan);
+  row["direction"] = DirectionName(plan);
+  row["working_target_id"] = plan.GetWorkingTargetId();
+  return row;
+}
+
+}  // namespace drgroupctl

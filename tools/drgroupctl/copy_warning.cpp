@@ -1,0 +1,29 @@
+#include "copy_warning.h"
+
+#include <algorithm>
+#include <string>
+
+#include "console.h"
+#include "host.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+void WarnOfCopies(const std::vector<VrelDR::Target>& asked) {
+  const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
+  std::vector<std::string> targets;
+  for (const VrelDR::Target& target : asked) {
+    const std::string volume = RequireTarget(target.GetId()).volume;
+    const auto found = std::find_if(volumes.begin(), volumes.end(),
+                                    [&](const auto& each) { return each.name == volume; });
+    if (found != volumes.end() && !found->is_atomic) {
+      targets.push_back(Quote(target.GetId()) + " on volume " + Quote(volume));
+    }
+  }
+  if (targets.empty()) return;
+  PrintWarning("the snapshots of target " + Join(targets, ", ") +
+               " are copies and not of one instant: they are only as consistent as the writers "
+               "are quiet");
+}
+
+}  // namespace drgroupctl

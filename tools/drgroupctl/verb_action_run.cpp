@@ -1,0 +1,89 @@
+#include <vreldrcore/json.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <system_error>
+
+#include "action/group_action.h"
+#include "console.h"
+#include "file_write.h"
+#include "json_file.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+namespace {
+
+Json::Value ReadParams(const Task& task, const std::string& path) {
+  if (path.empty()) return Json::Value(Json::objectValue);
+  const std::string from = "--params " + Quote(path);
+  std::error_code error;
+  if (!std::filesystem::is_regular_file(path, error)) {
+    throw Failure(ExitCode::kUsage, from + ": there is no such file");
+  }
+  std::ifstream file(path, std::ios::binary);
+  std::ostringstream text;
+  if (!file) throw Failure(ExitCode::kUsage, from + ": it cannot be read: check its permissions");
+  text << file.rdbuf();
+  Json::Value params;
+  std::string problem;
+  if (!ParseJsonObject(text.str(), params, problem)) {
+    throw Failure(ExitCode::kUsage, from + ": " + problem);
+  }
+  CheckParams(task, params, from);
+  return params;
+}
+
+void WriteParams(const std::string& path, const Json::Value& params) {
+  std::error_code error;
+  const std::string whole = std::filesystem::absolute(path, error);
+  const int number = WriteFileAtomically(whole, VrelDRCore::JsonUtil::ToString(params) + "\n");
+  if (number != 0) {
+    throw Failure(ExitCode::kStorage, "cannot write " + Quote(path) + ": " +
+                                          std::generic_category().message(number) +
+                                          "; the action itself was done");
+  }
+}
+
+// A checker has nothing to run: asking every target is all of it.
+Report CheckerReport(const Prepared& prepared) {
+  const std::vector<Check> checks = CheckTargets(prepared);
+  if (const auto refusal = RefusalOf(prepared.title, checks)) throw Failure(*refusal);
+  Report report;
+  report.AddText("Every target of group " + Quote(prepared.group) + " passed " +
+                 Quote(prepared.name) + ".");
+  report.AddField({"group_id", "Group"}, prepared.group);
+  report.AddField({"task", "Task"}, prepared.name);
+  AddChecks(report, checks);
+  return report;
+}
+
+}  // namespace
+
+Report ActionRun(const Arguments& args) {
+  const Task& task = FindTask(args.Text("TASK"));
+  Json::Value params = ReadParams(task, args.Text("--params"));
+  const std::string groupId = args.Text("GROUP");
+  std::optional<ActionLock> lock;
+  if (!task.needs_no_lock) lock.emplace(groupId, args);
+  const Group group = LoadGroup(groupId);
+  const Prepared prepared = Prepare(task, groupId, TargetIds(group), params);
+  if (task.is_checker) return CheckerReport(prepared);
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  const std::string loss = LossOf(task.name, params);
+  if (!loss.empty()) Confirm(args, loss + ", in group " + Quote(groupId));
+  const Course course = Run(prepared, args);
+  if (args.Has("--params-out")) WriteParams(args.Text("--params-out"), params);
+
+  Report report = CourseReport(prepared, course,
+                               "Action " + Quote(task.name) + " ran on group " + Quote(groupId) +
+                                   ", on " + Count(CountDone(course), "target") + ".");
+  // What the action has filled in is what another one needs.
+  report.AddField({"params", "Parameters"}, params);
+  return report;
+}
+
+}  // namespace drgroupctl

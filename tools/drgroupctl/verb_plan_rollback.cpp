@@ -1,0 +1,37 @@
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/replication/replica_op.h>
+
+#include "action/plans.h"
+#include "console.h"
+#include "failure.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+Report PlanRollback(const Arguments& args) {
+  const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
+  const std::string& replica = plan.GetReplicaTargetId();
+  const std::string snapId = LastArrived(plan.GetPlanId());
+  if (snapId.empty()) {
+    throw Failure(ExitCode::kNotFound, "no snapshot has arrived at target " + Quote(replica) +
+                                           " yet: there is nothing to drop");
+  }
+  Confirm(args,
+          "drop snapshot " + Quote(snapId) + ", the last that arrived at target " + Quote(replica));
+  if (VrelDRGroup::Operation::DrSnapRollback(replica) != 0) {
+    throw Failure(ExitCode::kFailed,
+                  "snapshot " + Quote(snapId) + " of target " + Quote(replica) +
+                      " could not be dropped: check with \"drgroupctl plan show " +
+                      plan.GetPlanId() + "\" what holds it; the system log says more");
+  }
+  Report report;
+  report.AddText("Dropped snapshot " + Quote(snapId) + " of target " + Quote(replica) + ".");
+  report.AddField({"plan_id", "Plan"}, plan.GetPlanId());
+  report.AddField({"target_id", "Target"}, replica);
+  report.AddField({"dropped_snap_id", "Dropped"}, snapId);
+  report.AddField({"last_snap_id", "Last arrived now"}, LastArrived(plan.GetPlanId()));
+  return report;
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,65 @@
+#include <vreldr/report.h>
+
+#include "action/group_action.h"
+#include "action/plans.h"
+#include "copy_warning.h"
+#include "text.h"
+#include "verb_functions.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// What the last sync of each target has sent.
+Json::Value SyncRows(const std::vector<std::string>& targets) {
+  Json::Value rows(Json::arrayValue);
+  for (const std::string& target : targets) {
+    VrelDR::SyncReport report;
+    VrelDR::PlanSyncReporter(RequireOnePlan(target).GetPlanId()).ReadReport(report);
+    Json::Value row(Json::objectValue);
+    row["target_id"] = target;
+    row["result"] = "done";
+    row["snap_id"] = report.GetSnapId();
+    row["size_bytes"] = Json::UInt64(report.GetSyncRecord().total_size_byte);
+    row["sent_bytes"] = Json::UInt64(report.GetSyncRecord().sent_size_byte);
+    rows.append(row);
+  }
+  return rows;
+}
+
+// The targets that snapshots are taken of.
+std::vector<VrelDR::Target> SourcesOf(const Group& group) {
+  std::vector<VrelDR::Target> sources;
+  sources.reserve(group.targets.size());
+  for (const VrelDR::Target& each : group.targets) {
+    sources.emplace_back(RequireOnePlan(each.GetId()).GetSourceTargetId(), each.GetType());
+  }
+  return sources;
+}
+
+}  // namespace
+
+Report Sync(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const ActionLock lock(groupId, args);
+  const Group group = LoadGroup(groupId);
+  const Prepared prepared = PrepareOnGroup("sync", group);
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  WarnOfCopies(SourcesOf(group));
+  Run(prepared, args);
+
+  Report report;
+  report.AddText("Synced group " + Quote(groupId) + ".");
+  report.AddField({"group_id", "Group"}, groupId);
+  report.AddField({"task", "Task"}, prepared.name);
+  report.AddTable({"targets", "Targets"},
+                  {{"target_id", "TARGET"},
+                   {"result", "RESULT"},
+                   {"snap_id", "SNAPSHOT"},
+                   {"size_bytes", "LOOKED AT", Shown::kBytes},
+                   {"sent_bytes", "SENT", Shown::kBytes}},
+                  SyncRows(prepared.targets));
+  return report;
+}
+
+}  // namespace drgroupctl
