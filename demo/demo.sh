@@ -103,7 +103,8 @@ say "A host with two volumes"
 mkdir "$work/content" "$work/state" "$work/vol-two" "$work/vol-one"
 if truncate -s 512M "$work/btrfs.img" && mkfs.btrfs -q "$work/btrfs.img" >"$work/mkfs.log" 2>&1 &&
   mount -o loop "$work/btrfs.img" "$work/vol-one" 2>"$work/mount.log"; then
-  echo "vol-one is a btrfs file system in a file; vol-two is a plain directory."
+  echo "vol-one, where the data is, is a btrfs file system in a file; vol-two, for the DR copies, is a"
+  echo "plain directory."
 else
   echo "Both are plain directories: a btrfs image cannot be mounted here without root."
 fi
@@ -133,7 +134,7 @@ cat >"$work/content/guest/mail-guest.json" <<JSON
 {"name": "mail-guest", "memory_mib": 1024, "kernel": "$(uname -r)", "disks": ["system.img"]}
 JSON
 show drgroupctl target import ledger-disk --volume vol-one --type lun "$work/content/disk.img"
-show drgroupctl target import team-files --volume vol-two --type share "$@"
+show drgroupctl target import team-files --volume vol-one --type share "$@"
 show drgroupctl target import mail-guest --volume vol-one --type guest \
   "$work/content/guest/mail-guest.json" "$work/content/guest/system.img"
 show drgroupctl target list
@@ -231,5 +232,62 @@ drgroupctl snapshot list office --json >"$work/answer.json"
   exit 1
 }
 
-say "Done: two group snapshots taken and proven, one deleted, the other restored, cloned and lost."
+say "Protect the group: a DR copy of every target on the second volume"
+show drgroupctl protect office --volume vol-two --dr-group office-dr
+show drgroupctl sync office
+show drgroupctl status office
+
+say "A group snapshot goes over, and is recorded on the DR side"
+remember third
+show drgroupctl snapshot create office --description "to fail over to"
+drgroupctl snapshot list office --latest --json >"$work/answer.json"
+third=$(ask_json '$.snapshots[0].gsnap_id')
+show drgroupctl snapshot ship "$third"
+show drgroupctl sync office
+show drgroupctl snapshot sync office-dr
+show drgroupctl snapshot list office-dr
+
+# Changes every target of the group, or with "-dr" every DR copy, where it works.
+change() {
+  printf '%s' "$2" | dd of="$(target_path "ledger-disk$1")" bs=1 seek=8192 conv=notrunc status=none
+  echo "$2" >"$(target_path "team-files$1")/new-file"
+  printf '%s' "$2" |
+    dd of="$(target_path "mail-guest$1")/system.img" bs=1 seek=12288 conv=notrunc status=none
+}
+# Compares the bytes of every target, or with "-dr" of every DR copy, with what was remembered.
+prove_copies() {
+  for target in $targets; do
+    is=$(checksum "$(target_path "$target$1")")
+    [ "$is" = "$(cat "$work/sum.$2.$target")" ] || {
+      echo "demo: $target$1 holds other bytes than it should" >&2
+      exit 1
+    }
+    echo "$target$1 holds exactly those bytes: sha256 $is"
+  done
+}
+
+say "The data changes; fail over to the group snapshot"
+change '' 'changed before the failover'
+remember fourth
+for target in $targets; do differs "$target" third fourth; done
+show drgroupctl failover office --snapshot "$third"
+prove_copies -dr third
+
+say "Work goes on at the DR copies; reprotect the group and send that back"
+change -dr 'changed at the DR copies'
+for target in $targets; do
+  checksum "$(target_path "$target-dr")" >"$work/sum.fifth.$target"
+  differs "$target" third fifth
+done
+show drgroupctl reprotect office
+show drgroupctl sync office
+
+say "Switch back: the first copies work again, with what was written at the others"
+show drgroupctl switchover office --dry-run
+show drgroupctl switchover office
+prove_copies '' fifth
+show drgroupctl status office
+
+say "Done: group snapshots taken and proven, deleted, restored, cloned and lost; the group protected,
+   failed over to a group snapshot, reprotected and switched back, with its bytes proven each time."
 umount "$work/vol-one" 2>/dev/null || :
