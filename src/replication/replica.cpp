@@ -252,6 +252,7 @@ OperationPtr ReprotectOf(ReprotectState& state, const DRPlan& plan, const std::s
 
 template <class Tag>
 std::string ActionImpl<Tag>::GetTaskName() {
+  static_assert(kRules<Tag>.task_name != nullptr, "the tag has no row in the table");
   return kRules<Tag>.task_name;
 }
 

@@ -1,6 +1,7 @@
 #include <vreldr/report.h>
 #include <vreldr/target_operation.h>
 
+#include <algorithm>
 #include <set>
 
 #include "action/group_action.h"
@@ -27,6 +28,7 @@ constexpr char kTakenByActions[] = "By vreldrgroup";
 struct Surplus {
   VrelDR::Target target;
   Snapshot snapshot;
+  bool is_deleted = false;
 };
 
 // Every target snapshot that any group's catalogue records. Throws when one cannot be read: what it
@@ -63,10 +65,12 @@ std::vector<Surplus> FindSurplus(const Group& group) {
       const VrelDR::Target target(id, group.targets[i].GetType());
       const VrelDR::TargetOperation operation(target);
       const std::vector<Snapshot> snapshots = operation.ListSnapshots();
-      if (operation.GetErrCode() != 0) ThrowHostError(operation);
+      if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
+        PrintWarning("target " + Quote(id) + " is passed over: " + HostMessage(operation));
+      }
       for (const Snapshot& each : snapshots) {
         if (each.meta.description == kTakenByActions && needed.count(each.snap_id) == 0) {
-          surplus.push_back({target, each});
+          surplus.push_back({target, each, false});
         }
       }
     }
@@ -74,31 +78,36 @@ std::vector<Surplus> FindSurplus(const Group& group) {
   return surplus;
 }
 
-Json::Value Rows(const std::vector<Surplus>& surplus, std::size_t deleted) {
+Json::Value Rows(const std::vector<Surplus>& surplus) {
   Json::Value rows(Json::arrayValue);
-  for (std::size_t i = 0; i < surplus.size(); ++i) {
+  for (const Surplus& each : surplus) {
     Json::Value row(Json::objectValue);
-    row["target_id"] = surplus[i].target.GetId();
-    row["snap_id"] = surplus[i].snapshot.snap_id;
-    row["time"] = surplus[i].snapshot.create_time;
-    row["is_deleted"] = i < deleted;
+    row["target_id"] = each.target.GetId();
+    row["snap_id"] = each.snapshot.snap_id;
+    row["time"] = each.snapshot.create_time;
+    row["is_deleted"] = each.is_deleted;
     rows.append(row);
   }
   return rows;
 }
 
+std::size_t CountDeleted(const std::vector<Surplus>& surplus) {
+  return static_cast<std::size_t>(std::count_if(surplus.begin(), surplus.end(),
+                                                [](const auto& each) { return each.is_deleted; }));
+}
+
 Report PruneReport(const Group& group, const std::string& sentence,
-                   const std::vector<Surplus>& surplus, std::size_t deleted) {
+                   const std::vector<Surplus>& surplus) {
   Report report;
   report.AddText(sentence);
   report.AddField({"group_id", "Group"}, group.id);
-  report.AddField({"deleted_count", "Deleted"}, Json::UInt64(deleted));
+  report.AddField({"deleted_count", "Deleted"}, Json::UInt64(CountDeleted(surplus)));
   report.AddTable({"snapshots", "Snapshots"},
                   {{"target_id", "TARGET"},
                    {"snap_id", "SNAPSHOT"},
                    {"time", "TIME", Shown::kTime},
                    {"is_deleted", "DELETED"}},
-                  Rows(surplus, deleted));
+                  Rows(surplus));
   return report;
 }
 
@@ -107,30 +116,32 @@ Report PruneReport(const Group& group, const std::string& sentence,
 Report SnapshotPrune(const Arguments& args) {
   const ActionLock lock(args.Text("GROUP"), args);
   const Group group = LoadGroup(args.Text("GROUP"));
-  const std::vector<Surplus> surplus = FindSurplus(group);
+  std::vector<Surplus> surplus = FindSurplus(group);
   const std::string count = Count(surplus.size(), "snapshot");
   if (args.Has("--dry-run")) {
     return PruneReport(group, "Would delete " + count + " of group " + Quote(group.id) + ".",
-                       surplus, 0);
+                       surplus);
   }
   if (!surplus.empty()) {
     Confirm(args, "delete " + count + " that syncs of group " + Quote(group.id) + " have taken");
   }
-  std::size_t deleted = 0;
-  for (const Surplus& each : surplus) {
+  for (Surplus& each : surplus) {
     const VrelDR::TargetOperation operation(each.target);
-    if (!operation.DeleteSnapshot(each.snapshot.snap_id)) {
-      Failure failure(FromHostError(operation.GetErrCode()),
-                      "group " + Quote(group.id) + ": " + std::to_string(deleted) + " of " + count +
-                          " deleted, the same command goes on: " + HostMessage(operation));
-      failure.details["target_id"] = each.target.GetId();
-      failure.details["snapshots"] = Rows(surplus, deleted);
-      throw failure;
-    }
-    ++deleted;
+    each.is_deleted = operation.DeleteSnapshot(each.snapshot.snap_id);
+    // One that a plan is in the middle of sending stays.
+    if (each.is_deleted || operation.GetErrCode() == VrelDR::kErrLocked) continue;
+    Failure failure(FromHostError(operation.GetErrCode()),
+                    "group " + Quote(group.id) + ": " + std::to_string(CountDeleted(surplus)) +
+                        " of " + count +
+                        " deleted, the same command goes on: " + HostMessage(operation));
+    failure.details["target_id"] = each.target.GetId();
+    failure.details["snapshots"] = Rows(surplus);
+    throw failure;
   }
-  return PruneReport(group, "Deleted " + count + " of group " + Quote(group.id) + ".", surplus,
-                     deleted);
+  return PruneReport(
+      group,
+      "Deleted " + Count(CountDeleted(surplus), "snapshot") + " of group " + Quote(group.id) + ".",
+      surplus);
 }
 
 }  // namespace drgroupctl

@@ -74,9 +74,9 @@ std::vector<Verb> PlanVerbs() {
       {"snapshot prune",
        "delete the snapshots that syncs have left behind",
        {"Every sync takes a snapshot of each target and needs only the last of them. Deletes, on "
-        "both "
-        "copies, those before it that no plan holds or is going to send and that no group's "
-        "catalogue records. Refused while the catalogue of any group cannot be read.",
+        "both copies, those before it that no plan holds or is going to send and that no group's "
+        "catalogue records. Refused while the catalogue of any group cannot be read. A copy that "
+        "is out of reach is passed over.",
         "What was deleted before a failure stays deleted, and the same command goes on."},
        "Snapshots that syncs have taken are lost.",
        {GroupArgument("the group")},

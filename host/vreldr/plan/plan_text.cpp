@@ -18,8 +18,8 @@ std::string TimeText(std::uint32_t time) {
   const auto seconds = static_cast<std::time_t>(time);
   std::tm parts{};
   char text[32];
-  if (localtime_r(&seconds, &parts) == nullptr) return {};
-  return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts) != 0 ? text : "";
+  if (gmtime_r(&seconds, &parts) == nullptr) return {};
+  return std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S UTC", &parts) != 0 ? text : "";
 }
 
 std::string ListText(const std::vector<Operation::Snapshot>& snapshots) {

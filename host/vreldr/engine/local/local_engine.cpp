@@ -80,9 +80,12 @@ std::string LocalEngine::GetTargetPath(const Target& target) const {
   return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
 }
 
+std::string LocalEngine::SnapshotDir(const Target& target, const std::string& snapId) const {
+  return path_ + "/" + kOwnDir + "/" + kSnapshots + "/" + target.GetId() + "/" + snapId;
+}
+
 std::string LocalEngine::GetSnapshotPath(const Target& target, const std::string& snapId) const {
-  const std::string dir =
-      path_ + "/" + kOwnDir + "/" + kSnapshots + "/" + target.GetId() + "/" + snapId;
+  const std::string dir = SnapshotDir(target, snapId);
   return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
 }
 

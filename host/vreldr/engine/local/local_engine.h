@@ -55,6 +55,7 @@ class LocalEngine : public StorageEngine {
   Status CleanUp(const Target& target) const override;
 
  private:
+  std::string SnapshotDir(const Target& target, const std::string& snapId) const;
   Status Open(Fd& volume) const;
   // Also opens the volume's ".vreldr".
   Status Open(Fd& volume, Fd& own) const;

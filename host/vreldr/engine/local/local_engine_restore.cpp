@@ -58,7 +58,7 @@ Status LocalEngine::CopyFromSnapshot(const Target& target, const std::string& sn
   const Fd copy = OpenDir(toFd, name);
   if (!copy) return StatusOfErrno(errno, path_);
   TreeCopier copier(copy.Get(), Strictness::kAll);
-  return copier.CopyContent(snapshot.Get(), GetSnapshotPath(target, snapId));
+  return copier.CopyContent(snapshot.Get(), SnapshotDir(target, snapId));
 }
 
 Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& snapId) const {

@@ -203,7 +203,7 @@ Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
   if (!copy) return StatusOfErrno(error != 0 ? error : errno, route.to.path_);
   TreeCopier copier(copy.Get(), Strictness::kAll, &watch);
   Status status =
-      copier.CopyContent(base.Get(), route.to.GetSnapshotPath(route.replica, route.base_id));
+      copier.CopyContent(base.Get(), route.to.SnapshotDir(route.replica, route.base_id));
   if (!status.IsOk()) return status;
   if (renameat(tmp.Get(), route.snap_id.c_str(), incoming, route.snap_id.c_str()) != 0) {
     error = errno;
