@@ -11,6 +11,9 @@ using Targets = std::set<std::string>;
 struct ParamsRow {
   Tag tag;
   std::string added;
+  friend std::ostream& operator<<(std::ostream& out, const ParamsRow& row) {
+    return out << row.tag;
+  }
 };
 
 class ActionParams : public PlanTest, public testing::WithParamInterface<ParamsRow> {

@@ -15,6 +15,7 @@ struct UndoRow {
   std::string operation;  // that undoes, without its arguments
   std::string kind;       // as the log names it
   bool is_set_kept;       // those that were undone stay in the set
+  friend std::ostream& operator<<(std::ostream& out, const UndoRow& row) { return out << row.name; }
 };
 
 // The reverts that give a target back to its former side, on targets whose newest snapshots are n1,

@@ -21,6 +21,7 @@ static_assert(std::is_same_v<ActionPolicy::TmpSyncStop, ActionPolicy::IntToType<
 struct NameRow {
   Tag tag;
   std::string task_name;
+  friend std::ostream& operator<<(std::ostream& out, const NameRow& row) { return out << row.tag; }
 };
 class ActionName : public testing::TestWithParam<NameRow> {};
 
@@ -58,6 +59,7 @@ struct BuildRow {
   Tag tag;
   std::string params;
   std::string operation;
+  friend std::ostream& operator<<(std::ostream& out, const BuildRow& row) { return out << row.tag; }
 };
 
 class ActionOperation : public PlanTest, public testing::WithParamInterface<BuildRow> {
@@ -141,6 +143,9 @@ struct RefusalRow {
   Tag tag;
   std::string message;
   int err;
+  friend std::ostream& operator<<(std::ostream& out, const RefusalRow& row) {
+    return out << row.tag;
+  }
 };
 
 class ActionWithoutOnePlan : public PlanTest, public testing::WithParamInterface<RefusalRow> {
