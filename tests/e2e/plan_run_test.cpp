@@ -32,19 +32,29 @@ void WaitFor(const std::string& what, const std::function<bool()>& condition) {
   }
 }
 
-// The first process below `pid` that is a program of one of these names; 0 when there is none.
-int FindBelow(int pid, const std::set<std::string>& names) {
+std::string FirstLine(const fs::path& path) {
+  std::ifstream file(path);
+  std::string line;
+  std::getline(file, line);
+  return line;
+}
+
+// The process below `pid` that writes what is sent: without it nothing goes on. Of btrfs there are
+// others that only read. 0 when there is none.
+int FindWriter(int pid) {
   std::error_code error;
   const fs::path tasks = "/proc/" + std::to_string(pid) + "/task";
   for (fs::directory_iterator each(tasks, error); !error && each != fs::directory_iterator();
        each.increment(error)) {
     std::ifstream children(each->path() / "children");
     for (int child = 0; children >> child;) {
-      std::ifstream comm("/proc/" + std::to_string(child) + "/comm");
-      std::string name;
-      comm >> name;
-      if (names.count(name) != 0) return child;
-      const int below = FindBelow(child, names);
+      const fs::path proc = "/proc/" + std::to_string(child);
+      const std::string name = FirstLine(proc / "comm");
+      if (name == "rsync") return child;
+      if (name == "btrfs" && FirstLine(proc / "cmdline").find("receive") != std::string::npos) {
+        return child;
+      }
+      const int below = FindWriter(child);
       if (below != 0) return below;
     }
   }
@@ -56,7 +66,7 @@ class PausedShipment {
  public:
   explicit PausedShipment(const Process& tool) {
     WaitFor("the program that sends", [&] {
-      pid_ = FindBelow(tool.Id(), {"rsync", "btrfs"});
+      pid_ = FindWriter(tool.Id());
       return pid_ != 0;
     });
     if (pid_ != 0) kill(pid_, SIGSTOP);
