@@ -25,3 +25,13 @@ if(VRELDRGROUP_SANITIZE)
 else()
   add_compile_definitions($<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()
+
+# Compiling once what most files include saves a third of the time. Not everywhere, so that a header
+# that some file forgets to include is missed where this is off.
+option(VRELDRGROUP_PCH "Precompile the headers that most files have in common" OFF)
+function(vrel_precompile target)
+  if(VRELDRGROUP_PCH)
+    target_precompile_headers(${target} PRIVATE
+      <json/value.h> <algorithm> <filesystem> <map> <memory> <set> <string> <vector>)
+  endif()
+endfunction()

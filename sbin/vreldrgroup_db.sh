@@ -85,11 +85,13 @@ done
 # runs the missing steps. sqlite3 stops at the first error in a text that it runs as one, and a text
 # ends at a line that ends in ";". So BEGIN to SELECT have none, and the steps are one line up to
 # their COMMIT: after an error nothing more of them is done.
+# The journal is emptied, and that brought to disk, before it is deleted: one that a power cut brought
+# back with its bytes would take the steps back.
 # What follows ".read" is only reached when something has failed.
 #
 # Each text must stay under 4096 bytes, the shell needs a process to feed a longer one; the missing
 # steps must fit into the pipe, which is 64 KiB. "-pagecache 0 0" saves making a cache in advance.
-exec 5>&2
+command exec 5>&2 || exec 2>/dev/null 5>&2  # the caller may have closed it
 trap 'printf "vreldrgroup_db.sh: cannot start sqlite3: install this program\n" >&5; exit 1' EXIT
 export db timeout
 exec sqlite3 -init /dev/fd/3 -batch -pagecache 0 0 "$db" \
@@ -99,8 +101,9 @@ SELECT '.exit 256' FROM vreldrcore_db_info WHERE key = 'version' AND value = $cu
   AND NOT EXISTS (SELECT 1 FROM $tables WHERE 0);
 CHECK
 EMPTY
-.print begin
 .timeout $timeout
+PRAGMA journal_mode = TRUNCATE;
+.print begin
 .once /dev/fd/3
 BEGIN IMMEDIATE
 ; CREATE TABLE IF NOT EXISTS vreldrcore_db_info (key TEXT PRIMARY KEY, value)
@@ -110,12 +113,13 @@ BEGIN IMMEDIATE
     iif(version NOT NULL OR EXISTS (SELECT 1 FROM sqlite_master
           WHERE type = 'table' AND name <> 'vreldrcore_db_info'),
       'SELECT 1 FROM $tables WHERE 0;', '')
-    $steps || 'COMMIT; SELECT writefile(''/dev/fd/3'', ''.exit 256'');')
+    $steps || 'COMMIT; PRAGMA journal_mode = DELETE; SELECT writefile(''/dev/fd/3'', ''.exit 256'');')
   FROM (SELECT max(CAST(value AS INTEGER)) AS version FROM vreldrcore_db_info
     WHERE key = 'version')
 ;
 .read /dev/fd/3
 ROLLBACK;
+PRAGMA journal_mode = DELETE;
 .print end
 .system . ./explain.sh
 .exit 1

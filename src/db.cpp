@@ -1,9 +1,12 @@
 #include "vreldrgroup/db.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vrelcore/vlibc.h>
 #include <vreldrcore/file.h>
+
+#include <algorithm>
 
 #include "db_paths.h"
 #include "log.h"
@@ -50,6 +53,35 @@ std::string GetLinkPath(const std::string& linkPath) {
     return {};
   }
   return buffer;
+}
+
+// Brings the names in a directory to disk.
+bool SyncDir(const std::string& dir) {
+  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd == -1) return false;
+  const bool good = fsync(fd) == 0;
+  close(fd);
+  return good;
+}
+
+// Turns an absolute path into that of its parent; "/" stays.
+void Ascend(std::string& path) {
+  path.erase(std::max<std::size_t>(path.rfind('/'), 1));
+}
+
+// Makes the link with what is missing of its directory, and brings all of it to disk. False when
+// that cannot be done; what stood at `linkPath` before is still there, and nothing new.
+bool MakeLink(const std::string& dbPath, const std::string& linkDir, const std::string& linkPath) {
+  std::string oldest = linkDir;
+  while (access(oldest.c_str(), F_OK) != 0 && oldest.size() > 1) Ascend(oldest);
+  VrelDRCore::File::CreateDir(linkDir, kDirMode);
+  // A dangling link that was not to be replaced makes this fail: nothing is overwritten.
+  if (symlink(dbPath.c_str(), linkPath.c_str()) != 0) return false;
+  for (std::string dir = linkDir; SyncDir(dir); Ascend(dir)) {
+    if (dir.size() <= oldest.size()) return true;
+  }
+  unlink(linkPath.c_str());
+  return false;
 }
 
 }  // namespace
@@ -99,9 +131,7 @@ bool DRGroupDB::Init(const std::string& dbDir, const std::string& groupId, bool 
     }
   }
   if (VLIBCFileExist(linkPath.c_str()) == 0) {
-    VrelDRCore::File::CreateDir(linkDir, kDirMode);
-    // A dangling link that was not to be replaced makes this fail: nothing is overwritten.
-    if (symlink(dbPath.c_str(), linkPath.c_str()) != 0) {
+    if (!MakeLink(dbPath, linkDir, linkPath)) {
       LOG_LONG_ERR("Failed to link [%s] to [%s]", dbPath.c_str(), linkPath.c_str());
       return false;
     }
@@ -112,12 +142,16 @@ bool DRGroupDB::Init(const std::string& dbDir, const std::string& groupId, bool 
 }
 
 void DRGroupDB::Clear(const std::string& dbDir, const std::string& groupId) {
-  if (!groupId.empty()) VrelDRCore::File::RemoveDir(GetDBDirByGroupId(groupId));
+  if (!groupId.empty()) {
+    VrelDRCore::File::RemoveDir(GetDBDirByGroupId(groupId));
+    SyncDir(kDrGroupRoot);
+  }
   if (dbDir.empty()) return;
   const std::string dbPath = Get(dbDir).GetPath();
   if (VLIBCFileExist(dbPath.c_str()) != 1) return;
   unlink(dbPath.c_str());
   for (const char* suffix : kSideFiles) unlink((dbPath + suffix).c_str());
+  SyncDir(dbDir);
 }
 
 DRTransactDB::DRTransactDB(const std::string& dbPath)

@@ -1,15 +1,12 @@
-#include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
-#include <cerrno>
 #include <cstdarg>
 #include <vector>
 
+#include "process/process.h"
 #include "vrelcore/vlibc.h"
 
-extern char** environ;
-
-// posix_spawn, not fork: a service of many gigabytes pays for copying its page tables otherwise.
 int VLIBCExec(const char* prog, ...) {
   std::vector<char*> argv{const_cast<char*>(prog)};
   va_list args;
@@ -20,12 +17,13 @@ int VLIBCExec(const char* prog, ...) {
   va_end(args);
   argv.push_back(nullptr);
 
-  pid_t pid = 0;
-  if (posix_spawn(&pid, prog, nullptr, nullptr, argv.data(), environ) != 0) return -1;
-
-  int status = 0;
-  while (waitpid(pid, &status, 0) == -1) {
-    if (errno != EINTR) return -1;
-  }
+  VrelHost::ProcessSpec spec;
+  spec.path = prog;
+  spec.argv = argv.data();
+  spec.envp = environ;
+  VrelHost::Process process;
+  if (process.Start(spec) != 0) return -1;
+  const int status = process.Wait();
+  if (status == -1) return -1;
   return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }

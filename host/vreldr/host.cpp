@@ -4,6 +4,8 @@
 #include <map>
 #include <set>
 
+#include "volume_admission.h"
+
 namespace VrelDR {
 
 namespace {
@@ -44,21 +46,64 @@ Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
   return {};
 }
 
-Status Host::Open() {
+Status Host::OpenIfMade() {
   if (store) return {};
+  volumes.clear();
+  VrelHost::HostStanding standing;
   Status status = OpenVolumes(config, volumes);
-  return status.IsOk() ? Store::Open(config.state_dir, store) : status;
+  if (status.IsOk()) status = FindHost(config, Making::kNever, standing);
+  if (!status.IsOk() || !standing.is_there) return status;
+  node_id = standing.node_id;
+  status = Store::Open(config.state_dir, store);
+  if (status.IsOk()) status = ExpectIdentities();
+  if (!status.IsOk()) store.reset();
+  return status;
 }
 
-Status Host::FindEngine(const std::string& volume, const StorageEngine*& engine) const {
+Status Host::Open(Making making) {
+  Status status = OpenIfMade();
+  if (!status.IsOk() || store) return status;
+  if (making == Making::kWhenAbsent) {
+    VrelHost::HostStanding standing;
+    status = FindHost(config, making, standing);
+    return status.IsOk() ? OpenIfMade() : status;
+  }
+  return {kErrStore, "there is no host yet in the state directory " + Quoted(config.state_dir) +
+                         "; correct \"state_dir\" in " + Quoted(config.file) +
+                         ", create the first target or run \"drgroupctl host init\""};
+}
+
+Status Host::ExpectIdentities() {
+  std::vector<VolumeRow> rows;
+  Status status = store->ListVolumes(rows);
+  for (Volume& volume : volumes) {
+    for (VolumeRow& row : rows) {
+      if (row.name != volume.name) continue;
+      volume.engine->Expect(IdentityOf(row));
+      volume.is_admitted = true;
+      volume.row = std::move(row);
+    }
+  }
+  return status;
+}
+
+Status Host::FindVolume(const std::string& name, Volume*& volume) {
   const auto found = std::find_if(volumes.begin(), volumes.end(),
-                                  [&](const Volume& each) { return each.name == volume; });
+                                  [&](const Volume& each) { return each.name == name; });
   if (found == volumes.end()) {
-    return {kErrVolumeMissing, "volume " + Quoted(volume) + " is not in the configuration " +
+    return {kErrVolumeMissing, "volume " + Quoted(name) + " is not in the configuration " +
                                    Quoted(config.file) + "; add it or name another"};
   }
-  engine = found->engine.get();
+  volume = &*found;
   return {};
+}
+
+Status Host::FindEngine(const std::string& name, const StorageEngine*& engine) {
+  Volume* volume = nullptr;
+  Status status = FindVolume(name, volume);
+  if (status.IsOk()) status = AdmitVolume(*this, *volume);
+  if (status.IsOk()) engine = volume->engine.get();
+  return status;
 }
 
 Status HostTarget::FindRow(const std::string& targetId) {

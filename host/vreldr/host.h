@@ -7,6 +7,7 @@
 
 #include "config/config.h"
 #include "engine/engine.h"
+#include "foundation/foundation.h"
 #include "status.h"
 #include "store/store.h"
 #include "target_lock.h"
@@ -18,22 +19,39 @@ struct Volume {
   std::string name;
   std::string engine_name;
   std::unique_ptr<StorageEngine> engine;
+  VolumeRow row = {};        // its recorded identity; empty while it has none
+  bool is_admitted = false;  // may be used by this host; see AdmitVolume
 };
 
 // Reads the configuration and makes the engines of its volumes. kErrConfig when anything is wrong
 // with it, also with one volume only.
 Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes);
 
+using VrelHost::Making;
+
 // The host as one call needs it: configuration, engines and records, read afresh by the first Open.
 struct Host {
   VrelHost::Config config;
+  std::string node_id;
   std::vector<Volume> volumes;
   std::optional<Store> store;
 
-  Status Open();
-  // The engine of a volume; the host keeps it. kErrVolumeMissing when none of that name is
-  // configured.
-  Status FindEngine(const std::string& volume, const StorageEngine*& engine) const;
+  // kErrStore when there is no host, or a damaged one.
+  Status Open(Making making = Making::kNever);
+  // For calls that list: the same, but without a trace of a host it is good, and nothing is open.
+  Status OpenIfMade();
+  // A volume of the configuration; kErrVolumeMissing when there is none of that name.
+  Status FindVolume(const std::string& name, Volume*& volume);
+  // The engine of a volume that may be used; the host keeps it. kErrVolumeMissing when the volume
+  // is out of reach.
+  Status FindEngine(const std::string& volume, const StorageEngine*& engine);
+  // What is expected of a volume whose identity is recorded.
+  VolumeIdentity IdentityOf(const VolumeRow& row) const {
+    return {node_id, row.name, row.id, row.file_system};
+  }
+
+ private:
+  Status ExpectIdentities();
 };
 
 // One target of the host for the time of one call.

@@ -30,10 +30,12 @@ inline constexpr std::string_view kRestoreDone = "restore.done";  // the old byt
 inline constexpr std::string_view kShipBegun = "ship.begun";      // its place is made
 inline constexpr std::string_view kShipData = "ship.data";        // some bytes were sent
 inline constexpr std::string_view kShipSent = "ship.sent";        // all has arrived, not yet synced
-inline constexpr std::string_view kShipSynced = "ship.synced";    // synced, not yet read-only
+inline constexpr std::string_view kShipSynced = "ship.synced";    // synced, not said to be whole
+inline constexpr std::string_view kShipMarked = "ship.marked";    // said so, not yet read-only
 inline constexpr std::string_view kShipFrozen = "ship.frozen";    // read-only below its top
 inline constexpr std::string_view kShipRenamed = "ship.renamed";  // under its name
 inline constexpr std::string_view kShipDone = "ship.done";        // nothing is left of the shipment
+inline constexpr std::string_view kDemoteKept = "demote.kept";    // what the user froze is known
 inline constexpr std::string_view kDemoteDone = "demote.done";
 inline constexpr std::string_view kPromoteDone = "promote.done";  // after the steps of restoring
 inline constexpr std::string_view kCreateRecorded = "create.recorded";
@@ -68,6 +70,23 @@ inline constexpr std::string_view kReprotectTurned = "reprotect.turned";  // the
 inline constexpr std::string_view kPlanDeleteMarked = "plan_delete.marked";
 inline constexpr std::string_view kPlanDeletePromoted = "plan_delete.promoted";
 inline constexpr std::string_view kPlanDeleteDone = "plan_delete.done";
+inline constexpr std::string_view kDropBytesGone = "drop.bytes_gone";  // the record is left
+inline constexpr std::string_view kDropDone = "drop.done";
+
+// Making a host, a volume's identity, and bringing old records up to date.
+inline constexpr std::string_view kHostMarked = "host.marked";  // said to be made, nothing there
+inline constexpr std::string_view kHostMovedAside = "host.moved_aside";  // one damaged file of old
+inline constexpr std::string_view kHostIdentified = "host.identified";   // no records yet
+inline constexpr std::string_view kHostRecordsBuilt = "host.records_built";  // not in their place
+inline constexpr std::string_view kHostRecorded = "host.recorded";  // still said to be made
+inline constexpr std::string_view kHostMade = "host.made";
+inline constexpr std::string_view kRecordsUpgrading = "records.upgrading";  // not committed
+inline constexpr std::string_view kRecordsUpgraded = "records.upgraded";
+inline constexpr std::string_view kVolumeOwnMade = "volume.own_made";  // no identity yet
+inline constexpr std::string_view kVolumeWritten = "volume.written";   // not in its place
+inline constexpr std::string_view kVolumePlaced = "volume.placed";     // not synced
+inline constexpr std::string_view kVolumeMarked = "volume.marked";     // the record is left
+inline constexpr std::string_view kVolumeRecorded = "volume.recorded";
 
 // Ends the process at once when VRELDR_KILL_POINT names `step`.
 void KillPoint(std::string_view step);

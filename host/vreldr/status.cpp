@@ -30,6 +30,8 @@ const char* AdviceFor(int error) {
     case EACCES:
     case EPERM:
       return "; run it as a user who may do this";
+    case EXDEV:
+      return "; unmount what is mounted there and run it again";
     default:
       return "";
   }

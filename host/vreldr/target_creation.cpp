@@ -1,6 +1,7 @@
 #include "target_creation.h"
 
 #include "kill_point.h"
+#include "volume_admission.h"
 
 namespace VrelDR {
 
@@ -8,7 +9,7 @@ namespace {
 
 // Finishes what crashes left of creations and removals. A target that somebody works on right now
 // is passed over, and so is one whose volume cannot be reached: the next call tries again.
-Status FinishInterrupted(const Host& host) {
+Status FinishInterrupted(Host& host) {
   std::vector<TargetRow> rows;
   Status status = host.store->ListTargets(rows);
   for (const TargetRow& each : rows) {
@@ -37,7 +38,7 @@ Status CheckUnrecorded(const Host& host, const Target& target) {
 
 }  // namespace
 
-Status ForgetTarget(const Host& host, const TargetRow& row) {
+Status ForgetTarget(Host& host, const TargetRow& row) {
   const StorageEngine* engine = nullptr;
   Status status = host.FindEngine(row.volume, engine);
   if (status.IsOk()) status = engine->RemoveTarget(row.target);
@@ -47,18 +48,32 @@ Status ForgetTarget(const Host& host, const TargetRow& row) {
   return status;
 }
 
+Status RemoveMarkedTarget(Host& host, const HostTarget& target) {
+  Status status = InContext(target.Cannot("remove"), ForgetTarget(host, target.GetRow()));
+  if (!status.IsOk()) {
+    status.message +=
+        "; its removal has begun, and what is left of it is not whole any more: mend that and "
+        "remove it again";
+  }
+  return status;
+}
+
 Status CreateTarget(Host& host, const Target& target, const std::string& volume,
                     const std::function<Status(const StorageEngine&)>& makeBytes,
                     const DRPlan* plan) {
   const std::string cannot =
       "cannot create target " + Quoted(target.GetId()) + " on volume " + Quoted(volume);
   const StorageEngine* engine = nullptr;
-  Status status = InContext(cannot, host.FindEngine(volume, engine));
+  Volume* place = nullptr;
+  Status status = InContext(cannot, host.FindVolume(volume, place));
+  // Before a new volume is judged by what is on it and what is recorded on it.
   if (status.IsOk()) status = FinishInterrupted(host);
+  if (status.IsOk()) status = InContext(cannot, host.FindEngine(volume, engine));
   if (!status.IsOk()) return status;
   TargetLock lock;
   status = InContext(cannot, lock.Acquire(host.config.state_dir, target.GetId()));
   if (status.IsOk()) status = CheckUnrecorded(host, target);
+  if (status.IsOk()) status = InContext(cannot, InitialiseVolume(host, *place));
   if (status.IsOk()) status = InContext(cannot, engine->PreparePlace(target));
   if (!status.IsOk()) return status;
 

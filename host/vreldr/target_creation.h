@@ -15,6 +15,10 @@ Status CreateTarget(Host& host, const Target& target, const std::string& volume,
                     const DRPlan* plan = nullptr);
 
 // Removes the target's bytes and records; the caller has its lock and has marked its record.
-Status ForgetTarget(const Host& host, const TargetRow& row);
+Status ForgetTarget(Host& host, const TargetRow& row);
+
+// The same for one that callers have known. A failure says that the target is not whole any more:
+// it stays marked, and whoever removes it again, or makes another target, finishes that.
+Status RemoveMarkedTarget(Host& host, const HostTarget& target);
 
 }  // namespace VrelDR

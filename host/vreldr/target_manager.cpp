@@ -29,7 +29,7 @@ Status CreateTarget(const TargetSpec& spec) {
   Status status = CheckSpec(spec);
   if (!status.IsOk()) return status;
   Host host;
-  status = host.Open();
+  status = host.Open(Making::kWhenAbsent);
   if (!status.IsOk()) return status;
   return CreateTarget(host, spec.target, spec.volume, [&spec](const StorageEngine& engine) {
     if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
@@ -46,6 +46,9 @@ Status CheckRemovable(const HostTarget& opened, bool withSnapshots) {
   std::vector<Operation::Snapshot> snapshots;
   Status status = opened.GetEngine().FindTarget(opened.GetTarget(), found);
   if (status.IsOk()) status = opened.GetEngine().CheckWritable();
+  if (status.IsOk()) {
+    status = opened.GetEngine().CheckPlace(opened.GetTarget(), PlaceUse::kRemoval);
+  }
   status = InContext(opened.Cannot("remove"), status);
   if (status.IsOk()) status = opened.ListSnapshots(snapshots);
   if (!status.IsOk() || snapshots.empty() || withSnapshots) return status;
@@ -65,7 +68,25 @@ Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
   }
   if (!status.IsOk()) return status;
   KillPoint(kForgetMarked);
-  return InContext(opened.Cannot("remove"), ForgetTarget(host, opened.GetRow()));
+  return RemoveMarkedTarget(host, opened);
+}
+
+// With the plan that goes with it, if one does.
+Status DescribeRemains(const Store& store, const TargetRow& row, TargetRemains& remains) {
+  remains.target = row.target;
+  remains.volume = row.volume;
+  std::vector<PlanRow> plans;
+  Status status = store.Plans().SelectPlans(row.target.GetId(), plans);
+  for (const PlanRow& each : plans) {
+    if (each.state != RecordState::kDeleting) continue;
+    const DRPlan& plan = each.plan;
+    remains.plan_id = plan.GetPlanId();
+    remains.other_target_id = plan.GetDRTargetId() == row.target.GetId()
+                                  ? plan.GetProtectedTargetId()
+                                  : plan.GetDRTargetId();
+    remains.is_dr_side = plan.GetDRTargetId() == row.target.GetId();
+  }
+  return status;
 }
 
 TargetEntry Describe(Host& host, const TargetRow& row) {
@@ -73,13 +94,16 @@ TargetEntry Describe(Host& host, const TargetRow& row) {
   entry.target = row.target;
   entry.volume = row.volume;
   HostTarget opened(host);
-  if (!opened.Adopt(row).IsOk()) return entry;
-  entry.path = opened.GetEngine().GetTargetPath(row.target);
-  std::vector<Operation::Snapshot> snapshots;
-  if (opened.GetEngine().FindTarget(row.target, entry.is_existed).IsOk() &&
-      opened.ListSnapshots(snapshots).IsOk()) {
-    entry.snapshots = snapshots.size();
+  Status status = opened.Adopt(row);
+  if (status.IsOk()) {
+    entry.path = opened.GetEngine().GetTargetPath(row.target);
+    status = InContext(opened.Cannot("look at"),
+                       opened.GetEngine().FindTarget(row.target, entry.is_existed));
   }
+  std::vector<Operation::Snapshot> snapshots;
+  if (status.IsOk()) status = opened.ListSnapshots(snapshots);
+  entry.snapshots = snapshots.size();
+  entry.problem = status.message;
   return entry;
 }
 
@@ -92,11 +116,27 @@ bool TargetManager::Create(const TargetSpec& spec) const {
 bool TargetManager::List(std::vector<TargetEntry>& targets) const {
   return RunAndRecord(*this, [&]() -> Status {
     Host host;
-    Status status = host.Open();
+    Status status = host.OpenIfMade();
     std::vector<TargetRow> rows;
-    if (status.IsOk()) status = host.store->ListTargets(rows);
+    if (host.store) status = host.store->ListTargets(rows);
     for (const TargetRow& row : rows) {
       if (row.state == RecordState::kWhole) targets.push_back(Describe(host, row));
+    }
+    return status;
+  });
+}
+
+bool TargetManager::ListRemains(std::vector<TargetRemains>& remains) const {
+  return RunAndRecord(*this, [&]() -> Status {
+    Host host;
+    Status status = host.OpenIfMade();
+    std::vector<TargetRow> rows;
+    if (host.store) status = host.store->ListTargets(rows);
+    for (const TargetRow& row : rows) {
+      if (!status.IsOk() || row.state != RecordState::kDeleting) continue;
+      TargetRemains found;
+      status = DescribeRemains(*host.store, row, found);
+      if (status.IsOk()) remains.push_back(std::move(found));
     }
     return status;
   });
@@ -107,9 +147,9 @@ bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
   return RunAndRecord(*this,
                       [&]() -> Status {
                         Host host;
-                        Status status = host.Open();
+                        Status status = host.OpenIfMade();
                         std::optional<TargetRow> row;
-                        if (status.IsOk()) status = host.store->GetTarget(targetId, row);
+                        if (host.store) status = host.store->GetTarget(targetId, row);
                         found = row && row->state == RecordState::kWhole;
                         if (found) entry = Describe(host, *row);
                         return status;
@@ -119,6 +159,29 @@ bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
 
 bool TargetManager::Remove(const std::string& targetId, bool withSnapshots) const {
   return RunAndRecord(*this, [&] { return RemoveTarget(targetId, withSnapshots); });
+}
+
+bool TargetManager::CheckPlace(const std::string& targetId, PlaceUse use) const {
+  return RunAndRecord(*this, [&] {
+    Host host;
+    HostTarget opened(host);
+    Status status = opened.OpenToRead(targetId);
+    if (!status.IsOk()) return status;
+    const std::string what = use == PlaceUse::kSnapshot      ? "take a snapshot of"
+                             : use == PlaceUse::kReplacement ? "restore"
+                             : use == PlaceUse::kRemoval     ? "remove"
+                                                             : "make unwritable";
+    return InContext(opened.Cannot(what), opened.GetEngine().CheckPlace(opened.GetTarget(), use));
+  });
+}
+
+bool TargetManager::FindMounts(const std::string& targetId, std::vector<std::string>& paths) const {
+  return RunAndRecord(*this, [&] {
+    Host host;
+    HostTarget opened(host);
+    Status status = opened.OpenToRead(targetId);
+    return status.IsOk() ? opened.GetEngine().FindMounts(opened.GetTarget(), paths) : status;
+  });
 }
 
 }  // namespace VrelDR

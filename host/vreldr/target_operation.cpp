@@ -1,6 +1,7 @@
 #include "vreldr/target_operation.h"
 
 #include "boundary.h"
+#include "fail_point.h"
 #include "host.h"
 #include "plan/guard.h"
 #include "target_creation.h"
@@ -118,7 +119,8 @@ bool TargetOperation::ListSnapshotIds(std::set<std::string>& snapIds) const {
 }
 
 bool TargetOperation::IsSnapshotExisted(const std::string& snapId) const {
-  return !GetSnapshot(snapId).snap_id.empty();
+  return RunAndRecord(*this, [this] { return FailPoint(kFailAsk, target_.GetId()); }) &&
+         !GetSnapshot(snapId).snap_id.empty();
 }
 
 Snapshot TargetOperation::GetSnapshot(const std::string& snapId) const {

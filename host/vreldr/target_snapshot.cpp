@@ -26,6 +26,7 @@ Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order, Snap
   Snapshot snapshot;
   snapshot.snap_id = order.snap_id.empty() ? VrelDRCore::GenerateUUID() : order.snap_id;
   snapshot.meta = order.meta;
+  snapshot.maker = Operation::ThisMaker();
   Status status = store.AddSnapshot(target.GetId(), snapshot, order.plan);
   if (!status.IsOk()) return status;
   KillPoint(kTakeRecorded);

@@ -38,8 +38,9 @@ class VRELDRGROUP_API DRGroupDB : public VrelDRCore::SqliteDB {
 
   // Makes the group's catalogue ready for use: creates the database in `dbDir` unless there is one,
   // links it, and brings an existing one to the current schema. With `relink` a link that leads
-  // elsewhere is replaced; without it, it is trusted. False when an argument is empty, when the
-  // database script fails or when the link cannot be made; a database that was created stays.
+  // elsewhere is replaced; without it, it is trusted. A link that it makes is on disk afterwards.
+  // False when an argument is empty, when the database script fails or when the link cannot be made
+  // or brought to disk; a database that was created stays.
   static bool Init(const std::string& dbDir, const std::string& groupId, bool relink);
 
   // Removes the group's link directory and the database in `dbDir` with SQLite's files beside it;

@@ -57,7 +57,8 @@ bool GsnapshotSet(const std::string& gsnapId, const GsnapMeta& meta) {
   if (!GsnapshotGet(gsnapId, current)) return false;
   UpdateCommand command;
   command.SetTable(GsnapMetadataSqliteTable());
-  command.SetFieldValues(meta.ToSqliteRecord());
+  // A copy, as the caller's record may be a whole group snapshot with columns of its own.
+  command.SetFieldValues(GsnapMeta(meta).ToSqliteRecord());
   command.SetCondition(SqliteEqual("gsnap_id", gsnapId));
   return DRGroupDB::GetRef(groupId).UpdateRecord(command);
 }

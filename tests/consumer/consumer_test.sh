@@ -1,60 +1,92 @@
 #!/bin/sh
-# Installs the build, builds the README's example against the installed package, once with CMake and
-# once with pkg-config, and runs both on a throwaway host: consumer_test.sh SOURCE_DIR BUILD_DIR
+# Installs the build as the README says, in /usr/local and in another prefix, builds the README's
+# example against each with its own words, and runs it on a throwaway host. The loader finds the
+# libraries by what the README does for that, not by an environment variable:
+# consumer_test.sh SOURCE_DIR BUILD_DIR
 set -eu
 source=$(realpath "$1")
 build=$(realpath "$2")
 here=$source/tests/consumer
 
 if [ "${CONSUMER_IN_NAMESPACE:-}" != yes ]; then
-  # A /var of its own, for the fixed paths of the library.
+  # Directories of its own where an installation goes.
   map=
   [ "$(id -u)" -eq 0 ] || map=--map-root-user
   CONSUMER_IN_NAMESPACE=yes exec unshare --mount $map "$0" "$source" "$build"
 fi
 work=$(mktemp -d)
 trap 'chattr -R -i "$work" 2>/dev/null || :; rm -rf "$work"' EXIT
-mount -t tmpfs tmpfs /var
+mkdir "$work/etc"
+cp -a /etc/. "$work/etc" 2>/dev/null || :  # what others may not read is not needed
+mount --bind "$work/etc" /etc
+for dir in /var /usr/local /opt; do mount -t tmpfs tmpfs "$dir"; done
+unset LD_LIBRARY_PATH
 
-stage=$work/stage
-DESTDIR=$stage cmake --install "$build" >"$work/install.log"
-prefix=$stage$(sed -n 's/^CMAKE_INSTALL_PREFIX:PATH=//p' "$build/CMakeCache.txt")
-mkdir -p /var/packages/Guestora/target
-cp -a "$stage/var/packages/Guestora/target/." /var/packages/Guestora/target/
-export LD_LIBRARY_PATH="$prefix/lib"
+# The indented lines of a chapter of the README, for the build at hand and without sudo.
+commands() {
+  sed -n "/^##* $1\$/,/^##/s/^    //p" "$source/README.md" | grep -v '^\./run' |
+    sed "s#^sudo ##; s#build/demo#'$build'#"
+}
 
+# Builds the example with CMake: consumer DIR CMAKE_ARGUMENT...
+consumer() {
+  dir=$1
+  shift
+  cmake -S "$here" -B "$dir" -G Ninja "-DEXAMPLE=$work/service.cpp" "$@" >"$dir.log"
+  cmake --build "$dir"
+}
+
+# Runs the programs on a host with one volume and one LUN, which the example speaks of.
+try_all() {
+  prefix=$1
+  shift
+  host=$(mktemp -d "$work/host-XXXXXX")
+  mkdir "$host/volume" "$host/state"
+  cat >"$host/vreldr.json" <<JSON
+{"state_dir": "$host/state",
+ "volumes": [{"name": "v1", "engine": "local", "path": "$host/volume"}]}
+JSON
+  export VRELDR_CONFIG="$host/vreldr.json"
+  "$prefix/bin/drgroupctl" target create db-disk --volume v1 --type lun --size 1M
+  snapshots=0
+  for program; do
+    "$program" >out
+    snapshots=$((snapshots + 1))
+    grep -q '"desc" : "before the upgrade"' out || { cat out; exit 1; }
+    [ "$(grep -c '"gsnap_id" : "shop-gsnap-' out)" -eq $snapshots ] || { cat out; exit 1; }
+  done
+  test -e "$prefix/share/man/man1/drgroupctl.1"
+  test -e "$prefix/share/bash-completion/completions/drgroupctl"
+}
+
+cd "$work"
 # shellcheck disable=SC2016 # the fences of the example
-sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' >"$work/example.cpp"
-grep -q 'int main' "$work/example.cpp" || { echo "README.md has no example" >&2; exit 1; }
+sed -n '/^```cpp$/,/^```$/p' "$source/README.md" | sed '1d;$d' >service.cpp
+grep -q 'int main' service.cpp || { echo "README.md has no example" >&2; exit 1; }
 
-cmake -S "$here" -B "$work/cmake" -G Ninja "-DEXAMPLE=$work/example.cpp" \
-  "-DCMAKE_PREFIX_PATH=$prefix" >"$work/cmake.log"
-cmake --build "$work/cmake"
+{ commands Installing; commands 'Using the library'; } >install.sh
+[ "$(grep -Ec '^(cmake --install|ldconfig$|c\+\+ )' install.sh)" -eq 3 ] || { cat install.sh; exit 1; }
+sh -eu install.sh >install.log
+mv a.out local
+consumer cmake-local
+try_all /usr/local ./local cmake-local/consumer
 
-export PKG_CONFIG_PATH="$prefix/lib/pkgconfig"
-# shellcheck disable=SC2046 # words
-c++ -std=c++17 -Wall -Wextra -Werror "$work/example.cpp" -o "$work/consumer" \
-  $(pkg-config --cflags --libs vreldrgroup)
+# From here on there is nothing in /usr/local, and the loader knows of nothing there.
+umount /usr/local /var
+for dir in /usr/local /var; do mount -t tmpfs tmpfs "$dir"; done
+ldconfig
+if ./local 2>/dev/null; then echo "the libraries come from somewhere else" >&2; exit 1; fi
+
+commands 'In another prefix' >elsewhere.sh
+[ "$(grep -Ec '^(cmake --install|c\+\+ )' elsewhere.sh)" -eq 2 ] || { cat elsewhere.sh; exit 1; }
+sh -eu elsewhere.sh >elsewhere.log
+mv a.out elsewhere
+consumer cmake-elsewhere -DCMAKE_PREFIX_PATH=/opt/drgroup
+try_all /opt/drgroup ./elsewhere cmake-elsewhere/consumer
 
 # The library against libraries of the same contract that it did not build.
-cmake -S "$source" -B "$work/external" -G Ninja -DVRELDRGROUP_HOST=external -DVRELDRGROUP_TESTS=OFF \
-  "-DCMAKE_PREFIX_PATH=$prefix" >"$work/external.log"
-cmake --build "$work/external"
-
-# The host that the example speaks of: one volume, one LUN.
-mkdir "$work/volume" "$work/state"
-cat >"$work/vreldr.json" <<JSON
-{"state_dir": "$work/state",
- "volumes": [{"name": "v1", "engine": "local", "path": "$work/volume"}]}
-JSON
-export VRELDR_CONFIG="$work/vreldr.json"
-"$prefix/bin/drgroupctl" target create db-disk --volume v1 --type lun --size 1M
-
-for program in "$work/cmake/consumer" "$work/consumer"; do
-  "$program" >"$work/out"
-  grep -q '"desc" : "before the upgrade"' "$work/out" || { cat "$work/out"; exit 1; }
-done
-[ "$(grep -c '"gsnap_id" : "shop-gsnap-' "$work/out")" -eq 2 ] || { cat "$work/out"; exit 1; }
-test -e "$prefix/share/man/man1/drgroupctl.1"
-test -e "$prefix/share/bash-completion/completions/drgroupctl"
-echo "the installed package works with CMake and with pkg-config"
+cmake -S "$source" -B external -G Ninja -DVRELDRGROUP_HOST=external -DVRELDRGROUP_TESTS=OFF \
+  -DCMAKE_BUILD_TYPE=Debug \
+  -DCMAKE_PREFIX_PATH=/opt/drgroup >external.log
+cmake --build external
+echo "the installed package works with CMake and with pkg-config, in /usr/local and in another prefix"

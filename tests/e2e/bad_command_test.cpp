@@ -39,9 +39,9 @@ class BadCommandTest : public ToolTest {
 TEST_F(BadCommandTest, UnknownVerbsAreNamed) {
   RunBadly(kUsage, {}, {"a verb is missing", "drgroupctl help"});
   RunBadly(kUsage, {"frobnicate"}, {"\"frobnicate\"", "drgroupctl help"});
-  RunBadly(kUsage, {"group"}, {"\"group\"", "create, list, show, rename, upgrade, delete"});
+  RunBadly(kUsage, {"group"}, {"\"group\"", "create, list, show, rename, relink, upgrade, delete"});
   RunBadly(kUsage, {"group", "frobnicate"},
-           {"\"group frobnicate\"", "create, list, show, rename, upgrade, delete"});
+           {"\"group frobnicate\"", "create, list, show, rename, relink, upgrade, delete"});
   RunBadly(kUsage, {"help", "frobnicate"}, {"\"frobnicate\""});
   RunBadly(kUsage, {""}, {"\"\""});
 }
@@ -53,6 +53,14 @@ TEST_F(BadCommandTest, UnknownOptionsAndSurplusArgumentsAreNamed) {
   RunBadly(kUsage, {"volume", "list", "more"}, {"\"more\""});
   RunBadly(kUsage, {"group", "show", "g", "[more]"}, {"\"[more]\""});
   RunBadly(kUsage, {"snapshot", "list", "g", "--latest=maybe"}, {"--latest"});
+}
+
+TEST_F(BadCommandTest, AFlagThatIsGivenAValueIsNotTakenForOneThatIsSet) {
+  MakeGroup();
+  RunBadly(kUsage, {"target", "remove", "lun", "--yes=no"}, {"--yes takes no value"});
+  RunBadly(kUsage, {"target", "remove", "lun", "--yes", "--with-snapshots=false"},
+           {"--with-snapshots takes no value"});
+  EXPECT_EQ(RunWell({"target", "list", "--json"}).Json()["targets"].size(), 3U);
 }
 
 TEST_F(BadCommandTest, MissingArgumentsAndValuesAreNamed) {

@@ -98,6 +98,7 @@ TEST_F(BadVolumeTest, ATargetOnAReadOnlyVolumeIsNotRemovedInPart) {
 }
 
 TEST_F(BadVolumeTest, AVolumeWhoseDirectoryIsGoneIsNamed) {
+  RunWell({"host", "init"});
   fs::remove_all(VolumePath("v1"));
   RunBadly(kStorage, {"target", "create", "a", "--volume", "v1", "--type", "share"},
            {"\"v1\"", VolumePath("v1")});

@@ -83,14 +83,15 @@ class DocumentsTest : public ToolTest {
 TEST_F(DocumentsTest, HelpListsEveryVerb) {
   EXPECT_THAT(
       VerbsOfHelp(),
-      ElementsAre("volume list", "target create", "target import", "target list", "target remove",
-                  "group create", "group list", "group show", "group rename", "group upgrade",
-                  "group delete", "snapshot create", "snapshot list", "snapshot show",
-                  "snapshot edit", "snapshot restore", "snapshot clone", "snapshot delete",
-                  "snapshot repair", "snapshot ship", "snapshot sync", "snapshot prune", "protect",
-                  "sync", "stop", "status", "switchover", "failover", "reprotect", "edit",
-                  "unprotect", "plan list", "plan show", "plan delete", "plan promote",
-                  "plan rollback", "action run"));
+      ElementsAre("host init", "volume init", "volume list", "target create", "target import",
+                  "target list", "target remove", "target prune", "group create", "group list",
+                  "group show", "group rename", "group relink", "group upgrade", "group delete",
+                  "snapshot create", "snapshot list", "snapshot show", "snapshot edit",
+                  "snapshot restore", "snapshot clone", "snapshot delete", "snapshot repair",
+                  "snapshot ship", "snapshot sync", "snapshot prune", "protect", "sync", "stop",
+                  "status", "switchover", "failover", "reprotect", "edit", "unprotect", "plan list",
+                  "plan show", "plan delete", "plan promote", "plan drop-shipment", "plan rollback",
+                  "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {
@@ -106,21 +107,67 @@ TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {
   }
 }
 
+TEST_F(DocumentsTest, WithJsonHelpIsADocumentHoweverItIsAskedFor) {
+  const Json::Value overview = RunWell({"help", "--json"}).Json();
+  EXPECT_THAT(overview.getMemberNames(), ElementsAre("exit_codes", "options", "verbs"));
+  std::vector<std::string> verbs;
+  for (const Json::Value& each : overview["verbs"]) {
+    EXPECT_THAT(each.getMemberNames(), ElementsAre("name", "summary", "usage"));
+    verbs.push_back(each["name"].asString());
+  }
+  EXPECT_EQ(verbs, VerbsOfHelp());
+  EXPECT_EQ(overview["exit_codes"][3]["kind"], "not_found");
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"--json", "help"}, {"--help", "--json"}, {"--json", "--help"}}) {
+    EXPECT_EQ(RunWell(words).Json(), overview);
+  }
+  for (const std::string& verb : VerbsOfHelp()) {
+    auto words = HelpWords(verb);
+    words.push_back("--json");
+    const Json::Value told = RunWell(words).Json();
+    EXPECT_THAT(told.getMemberNames(), ElementsAre("arguments", "changes", "description", "name",
+                                                   "options", "summary", "usage"));
+    EXPECT_EQ(told["name"], verb);
+    std::vector<std::string> options;
+    for (const Json::Value& each : told["options"]) options.push_back(each["name"].asString());
+    EXPECT_EQ(options, ParametersOfHelp(verb));
+  }
+  const Json::Value verb = RunWell({"help", "snapshot", "create", "--json"}).Json();
+  EXPECT_EQ(verb["arguments"][0]["name"], "GROUP");
+  EXPECT_TRUE(verb["arguments"][0]["is_required"].asBool());
+  EXPECT_EQ(verb["options"][2]["choices"].size(), 3U);
+  for (const std::vector<std::string>& words :
+       {std::vector<std::string>{"snapshot", "create", "--help", "--json"},
+        {"snapshot", "create", "--json", "--help"},
+        {"--json", "help", "snapshot", "create"},
+        {"--help", "--json", "snapshot", "create"}}) {
+    EXPECT_EQ(RunWell(words).Json(), verb);
+  }
+  const Json::Value noun = RunWell({"help", "plan", "--json"}).Json();
+  EXPECT_THAT(noun.getMemberNames(), ElementsAre("verbs"));
+  EXPECT_EQ(noun["verbs"][0]["name"], "plan list");
+  EXPECT_EQ(RunWell({"plan", "--json", "--help"}).Json(), noun);
+  EXPECT_THAT(RunWell({"--json", "--version"}).Json().getMemberNames(), ElementsAre("version"));
+}
+
 TEST_F(DocumentsTest, TheVersionIsPrinted) {
   EXPECT_THAT(RunWell({"--version"}).out, testing::MatchesRegex("drgroupctl [0-9.]+\n"));
 }
 
 TEST_F(DocumentsTest, TheManualPageHasEveryVerbOptionAndExitCode) {
   const std::string page = host_test::ReadFile(DRGROUPCTL_MANUAL_PAGE);
+  const auto escape = [](const std::string& text) {
+    std::string escaped;
+    for (const char c : text) escaped += c == '-' ? "\\-" : std::string(1, c);
+    return escaped;
+  };
   for (const std::string& verb : VerbsOfHelp()) {
-    const std::size_t at = page.find("\n.SS \"" + verb);
+    const std::size_t at = page.find("\n.SS \"" + escape(verb));
     ASSERT_NE(at, std::string::npos) << verb;
     const std::string section = page.substr(at, page.find("\n.S", at + 1) - at);
     for (const std::string& option : ParametersOfHelp(verb)) {
       if (option == "--json" || option == "--help") continue;
-      std::string escaped;
-      for (const char c : option) escaped += c == '-' ? "\\-" : std::string(1, c);
-      EXPECT_THAT(section, HasSubstr("\n.B \"" + escaped)) << verb;
+      EXPECT_THAT(section, HasSubstr("\n.B \"" + escape(option))) << verb;
     }
   }
   for (const char* code : {"0 done", "1 failed", "2 usage", "3 not_found", "4 refused",
@@ -141,9 +188,9 @@ TEST_F(DocumentsTest, TheManualPageFormatsWithoutAWarning) {
 
 TEST_F(DocumentsTest, CompletionOffersEveryVerbAndOption) {
   EXPECT_THAT(Complete({""}),
-              ElementsAre("volume", "target", "group", "snapshot", "protect", "sync", "stop",
-                          "status", "switchover", "failover", "reprotect", "edit", "unprotect",
-                          "plan", "action", "help"));
+              ElementsAre("host", "volume", "target", "group", "snapshot", "protect", "sync",
+                          "stop", "status", "switchover", "failover", "reprotect", "edit",
+                          "unprotect", "plan", "action", "help"));
   EXPECT_THAT(Complete({"sn"}), ElementsAre("snapshot"));
   for (const std::string& verb : VerbsOfHelp()) {
     std::vector<std::string> words = Words(verb);

@@ -2,7 +2,7 @@
 
 #include <filesystem>
 
-#include "tool_fixture.h"
+#include "file_systems_fixture.h"
 #include "tree.h"
 
 // Groups: making, listing and deleting them.
@@ -49,7 +49,7 @@ TEST_F(GroupTest, CreationMakesTheDefinitionTheCatalogueAndTheLink) {
               ElementsAre("directory", "group_id", "gsnap_count", "latest_gsnap_id", "targets"));
   ASSERT_EQ(shown["targets"].size(), 2U);
   EXPECT_THAT(shown["targets"][0].getMemberNames(),
-              ElementsAre("exists", "path", "target_id", "type", "volume"));
+              ElementsAre("exists", "path", "problem", "target_id", "type", "volume"));
   EXPECT_EQ(shown["targets"][0]["target_id"], "b");
 }
 
@@ -179,6 +179,58 @@ TEST_F(GroupTest, ALinkThatCannotBeMadeLeavesNoCatalogue) {
   EXPECT_FALSE(fs::exists(GroupDirectory("g")));
   ASSERT_EQ(umount(LinkDirectory("g").c_str()), 0);
   RunWell({"group", "create", "g", "--target", "a"});
+}
+
+TEST_F(GroupTest, AKilledCreationIsFinishedByTheSameCommand) {
+  MakeTargets();
+  for (const char* step : {"create.reserved", "create.defined"}) {
+    SCOPED_TRACE(step);
+    ExpectKilledAt(step, {"group", "create", "g", "--target", "a"});
+    RunBadly(kCatalogue, {"snapshot", "create", "g"}, {"\"g\"", "create the group again"});
+    RunWell({"group", "create", "g", "--target", "a"});
+    RunWell({"snapshot", "create", "g"});
+    RunWell({"group", "delete", "g", "--yes", "--force"});
+    EXPECT_TRUE(Traces().empty());
+  }
+  ExpectKilledAt("create.linked", {"group", "create", "g", "--target", "a"});
+  RunBadly(kRefused, {"group", "create", "g", "--target", "a"}, {"exists already"});
+  RunWell({"snapshot", "create", "g"});
+}
+
+TEST_F(GroupTest, AKilledDeletionIsFinishedByTheSameCommand) {
+  MakeTargets();
+  for (const char* step : {"delete.begun", "delete.cleared"}) {
+    SCOPED_TRACE(step);
+    RunWell({"group", "create", "g", "--target", "a"});
+    TakeSnapshot();
+    ExpectKilledAt(step, {"group", "delete", "g", "--yes", "--force"});
+    for (const std::vector<std::string>& words : {std::vector<std::string>{"group", "show", "g"},
+                                                  {"snapshot", "create", "g"},
+                                                  {"group", "rename", "g", "h"}}) {
+      RunBadly(kCatalogue, words, {"\"g\"", "drgroupctl group delete g"});
+    }
+    RunWell({"group", "delete", "g", "--yes"});
+    EXPECT_TRUE(Traces().empty());
+  }
+  RunWell({"group", "create", "g", "--target", "a"});
+  ExpectKilledAt("delete.unlinked", {"group", "delete", "g", "--yes"});
+  RunBadly(kNotFound, {"group", "delete", "g", "--yes"}, {"\"g\""});
+  RunWell({"group", "create", "g", "--target", "a"});
+  RunWell({"group", "delete", "g", "--yes"});
+  EXPECT_TRUE(Traces().empty());
+}
+
+TEST_F(GroupTest, ACatalogueThatIsGoneWithItsDiskIsNotTakenForADeletedOne) {
+  MakeTargets();
+  const std::string dir = Root() + "/disk/g";
+  RunWell({"group", "create", "g", "--target", "a", "--dir", dir});
+  fs::rename(dir, dir + ".away");
+  RunBadly(kCatalogue, {"group", "delete", "g", "--yes"}, {"\"g\"", "--force"});
+  fs::create_directory(dir);
+  RunBadly(kCatalogue, {"group", "delete", "g", "--yes"}, {"\"g\"", "--force"});
+  fs::remove(dir);
+  fs::rename(dir + ".away", dir);
+  RunWell({"group", "show", "g"});
 }
 
 TEST_F(GroupTest, DeletionOfAnUnusableCatalogueNeedsForceAndTellsWhatIsLeft) {

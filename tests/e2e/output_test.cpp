@@ -93,6 +93,22 @@ TEST_F(OutputTest, BytesThatAreNoTextDoNotSpoilTheDocument) {
                                                                "B"));
 }
 
+TEST_F(OutputTest, WarningsStandInTheDocumentToo) {
+  MakeGroup();
+  const Result done = RunWell({"target", "remove", "lun", "--yes", "--json"});
+  const Json::Value warnings = done.Json()["warnings"];
+  ASSERT_EQ(warnings.size(), 1U);
+  EXPECT_THAT(done.err, HasSubstr("drgroupctl: warning: " + warnings[0].asString() + "\n"));
+  EXPECT_THAT(warnings[0].asString(), HasSubstr("belongs to group \"g\""));
+
+  const Result failed = Run({"target", "remove", "share", "--json"});
+  EXPECT_EQ(failed.code, kRefused);
+  EXPECT_THAT(failed.Json().getMemberNames(), testing::ElementsAre("error", "warnings"));
+  EXPECT_EQ(failed.Json()["warnings"].size(), 1U);
+  EXPECT_FALSE(RunWell({"target", "list", "--json"}).Json().isMember("warnings"))
+      << "there are none";
+}
+
 TEST_F(OutputTest, JsonMayBeAskedForBeforeTheVerb) {
   EXPECT_TRUE(RunWell({"--json", "target", "list"}).Json()["targets"].isArray());
 }

@@ -118,7 +118,7 @@ TEST_P(PlanLifeTest, ASyncSendsOnlyWhatChanged) {
   const Json::Value targets = RunWell({"sync", "g", "--json"}).Json()["targets"];
   ASSERT_EQ(targets.size(), 3U);
   EXPECT_THAT(targets[0].getMemberNames(),
-              ElementsAre("result", "sent_bytes", "size_bytes", "snap_id", "target_id"));
+              ElementsAre("note", "result", "sent_bytes", "size_bytes", "snap_id", "target_id"));
   EXPECT_EQ(targets[0]["target_id"], "lun");
   EXPECT_THAT(targets[0]["sent_bytes"].asUInt64(), AllOf(Gt(0U), Lt(1U << 20)));
   EXPECT_THAT(targets[1]["sent_bytes"].asUInt64(), Lt(70000U));

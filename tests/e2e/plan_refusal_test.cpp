@@ -38,6 +38,31 @@ class PlanRefusalTest : public PlanTest {
 INSTANTIATE_TEST_SUITE_P(FileSystems, PlanRefusalTest, testing::Values("directory", "btrfs"),
                          FileSystemsTest::NameOf);
 
+TEST_P(PlanRefusalTest, ARestoreBeginsNothingWhenOneOfTheTargetsDoesNotWork) {
+  MakeProtected();
+  const std::string id = TakeSnapshot();
+  RunWell({"plan", "promote", "share", "--yes"});
+  RunBadly(kRefused, {"snapshot", "restore", id, "--yes"},
+           {"target \"share\"", "does not work", "nothing was begun"});
+}
+
+TEST_P(PlanRefusalTest, AnEditTakesOnlyAPlanThatIsOneOfItsTargets) {
+  MakeProtected();
+  const auto run = [this](const std::string& target, const std::string& plan) {
+    const std::string params = Root() + "/params.json";
+    WriteFile(params, R"({"target_plan_map":{")" + target + R"(":")" + plan + R"("}})");
+    return std::vector<std::string>{"action", "run", "edit", "g", "--params", params, "--yes"};
+  };
+  const Json::Value rows = RunWell({"status", "g", "--json"}).Json()["targets"];
+  const std::string own = rows[0]["plan_id"].asString();
+  const std::string other = rows[1]["plan_id"].asString();
+  const std::string target = rows[0]["target_id"].asString();
+  RunBadly(kUsage, run(target, own), {own, "the only one of target"});
+  RunBadly(kUsage, run(target, other), {other, "none of target"});
+  RunBadly(kUsage, run("nobody", own), {"\"nobody\"", "does not have"});
+  EXPECT_EQ(RunWell({"plan", "list", "--json"}).Json()["plans"].size(), 3U);
+}
+
 TEST_P(PlanRefusalTest, AGroupWithoutPlansIsToldToBeProtectedFirst) {
   MakeGroup();
   for (const char* verb : {"sync", "stop", "switchover", "reprotect"}) {
@@ -115,11 +140,12 @@ TEST_P(PlanRefusalTest, ParametersAndTasksThatAreNoneAreToldWithThoseThatAre) {
   ExpectRefused(kUsage, run("sync", ""), {"it is not JSON"});
   ExpectRefused(kUsage, run("sync", "[1, 2]"), {"it is not a JSON object"});
   ExpectRefused(kUsage, run("sync", std::string(100000, '[')), {"params.json"});
-  ExpectRefused(kUsage, {"action", "run", "sync", "g", "--params", Root() + "/none.json"},
+  ExpectRefused(kNotFound, {"action", "run", "sync", "g", "--params", Root() + "/none.json"},
                 {"none.json", "no such file"});
   ExpectRefused(kUsage, {"action", "run", "failover", "g"}, {"\"gsnap_id\""});
   ExpectRefused(kNotFound, run("failover", R"({"gsnap_id": "g-gsnap-5"})"), {"\"g-gsnap-5\""});
-  ExpectRefused(kRefused, {"action", "run", "tmp_del", "g"}, {"copies that do not work", "--yes"});
+  ExpectRefused(kRefused, {"action", "run", "tmp_del", "g"},
+                {"target \"lun-dr\" on volume \"v2\" (the DR side) with 1 snapshot", "--yes"});
   RunWell(run("sync", R"({"is_encrypted": true})"));
 }
 

@@ -142,15 +142,18 @@ TEST_P(PlanRunTest, AStoppedSyncGoesOn) {
   {
     const PausedShipment paused(sync);
     const auto begin = Clock::now();
-    RunWell({"stop", "g"});
+    const Result stop = RunWell({"stop", "g"});
     EXPECT_LT(Clock::now() - begin, std::chrono::seconds(3));
+    EXPECT_THAT(stop.out, HasSubstr("Stopped the sync of group \"g\", at target \"lun\""));
   }
   const Result result = sync.Wait();
   EXPECT_EQ(result.code, 9) << result.err;
   EXPECT_THAT(result.err, AllOf(HasSubstr("\"lun\""), HasSubstr("stop"),
                                 HasSubstr("target \"share\": not started")));
   EXPECT_EQ(StatusOfLun()["site"], "normal");
-  RunWell({"stop", "g"});
+  const Json::Value again = RunWell({"stop", "g", "--json"}).Json();
+  EXPECT_EQ(again["stopped_targets"].size(), 0U);
+  EXPECT_THAT(RunWell({"stop", "g"}).out, HasSubstr("No sync ran"));
   ExpectSyncGoesOn();
 }
 

@@ -102,6 +102,73 @@ TEST_F(RenameTest, OneThatIsKilledIsFinishedByRunningItAgain) {
   }
 }
 
+// Whatever the command and the name, what is told is how to finish the renaming.
+TEST_F(RenameTest, WhoeverMeetsAnInterruptedOneIsToldToRunItAgain) {
+  for (const char* step : {"rename.defined", "rename.rewritten"}) {
+    SCOPED_TRACE(step);
+    MakeNamed("office");
+    const std::string id = ListSnapshots("office").front();
+    RunWell({"group", "create", "third", "--target", "share"});
+    ExpectKilledAt(step, {"group", "rename", "office", "shop"});
+    const auto groups = Tree(Root() + "/state/groups");
+    const auto volume = Tree(VolumePath());
+    const auto links = Tree(fs::path(LinkDirectory("g")).parent_path());
+    for (const std::string name : {"office", "shop"}) {
+      const std::string time = id.substr(id.rfind('-') + 1);
+      for (const std::vector<std::string>& words :
+           {std::vector<std::string>{"group", "show", name},
+            {"group", "delete", name, "--yes"},
+            {"group", "delete", name, "--yes", "--force"},
+            {"group", "upgrade", name},
+            {"group", "rename", name, "other"},
+            {"group", "rename", "third", "shop"},
+            {"group", "create", "shop", "--target", "share"},
+            {"group", "relink", "shop", GroupDirectory("office")},
+            {"snapshot", "create", name},
+            {"snapshot", "list", name},
+            {"snapshot", "show", name + "-gsnap-" + time},
+            {"snapshot", "edit", name + "-gsnap-" + time, "--lock"},
+            {"snapshot", "restore", name + "-gsnap-" + time, "--yes", "--force"},
+            {"snapshot", "clone", name + "-gsnap-" + time},
+            {"snapshot", "delete", name + "-gsnap-" + time, "--yes", "--force"},
+            {"snapshot", "repair", name, "--yes"},
+            {"target", "prune", "share", "--yes"},
+            {"protect", name, "--volume", "v2"},
+            {"sync", name},
+            {"status", name},
+            {"unprotect", name, "--yes"}}) {
+        const Result result =
+            RunBadly(kCatalogue, words, {"\"drgroupctl group rename office shop\""});
+        EXPECT_THAT(result.err, testing::Not(HasSubstr("delete"))) << result.err;
+      }
+    }
+    const Json::Value listed = RunWell({"group", "list", "--json"}).Json()["groups"];
+    EXPECT_EQ(listed.size(), 3U);
+    for (const Json::Value& each : listed) {
+      if (each["group_id"] == "third") continue;
+      EXPECT_THAT(each["problem"].asString(), HasSubstr("group rename office shop"));
+    }
+    EXPECT_EQ(Tree(Root() + "/state/groups"), groups);
+    EXPECT_EQ(Tree(VolumePath()), volume);
+    EXPECT_EQ(Tree(fs::path(LinkDirectory("g")).parent_path()), links);
+    RunWell({"group", "rename", "office", "shop"});
+    ExpectRenamed("office", "shop", GroupDirectory("office"));
+    for (const char* name : {"shop", "third"}) {
+      RunWell({"group", "delete", name, "--force", "--yes"});
+    }
+  }
+}
+
+TEST_F(RenameTest, ANameThatWasOnlyReservedIsNotToBeDeleted) {
+  MakeNamed("office");
+  ExpectKilledAt("rename.reserved", {"group", "rename", "office", "shop"});
+  const Result result = RunBadly(kCatalogue, {"group", "show", "shop"}, {"group rename OLD shop"});
+  EXPECT_THAT(result.err, testing::Not(HasSubstr("delete")));
+  EXPECT_EQ(ListSnapshots("office").size(), 2U) << "nothing has happened to it";
+  RunWell({"group", "rename", "office", "shop"});
+  ExpectRenamed("office", "shop", GroupDirectory("office"));
+}
+
 TEST_F(RenameTest, BadNamesAreRefusedAndChangeNothing) {
   MakeNamed("office");
   RunWell({"group", "create", "shop", "--target", "share"});

@@ -23,8 +23,8 @@ class RepairTest : public ToolTest {
     std::vector<std::string> words{"snapshot", "repair", "g", "--json"};
     words.insert(words.end(), options.begin(), options.end());
     const Json::Value report = RunWell(words).Json();
-    EXPECT_THAT(report.getMemberNames(),
-                ElementsAre("changed", "deleted", "dry_run", "group_id", "left_snapshots"));
+    EXPECT_THAT(report.getMemberNames(), ElementsAre("changed", "deleted", "dry_run", "group_id",
+                                                     "incomplete", "left_snapshots"));
     return report;
   }
   // What --dry-run tells, with everything as it was; then what is told of doing it.
@@ -33,7 +33,7 @@ class RepairTest : public ToolTest {
     const Json::Value plan = Repair({"--dry-run"});
     EXPECT_EQ(Tree(Root()), before);
     const Json::Value report = Repair({"--yes"});
-    for (const char* key : {"changed", "deleted", "left_snapshots"}) {
+    for (const char* key : {"changed", "deleted", "incomplete", "left_snapshots"}) {
       EXPECT_EQ(plan[key], report[key]) << key;
     }
     EXPECT_TRUE(plan["dry_run"].asBool() && !report["dry_run"].asBool());

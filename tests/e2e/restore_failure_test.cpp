@@ -98,7 +98,7 @@ TEST_F(RestoreFailureTest, AVolumeThatIsAwayOrReadOnlyIsToldBeforeAnythingIsDone
   ASSERT_EQ(mount(nullptr, VolumePath("v2").c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
   ExpectRefused(kStorage, {"--yes"}, {"\"v2\""});
   umount2(VolumePath("v2").c_str(), MNT_DETACH);
-  ExpectRefused(kStorage, {"--yes"}, {id_, "\"share\"", "missing"});
+  ExpectRefused(kStorage, {"--yes"}, {id_, "\"share\"", "mount it"});
 }
 
 TEST_F(RestoreFailureTest, ABadOneNeedsForce) {

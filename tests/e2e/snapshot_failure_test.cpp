@@ -4,6 +4,7 @@
 
 #include "tool_fixture.h"
 #include "tree.h"
+#include "vreldr/target_operation.h"
 
 // Group snapshots that cannot be taken or deleted whole: nothing is hidden.
 
@@ -40,6 +41,23 @@ class SnapshotFailureTest : public ToolTest {
     return 0;
   }
 
+  // The files on a volume.
+  std::set<std::string> Files(const std::string& volume) const {
+    std::set<std::string> files;
+    for (const auto& [path, what] : Tree(VolumePath(volume))) {
+      if (!fs::is_directory(VolumePath(volume) + "/" + path)) files.insert(path);
+    }
+    return files;
+  }
+
+  // A snapshot of one target that this process takes; its identifier.
+  static std::string TakeAlone(const std::string& target) {
+    const VrelDR::TargetOperation operation(VrelDR::Target(target, VrelDR::kTargetLun));
+    std::string id;
+    EXPECT_TRUE(operation.TakeSnapshot({}, id)) << operation.GetErr();
+    return id;
+  }
+
   // What `snapshot create g --json` fails with.
   static Json::Value FailToCreate(Code code) {
     const Result result = Run({"snapshot", "create", "g", "--json"});
@@ -48,28 +66,74 @@ class SnapshotFailureTest : public ToolTest {
   }
 };
 
-TEST_F(SnapshotFailureTest, AFullVolumeIsToldWithWhatStaysOnOtherTargets) {
+TEST_F(SnapshotFailureTest, AFullVolumeIsToldAndWhatWasTakenOfOtherTargetsGoes) {
   WriteFile(TargetPaths().at("share") + "/big", std::string(700000, 'b'));
+  // Somebody else's, which no catalogue records either.
+  const std::string other = TakeAlone("lun");
+  const auto files = Files("v1");
   const Json::Value error = FailToCreate(kStorage);
   EXPECT_EQ(error["target_id"], "share");
   EXPECT_THAT(error["message"].asString(), HasSubstr("no space left"));
-  ASSERT_EQ(error["left_snapshots"].size(), 1U);
-  EXPECT_EQ(error["left_snapshots"][0]["target_id"], "lun");
-  const std::string left = error["left_snapshots"][0]["tsnap_id"].asString();
-  EXPECT_TRUE(fs::exists(VolumePath("v1") + "/.vreldr/snapshots/lun/" + left));
+  EXPECT_EQ(error["left_snapshots"].size(), 0U);
   EXPECT_TRUE(ListSnapshots().empty());
-  EXPECT_EQ(CountSnapshots("lun"), 1U);
+  EXPECT_EQ(Files("v1"), files);
+  EXPECT_EQ(CountSnapshots("lun"), 1U) << "not by this command";
+  EXPECT_TRUE(fs::exists(VolumePath("v1") + "/.vreldr/snapshots/lun/" + other));
   EXPECT_EQ(CountSnapshots("share"), 0U);
 
+  const Result told = RunBadly(kStorage, {"snapshot", "create", "g"}, {"\"share\"", "free space"});
+  EXPECT_THAT(told.err, Not(HasSubstr("belong to no group snapshot"))) << "nothing is left";
+
+  fs::remove(TargetPaths().at("share") + "/big");
+  TakeSnapshot();
+  EXPECT_EQ(ListSnapshots().size(), 1U);
+}
+
+// The full volume is the one that has to be deleted on.
+TEST_F(SnapshotFailureTest, ASnapshotGoesFromTheVolumeThatItsTargetFilled) {
+  RunWell({"target", "create", "more", "--volume", "v2", "--type", "share"});
+  RunWell({"group", "create", "h", "--target", "share", "more"});
+  WriteFile(TargetPaths().at("share") + "/big", std::string(300000, 'b'));
+  WriteFile(TargetPaths().at("more") + "/big", std::string(300000, 'b'));
+  const auto files = Files("v2");
+  const Result result = Run({"snapshot", "create", "h", "--json"});
+  EXPECT_EQ(result.code, kStorage) << result.err;
+  EXPECT_EQ(result.Json()["error"]["target_id"], "more");
+  EXPECT_EQ(result.Json()["error"]["left_snapshots"].size(), 0U);
+  EXPECT_EQ(CountSnapshots("share"), 0U);
+  EXPECT_EQ(Files("v2"), files);
+}
+
+TEST_F(SnapshotFailureTest, WithACatalogueThatCannotBeReadWhatWasTakenStaysAndIsNamed) {
+  WriteFile(TargetPaths().at("share") + "/big", std::string(700000, 'b'));
+  RunWell({"group", "create", "h", "--target", "lun"});
+  fs::rename(DatabaseOf("h"), Root() + "/away");
+  const Json::Value error = FailToCreate(kStorage);
+  ASSERT_EQ(error["left_snapshots"].size(), 1U);
+  EXPECT_EQ(error["left_snapshots"][0]["target_id"], "lun");
+  EXPECT_THAT(error["left_snapshots"][0]["problem"].asString(), HasSubstr(DatabaseOf("h")));
+  const std::string left = error["left_snapshots"][0]["tsnap_id"].asString();
+  EXPECT_TRUE(fs::exists(VolumePath("v1") + "/.vreldr/snapshots/lun/" + left));
   const Result told =
       RunBadly(kStorage, {"snapshot", "create", "g"},
                {"\"share\"", "free space", "\"lun\"", "belong to no group snapshot"});
   EXPECT_THAT(told.err, Not(HasSubstr(left))) << "only what this run has left";
+  RunBadly(kCatalogue, {"target", "prune", "lun", "--yes"}, {DatabaseOf("h")});
+  EXPECT_EQ(CountSnapshots("lun"), 2U);
+  fs::rename(Root() + "/away", DatabaseOf("h"));
+  RunWell({"target", "prune", "lun", "--yes"});
+  EXPECT_EQ(CountSnapshots("lun"), 0U);
+}
 
-  fs::remove(TargetPaths().at("share") + "/big");
-  EXPECT_EQ(ListSnapshots().size(), 0U);
-  TakeSnapshot();
-  EXPECT_EQ(ListSnapshots().size(), 1U);
+TEST_F(SnapshotFailureTest, WhatCannotBeDeletedAgainStaysAndIsNamed) {
+  WriteFile(TargetPaths().at("share") + "/big", std::string(700000, 'b'));
+  RunSql(Root() + "/state/replica.db",
+         "CREATE TRIGGER keep BEFORE UPDATE ON snapshots WHEN NEW.state = 3 "
+         "BEGIN SELECT RAISE(ABORT, 'no'); END");
+  const Json::Value error = FailToCreate(kStorage);
+  ASSERT_EQ(error["left_snapshots"].size(), 1U);
+  EXPECT_THAT(error["left_snapshots"][0]["problem"].asString(), HasSubstr("replica.db"));
+  EXPECT_EQ(CountSnapshots("lun"), 1U);
 }
 
 TEST_F(SnapshotFailureTest, AReadOnlyVolumeIsTold) {
@@ -77,7 +141,8 @@ TEST_F(SnapshotFailureTest, AReadOnlyVolumeIsTold) {
   const Json::Value error = FailToCreate(kStorage);
   EXPECT_EQ(error["target_id"], "share");
   EXPECT_THAT(error["message"].asString(), HasSubstr("read-only"));
-  EXPECT_EQ(error["left_snapshots"].size(), 1U);
+  EXPECT_EQ(error["left_snapshots"].size(), 0U);
+  EXPECT_EQ(CountSnapshots("lun"), 0U);
   EXPECT_TRUE(ListSnapshots().empty());
 }
 
@@ -89,24 +154,26 @@ TEST_F(SnapshotFailureTest, ATargetThatIsGoneIsToldBeforeAnySnapshotIsTaken) {
   RunBadly(kNotFound, {"snapshot", "create", "g"}, {"\"lun\"", "are gone"});
 }
 
-TEST_F(SnapshotFailureTest, ACatalogueThatRefusesATargetsRowLosesNoSnapshot) {
+TEST_F(SnapshotFailureTest, ACatalogueThatRefusesATargetsRowLeavesNoSnapshot) {
   RunSql(DatabaseOf("g"),
          "CREATE TRIGGER refuse BEFORE INSERT ON target_snap_list WHEN NEW.target_id = 'share' "
          "BEGIN SELECT RAISE(ABORT, 'no'); END");
   const Json::Value error = FailToCreate(kCatalogue);
   EXPECT_EQ(error["target_id"], "share");
   EXPECT_THAT(error["message"].asString(), HasSubstr(DatabaseOf("g")));
-  ASSERT_EQ(error["left_snapshots"].size(), 1U);
-  EXPECT_EQ(error["left_snapshots"][0]["target_id"], "lun");
+  EXPECT_EQ(error["left_snapshots"].size(), 0U);
+  EXPECT_EQ(CountSnapshots("lun"), 0U);
   EXPECT_EQ(CountSnapshots("share"), 0U);
   EXPECT_TRUE(ListSnapshots().empty());
 }
 
-TEST_F(SnapshotFailureTest, ACatalogueThatRefusesTheLastRowLeavesNoneUnnamed) {
+TEST_F(SnapshotFailureTest, ACatalogueThatRefusesTheLastRowLeavesNone) {
   RunSql(DatabaseOf("g"),
          "CREATE TRIGGER refuse BEFORE INSERT ON gsnap_meta BEGIN SELECT RAISE(ABORT, 'no'); END");
   const Json::Value error = FailToCreate(kCatalogue);
-  EXPECT_EQ(error["left_snapshots"].size(), 2U);
+  EXPECT_EQ(error["left_snapshots"].size(), 0U);
+  EXPECT_EQ(CountSnapshots("lun"), 0U);
+  EXPECT_EQ(CountSnapshots("share"), 0U);
   EXPECT_FALSE(error.isMember("target_id"));
   EXPECT_TRUE(ListSnapshots().empty());
 }

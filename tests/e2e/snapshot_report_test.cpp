@@ -18,7 +18,10 @@ using SnapshotReportTest = ToolTest;
 TEST_F(SnapshotReportTest, CreationTellsTheGroupSnapshotAndItsParts) {
   MakeGroup();
   const Json::Value made = RunWell({"snapshot", "create", "g", "--json"}).Json();
-  EXPECT_THAT(made.getMemberNames(), ElementsAre("group_id", "gsnap_id", "name", "targets"));
+  EXPECT_THAT(made.getMemberNames(),
+              ElementsAre("group_id", "gsnap_id", "name", "targets", "warnings"))
+      << "a directory is a volume whose snapshots are copies";
+  EXPECT_THAT(made["warnings"][0].asString(), HasSubstr("not of one instant"));
   EXPECT_EQ(made["group_id"], "g");
   EXPECT_EQ(made["gsnap_id"].asString().rfind("g-gsnap-", 0), 0U);
   EXPECT_EQ(made["name"].asString().rfind("GMT-", 0), 0U);
@@ -38,13 +41,14 @@ TEST_F(SnapshotReportTest, ShowTellsWhatTheUserSaidOfIt) {
       {"--description", "before the upgrade", "--lock", "--consistency", "application"});
   const Json::Value shown = RunWell({"snapshot", "show", id, "--json"}).Json();
   EXPECT_THAT(shown.getMemberNames(),
-              ElementsAre("consistency", "description", "group_id", "gsnap_id", "is_locked", "name",
-                          "replicas", "status", "targets", "time"));
+              ElementsAre("consistency", "description", "group_id", "gsnap_id", "is_locked",
+                          "missing_targets", "name", "replicas", "status", "targets", "time"));
   EXPECT_EQ(shown["description"], "before the upgrade");
   EXPECT_EQ(shown["is_locked"], true);
   EXPECT_EQ(shown["consistency"], "application");
   EXPECT_EQ(shown["status"], "ready");
   EXPECT_EQ(shown["group_id"], "g");
+  EXPECT_EQ(shown["missing_targets"], Json::Value(Json::arrayValue));
   EXPECT_EQ("g-gsnap-" + shown["time"].asString(), id);
 
   const std::string text = RunWell({"snapshot", "show", id}).out;

@@ -64,10 +64,37 @@ TEST_F(TargetTest, TargetsAreListedByIdentifier) {
   const Json::Value targets = RunWell({"target", "list", "--json"}).Json()["targets"];
   ASSERT_EQ(targets.size(), 3U);
   EXPECT_THAT(targets[0].getMemberNames(),
-              ElementsAre("exists", "path", "snapshot_count", "target_id", "type", "volume"));
+              ElementsAre("exists", "is_being_removed", "path", "problem", "snapshot_count",
+                          "target_id", "type", "volume"));
   EXPECT_EQ(targets[0]["target_id"], "guest");
   EXPECT_EQ(targets[1]["snapshot_count"], 1);
   EXPECT_EQ(targets[2]["type"], "share");
+}
+
+TEST_F(TargetTest, WhatIsOutOfReachIsNeitherThereNorGone) {
+  MakeGroup();
+  TakeSnapshot();
+  RunWell({"target", "create", "far", "--volume", "v2", "--type", "share"});
+  RunWell({"group", "create", "h", "--target", "far", "lun"});
+  const auto far = [] { return RunWell({"target", "list", "--json"}).Json()["targets"][0]; };
+  EXPECT_EQ(far()["exists"], Json::Value(true));
+  fs::rename(TargetPaths().at("far"), Root() + "/bytes");
+  EXPECT_EQ(far()["exists"], Json::Value(false)) << "the volume says so";
+  EXPECT_EQ(far()["snapshot_count"], 0);
+  EXPECT_EQ(far()["problem"], "");
+
+  fs::rename(VolumePath("v2"), Root() + "/away");
+  EXPECT_TRUE(far()["exists"].isNull());
+  EXPECT_TRUE(far()["snapshot_count"].isNull());
+  EXPECT_THAT(far()["problem"].asString(), HasSubstr("v2"));
+  const std::string text = RunWell({"target", "list"}).out;
+  EXPECT_THAT(text, testing::ContainsRegex("far +share +v2 +\\? +\\?"));
+  const Json::Value group = RunWell({"group", "show", "h", "--json"}).Json()["targets"];
+  EXPECT_TRUE(group[0]["exists"].isNull());
+  EXPECT_EQ(group[1]["exists"], Json::Value(true));
+
+  WriteConfiguration({"v1"});
+  EXPECT_TRUE(far()["exists"].isNull()) << "a volume that is not configured cannot be asked either";
 }
 
 TEST_F(TargetTest, RemovalTakesTheBytesAndAsksBefore) {
@@ -118,10 +145,13 @@ TEST_F(TargetTest, ATargetThatExistsIsNotMadeAgain) {
 TEST_F(TargetTest, AnUnknownVolumeOrSourceIsNamed) {
   RunBadly(kNotFound, {"target", "create", "a", "--volume", "v9", "--type", "share"},
            {"\"v9\"", "volume list"});
-  const Result result =
-      Run({"target", "import", "a", "--volume", "v1", "--type", "share", Root() + "/nothing"});
-  EXPECT_NE(result.code, 0);
-  EXPECT_THAT(result.err, HasSubstr(Root() + "/nothing"));
+  WriteFile(Root() + "/file", "text");
+  for (const std::string& wrong : {Root() + "/nothing", Root() + "/file/below"}) {
+    RunBadly(
+        kNotFound,
+        {"target", "import", "a", "--volume", "v1", "--type", "share", Root() + "/file", wrong},
+        {"\"" + wrong + "\"", "correct the path"});
+  }
   EXPECT_TRUE(TargetPaths().empty());
 }
 

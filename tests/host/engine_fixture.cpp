@@ -38,9 +38,8 @@ std::string EngineTest::NameOf(const testing::TestParamInfo<std::string>& parame
 }
 
 void EngineTest::SetUp() {
-  char name[] = "/var/engine-test-XXXXXX";
-  ASSERT_NE(mkdtemp(name), nullptr);
-  root_ = name;
+  root_ = MakeRoot();
+  if (IsSkipped() || HasFatalFailure()) return;
   const char* path = std::getenv("PATH");
   search_path_ = path == nullptr ? "" : path;
   const std::string types = GetParam();
@@ -48,6 +47,12 @@ void EngineTest::SetUp() {
   if (!IsSkipped() && !HasFatalFailure()) {
     Open(b_, "b", types.substr(types.find('-') + 1), "replica");
   }
+}
+
+std::string EngineTest::MakeRoot() {
+  char name[] = "/var/engine-test-XXXXXX";
+  EXPECT_NE(mkdtemp(name), nullptr);
+  return name;
 }
 
 void EngineTest::TearDown() {

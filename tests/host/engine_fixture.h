@@ -60,6 +60,8 @@ class EngineTest : public testing::TestWithParam<std::string> {
 
   void SetUp() override;
   void TearDown() override;
+  // Where the volumes and their images are to be; a new directory.
+  virtual std::string MakeRoot();
 
   Side& A() { return a_; }
   Side& B() { return b_; }

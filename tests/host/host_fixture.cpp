@@ -7,9 +7,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "tree.h"
 
@@ -79,6 +81,23 @@ MountedImage::~MountedImage() {
 
 bool MountedImage::Remount(const std::string& option) const {
   return RunProgram({"mount", "-o", "remount," + option, dir_}) == 0;
+}
+
+bool MountedImage::MountAgain(bool cut) {
+  const std::string left = GetImage() + ".cut";
+  if (cut && RunProgram({"cp", "--reflink=always", GetImage(), left}) != 0) return false;
+  // Processes that were killed may hold it a little longer.
+  for (int tries = 0; umount2(dir_.c_str(), 0) != 0; ++tries) {
+    if (errno != EBUSY || tries == 100) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  if (cut) {
+    fs::rename(left, GetImage());
+    // The system would take the newer of the two for what has to be mounted.
+    (void)RunProgram({"/sbin/btrfs", "device", "scan", "--forget"});
+  }
+  mounted_ = RunProgram({"mount", "-o", "loop", GetImage(), dir_}) == 0;
+  return mounted_;
 }
 
 void HostTest::SetUp() {

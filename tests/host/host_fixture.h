@@ -42,6 +42,11 @@ class MountedImage {
   bool IsMounted() const { return mounted_; }
   // Remounts with this option, such as "ro".
   bool Remount(const std::string& option) const;
+  // Unmounts and mounts again: nothing is then known but what is on the image. With `cut` it is
+  // what was there when the call began, as after a power cut; the image has to be on a file system
+  // that can share blocks.
+  bool MountAgain(bool cut);
+  std::string GetImage() const { return dir_ + ".img"; }
 
  private:
   std::string dir_;

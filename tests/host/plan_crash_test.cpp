@@ -25,20 +25,20 @@ constexpr int kKilled = 128 + SIGKILL;
 using Steps = std::vector<std::string_view>;
 using Call = std::function<bool()>;
 
-const Steps kShipping = {VrelDR::kTakeRecorded, VrelDR::kTakeCopied,   VrelDR::kTakeSynced,
-                         VrelDR::kTakeRenamed,  VrelDR::kTakeWhole,    VrelDR::kTakeDone,
-                         VrelDR::kShipBegun,    VrelDR::kShipData,     VrelDR::kShipSent,
-                         VrelDR::kShipSynced,   VrelDR::kShipFrozen,   VrelDR::kShipRenamed,
-                         VrelDR::kShipDone,     VrelDR::kSyncRecorded, VrelDR::kSyncTaken,
-                         VrelDR::kSyncShipped,  VrelDR::kSyncArrived,  VrelDR::kSyncReported};
+const Steps kShipping = {
+    VrelDR::kTakeRecorded, VrelDR::kTakeCopied,  VrelDR::kTakeSynced,   VrelDR::kTakeRenamed,
+    VrelDR::kTakeWhole,    VrelDR::kTakeDone,    VrelDR::kShipBegun,    VrelDR::kShipData,
+    VrelDR::kShipSent,     VrelDR::kShipSynced,  VrelDR::kShipMarked,   VrelDR::kShipFrozen,
+    VrelDR::kShipRenamed,  VrelDR::kShipDone,    VrelDR::kSyncRecorded, VrelDR::kSyncTaken,
+    VrelDR::kSyncShipped,  VrelDR::kSyncArrived, VrelDR::kSyncReported};
 const Steps kRestoring = {VrelDR::kDemoteDone, VrelDR::kRestoreCopied, VrelDR::kRestoreSynced,
                           VrelDR::kRestoreExchanged, VrelDR::kPromoteDone};
 const Steps kSwitching = {VrelDR::kSwitchoverDemoted, VrelDR::kSwitchoverSynced,
                           VrelDR::kSwitchoverPromoted, VrelDR::kSwitchoverTurned};
 const Steps kFailingOver = {VrelDR::kFailoverDemoted, VrelDR::kFailoverPromoted,
                             VrelDR::kFailoverTurned};
-const Steps kReverting = {VrelDR::kDemoteDone, VrelDR::kPromoteDone, VrelDR::kRevertDemoted,
-                          VrelDR::kRevertPromoted, VrelDR::kRevertTurned};
+const Steps kReverting = {VrelDR::kDemoteKept,    VrelDR::kDemoteDone,     VrelDR::kPromoteDone,
+                          VrelDR::kRevertDemoted, VrelDR::kRevertPromoted, VrelDR::kRevertTurned};
 const Steps kReprotecting = {VrelDR::kDemoteDone, VrelDR::kTakeRecorded,  VrelDR::kTakeWhole,
                              VrelDR::kTakeDone,   VrelDR::kReprotectKept, VrelDR::kReprotectTurned};
 
@@ -216,6 +216,8 @@ TEST_P(PlanCrashTest, AFailoverThatWasKilledIsTakenBackOrDone) {
 TEST_P(PlanCrashTest, TakingAFailoverBackThatWasKilledIsTakenBackOrDone) {
   for (const std::string_view step : kReverting) {
     SCOPED_TRACE(step);
+    // A subvolume is made unwritable as a whole: there is nothing of its user's to be kept.
+    if (step == VrelDR::kDemoteKept && std::string_view(GetParam()) == "btrfs") continue;
     const Case used = MakeCase();
     ExpectRun(PlanFailover(used.plan, used.first, Json::Value()));
     const auto revert = [&] { return Run(DRSiteReprotect(Plan(used.plan), VrelDR::kOpFailover)); };

@@ -29,8 +29,8 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, PlanRefusalTest, testing::Values("ext4", "
                          HostTest::NameOf);
 
 TEST_P(PlanRefusalTest, APlanNeedsATargetThatWorksAndAnotherVolume) {
-  ExpectRefused(Creation("none", "v2", ""), VrelDR::kErrTargetMissing, {"\"none\"", "\"v2\""});
   const std::string planId = MakeProtectedShare();
+  ExpectRefused(Creation("none", "v2", ""), VrelDR::kErrTargetMissing, {"\"none\"", "\"v2\""});
   MakeShare("b");
   ExpectRefused(Creation("b", "v3", ""), VrelDR::kErrVolumeMissing, {"\"b\"", "\"v3\""});
   ExpectRefused(Creation("b", "v1", ""), VrelDR::kErrBadArgument, {"\"b\"", "\"v1\"", "another"});

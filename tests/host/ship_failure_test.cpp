@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <set>
 
+#include "children.h"
 #include "engine_fixture.h"
 #include "fail_point.h"
 #include "kill_point.h"
@@ -73,7 +74,8 @@ TEST_P(ShipFailureTest, AKilledShipmentIsThereAsAWholeOrNotAtAllAndGoesOn) {
   int changes = 0;
   for (const std::string_view step :
        {VrelDR::kShipBegun, VrelDR::kCopyFile, VrelDR::kShipData, VrelDR::kShipSent,
-        VrelDR::kShipSynced, VrelDR::kShipFrozen, VrelDR::kShipRenamed, VrelDR::kShipDone}) {
+        VrelDR::kShipSynced, VrelDR::kShipMarked, VrelDR::kShipFrozen, VrelDR::kShipRenamed,
+        VrelDR::kShipDone}) {
     for (const std::string base : {"", "base"}) {
       if (!IsReached(step) || (step == VrelDR::kCopyFile && base.empty())) continue;
       SCOPED_TRACE(std::string(step) + (base.empty() ? "" : " on a base"));
@@ -105,6 +107,34 @@ TEST_P(ShipFailureTest, NoProcessOfAKilledShipmentWritesOn) {
   // The next one waits for the lock that they hold.
   Ship(A(), "s1", "", B());
   ExpectSame(A(), B(), "s1");
+}
+
+TEST_P(ShipFailureTest, AShipmentWorksWhoeverIgnoresOrReapsTheChildrenOfTheProcess) {
+  MakeOddTree(A().TargetPath());
+  for (const Children children : kAllChildren) {
+    const std::string id = "s" + std::to_string(static_cast<int>(children));
+    SCOPED_TRACE(id);
+    Take(A(), id);
+    EXPECT_EQ(RunInChild({},
+                         [&] {
+                           const HowChildrenEnd how(children);
+                           TestWatcher watcher;
+                           return TryShip(A(), id, "", B(), watcher).IsOk() ? 0 : 1;
+                         }),
+              0);
+    ExpectSame(A(), B(), id);
+  }
+  UseProgram("rsync", "echo 'it cannot be' >&2; exit 3\n");
+  UseProgram("btrfs", "echo 'it cannot be' >&2; exit 3\n");
+  Take(A(), "last");
+  EXPECT_EQ(RunInChild({},
+                       [&] {
+                         const HowChildrenEnd how(Children::kReaped);
+                         TestWatcher watcher;
+                         const Status status = TryShip(A(), "last", "", B(), watcher);
+                         return status.message.find("it cannot be") == std::string::npos ? 1 : 0;
+                       }),
+            0);
 }
 
 TEST_P(ShipFailureTest, AFailureInTheMiddleLeavesWhatHasArrivedForTheNextCall) {

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <sys/statvfs.h>
 #include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <ctime>
@@ -111,6 +112,38 @@ TEST_P(SnapshotTest, IsDescribedAsItWasTaken) {
   EXPECT_EQ(snapshot.meta.taken_by, meta.taken_by);
   EXPECT_TRUE(snapshot.meta.is_locked);
   EXPECT_TRUE(snapshot.meta.is_app_consistent);
+}
+
+TEST_P(SnapshotTest, TellsWhichProcessHasTakenIt) {
+  MakeShare("share1");
+  const std::string here = VrelDR::Operation::ThisMaker();
+  EXPECT_FALSE(here.empty());
+  EXPECT_EQ(VrelDR::Operation::ThisMaker(), here);
+  const TargetOperation operation(Target("share1", VrelDR::kTargetShare));
+  std::string id;
+  ASSERT_TRUE(operation.TakeSnapshot(SnapshotMeta(), id)) << operation.GetErr();
+  // A child that was forked off is another process, and so is the child of that.
+  const auto inChild = [](const auto& work) {
+    const pid_t child = fork();
+    if (child == 0) _exit(work() ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  };
+  EXPECT_TRUE(inChild([&] {
+    const std::string there = VrelDR::Operation::ThisMaker();
+    std::string childs;
+    return !there.empty() && there != here && operation.TakeSnapshot(SnapshotMeta(), childs) &&
+           inChild([&] {
+             const std::string below = VrelDR::Operation::ThisMaker();
+             return !below.empty() && below != here && below != there;
+           });
+  }));
+  const std::vector<Snapshot> snapshots = operation.ListSnapshots();
+  ASSERT_EQ(snapshots.size(), 2U);
+  EXPECT_EQ(snapshots[0].maker, here);
+  EXPECT_FALSE(snapshots[1].maker.empty());
+  EXPECT_NE(snapshots[1].maker, here);
 }
 
 TEST_P(SnapshotTest, SnapshotsAreListedOldestFirstAndNeverShareATime) {

@@ -59,6 +59,7 @@ TEST_P(TargetTest, ALunTakesOverAnImageWithItsHoles) {
 
 TEST_P(TargetTest, AShareOfOneFolderHoldsExactlyItsContent) {
   // On the volume itself, so that nothing depends on what another file system can keep.
+  MakeShare("first");
   MakeSampleTree(VolumePath() + "/source");
   const auto before = DescribeTree(VolumePath() + "/source");
   MakeShare("share1", {VolumePath() + "/source/"});
@@ -67,6 +68,7 @@ TEST_P(TargetTest, AShareOfOneFolderHoldsExactlyItsContent) {
 }
 
 TEST_P(TargetTest, AShareOfSeveralSourcesHoldsThemUnderTheirNames) {
+  MakeShare("first");
   MakeSampleTree(VolumePath() + "/source");
   WriteFile(VolumePath() + "/extra", "more");
   MakeShare("share1", {VolumePath() + "/source", VolumePath() + "/extra"});
@@ -180,6 +182,7 @@ TEST_P(TargetTest, AnIdentifierInUseIsRefused) {
 }
 
 TEST_P(TargetTest, WhatStandsInATargetsPlaceIsLeftAlone) {
+  MakeShare("first");
   fs::create_directory(VolumePath() + "/mine");
   ExpectRefused(Spec("mine", VrelDR::kTargetShare), VrelDR::kErrExists, {VolumePath() + "/mine"});
   EXPECT_TRUE(fs::is_directory(VolumePath() + "/mine"));

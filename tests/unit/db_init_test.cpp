@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "catalogue_test.h"
+#include "sync_record.h"
 
 namespace unit {
 namespace {
@@ -254,6 +255,57 @@ TEST_F(GroupDbInit, KeepsTheNewDatabaseWhenTheLinkCannotBeMade) {
       log.Entries(),
       ElementsAre(Err("db", "Init", "Failed to link [" + dbPath + "] to [" + linkPath + "]")));
   EXPECT_THAT(MetaRows(), IsEmpty());
+}
+
+TEST_F(GroupDbInit, BringsTheLinkAndTheNewDirectoriesAboveItToDiskAfterItWasMade) {
+  const std::string etc = fs::path(kLinkRoot).parent_path();
+  fs::remove_all(etc);
+  const test_support::SyncRecord disk;
+  EXPECT_TRUE(DRGroupDB::Init(dbDir, "g1", true));
+  // The directories were brought to disk before, as they were made; what is last is the link's own.
+  std::vector<std::string> last = disk.Paths();
+  ASSERT_GE(last.size(), 4U);
+  last.erase(last.begin(), last.end() - 4);
+  EXPECT_THAT(last, ElementsAre(linkDir, kLinkRoot, etc, fs::path(etc).parent_path()));
+}
+
+TEST_F(GroupDbInit, BringsALinkInADirectoryThatWasThereToDisk) {
+  MakeCatalogue();
+  for (const bool relink : {true, false}) {
+    fs::remove(linkPath);
+    const test_support::SyncRecord disk;
+    EXPECT_TRUE(DRGroupDB::Init(dbDir, "g1", relink));
+    EXPECT_THAT(disk.Paths(), ElementsAre(linkDir));
+  }
+}
+
+TEST_F(GroupDbInit, BringsNothingToDiskWhereTheLinkStays) {
+  MakeCatalogue();
+  const test_support::SyncRecord disk;
+  EXPECT_TRUE(DRGroupDB::Init(dbDir, "g1", true));
+  EXPECT_THAT(disk.Paths(), IsEmpty());
+}
+
+TEST_F(GroupDbInit, CountsALinkThatCannotBeBroughtToDiskAsOneThatCannotBeMade) {
+  MakeCatalogue();
+  for (const std::string& dir : {linkDir, kLinkRoot}) {
+    fs::remove_all(linkDir);
+    core.Clear();
+    log.Clear();
+    test_support::SyncRecord disk;
+    disk.Fail(dir);
+    EXPECT_FALSE(DRGroupDB::Init(dbDir, "g1", true)) << dir;
+    EXPECT_THAT(
+        log.Entries(),
+        ElementsAre(Err("db", "Init", "Failed to link [" + dbPath + "] to [" + linkPath + "]")));
+    EXPECT_THAT(
+        core.OfPlatform(),
+        ElementsAre("VLIBCFileExist(" + dbPath + ")", "VLIBCFileLStat(" + linkPath + ", 15)",
+                    "VLIBCFileExist(" + linkPath + ")", "CreateDir(" + linkDir + ", 755)"));
+    EXPECT_FALSE(fs::is_symlink(fs::symlink_status(linkPath))) << dir;
+    disk.Fail("");
+    EXPECT_TRUE(DRGroupDB::Init(dbDir, "g1", true)) << dir;
+  }
 }
 
 TEST_F(GroupDbInit, TakesNamesWithSpacesQuotesAndFormatsAsTheyAre) {

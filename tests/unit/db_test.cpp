@@ -6,6 +6,7 @@
 
 #include "catalogue_test.h"
 #include "record_values.h"
+#include "sync_record.h"
 
 namespace unit {
 namespace {
@@ -129,6 +130,15 @@ TEST_F(GroupDbClear, RemovesTheFilesThatSqliteKeepsBesideTheDatabase) {
   DRGroupDB::Clear(dbDir, "g1");
   for (const char* suffix : {"-journal", "-wal", "-shm"}) EXPECT_FALSE(Exists(dbPath + suffix));
   EXPECT_TRUE(Exists(dbDir + "/other"));
+}
+
+TEST_F(GroupDbClear, BringsBothRemovalsToDisk) {
+  const test_support::SyncRecord disk;
+  DRGroupDB::Clear("", "g1");
+  EXPECT_THAT(disk.Paths(), testing::AllOf(testing::Not(IsEmpty()), testing::Each(kLinkRoot)));
+  DRGroupDB::Clear(dbDir, "");
+  EXPECT_EQ(disk.Paths().back(), dbDir);
+  EXPECT_THAT(log.Entries(), IsEmpty());
 }
 
 TEST_F(GroupDbClear, SaysNothingWhenThereIsNothing) {

@@ -157,6 +157,19 @@ TEST_F(Updating, ReplacesTheThreeValuesThatAUserMayEdit) {
   EXPECT_THAT(log.Entries(), IsEmpty());
 }
 
+TEST_F(Updating, ReplacesNothingElseWhenItIsHandedAWholeGroupSnapshot) {
+  VrelDRGroup::GsnapshotInfo whole("g1-gsnap-99");
+  whole.desc = "new";
+  whole.is_user_locked = true;
+  whole.tag = "other";
+  whole.gsnap_time = 99;
+  whole.status = VrelDRGroup::kGsnapBad;
+  EXPECT_TRUE(GsnapshotSet(kId, whole));
+  EXPECT_TRUE(GsnapshotSet("g1-gsnap-20", static_cast<const VrelDRGroup::Gsnapshot&>(whole)));
+  EXPECT_THAT(MetaRows(), ElementsAre("'new'|1|0|'g1-gsnap-10'|'g1'|10|1",
+                                      "'new'|1|0|'g1-gsnap-20'|'g1'|20|1"));
+}
+
 TEST_F(Updating, EditsABadGroupSnapshotAndKeepsItBad) {
   Db().Exec("UPDATE gsnap_meta SET status = 2");
   EXPECT_TRUE(GsnapshotSet(kId, GsnapMeta("", false, VrelDRGroup::GsnapCwType(0))));

@@ -115,7 +115,11 @@ std::string FindDamage(const VrelDRCore::SqliteDB& db) {
 
 std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Access access,
                                                  unsigned int seconds) {
-  const std::string path = DatabasePath(GroupDirectory(groupId));
+  return ExamineDatabase(DatabasePath(GroupDirectory(groupId)), access, seconds);
+}
+
+std::optional<CatalogueProblem> ExamineDatabase(const std::string& path, Access access,
+                                                unsigned int seconds) {
   std::error_code error;
   const fs::file_status status = fs::status(path, error);
   if (status.type() == fs::file_type::not_found) {
@@ -135,10 +139,10 @@ std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Acc
 }
 
 void RequireCatalogue(const std::string& groupId, Access access) {
+  CheckOwner(groupId);
   if (const auto problem = ExamineCatalogue(groupId, access, kPatience)) {
     throw Failure(problem->code, "group " + Quote(groupId) + ": " + problem->text);
   }
-  CheckOwner(groupId);
 }
 
 std::optional<CatalogueProblem> ExamineScript() {

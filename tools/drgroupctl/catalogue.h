@@ -24,9 +24,11 @@ inline constexpr unsigned int kPatience = 20;
 std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Access access,
                                                  unsigned int seconds);
 
-// Throws what ExamineCatalogue finds; waits as long as a writer is given. Throws also when the
-// group's definition names another group, as during a renaming that was interrupted: its records
-// may be under either name then.
+// The same of a database by its path.
+std::optional<CatalogueProblem> ExamineDatabase(const std::string& path, Access access,
+                                                unsigned int seconds);
+
+// Throws what CheckOwner and ExamineCatalogue find; waits as long as a writer is given.
 void RequireCatalogue(const std::string& groupId, Access access);
 
 // The reason why the library could not use the catalogue, as far as it can be found out afterwards;

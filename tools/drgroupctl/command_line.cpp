@@ -109,7 +109,8 @@ struct Binding {
 void Bind(CLI::App& app, Binding& binding) {
   const Parameter& parameter = *binding.parameter;
   if (parameter.value == Value::kFlag) {
-    binding.option = app.add_flag(parameter.name, binding.flag);
+    // Whoever writes "--force=no" must not get what "--force" does.
+    binding.option = app.add_flag(parameter.name, binding.flag)->disable_flag_override();
   } else if (parameter.repeated) {
     binding.option = app.add_option(parameter.name, binding.many);
   } else {
@@ -130,11 +131,28 @@ void RunParser(CLI::App& app, const Verb& verb, const Words& words) {
         verb.name);
   } catch (const CLI::ArgumentMismatch& error) {
     const std::string what = error.what();
+    if (what.find("flag override") != std::string::npos) {
+      throw UsageFailure("--" + what.substr(0, what.find(' ')) + " takes no value", verb.name);
+    }
     throw UsageFailure(what.substr(0, what.find(':')) + " needs a value, and takes it once",
                        verb.name);
   } catch (const CLI::ParseError& error) {
     throw UsageFailure(Printable(Unprotect(error.what())), verb.name);
   }
+}
+
+Command HelpOn(const Verb& verb) {
+  return {nullptr, {}, VerbHelp(verb), VerbDocument(verb)};
+}
+
+Command Overview(const std::string& noun = std::string()) {
+  return {nullptr, {}, OverviewHelp(noun), OverviewDocument(noun)};
+}
+
+Command Version() {
+  Json::Value document(Json::objectValue);
+  document["version"] = DRGROUPCTL_VERSION;
+  return {nullptr, {}, "drgroupctl " DRGROUPCTL_VERSION "\n", document};
 }
 
 Command ParseVerb(const Verb& verb, const Words& words) {
@@ -156,7 +174,7 @@ Command ParseVerb(const Verb& verb, const Words& words) {
     for (std::string& value : values) value = Unprotect(value);
     command.arguments.Set(each.parameter->name, values);
   }
-  if (command.arguments.Has("--help")) return {nullptr, {}, VerbHelp(verb)};
+  if (command.arguments.Has("--help")) return HelpOn(verb);
   for (const Binding& each : bindings) {
     const Parameter& parameter = *each.parameter;
     if (parameter.required && !command.arguments.Has(parameter.name)) {
@@ -170,10 +188,11 @@ Command ParseVerb(const Verb& verb, const Words& words) {
   return command;
 }
 
-Command Help(const Words& words) {
-  if (words.empty() || words[0] == "help") return {nullptr, {}, OverviewHelp()};
-  if (words.size() == 1 && IsNoun(words[0])) return {nullptr, {}, OverviewHelp(words[0])};
-  return {nullptr, {}, VerbHelp(FindVerb(words))};
+Command Help(Words words) {
+  words.erase(std::remove(words.begin(), words.end(), "--json"), words.end());
+  if (words.empty() || words[0] == "help") return Overview();
+  if (words.size() == 1 && IsNoun(words[0])) return Overview(words[0]);
+  return HelpOn(FindVerb(words));
 }
 
 }  // namespace
@@ -187,7 +206,7 @@ Command ParseCommandLine(const std::vector<std::string>& words) {
   // Options of every verb may also stand before it.
   Words before;
   while (!rest.empty() && rest.front().starts_with('-')) {
-    if (rest.front() == "--version") return {nullptr, {}, "drgroupctl " DRGROUPCTL_VERSION "\n"};
+    if (rest.front() == "--version") return Version();
     if (rest.front() != "--json" && rest.front() != "--help") {
       throw UsageFailure("there is no option " + Quote(rest.front()) + " before a verb");
     }
@@ -201,7 +220,12 @@ Command ParseCommandLine(const std::vector<std::string>& words) {
   }
   if (rest.front() == "help") return Help(Words(rest.begin() + 1, rest.end()));
   if (wantsHelp) return Help(rest);
-  if (rest.size() == 2 && IsNoun(rest[0]) && rest[1] == "--help") return Help({rest[0]});
+  if (IsNoun(rest[0]) &&
+      std::all_of(rest.begin() + 1, rest.end(),
+                  [](const std::string& word) { return word == "--help" || word == "--json"; }) &&
+      std::find(rest.begin(), rest.end(), "--help") != rest.end()) {
+    return Help({rest[0]});
+  }
 
   const Verb& verb = FindVerb(rest);
   const auto count = std::count(verb.name.begin(), verb.name.end(), ' ') + 1;

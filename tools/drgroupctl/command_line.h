@@ -12,6 +12,7 @@ struct Command {
   const Verb* verb = nullptr;  // null when `text` is all that is wanted
   Arguments arguments;
   std::string text;
+  Json::Value document = {};  // what programs get in the place of `text`
 };
 
 // Whether --json is on a command line, which matters before anything else of it is understood.

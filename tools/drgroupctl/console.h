@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "verb.h"
 
@@ -10,6 +11,9 @@ namespace drgroupctl {
 // One line on standard error: "drgroupctl: " and the text.
 void PrintError(const std::string& text);
 void PrintWarning(const std::string& text);
+// The warnings that this process has printed so far, in their order: programs get them with the
+// document.
+const std::vector<std::string>& PrintedWarnings();
 // The same for what is no failure.
 void PrintNote(const std::string& text);
 

@@ -26,4 +26,19 @@ void WarnOfCopies(const std::vector<VrelDR::Target>& asked) {
                "are quiet");
 }
 
+void WarnOfMounts(const std::vector<VrelDR::Target>& asked) {
+  for (const VrelDR::Target& target : asked) {
+    const VrelDR::TargetManager manager;
+    std::vector<std::string> paths;
+    if (!manager.FindMounts(target.GetId(), paths)) ThrowHostError(manager);
+    if (paths.empty()) continue;
+    std::string places;
+    for (const std::string& path : paths) {
+      places += (places.empty() ? "" : ", ") + Quote(Printable(path));
+    }
+    PrintWarning("what is mounted inside target " + Quote(target.GetId()) +
+                 " is not a part of it and is in none of its snapshots: " + places);
+  }
+}
+
 }  // namespace drgroupctl

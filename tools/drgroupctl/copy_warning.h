@@ -10,4 +10,7 @@ namespace drgroupctl {
 // write.
 void WarnOfCopies(const std::vector<VrelDR::Target>& asked);
 
+// Warns when something is mounted inside targets that snapshots are taken of: that is in none.
+void WarnOfMounts(const std::vector<VrelDR::Target>& asked);
+
 }  // namespace drgroupctl

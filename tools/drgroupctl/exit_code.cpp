@@ -10,9 +10,8 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
       {ExitCode::kFailed, "failed", "Failed for a reason that no other code stands for."},
       {ExitCode::kUsage, "usage", "The command line is wrong; nothing was done."},
       {ExitCode::kNotFound, "not_found",
-       "A group, target, group snapshot, plan or volume that was named does not exist, or a target "
-       "has "
-       "no plan."},
+       "A group, target, group snapshot, plan, volume, file or folder that was named does not "
+       "exist, or a target has no plan."},
       {ExitCode::kRefused, "refused",
        "Refused: it exists already, is locked, is in use, the state of a plan does not allow it, "
        "this "

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 
@@ -35,6 +36,17 @@ int SyncDirectory(const std::string& dir) {
   if (fd == -1) return errno;
   const int error = fsync(fd) == 0 ? 0 : errno;
   close(fd);
+  return error;
+}
+
+int SyncUpwards(std::string dir) {
+  int error = SyncDirectory(dir);
+  while (error == 0 && dir.size() > 1) {
+    dir.erase(std::max<std::size_t>(dir.rfind('/'), 1));
+    error = SyncDirectory(dir);
+    // Nothing was made in a directory that may not be read, or on a file system without writes.
+    if (error == EACCES || error == EINVAL || error == EROFS) error = 0;
+  }
   return error;
 }
 

@@ -12,4 +12,8 @@ int WriteFileAtomically(const std::string& path, const std::string& text);
 // Brings the names in a directory to disk. Returns 0 or an error number.
 int SyncDirectory(const std::string& dir);
 
+// The same for the directory at an absolute path and all that it stands in, whoever has made them
+// and was interrupted. Returns 0 or an error number.
+int SyncUpwards(std::string dir);
+
 }  // namespace drgroupctl

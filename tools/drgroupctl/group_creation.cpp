@@ -13,6 +13,9 @@
 #include "catalogue.h"
 #include "console.h"
 #include "failure.h"
+#include "file_write.h"
+#include "group_link.h"
+#include "kill_point.h"
 #include "text.h"
 #include "undo.h"
 
@@ -69,9 +72,19 @@ void MakeDirectory(const std::string& dir, Undo& undo) {
   if (!VrelDRCore::File::CreateDir(dir, 0755)) ThrowCannotMake(dir);
 }
 
+// What an earlier, interrupted creation has made counts as little as what this one has.
+void BringToDisk(const std::string& dir) {
+  if (const int error = SyncUpwards(dir)) {
+    throw Failure(ExitCode::kStorage, "cannot bring the directory " + Quote(dir) +
+                                          " to disk: " + std::generic_category().message(error) +
+                                          "; see to its file system and create the group again");
+  }
+}
+
 }  // namespace
 
 void RequireNewGroup(const std::string& groupId) {
+  if (const auto from = RenamedFrom(groupId)) throw UnfinishedRenaming(*from, groupId);
   std::error_code error;
   if (fs::symlink_status(LinkPath(groupId), error).type() != fs::file_type::not_found) {
     throw Failure(ExitCode::kRefused, "group " + Quote(groupId) +
@@ -86,14 +99,17 @@ void CreateGroup(const Group& group) {
   if (!VrelDRCore::File::CreateDir(linkDir, 0755)) ThrowCannotMake(linkDir);
   const GroupLock lock(group.id);
   RequireNewGroup(group.id);
+  KillPoint(kCreateReserved);
 
   Undo undo;
   undo.Add([&linkDir] { rmdir(linkDir.c_str()); });
   MakeDirectory(group.directory, undo);
   if (!HoldsSameGroup(group)) {
     undo.Add([&group] { unlink(DefinitionPath(group.directory).c_str()); });
+    unlink(DeletionPath(group.directory).c_str());
     WriteDefinition(group);
   }
+  KillPoint(kCreateDefined);
   const bool isNew = !VrelDRGroup::DRGroupDB::Get(group.directory).IsExisted();
   undo.Add([&group, isNew] {
     unlink(LinkPath(group.id).c_str());
@@ -115,6 +131,9 @@ void CreateGroup(const Group& group) {
                                               " and " + Quote(group.directory)
                                         : said));
   }
+  KillPoint(kCreateLinked);
+  BringToDisk(group.directory);
+  BringToDisk(linkDir);
   undo.Dismiss();
 }
 

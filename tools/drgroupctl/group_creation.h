@@ -9,8 +9,8 @@ namespace drgroupctl {
 // Throws a refusal when there is a group of that identifier.
 void RequireNewGroup(const std::string& groupId);
 
-// Makes the group with its directory, catalogue, definition and link. Finishes one that was
-// interrupted. A failure, which is thrown, leaves nothing of it.
+// Makes the group with its directory, catalogue, definition and link, all of them on disk
+// afterwards. Finishes one that was interrupted. A failure, which is thrown, leaves nothing of it.
 void CreateGroup(const Group& group);
 
 }  // namespace drgroupctl

@@ -16,6 +16,7 @@
 
 #include "failure.h"
 #include "file_write.h"
+#include "group_link.h"
 #include "host.h"
 #include "json_file.h"
 #include "text.h"
@@ -36,13 +37,14 @@ Failure BadGroup(const std::string& groupId, const std::string& problem) {
   return Failure(ExitCode::kCatalogue, "group " + Quote(groupId) + ": " + problem);
 }
 
-Failure NotItsOwner(const std::string& groupId, const Group& found) {
-  return BadGroup(groupId, "its link leads to " + Quote(found.directory) +
-                               ", which belongs to group " + Quote(found.id) +
-                               ": if it is being renamed, finish that with \"drgroupctl group "
-                               "rename " +
-                               groupId + " " + Printable(found.id) + "\", else correct the link " +
-                               Quote(LinkPath(groupId)));
+bool IsNothing(const std::string& path) {
+  std::error_code error;
+  return fs::symlink_status(path, error).type() == fs::file_type::not_found;
+}
+
+bool IsThere(const std::string& path) {
+  std::error_code error;
+  return fs::exists(fs::symlink_status(path, error));
 }
 
 // Takes the definition from `root`; what is wrong with it, empty when nothing is.
@@ -85,6 +87,15 @@ std::string DefinitionPath(const std::string& dir) {
   return dir + "/group.json";
 }
 
+std::string DeletionPath(const std::string& dir) {
+  return dir + "/group.deleted";
+}
+
+bool IsDeletedUpToItsLink(const std::string& dir) {
+  return IsThere(DeletionPath(dir)) && IsNothing(DefinitionPath(dir)) &&
+         IsNothing(DatabasePath(dir));
+}
+
 std::string DefaultDirectory(const std::string& groupId) {
   return StateDirectory() + "/groups/" + groupId;
 }
@@ -113,9 +124,13 @@ std::string GroupDirectory(const std::string& groupId) {
   }
   const fs::file_status status = fs::symlink_status(link, error);
   if (status.type() == fs::file_type::not_found) {
+    if (const auto from = RenamedFrom(groupId)) throw UnfinishedRenaming(*from, groupId);
     throw BadGroup(groupId, "its link " + Quote(link) +
-                                " is missing, as after an interrupted \"group create\": create the "
-                                "group again with the same targets, or delete it");
+                                " is missing, as after an interrupted \"group create\" or \"group "
+                                "rename\": create the group again with the same targets, or run "
+                                "\"drgroupctl group rename OLD " +
+                                Printable(groupId) +
+                                "\" again, with the group that was to be called so");
   }
   const fs::path target = fs::read_symlink(link, error);
   if (error || !target.is_absolute()) {
@@ -129,7 +144,7 @@ std::string GroupDirectory(const std::string& groupId) {
 bool ReadDefinition(const std::string& dir, Group& group) {
   const std::string path = DefinitionPath(dir);
   std::error_code error;
-  if (fs::symlink_status(path, error).type() == fs::file_type::not_found) return false;
+  if (IsNothing(path)) return false;
   std::ifstream file(path, std::ios::binary);
   std::ostringstream text;
   // An empty file leaves `text` failed, and is not JSON either.
@@ -152,21 +167,30 @@ Group LoadGroup(const std::string& groupId) {
   const std::string dir = GroupDirectory(groupId);
   Group group;
   if (!ReadDefinition(dir, group)) {
+    if (IsThere(DeletionPath(dir))) {
+      throw BadGroup(groupId,
+                     "its deletion was interrupted: finish it with \"drgroupctl group delete " +
+                         groupId + "\"");
+    }
+    if (const auto astray = ExamineOwner(groupId, dir, {})) throw Failure(*astray);
     throw BadGroup(groupId, Quote(DefinitionPath(dir)) +
-                                " is missing, which names its targets: restore it from a backup");
+                                " is missing, which names its targets: restore it from a backup, "
+                                "or, when another program has pointed the link there, name the "
+                                "group's own directory to \"drgroupctl group relink\"");
   }
-  if (group.id != groupId) throw NotItsOwner(groupId, group);
+  if (const auto astray = ExamineOwner(groupId, dir, group.id)) throw Failure(*astray);
   return group;
 }
 
 void CheckOwner(const std::string& groupId) {
+  const std::string dir = GroupDirectory(groupId);
   Group group;
   try {
-    if (!ReadDefinition(GroupDirectory(groupId), group)) return;
+    ReadDefinition(dir, group);
   } catch (const Failure&) {  // whoever needs the definition tells of it
     return;
   }
-  if (group.id != groupId) throw NotItsOwner(groupId, group);
+  if (const auto astray = ExamineOwner(groupId, dir, group.id)) throw Failure(*astray);
 }
 
 void WriteDefinition(const Group& group) {

@@ -25,6 +25,12 @@ std::string LinkPath(const std::string& groupId);
 std::string DatabasePath(const std::string& dir);
 std::string DefinitionPath(const std::string& dir);
 
+// What the definition is called once the group's deletion has begun; it goes last.
+std::string DeletionPath(const std::string& dir);
+// Whether a deletion that was interrupted has left neither the database nor the definition in
+// `dir`.
+bool IsDeletedUpToItsLink(const std::string& dir);
+
 // Where a group's database is unless somebody wants it elsewhere.
 std::string DefaultDirectory(const std::string& groupId);
 
@@ -34,7 +40,8 @@ std::vector<std::string> ListGroupIds();
 // Where the group's link leads. Throws when there is no such group or its link is no use.
 std::string GroupDirectory(const std::string& groupId);
 
-// Throws when the definition behind the group's link can be read and names another group.
+// Throws when the group's link leads to what belongs to another group, or to nobody known while the
+// group's own directory is elsewhere: the records there are not the group's, or not by this name.
 void CheckOwner(const std::string& groupId);
 
 // The group with its targets. Throws as GroupDirectory does, and when group.json is no use.

@@ -12,9 +12,13 @@ namespace drgroupctl {
 // gone, and it would stay behind without a record.
 void CheckReachable(const VrelDRGroup::GsnapshotInfo& info);
 
-// Deletes the group snapshot and makes sure that nothing of it is recorded any more; throws
-// otherwise, with what is left.
-void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info);
+// What becomes of target snapshots that are out of reach.
+enum class OutOfReach { kFail, kForget };
+
+// Deletes the group snapshot and makes sure that nothing of it exists or is recorded any more;
+// throws otherwise, with what is left.
+void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
+                 OutOfReach outOfReach);
 
 // Those of `snapshots` that exist, or may exist for all that the host can tell, as rows of a
 // report.

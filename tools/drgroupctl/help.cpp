@@ -37,6 +37,42 @@ std::string Entry(const std::string& name, const std::string& text, std::size_t 
   return head + wrapped.substr(head.size());
 }
 
+bool IsWithin(const Verb& verb, const std::string& noun) {
+  return noun.empty() || verb.name.starts_with(noun + " ");
+}
+
+Parameter VersionOption() {
+  return {"--version", Value::kFlag, "", "print the version, and end"};
+}
+
+Json::Value TextList(const std::vector<std::string>& texts) {
+  Json::Value list(Json::arrayValue);
+  for (const std::string& each : texts) list.append(each);
+  return list;
+}
+
+Json::Value ParameterDocument(const Parameter& parameter) {
+  Json::Value document(Json::objectValue);
+  document["name"] = parameter.name;
+  document["summary"] = parameter.summary;
+  document["takes_value"] = parameter.value != Value::kFlag;
+  document["placeholder"] = parameter.placeholder;
+  document["is_required"] = parameter.required;
+  document["is_repeated"] = parameter.repeated;
+  document["choices"] = TextList(parameter.choices);
+  return document;
+}
+
+// What all verbs tell of themselves.
+Json::Value SummaryDocument(const Verb& verb) {
+  const std::string usage = verb.Usage();
+  Json::Value document(Json::objectValue);
+  document["name"] = verb.name;
+  document["summary"] = verb.summary;
+  document["usage"] = "drgroupctl " + verb.name + (usage.empty() ? "" : " " + usage);
+  return document;
+}
+
 std::string ParameterHelp(const Parameter& each) {
   const std::string name = each.placeholder.empty() || each.placeholder == each.name
                                ? each.name
@@ -54,20 +90,52 @@ std::string ParameterText(const Parameter& parameter) {
 std::string OverviewHelp(const std::string& noun) {
   std::string out = "usage: drgroupctl VERB [ARGUMENTS] [OPTIONS]\n\nVerbs:\n";
   for (const Verb& verb : Verbs()) {
-    if (noun.empty() || verb.name.starts_with(noun + " ")) {
-      out += Entry(verb.name, verb.summary, 20);
-    }
+    if (IsWithin(verb, noun)) out += Entry(verb.name, verb.summary, 22);
   }
   out += "\n  \"drgroupctl help VERB\" tells what a verb does and takes.\n";
   if (!noun.empty()) return out;
   out += "\nOptions of every verb:\n";
   for (const Parameter& each : CommonOptions()) out += ParameterHelp(each);
-  out += ParameterHelp({"--version", Value::kFlag, "", "print the version, and end"});
+  out += ParameterHelp(VersionOption());
   out += "\nExit codes:\n";
   for (const ExitCodeInfo& each : ExitCodes()) {
     out += Entry(std::to_string(static_cast<int>(each.code)), each.meaning, 6);
   }
   return out;
+}
+
+Json::Value OverviewDocument(const std::string& noun) {
+  Json::Value document(Json::objectValue);
+  document["verbs"] = Json::Value(Json::arrayValue);
+  for (const Verb& verb : Verbs()) {
+    if (IsWithin(verb, noun)) document["verbs"].append(SummaryDocument(verb));
+  }
+  if (!noun.empty()) return document;
+  for (const Parameter& each : CommonOptions()) document["options"].append(ParameterDocument(each));
+  document["options"].append(ParameterDocument(VersionOption()));
+  for (const ExitCodeInfo& each : ExitCodes()) {
+    Json::Value code(Json::objectValue);
+    code["exit_code"] = static_cast<int>(each.code);
+    code["kind"] = each.name;
+    code["meaning"] = each.meaning;
+    document["exit_codes"].append(code);
+  }
+  return document;
+}
+
+Json::Value VerbDocument(const Verb& verb) {
+  Json::Value document = SummaryDocument(verb);
+  document["description"] = TextList(verb.description);
+  document["changes"] = verb.changes;
+  document["arguments"] = Json::Value(Json::arrayValue);
+  document["options"] = Json::Value(Json::arrayValue);
+  for (const Parameter& each : verb.arguments) {
+    document["arguments"].append(ParameterDocument(each));
+  }
+  for (const auto* list : {&verb.options, &CommonOptions()}) {
+    for (const Parameter& each : *list) document["options"].append(ParameterDocument(each));
+  }
+  return document;
 }
 
 std::string VerbHelp(const Verb& verb) {

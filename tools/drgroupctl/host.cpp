@@ -41,20 +41,21 @@ std::vector<VrelDR::VolumeInfo> ListVolumes() {
   return volumes;
 }
 
-VrelDR::VolumeInfo RequireVolume(const std::string& name) {
+VrelDR::VolumeInfo FindVolume(const std::string& name) {
   const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
   const auto found = std::find_if(volumes.begin(), volumes.end(),
                                   [&](const auto& each) { return each.name == name; });
-  if (found == volumes.end()) {
-    throw Failure(ExitCode::kNotFound,
-                  "there is no volume " + Quote(name) +
-                      ": name one that \"drgroupctl volume list\" shows, or configure it");
-  }
-  if (!found->problem.empty()) {
-    throw Failure(ExitCode::kStorage,
-                  "volume " + Quote(name) + " cannot be used: " + Printable(found->problem));
-  }
-  return *found;
+  if (found != volumes.end()) return *found;
+  throw Failure(ExitCode::kNotFound,
+                "there is no volume " + Quote(name) +
+                    ": name one that \"drgroupctl volume list\" shows, or configure it");
+}
+
+VrelDR::VolumeInfo RequireVolume(const std::string& name) {
+  VrelDR::VolumeInfo found = FindVolume(name);
+  if (found.problem.empty()) return found;
+  throw Failure(ExitCode::kStorage,
+                "volume " + Quote(name) + " cannot be used: " + Printable(found.problem));
 }
 
 std::vector<VrelDR::TargetEntry> ListTargets() {
@@ -79,6 +80,26 @@ VrelDR::TargetEntry RequireTarget(const std::string& targetId) {
                       ": name one that \"drgroupctl target list\" shows, or create it");
   }
   return entry;
+}
+
+std::vector<VrelDR::TargetRemains> ListRemains() {
+  const VrelDR::TargetManager manager;
+  std::vector<VrelDR::TargetRemains> remains;
+  if (!manager.ListRemains(remains)) ThrowHostError(manager);
+  return remains;
+}
+
+void RequirePlace(const std::string& targetId, VrelDR::PlaceUse use) {
+  const VrelDR::TargetManager manager;
+  if (!manager.CheckPlace(targetId, use)) ThrowHostError(manager);
+}
+
+Json::Value ExistsValue(const VrelDR::TargetEntry& entry) {
+  return entry.is_existed || entry.problem.empty() ? Json::Value(entry.is_existed) : Json::Value();
+}
+
+Json::Value SnapshotCountValue(const VrelDR::TargetEntry& entry) {
+  return entry.problem.empty() ? Json::Value(Json::UInt64(entry.snapshots)) : Json::Value();
 }
 
 std::string TypeName(int type) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <json/value.h>
 #include <vreldr/snapshot.h>
 #include <vreldr/target.h>
 #include <vreldr/target_manager.h>
@@ -20,13 +21,25 @@ std::string HostMessage(const VrelDRCore::ErrRecorder& recorder);
 std::string StateDirectory();
 
 std::vector<VrelDR::VolumeInfo> ListVolumes();
-// Throws when there is no such volume or it cannot be used.
+// Throws when there is no such volume.
+VrelDR::VolumeInfo FindVolume(const std::string& name);
+// Throws also when it cannot be used.
 VrelDR::VolumeInfo RequireVolume(const std::string& name);
 
 std::vector<VrelDR::TargetEntry> ListTargets();
 // False when the host has no such target.
 bool FindTarget(const std::string& targetId, VrelDR::TargetEntry& entry);
 VrelDR::TargetEntry RequireTarget(const std::string& targetId);
+// Throws unless that can be done to the target's place.
+void RequirePlace(const std::string& targetId, VrelDR::PlaceUse use);
+
+// What is left of targets whose removal has begun.
+std::vector<VrelDR::TargetRemains> ListRemains();
+
+// Whether the target's bytes are there, and how many snapshots it has, as values of a report: null
+// when the host cannot find out.
+Json::Value ExistsValue(const VrelDR::TargetEntry& entry);
+Json::Value SnapshotCountValue(const VrelDR::TargetEntry& entry);
 
 // "lun", "share", "guest", and back; 0 for another word.
 std::string TypeName(int type);

@@ -95,15 +95,19 @@ std::string IdentifierRewrite::Sql() const {
          ";";
 }
 
-void RewriteCatalogue(const std::string& dir, const std::string& oldId, const std::string& newId) {
-  IdentifierRewrite rewrite(oldId, newId);
+bool ReadIdentifiers(const std::string& dir, IdentifierRewrite& rewrite) {
   const VrelDRGroup::DRGroupDB db = VrelDRGroup::DRGroupDB::Get(dir);
   bool read = ReadColumn(db, "gsnap_meta", "tag", [&](const auto& tag) { rewrite.SeeTag(tag); });
   for (const char* table : kTables) {
     read =
         read && ReadColumn(db, table, "gsnap_id", [&](const auto& id) { rewrite.SeeGsnapId(id); });
   }
-  if (!read) throw CatalogueFailure(oldId, "cannot read its records");
+  return read;
+}
+
+void RewriteCatalogue(const std::string& dir, const std::string& oldId, const std::string& newId) {
+  IdentifierRewrite rewrite(oldId, newId);
+  if (!ReadIdentifiers(dir, rewrite)) throw CatalogueFailure(oldId, "cannot read its records");
   if (!rewrite.Foreign().empty()) {
     throw Failure(ExitCode::kCatalogue,
                   "group " + Quote(oldId) + ": its catalogue has records of " +

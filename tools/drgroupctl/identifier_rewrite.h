@@ -40,6 +40,9 @@ class IdentifierRewrite {
   bool textual_ = true;
 };
 
+// Shows the stored values of the catalogue in `dir` to `rewrite`. False when they cannot be read.
+bool ReadIdentifiers(const std::string& dir, IdentifierRewrite& rewrite);
+
 // Gives the group whose database is in `dir`, and whose link is under `oldId`, the new name in
 // every record. Nothing is changed when it throws, or when it was done before.
 void RewriteCatalogue(const std::string& dir, const std::string& oldId, const std::string& newId);

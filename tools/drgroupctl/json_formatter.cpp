@@ -1,6 +1,7 @@
 #include <json/writer.h>
 
 #include <sstream>
+#include <utility>
 
 #include "formatter.h"
 #include "text.h"
@@ -18,7 +19,38 @@ void RepairTexts(Json::Value& value) {
   }
 }
 
-std::string Write(Json::Value document) {
+// The document with the member "warnings" when there are any.
+std::string WithWarnings(Json::Value document, const std::vector<std::string>& warnings) {
+  for (const std::string& each : warnings) document["warnings"].append(each);
+  return FormatDocument(std::move(document));
+}
+
+class JsonFormatter : public Formatter {
+ public:
+  std::string Format(const Report& report,
+                     const std::vector<std::string>& warnings) const override {
+    Json::Value document(Json::objectValue);
+    for (const Report::Part& part : report.Parts()) {
+      if (part.kind != Report::Part::Kind::kText) document[part.name.key] = part.value;
+    }
+    return WithWarnings(document, warnings);
+  }
+
+  std::string Format(const Failure& failure,
+                     const std::vector<std::string>& warnings) const override {
+    Json::Value error = failure.details;
+    error["exit_code"] = static_cast<int>(failure.code);
+    error["kind"] = Describe(failure.code).name;
+    error["message"] = failure.message;
+    Json::Value document(Json::objectValue);
+    document["error"] = error;
+    return WithWarnings(document, warnings);
+  }
+};
+
+}  // namespace
+
+std::string FormatDocument(Json::Value document) {
   RepairTexts(document);
   Json::StreamWriterBuilder builder;
   builder["indentation"] = "  ";
@@ -29,29 +61,6 @@ std::string Write(Json::Value document) {
   out << '\n';
   return out.str();
 }
-
-class JsonFormatter : public Formatter {
- public:
-  std::string Format(const Report& report) const override {
-    Json::Value document(Json::objectValue);
-    for (const Report::Part& part : report.Parts()) {
-      if (part.kind != Report::Part::Kind::kText) document[part.name.key] = part.value;
-    }
-    return Write(document);
-  }
-
-  std::string Format(const Failure& failure) const override {
-    Json::Value error = failure.details;
-    error["exit_code"] = static_cast<int>(failure.code);
-    error["kind"] = Describe(failure.code).name;
-    error["message"] = failure.message;
-    Json::Value document(Json::objectValue);
-    document["error"] = error;
-    return Write(document);
-  }
-};
-
-}  // namespace
 
 std::unique_ptr<Formatter> MakeJsonFormatter() {
   return std::make_unique<JsonFormatter>();

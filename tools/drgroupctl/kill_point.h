@@ -6,10 +6,18 @@ namespace drgroupctl {
 
 // Steps of the tool's own between which a crash must lose nothing, named in VRELDR_KILL_POINT as
 // the host's are: the process ends there as in a crash.
+inline constexpr std::string_view kCreateReserved = "create.reserved";    // identifier taken
+inline constexpr std::string_view kCreateDefined = "create.defined";      // group.json written
+inline constexpr std::string_view kCreateLinked = "create.linked";        // catalogue and link made
+inline constexpr std::string_view kDeleteBegun = "delete.begun";          // group.json set aside
+inline constexpr std::string_view kDeleteCleared = "delete.cleared";      // no database any more
+inline constexpr std::string_view kDeleteUnlinked = "delete.unlinked";    // found no more
 inline constexpr std::string_view kRenameReserved = "rename.reserved";    // new name taken
 inline constexpr std::string_view kRenameDefined = "rename.defined";      // group.json says it
 inline constexpr std::string_view kRenameRewritten = "rename.rewritten";  // the catalogue too
 inline constexpr std::string_view kRenameLinked = "rename.linked";        // found by it
+inline constexpr std::string_view kRelinkMade = "relink.made";            // the new link, beside
+inline constexpr std::string_view kRelinkReplaced = "relink.replaced";    // in the old one's place
 
 // Ends the process at once when VRELDR_KILL_POINT names `step`.
 void KillPoint(std::string_view step);

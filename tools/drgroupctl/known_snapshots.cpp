@@ -1,12 +1,16 @@
 #include "known_snapshots.h"
 
+#include <vreldr/report.h>
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
 #include <map>
 
+#include "action/arrived.h"
 #include "catalogue.h"
 #include "failure.h"
+#include "group_link.h"
 #include "group_store.h"
+#include "host.h"
 
 namespace drgroupctl {
 
@@ -32,6 +36,28 @@ std::set<std::string> RecordedSnapshotIds() {
     }
   }
   return ids;
+}
+
+std::set<std::string> AllRecordedSnapshotIds() {
+  std::set<std::string> ids;
+  for (const std::string& groupId : ListGroupIds()) {
+    RequireCatalogue(groupId, Access::kRead);
+    for (const auto& each : RecordedSnapshots(groupId)) ids.insert(each.tsnap_id);
+  }
+  for (const Failure& each : FindUnlinked()) throw Failure(each);
+  return ids;
+}
+
+void AddNeeded(const VrelDR::DRPlan& plan, std::set<std::string>& needed) {
+  VrelDR::RetentionLockReport held;
+  const VrelDR::RetentionLockReporter locks(plan.GetPlanId());
+  if (!locks.ReadReport(held)) ThrowHostError(locks);
+  needed.insert(held.GetSnapshots().begin(), held.GetSnapshots().end());
+  needed.insert(LookAtArrived(plan).snap_id);
+  VrelDR::PendingSnapReport waiting;
+  const VrelDR::PendingSnapReporter pending(plan.GetPlanId());
+  if (!pending.ReadReport(waiting)) ThrowHostError(pending);
+  needed.insert(waiting.GetSnapshots().begin(), waiting.GetSnapshots().end());
 }
 
 }  // namespace drgroupctl

@@ -13,7 +13,7 @@ enum class Shown {
   kBytes,  // with a unit
   kIfAny,  // a column that is left out while every row of it is empty
   kTime,   // seconds since the epoch as a date; 0 is none
-  kAge,    // a number of seconds
+  kAge,    // a number of seconds; less than 0 for a time that lies ahead
 };
 
 struct Column {

@@ -16,10 +16,10 @@ std::string Cell(const Json::Value& value, Shown shown) {
   if (value.isNull()) return shown == Shown::kTime || shown == Shown::kAge ? "-" : "?";
   if (value.isBool()) return value.asBool() ? "yes" : "no";
   if (value.isString()) return value.asString().empty() ? "-" : Printable(value.asString());
+  if (value.isInt64() && shown == Shown::kAge) return FormatAge(value.asInt64());
   if (value.isUInt64()) {
     if (shown == Shown::kBytes) return FormatBytes(value.asUInt64());
     if (shown == Shown::kTime) return value.asUInt64() == 0 ? "-" : FormatTime(value.asInt64());
-    if (shown == Shown::kAge) return FormatAge(value.asUInt64());
   }
   if (value.isArray()) {
     std::vector<std::string> texts;
@@ -81,7 +81,8 @@ class TableFormatter : public Formatter {
  public:
   // Fields that follow each other are aligned; an empty line stands before a table. A table without
   // rows is shown where it is all that there is to say.
-  std::string Format(const Report& report) const override {
+  std::string Format(const Report& report,
+                     const std::vector<std::string>& /*warnings*/) const override {
     std::string out;
     std::vector<Row> fields;
     const auto flush = [&] {
@@ -104,7 +105,10 @@ class TableFormatter : public Formatter {
     return out;
   }
 
-  std::string Format(const Failure& failure) const override { return Format(failure.report); }
+  std::string Format(const Failure& failure,
+                     const std::vector<std::string>& warnings) const override {
+    return Format(failure.report, warnings);
+  }
 };
 
 }  // namespace

@@ -127,7 +127,9 @@ std::string FormatTime(std::int64_t time) {
   return buffer;
 }
 
-std::string FormatAge(std::uint64_t seconds) {
+std::string FormatAge(std::int64_t age) {
+  if (age < 0) return "ahead by " + FormatAge(-age);
+  const auto seconds = static_cast<std::uint64_t>(age);
   const auto pair = [](std::uint64_t whole, char unit, std::uint64_t rest, char smaller) {
     const std::string text = std::to_string(whole) + unit;
     return rest == 0 ? text : text + ' ' + std::to_string(rest) + smaller;
@@ -150,6 +152,10 @@ std::string CutToWidth(const std::string& text, std::size_t width) {
     out += character;
   }
   return out + '~';
+}
+
+std::string FormatAgo(std::int64_t age) {
+  return age < 0 ? FormatAge(age) + ", by this host's clock" : FormatAge(age) + " ago";
 }
 
 bool ParseBytes(const std::string& text, std::uint64_t& bytes) {

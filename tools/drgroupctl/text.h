@@ -30,8 +30,10 @@ std::string FormatBytes(std::uint64_t bytes);
 // A time in seconds since the epoch for people, in UTC.
 std::string FormatTime(std::int64_t time);
 
-// A number of seconds for people, such as 45s, 3m and 2h 5m.
-std::string FormatAge(std::uint64_t seconds);
+// A number of seconds for people, such as 45s, 3m and 2h 5m; "ahead by 3m" when it is less than 0.
+std::string FormatAge(std::int64_t age);
+// "3m ago", or that it lies ahead.
+std::string FormatAgo(std::int64_t age);
 
 // `text`, which is printable, cut to that many columns; what is cut off is marked.
 std::string CutToWidth(const std::string& text, std::size_t width);

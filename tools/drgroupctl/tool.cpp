@@ -19,17 +19,17 @@ std::unique_ptr<Formatter> MakeFormatter(bool json) {
 void Run(const std::vector<std::string>& words) {
   const Command command = ParseCommandLine(words);
   if (command.verb == nullptr) {
-    PrintOut(command.text);
+    PrintOut(WantsJson(words) ? FormatDocument(command.document) : command.text);
     return;
   }
   const Report report = command.verb->run(command.arguments);
-  PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report));
+  PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, PrintedWarnings()));
 }
 
 int Tell(const Failure& failure, const std::vector<std::string>& words) {
   PrintError(failure.message);
   try {
-    PrintOut(MakeFormatter(WantsJson(words))->Format(failure));
+    PrintOut(MakeFormatter(WantsJson(words))->Format(failure, PrintedWarnings()));
   } catch (const Failure&) {  // the line above and the exit code have told it
   }
   return static_cast<int>(failure.code);

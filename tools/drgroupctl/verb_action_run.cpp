@@ -1,5 +1,6 @@
 #include <vreldrcore/json.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -7,6 +8,8 @@
 #include <system_error>
 
 #include "action/group_action.h"
+#include "action/plans.h"
+#include "action/removal.h"
 #include "console.h"
 #include "file_write.h"
 #include "json_file.h"
@@ -22,7 +25,7 @@ Json::Value ReadParams(const Task& task, const std::string& path) {
   const std::string from = "--params " + Quote(path);
   std::error_code error;
   if (!std::filesystem::is_regular_file(path, error)) {
-    throw Failure(ExitCode::kUsage, from + ": there is no such file");
+    throw Failure(ExitCode::kNotFound, from + ": there is no such file: correct the path");
   }
   std::ifstream file(path, std::ios::binary);
   std::ostringstream text;
@@ -48,6 +51,32 @@ void WriteParams(const std::string& path, const Json::Value& params) {
   }
 }
 
+// Throws unless every plan that is to go is one of its target's, which then has another one.
+void CheckReplacedPlans(const Json::Value& params, const Group& group) {
+  const Json::Value plans = VrelDRCore::JsonUtil::Member(params, "target_plan_map");
+  if (!plans.isObject()) return;
+  const std::vector<std::string> targets = TargetIds(group);
+  for (const std::string& target : plans.getMemberNames()) {
+    if (std::find(targets.begin(), targets.end(), target) == targets.end()) {
+      throw Failure(ExitCode::kUsage, "\"target_plan_map\" names target " + Quote(target) +
+                                          ", which group " + Quote(group.id) + " does not have");
+    }
+    const std::string planId = VrelDRCore::JsonUtil::AsText(plans[target]);
+    VrelDR::DRPlan plan;
+    if (VrelDR::PlanAPI::GetPlan(planId, plan) != 0) continue;  // gone already, or told later
+    const std::vector<VrelDR::DRPlan> own = PlansOf(target);
+    const bool isOwn = std::any_of(own.begin(), own.end(), [&](const VrelDR::DRPlan& each) {
+      return each.GetPlanId() == planId;
+    });
+    if (isOwn && own.size() > 1) continue;
+    throw Failure(ExitCode::kUsage,
+                  "\"target_plan_map\": plan " + Quote(planId) +
+                      (isOwn ? " is the only one of target " : " is none of target ") +
+                      Quote(target) +
+                      ": name the plan that the target had before it was given another one");
+  }
+}
+
 // A checker has nothing to run: asking every target is all of it.
 Report CheckerReport(const Prepared& prepared) {
   const std::vector<Check> checks = CheckTargets(prepared);
@@ -70,17 +99,30 @@ Report ActionRun(const Arguments& args) {
   std::optional<ActionLock> lock;
   if (!task.needs_no_lock) lock.emplace(groupId, args);
   const Group group = LoadGroup(groupId);
+  if (task.name == "edit") CheckReplacedPlans(params, group);
   const Prepared prepared = Prepare(task, groupId, TargetIds(group), params);
   if (task.is_checker) return CheckerReport(prepared);
-  if (const auto report = CheckFirst(prepared, args)) return *report;
+  std::optional<Report> checked = CheckFirst(prepared, args);
+  std::optional<Removal> removal;
+  if (RemovesCopies(task.name, params)) {
+    removal.emplace(PlansLostBy(task.name, params, prepared.targets), prepared.targets);
+    removal->RequireUnclaimed(prepared.title, args);
+    if (checked) removal->AddTo(*checked);
+  }
+  if (checked) return *checked;
+  if (removal && !removal->IsEmpty()) {
+    Confirm(args, "remove " + removal->Text() + ", in group " + Quote(groupId));
+  }
   const std::string loss = LossOf(task.name, params);
   if (!loss.empty()) Confirm(args, loss + ", in group " + Quote(groupId));
   const Course course = Run(prepared, args);
+  if (removal) removal->Finish();
   if (args.Has("--params-out")) WriteParams(args.Text("--params-out"), params);
 
   Report report = CourseReport(prepared, course,
                                "Action " + Quote(task.name) + " ran on group " + Quote(groupId) +
                                    ", on " + Count(CountDone(course), "target") + ".");
+  if (removal) removal->AddTo(report);
   // What the action has filled in is what another one needs.
   report.AddField({"params", "Parameters"}, params);
   return report;

@@ -6,6 +6,7 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "action/removal.h"
 #include "console.h"
 #include "host.h"
 #include "text.h"
@@ -26,6 +27,11 @@ struct EditState {
     std::vector<std::string> all = begun;
     all.insert(all.end(), fresh.begin(), fresh.end());
     return all;
+  }
+  std::vector<DRPlan> OldPlans() const {
+    std::vector<DRPlan> plans;
+    for (const auto& [target, plan] : old_plans) plans.push_back(plan);
+    return plans;
   }
 };
 
@@ -92,17 +98,19 @@ Prepared PrepareFirstSync(const Group& group, const EditState& state) {
 
 // Throws unless nothing is going to be refused. With --dry-run the report that ends the verb.
 std::optional<Report> CheckAll(const Group& group, const Prepared& making, const EditState& state,
-                               const Arguments& args) {
+                               const Removal& removal, const Arguments& args) {
   std::vector<Check> checks = CheckTargets(making);
   for (const Check& each : CheckTargets(PrepareOldOnes(group, state))) checks.push_back(each);
   const std::string title = Title(group);
   if (const auto refusal = RefusalOf(title, checks)) throw Failure(*refusal);
+  removal.RequireUnclaimed(title, args);
   if (!args.Has("--dry-run")) return std::nullopt;
   Report report;
   report.AddText("The " + title + " would be begun: every check passed.");
   report.AddField({"group_id", "Group"}, group.id);
   report.AddField({"task", "Task"}, "edit");
   AddChecks(report, checks);
+  removal.AddTo(report);
   return report;
 }
 
@@ -167,16 +175,17 @@ Report Edit(const Arguments& args) {
   const EditState state = LookAt(group, volume);
   Json::Value params(Json::objectValue);
   const Prepared making = PreparePlans(group, state, volume, params);
-  if (const auto report = CheckAll(group, making, state, args)) return *report;
+  const Removal removal(state.OldPlans(), TargetIds(group));
+  if (const auto report = CheckAll(group, making, state, removal, args)) return *report;
   if (!state.old_plans.empty()) {
     WarnOfGroups(state);
     Confirm(args, "replace the DR copies of " + Count(state.old_plans.size(), "target") +
-                      " of group " + Quote(groupId) +
-                      " by new ones; the old ones go with their snapshots");
+                      " of group " + Quote(groupId) + " by new ones, and remove " + removal.Text());
     Run(making, args);
     FillCopies(making, group, state, args);
     RemoveOldPlans(group, state, params["target_plan_map"], args);
   }
+  removal.Finish();
 
   Report report;
   report.AddText("The DR copies of group " + Quote(groupId) + " are on volume " + Quote(volume) +
@@ -191,6 +200,7 @@ Report Edit(const Arguments& args) {
                    {"dr_volume", "VOLUME"},
                    {"plan_id", "PLAN"}},
                   Rows(group, state));
+  removal.AddTo(report);
   return report;
 }
 

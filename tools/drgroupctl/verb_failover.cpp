@@ -8,6 +8,7 @@
 #include "action/takeover.h"
 #include "catalogue_view.h"
 #include "console.h"
+#include "gsnap_completeness.h"
 #include "text.h"
 #include "verb_functions.h"
 
@@ -55,17 +56,6 @@ Prepared PrepareToGsnap(const Group& group, const std::string& gsnapId,
   return Prepare(FindTask("failover"), group.id, targets, params);
 }
 
-// What is given up, a line for each target.
-std::string LossDetails(const std::vector<Takeover>& takeovers) {
-  std::string text;
-  for (const Takeover& each : takeovers) {
-    text += "target " + Quote(each.target) + ": " + Quote(each.plan.GetReplicaTargetId()) +
-            " takes over with snapshot " + Printable(each.snap_id) + "; lost is " + LostText(each) +
-            "\n";
-  }
-  return text;
-}
-
 bool IsSourceWell(const std::vector<Takeover>& takeovers) {
   return std::all_of(takeovers.begin(), takeovers.end(),
                      [](const Takeover& each) { return each.is_source_alive; });
@@ -78,25 +68,33 @@ Report Failover(const Arguments& args) {
   const std::string gsnapId = args.Text("--snapshot");
   const bool isForced = args.Has("--force");
   const ActionLock lock(groupId, args);
-  const Group group = LoadGroup(groupId);
+  Group group = LoadGroup(groupId);
   std::optional<VrelDRGroup::GsnapshotInfo> gsnap;
-  if (!gsnapId.empty()) gsnap = RequireGsnap(gsnapId);
+  if (!gsnapId.empty()) {
+    gsnap = RequireGsnap(gsnapId);
+    if (!RequireComplete(*gsnap, "failed over to", isForced).empty()) KeepCovered(group, *gsnap);
+  }
   const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
                                   : PrepareToLast(group, takeovers, isForced);
   std::optional<Report> report = CheckFirst(prepared, args);
-  if (IsSourceWell(takeovers)) {
-    PrintWarning("every source of group " + Quote(groupId) + " is there: \"drgroupctl switchover " +
-                 groupId + "\" would lose nothing");
-  }
+  const std::string hint = IsSourceWell(takeovers) ? "every source of group " + Quote(groupId) +
+                                                         " is there: \"drgroupctl switchover " +
+                                                         groupId + "\" would lose nothing"
+                                                   : std::string();
   if (report) {
+    if (!hint.empty()) PrintWarning(hint);
     AddTakeover(*report, takeovers);
     return *report;
   }
-  if (isForced) {
+  const bool isOlder = IsOlderThanRecorded(takeovers);
+  if (isForced || isOlder) {
+    // Said where there is still a choice.
+    if (!hint.empty() && !args.Has("--yes")) PrintWarning(hint);
     Confirm(args,
             "fail group " + Quote(groupId) +
-                " over and give up what was written since those snapshots were taken",
+                " over and give up what was written since those snapshots were taken" +
+                (isOlder ? ", as the last ones that arrived are gone" : ""),
             LossDetails(takeovers));
   }
   const Course course = Run(prepared, args);

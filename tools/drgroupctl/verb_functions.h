@@ -6,15 +6,19 @@
 // failure are printed by the verb itself, everything else is in its report.
 namespace drgroupctl {
 
+Report HostInit(const Arguments& args);
+Report VolumeInit(const Arguments& args);
 Report VolumeList(const Arguments& args);
 Report TargetCreate(const Arguments& args);
 Report TargetImport(const Arguments& args);
 Report TargetList(const Arguments& args);
 Report TargetRemove(const Arguments& args);
+Report TargetPrune(const Arguments& args);
 Report GroupCreate(const Arguments& args);
 Report GroupList(const Arguments& args);
 Report GroupShow(const Arguments& args);
 Report GroupRename(const Arguments& args);
+Report GroupRelink(const Arguments& args);
 Report GroupUpgrade(const Arguments& args);
 Report GroupDelete(const Arguments& args);
 Report SnapshotCreate(const Arguments& args);
@@ -42,6 +46,7 @@ Report PlanShow(const Arguments& args);
 Report PlanDelete(const Arguments& args);
 Report PlanPromote(const Arguments& args);
 Report PlanRollback(const Arguments& args);
+Report PlanDropShipment(const Arguments& args);
 Report ActionRun(const Arguments& args);
 
 }  // namespace drgroupctl

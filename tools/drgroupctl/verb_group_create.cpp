@@ -1,7 +1,6 @@
-#include <filesystem>
 #include <set>
-#include <system_error>
 
+#include "directory_argument.h"
 #include "failure.h"
 #include "group_creation.h"
 #include "group_store.h"
@@ -10,8 +9,6 @@
 #include "verb_functions.h"
 
 namespace drgroupctl {
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -30,24 +27,8 @@ std::vector<VrelDR::Target> FindTargets(const std::vector<std::string>& ids) {
 
 // The absolute path of the group's directory, from the command line or the host's state directory.
 std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
-  // What becomes of the path: the text of a symbolic link.
-  constexpr std::size_t kLongestPath = 4000;
   if (!args.Has("--dir")) return DefaultDirectory(groupId);
-  const std::string given = args.Text("--dir");
-  std::error_code error;
-  const fs::path path = fs::absolute(given, error).lexically_normal();
-  std::string dir = path.has_filename() ? path : path.parent_path();
-  if (given.empty() || error || dir.size() > kLongestPath || Printable(dir) != dir) {
-    throw Failure(ExitCode::kUsage, "--dir " + Quote(given.substr(0, 80)) +
-                                        ": give the path of a directory without control "
-                                        "characters and shorter than 4000 bytes");
-  }
-  const std::string root = fs::weakly_canonical(LinkRoot(), error).string() + "/";
-  if ((fs::weakly_canonical(dir, error).string() + "/").starts_with(root)) {
-    throw Failure(ExitCode::kUsage, "--dir " + Quote(given) + ": " + Quote(root) +
-                                        " is for the links to databases; choose another directory");
-  }
-  return dir;
+  return DirectoryArgument("--dir", args.Text("--dir"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <system_error>
@@ -12,9 +13,12 @@
 #include "catalogue_view.h"
 #include "console.h"
 #include "failure.h"
+#include "file_write.h"
+#include "group_link.h"
 #include "group_store.h"
 #include "gsnap_removal.h"
 #include "host.h"
+#include "kill_point.h"
 #include "known_snapshots.h"
 #include "text.h"
 #include "verb_functions.h"
@@ -61,6 +65,7 @@ Contents LookAt(const std::string& groupId) {
   Contents contents;
   try {
     contents.directory = GroupDirectory(groupId);
+    if (IsDeletedUpToItsLink(contents.directory)) return contents;
     RequireCatalogue(groupId, Access::kWrite);
     for (const auto& each : ListGsnaps(groupId, false)) {
       contents.gsnaps.push_back(RequireGsnap(each.gsnap_id));
@@ -74,12 +79,26 @@ Contents LookAt(const std::string& groupId) {
   return contents;
 }
 
+// What the link leads to may be another group's, or the group's by another name: none of it may go,
+// with --force neither.
+void RefuseAstray(const std::string& groupId) {
+  if (const auto from = RenamedFrom(groupId)) throw UnfinishedRenaming(*from, groupId);
+  try {
+    GroupDirectory(groupId);
+  } catch (const Failure&) {  // then it leads nowhere
+    return;
+  }
+  CheckOwner(groupId);
+}
+
 void RefuseWithoutForce(const std::string& groupId, const Contents& contents) {
   if (!contents.problem.empty()) {
-    throw Failure(ExitCode::kCatalogue,
-                  contents.problem +
-                      "; or add --force to give the catalogue up, which leaves the "
-                      "target snapshots of the group on their targets");
+    throw Failure(
+        ExitCode::kCatalogue,
+        contents.problem + (contents.directory.empty()
+                                ? "; with --force what is left of its name is removed instead"
+                                : "; or add --force to give the catalogue up, which leaves the "
+                                  "target snapshots of the group on their targets"));
   }
   if (!contents.gsnaps.empty() || !contents.snapshots.empty()) {
     throw Failure(ExitCode::kRefused,
@@ -91,21 +110,54 @@ void RefuseWithoutForce(const std::string& groupId, const Contents& contents) {
   }
 }
 
-// Removes the group's link, database and definition.
-void RemoveStore(const std::string& groupId, const std::string& dir) {
-  VrelDRGroup::DRGroupDB::Clear(dir, groupId);
-  if (!dir.empty()) unlink(DefinitionPath(dir).c_str());
+Failure CannotRemove(const std::string& groupId, const std::string& path, const std::string& why) {
+  return Failure(ExitCode::kStorage, "group " + Quote(groupId) + ": cannot remove " + Quote(path) +
+                                         ": " + why + "; delete the group again");
+}
+
+void RequireGone(const std::string& groupId, const std::string& path) {
   std::error_code error;
-  for (const std::string& path : {LinkDirectory(groupId), dir.empty() ? dir : DatabasePath(dir),
-                                  dir.empty() ? dir : DefinitionPath(dir)}) {
-    if (!path.empty() && std::filesystem::symlink_status(path, error).type() !=
-                             std::filesystem::file_type::not_found) {
-      throw Failure(ExitCode::kStorage, "group " + Quote(groupId) + ": cannot remove " +
-                                            Quote(path) +
-                                            ": check its permissions and its file system, and "
-                                            "delete the group again");
-    }
+  if (std::filesystem::symlink_status(path, error).type() !=
+      std::filesystem::file_type::not_found) {
+    throw CannotRemove(groupId, path, "check its permissions and its file system");
   }
+}
+
+// Removes the database and sets the definition aside, which tells that the rest is to go too.
+void RemoveDatabase(const std::string& groupId, const std::string& dir) {
+  const std::string mark = DeletionPath(dir);
+  int error = rename(DefinitionPath(dir).c_str(), mark.c_str()) == 0 ? 0 : errno;
+  if (error == 0) error = SyncDirectory(dir);
+  if (error == ENOENT) error = WriteFileAtomically(mark, "{}\n");
+  if (error == ENOENT || error == ENOTDIR) return;  // nothing can be where no directory is
+  if (error != 0) {
+    throw CannotRemove(groupId, DefinitionPath(dir), std::generic_category().message(error));
+  }
+  KillPoint(kDeleteBegun);
+  VrelDRGroup::DRGroupDB::Clear(dir, "");
+  RequireGone(groupId, DatabasePath(dir));
+  error = SyncDirectory(dir);
+  if (error != 0) {
+    throw CannotRemove(groupId, DatabasePath(dir), std::generic_category().message(error));
+  }
+  KillPoint(kDeleteCleared);
+}
+
+// Removes the group's database, link and definition, each on disk before the next. The link goes
+// after the data, so that the group is listed, and can be deleted again, until all of it is gone.
+void RemoveStore(const std::string& groupId, const std::string& dir) {
+  if (!dir.empty()) RemoveDatabase(groupId, dir);
+  VrelDRGroup::DRGroupDB::Clear("", groupId);
+  RequireGone(groupId, LinkDirectory(groupId));
+  if (const int error = SyncDirectory(LinkRoot())) {
+    throw Failure(ExitCode::kStorage,
+                  "group " + Quote(groupId) + " is deleted, but that may not be on disk: " +
+                      Quote(LinkRoot()) + ": " + std::generic_category().message(error) +
+                      "; see to its file system, then to \"drgroupctl group list\"");
+  }
+  KillPoint(kDeleteUnlinked);
+  if (dir.empty()) return;
+  unlink(DeletionPath(dir).c_str());
   try {
     // A directory that the user chose is the user's. One of the host keeps its name when the group
     // is renamed.
@@ -120,6 +172,7 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
 Report GroupDelete(const Arguments& args) {
   const std::string groupId = args.Text("GROUP");
   const GroupLock lock(groupId);
+  RefuseAstray(groupId);
   const Contents contents = LookAt(groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
   for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) CheckReachable(each);
@@ -128,7 +181,9 @@ Report GroupDelete(const Arguments& args) {
                     (contents.gsnaps.empty()
                          ? std::string()
                          : " and its " + Count(contents.gsnaps.size(), "group snapshot")));
-  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) RemoveGsnap(groupId, each);
+  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) {
+    RemoveGsnap(groupId, each, OutOfReach::kFail);
+  }
   RemoveStore(groupId, contents.directory);
 
   Report report;

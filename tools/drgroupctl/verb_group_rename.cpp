@@ -9,6 +9,7 @@
 #include "catalogue.h"
 #include "failure.h"
 #include "file_write.h"
+#include "group_link.h"
 #include "group_store.h"
 #include "identifier_rewrite.h"
 #include "kill_point.h"
@@ -61,6 +62,9 @@ Report GroupRename(const Arguments& args) {
                   "group " + Quote(oldId) + " has that name already: give another");
   }
   const GroupLock lock(oldId);
+  // Another group that is on its way to the name has it first.
+  const auto from = RenamedFrom(newId);
+  if (from && *from != oldId) throw UnfinishedRenaming(*from, newId);
   Group group = FindGroup(oldId, newId);
   if (const auto problem = ExamineCatalogue(oldId, Access::kWrite, kPatience)) {
     throw Failure(problem->code, "group " + Quote(oldId) + ": " + problem->text);

@@ -18,9 +18,10 @@ Report GroupShow(const Arguments& args) {
     Json::Value row(Json::objectValue);
     row["target_id"] = target.GetId();
     row["type"] = TypeName(target.GetType());
-    row["exists"] = known && entry.is_existed;
+    row["exists"] = ExistsValue(entry);
     row["volume"] = known ? entry.volume : "";
     row["path"] = known ? entry.path : "";
+    row["problem"] = entry.problem;
     rows.append(row);
   }
   Report report;
@@ -33,7 +34,8 @@ Report GroupShow(const Arguments& args) {
                    {"type", "TYPE"},
                    {"exists", "EXISTS"},
                    {"volume", "VOLUME"},
-                   {"path", "PATH"}},
+                   {"path", "PATH"},
+                   {"problem", "PROBLEM", Shown::kIfAny}},
                   rows);
   return report;
 }

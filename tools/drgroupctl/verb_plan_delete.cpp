@@ -2,13 +2,37 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "action/removal.h"
 #include "console.h"
+#include "host.h"
 #include "text.h"
 #include "verb_functions.h"
 
 namespace drgroupctl {
 
+namespace {
+
+// Finishes a removal of the plan and its copy that has begun before; nothing when there is none.
+std::optional<Report> FinishRemoval(const Arguments& args) {
+  const std::string planId = args.Text("PLAN");
+  for (const VrelDR::TargetRemains& each : ListRemains()) {
+    if (each.plan_id != planId || args.Has("--dry-run")) continue;
+    const Removal removal({}, {each.target.GetId()});
+    removal.Finish();
+    Report report;
+    report.AddText("Removed " + removal.Text() + ", with which plan " + Quote(planId) + " went.");
+    report.AddField({"plan_id", "Plan"}, planId);
+    report.AddField({"is_data_deleted", "Data deleted"}, true);
+    removal.AddTo(report);
+    return report;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
 Report PlanDelete(const Arguments& args) {
+  if (const auto report = FinishRemoval(args)) return *report;
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const bool withData = args.Has("--delete-data");
   const auto make = [&plan, withData](const std::string&) {
@@ -17,11 +41,16 @@ Report PlanDelete(const Arguments& args) {
   };
   const Prepared prepared = PrepareOnPlan(std::make_unique<DirectAction>("delete", make), plan);
   const Json::Value row = PlanRow(plan);
-  if (const auto report = CheckFirst(prepared, args)) return *report;
+  std::optional<Report> checked = CheckFirst(prepared, args);
+  const Removal removal(withData ? std::vector{plan} : std::vector<VrelDR::DRPlan>(), {});
+  removal.RequireUnclaimed(prepared.title, args);
+  if (checked) {
+    if (withData) removal.AddTo(*checked);
+    return *checked;
+  }
   Confirm(args, "remove plan " + Quote(plan.GetPlanId()) + " of target " +
                     Quote(plan.GetProtectedTargetId()) +
-                    (withData ? " with its copy that does not work and the snapshots of that"
-                              : std::string()));
+                    (withData ? ", and with it " + removal.Text() : std::string()));
   Run(prepared, args);
 
   Report report;
@@ -30,6 +59,7 @@ Report PlanDelete(const Arguments& args) {
   report.AddField({"target_id", "Target"}, row["target_id"]);
   report.AddField({"dr_target_id", "DR copy"}, row["dr_target_id"]);
   report.AddField({"is_data_deleted", "Data deleted"}, withData);
+  if (withData) removal.AddTo(report);
   return report;
 }
 

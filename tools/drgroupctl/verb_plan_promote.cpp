@@ -2,6 +2,7 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "action/takeover.h"
 #include "console.h"
 #include "text.h"
 #include "verb_functions.h"
@@ -10,14 +11,24 @@ namespace drgroupctl {
 
 Report PlanPromote(const Arguments& args) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
-  const auto make = [&plan](const std::string&) {
-    return std::make_unique<VrelDR::Operation::SitePromote>(plan);
+  const Takeover takeover = PlanTakeoverToLast("promotion of plan " + Quote(plan.GetPlanId()),
+                                               plan.GetProtectedTargetId(), plan);
+  // The snapshot that is shown is the one that is taken.
+  const auto make = [&](const std::string&) {
+    return std::make_unique<VrelDR::Operation::PlanForcedFailover>(plan.GetPlanId(),
+                                                                   takeover.snap_id, Json::Value());
   };
   const Prepared prepared = PrepareOnPlan(std::make_unique<DirectAction>("promote", make), plan);
-  if (const auto report = CheckFirst(prepared, args)) return *report;
-  Confirm(args, "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
-                    Quote(plan.GetSourceTargetId()) +
-                    " and give up what was written since the last snapshot that arrived");
+  if (std::optional<Report> report = CheckFirst(prepared, args)) {
+    AddTakeover(*report, {takeover});
+    return *report;
+  }
+  Confirm(args,
+          "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
+              Quote(plan.GetSourceTargetId()) + " with snapshot " + Quote(takeover.snap_id) +
+              " and give up what was written since that was taken" +
+              (IsOlderThanRecorded({takeover}) ? ", as the last one that arrived is gone" : ""),
+          LossDetails({takeover}));
   Run(prepared, args);
 
   const VrelDR::DRPlan now = RequirePlan(plan.GetPlanId());
@@ -26,6 +37,7 @@ Report PlanPromote(const Arguments& args) {
   report.AddField({"plan_id", "Plan"}, now.GetPlanId());
   report.AddField({"state", "State"}, StateName(now));
   report.AddField({"working_target_id", "Works"}, now.GetWorkingTargetId());
+  AddTakeover(report, {takeover});
   return report;
 }
 

@@ -1,6 +1,7 @@
 #include <vreldr/target_operation.h>
 #include <vreldrgroup/replication/replica_op.h>
 
+#include "action/arrived.h"
 #include "action/plans.h"
 #include "console.h"
 #include "failure.h"
@@ -17,9 +18,13 @@ Report PlanRollback(const Arguments& args) {
     throw Failure(ExitCode::kNotFound, "no snapshot has arrived at target " + Quote(replica) +
                                            " yet: there is nothing to drop");
   }
+  const bool wasGone = LookAtArrived(plan).presence == Presence::kMissing;
   Confirm(args,
           "drop snapshot " + Quote(snapId) + ", the last that arrived at target " + Quote(replica));
-  if (VrelDRGroup::Operation::DrSnapRollback(replica) != 0) {
+  // One whose bytes are gone is let go of, and there is nothing to delete then.
+  const bool isDropped = VrelDRGroup::Operation::DrSnapRollback(replica) == 0 ||
+                         (wasGone && LastArrived(plan.GetPlanId()) != snapId);
+  if (!isDropped) {
     throw Failure(ExitCode::kFailed,
                   "snapshot " + Quote(snapId) + " of target " + Quote(replica) +
                       " could not be dropped: check with \"drgroupctl plan show " +

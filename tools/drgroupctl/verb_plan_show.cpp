@@ -58,6 +58,8 @@ Report PlanShow(const Arguments& args) {
   report.AddField({"working_target_id", "Works"}, row["working_target_id"]);
   report.AddField({"last_snap_id", "Last arrived"}, status["last_snap_id"]);
   report.AddField({"last_snap_time", "Of", Shown::kTime}, status["last_snap_time"]);
+  report.AddField({"last_snap_state", "It is"}, status["last_snap_state"]);
+  report.AddField({"gone_snap_id", "Gone"}, status["gone_snap_id"]);
   report.AddField({"operation", "Running"}, status["operation"]);
   report.AddField({"progress", "Progress"}, status["progress"]);
   report.AddField({"problem", "Problem"}, status["problem"]);

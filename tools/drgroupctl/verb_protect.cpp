@@ -4,6 +4,7 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "copy_warning.h"
 #include "group_creation.h"
 #include "host.h"
 #include "text.h"
@@ -113,6 +114,7 @@ Report Protect(const Arguments& args) {
   const std::string task = halves.protectedOnes.empty() ? "create" : "create_partial";
   const Prepared prepared = PrepareOnGroup(task, group, CreationParams(args));
   if (const auto report = CheckFirst(prepared, args)) return *report;
+  WarnOfMounts(group.targets);
   const Course course = Run(prepared, args);
   if (args.Has("--dr-group")) {
     MakeCopyGroup(group, args.Text("--dr-group"), prepared, course);

@@ -8,6 +8,7 @@
 #include "failure.h"
 #include "group_store.h"
 #include "gsnap_check.h"
+#include "gsnap_completeness.h"
 #include "host.h"
 #include "text.h"
 #include "verb_functions.h"
@@ -69,6 +70,7 @@ Report SnapshotClone(const Arguments& args) {
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
   CheckUsable(info);
+  RequireComplete(info, "cloned", args.Has("--force"));
   if (info.status == VrelDRGroup::kGsnapBad) {
     PrintWarning("group snapshot " + Quote(gsnapId) +
                  " is bad: one of its target snapshots was gone when the catalogue was last "

@@ -42,33 +42,66 @@ struct Leftovers {
   Json::Value rows = Json::Value(Json::arrayValue);
   std::string text;
   std::string failedTarget;
+
+  void Add(const VrelDR::Target& target, const std::string& snapId, const std::string& problem) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = target.GetId();
+    row["tsnap_id"] = snapId;
+    row["problem"] = problem;
+    rows.append(row);
+    text += (text.empty() ? "" : ", ") + snapId + " of target " + Quote(target.GetId()) + " (" +
+            problem + ")";
+  }
 };
 
-Leftovers FindLeftovers(const Group& group, const SnapshotIds& before) {
+// Says why snapshots that nobody is known to need cannot be deleted; empty when `recorded` has all
+// that are needed.
+std::string ReadAllRecorded(std::set<std::string>& recorded) {
+  try {
+    recorded = AllRecordedSnapshotIds();
+    return {};
+  } catch (const Failure& failure) {
+    recorded = RecordedSnapshotIds();
+    return failure.message;
+  }
+}
+
+// Deletes again what this call has taken and nothing records: snapshots that carry the mark of this
+// process. What cannot be deleted stays, as do new ones of which nobody knows who took them.
+Leftovers RemoveTaken(const Group& group, const SnapshotIds& before) {
   Leftovers left;
-  const std::set<std::string> recorded = RecordedSnapshotIds();
+  std::set<std::string> recorded;
+  const std::string doubt = ReadAllRecorded(recorded);
+  const std::string maker = VrelDR::Operation::ThisMaker();
   for (const VrelDR::Target& target : group.targets) {
-    std::set<std::string> now;
     const VrelDR::TargetOperation operation(target);
-    const bool known = operation.ListSnapshotIds(now);
-    bool isNew = false;
-    for (const std::string& id : now) {
-      if (before.at(target).count(id) != 0 || recorded.count(id) != 0) continue;
-      isNew = true;
-      Json::Value row(Json::objectValue);
-      row["target_id"] = target.GetId();
-      row["tsnap_id"] = id;
-      left.rows.append(row);
-      left.text += (left.text.empty() ? "" : ", ") + id + " of target " + Quote(target.GetId());
+    const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
+    if (operation.GetErrCode() != 0) {
+      PrintWarning("which snapshots stay on target " + Quote(target.GetId()) +
+                   " cannot be told: " + HostMessage(operation));
     }
-    if ((!isNew || !known) && left.failedTarget.empty()) left.failedTarget = target.GetId();
+    bool isNew = false;
+    for (const VrelDR::Operation::Snapshot& each : now) {
+      const bool isOthers = !each.maker.empty() && each.maker != maker;
+      if (isOthers || before.at(target).count(each.snap_id) != 0) continue;
+      isNew = true;
+      if (recorded.count(each.snap_id) != 0) continue;
+      if (each.maker.empty()) {
+        left.Add(target, each.snap_id, "who took it is not known");
+      } else if (!doubt.empty()) {
+        left.Add(target, each.snap_id, "whether a group has it cannot be told: " + doubt);
+      } else if (!operation.DeleteSnapshot(each.snap_id)) {
+        left.Add(target, each.snap_id, HostMessage(operation));
+      }
+    }
+    if (!isNew && left.failedTarget.empty()) left.failedTarget = target.GetId();
   }
   return left;
 }
 
 Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& operation,
                         const std::string& said, const SnapshotIds& before) {
-  const Leftovers left = FindLeftovers(group, before);
+  const Leftovers left = RemoveTaken(group, before);
   // What the host refuses has a message; what the catalogue refuses has none.
   Failure failure =
       operation.GetErrMsg().isNull()
@@ -79,7 +112,7 @@ Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& opera
   if (!left.text.empty()) {
     failure.message +=
         "; these target snapshots were taken before, stay, and belong to no group "
-        "snapshot: " +
+        "snapshot, delete them with \"drgroupctl target prune\": " +
         left.text;
   }
   if (!left.failedTarget.empty()) failure.details["target_id"] = left.failedTarget;
@@ -94,7 +127,11 @@ Report SnapshotCreate(const Arguments& args) {
   const Group group = LoadGroup(args.Text("GROUP"));
   RequireCatalogue(group.id, Access::kWrite);
   const SnapshotIds before = ListSnapshotIds(group);
+  for (const VrelDR::Target& target : group.targets) {
+    RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
+  }
   WarnOfCopies(group.targets);
+  WarnOfMounts(group.targets);
 
   const VrelDRGroup::TargetList targets(group.targets, group.id);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),

@@ -27,7 +27,7 @@ Report SnapshotDelete(const Arguments& args) {
   }
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
                     Count(info.target_snapshots.size(), "target snapshot"));
-  RemoveGsnap(groupId, info);
+  RemoveGsnap(groupId, info, args.Has("--force") ? OutOfReach::kForget : OutOfReach::kFail);
 
   const Json::Value left = StillThere(info.target_snapshots);
   Report report;

@@ -1,4 +1,3 @@
-#include <vreldr/report.h>
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
@@ -6,7 +5,6 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
-#include "catalogue.h"
 #include "console.h"
 #include "failure.h"
 #include "group_store.h"
@@ -31,29 +29,8 @@ struct Surplus {
   bool is_deleted = false;
 };
 
-// Every target snapshot that any group's catalogue records. Throws when one cannot be read: what it
-// records could not be spared.
-std::set<std::string> AllRecorded() {
-  std::set<std::string> ids;
-  for (const std::string& groupId : ListGroupIds()) {
-    RequireCatalogue(groupId, Access::kRead);
-    for (const auto& each : RecordedSnapshots(groupId)) ids.insert(each.tsnap_id);
-  }
-  return ids;
-}
-
-// Those that a plan holds or is going to send.
-void AddNeeded(const VrelDR::DRPlan& plan, std::set<std::string>& needed) {
-  VrelDR::RetentionLockReport held;
-  VrelDR::RetentionLockReporter(plan.GetPlanId()).ReadReport(held);
-  needed.insert(held.GetSnapshots().begin(), held.GetSnapshots().end());
-  VrelDR::PendingSnapReport pending;
-  VrelDR::PendingSnapReporter(plan.GetPlanId()).ReadReport(pending);
-  needed.insert(pending.GetSnapshots().begin(), pending.GetSnapshots().end());
-}
-
 std::vector<Surplus> FindSurplus(const Group& group) {
-  std::set<std::string> needed = AllRecorded();
+  std::set<std::string> needed = AllRecordedSnapshotIds();
   std::vector<VrelDR::DRPlan> plans;
   for (const VrelDR::Target& each : group.targets) {
     plans.push_back(RequireOnePlan(each.GetId()));

@@ -1,10 +1,13 @@
 #include <vreldrgroup/snapshot/gsnap_repair.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
+#include <set>
+
 #include "catalogue.h"
 #include "console.h"
 #include "failure.h"
 #include "group_store.h"
+#include "gsnap_completeness.h"
 #include "gsnap_removal.h"
 #include "repair_plan.h"
 #include "repair_sight.h"
@@ -38,6 +41,29 @@ Json::Value Orphans(const RepairSight& sight, const RepairPlan& plan) {
     orphans.insert(orphans.end(), parts->second.begin(), parts->second.end());
   }
   return StillThere(orphans);
+}
+
+// The group snapshots that stay and have no part of some targets of the group, with those targets.
+// The library's repair looks at the parts that are recorded.
+Json::Value IncompleteRows(const std::string& groupId, const RepairSight& sight,
+                           const RepairPlan& plan) {
+  Json::Value rows(Json::arrayValue);
+  const auto defined = DefinedTargets(groupId);
+  if (!defined) return rows;
+  std::set<std::string> going;
+  for (const RepairPlan::Deletion& each : plan.deletions) going.insert(each.gsnap_id);
+  for (const auto& [gsnapId, status] : sight.statuses) {
+    if (going.count(gsnapId) != 0) continue;
+    std::set<std::string> parts;
+    for (const auto& each : sight.parts.at(gsnapId)) parts.insert(each.target.GetId());
+    const std::vector<std::string> missing = MissingTargets(*defined, parts);
+    if (missing.empty()) continue;
+    Json::Value row(Json::objectValue);
+    row["gsnap_id"] = gsnapId;
+    for (const std::string& each : missing) row["missing_targets"].append(each);
+    rows.append(row);
+  }
+  return rows;
 }
 
 std::string Preview(const RepairPlan& plan) {
@@ -119,7 +145,7 @@ void Repair(const std::string& groupId, const RepairPlan& plan) {
 }
 
 Report RepairReport(const std::string& groupId, const RepairPlan& plan, bool dryRun,
-                    const Json::Value& orphans) {
+                    const Json::Value& orphans, const Json::Value& incomplete) {
   Report report;
   const std::string about = "group " + Quote(groupId);
   report.AddText(plan.Empty() ? "Nothing to repair in " + about + "."
@@ -137,6 +163,13 @@ Report RepairReport(const std::string& groupId, const RepairPlan& plan, bool dry
                   ChangeRows(plan));
   report.AddTable({"left_snapshots", "Left"},
                   {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}}, orphans);
+  if (!incomplete.empty()) {
+    report.AddText(
+        "Incomplete group snapshots are left as they are: delete them, or restore them "
+        "with --force.");
+  }
+  report.AddTable({"incomplete", "Incomplete"},
+                  {{"gsnap_id", "INCOMPLETE"}, {"missing_targets", "LACKS TARGET"}}, incomplete);
   return report;
 }
 
@@ -151,11 +184,12 @@ Report SnapshotRepair(const Arguments& args) {
   const RepairPlan plan = PlanRepair(sight);
   RefuseForeign(groupId, plan);
   const Json::Value orphans = Orphans(sight, plan);
+  const Json::Value incomplete = IncompleteRows(groupId, sight, plan);
   if (!dryRun && !plan.Empty()) {
     Confirm(args, Loss(plan), args.Has("--json") ? std::string() : Preview(plan));
     Repair(groupId, plan);
   }
-  return RepairReport(groupId, plan, dryRun, orphans);
+  return RepairReport(groupId, plan, dryRun, orphans, incomplete);
 }
 
 }  // namespace drgroupctl

@@ -1,11 +1,13 @@
 #include <vreldrgroup/snapshot/gsnap_restore.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
+#include "action/plans.h"
 #include "catalogue_view.h"
 #include "console.h"
 #include "failure.h"
 #include "group_store.h"
 #include "gsnap_check.h"
+#include "gsnap_completeness.h"
 #include "host.h"
 #include "text.h"
 #include "verb_functions.h"
@@ -75,6 +77,25 @@ Outcome RestoreTargets(const VrelDRGroup::GsnapshotInfo& info) {
 
 }  // namespace
 
+namespace {
+
+// Throws unless each target works: the host restores no copy that does not.
+void RequireWorking(const VrelDRGroup::GsnapshotInfo& info) {
+  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+    const std::string& id = each.target.GetId();
+    for (const VrelDR::DRPlan& plan : PlansOf(id)) {
+      if (plan.GetWorkingTargetId() == id) continue;
+      throw Failure(ExitCode::kRefused,
+                    "group snapshot " + Quote(info.gsnap_id) + ": target " + Quote(id) +
+                        " is the copy of plan " + Quote(plan.GetPlanId()) +
+                        " that does not work, so nothing was begun: restore a group snapshot of "
+                        "the copies that work, or turn the plans so that all its targets do");
+    }
+  }
+}
+
+}  // namespace
+
 Report SnapshotRestore(const Arguments& args) {
   const std::string gsnapId = args.Text("GSNAP");
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
@@ -86,6 +107,11 @@ Report SnapshotRestore(const Arguments& args) {
                       "repaired; add --force to restore it all the same");
   }
   CheckUsable(info);
+  RequireComplete(info, "restored", args.Has("--force"));
+  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+    RequirePlace(each.target.GetId(), VrelDR::PlaceUse::kReplacement);
+  }
+  RequireWorking(info);
   Confirm(args, "replace all that " + Count(info.target_snapshots.size(), "target") +
                     " now hold by group snapshot " + Quote(gsnapId));
   const Outcome outcome = RestoreTargets(info);

@@ -1,7 +1,9 @@
 #include "action/group_action.h"
 #include "action/plan_status.h"
 #include "action/plans.h"
+#include "action/removal.h"
 #include "host.h"
+#include "text.h"
 #include "verb_functions.h"
 
 namespace drgroupctl {
@@ -11,8 +13,13 @@ namespace {
 // One row for each plan of each target of a group; for a group that cannot be read, one with the
 // reason.
 void AddGroup(const std::string& groupId, const std::vector<std::string>& targets,
-              const PlanSight& sight, Json::Value& rows) {
+              const PlanSight& sight, const std::vector<VrelDR::TargetRemains>& remains,
+              Json::Value& rows) {
   const auto add = [&](const std::string& target, Json::Value row) {
+    std::vector<std::string> problems;
+    if (row["problem"] != Json::Value("")) problems.push_back(row["problem"].asString());
+    for (const auto& each : RemainsOf(target, remains)) problems.push_back(RemainsText(each));
+    row["problem"] = Join(problems, "; ");
     row["group_id"] = groupId;
     row["target_id"] = target;
     rows.append(row);
@@ -57,7 +64,8 @@ Report Status(const Arguments& args) {
     for (const std::string& id : TargetIds(each)) targets.push_back(id);
   }
   const PlanSight sight = LookAtPlans(targets);
-  for (const Group& each : groups) AddGroup(each.id, TargetIds(each), sight, rows);
+  const std::vector<VrelDR::TargetRemains> remains = ListRemains();
+  for (const Group& each : groups) AddGroup(each.id, TargetIds(each), sight, remains, rows);
 
   std::vector<Column> columns = StatusColumns();
   columns.insert(columns.begin(), {"target_id", "TARGET"});

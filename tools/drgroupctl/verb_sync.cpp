@@ -21,20 +21,13 @@ Json::Value SyncRows(const std::vector<std::string>& targets) {
     row["result"] = "done";
     row["snap_id"] = report.GetSnapId();
     row["size_bytes"] = Json::UInt64(report.GetSyncRecord().total_size_byte);
+    VrelDR::SiteOPJournal journal;
+    VrelDR::SiteOPJournalReporter(RequireOnePlan(target).GetPlanId()).ReadReport(journal);
+    row["note"] = journal.GetMessage();
     row["sent_bytes"] = Json::UInt64(report.GetSyncRecord().sent_size_byte);
     rows.append(row);
   }
   return rows;
-}
-
-// The targets that snapshots are taken of.
-std::vector<VrelDR::Target> SourcesOf(const Group& group) {
-  std::vector<VrelDR::Target> sources;
-  sources.reserve(group.targets.size());
-  for (const VrelDR::Target& each : group.targets) {
-    sources.emplace_back(RequireOnePlan(each.GetId()).GetSourceTargetId(), each.GetType());
-  }
-  return sources;
 }
 
 }  // namespace
@@ -46,6 +39,7 @@ Report Sync(const Arguments& args) {
   const Prepared prepared = PrepareOnGroup("sync", group);
   if (const auto report = CheckFirst(prepared, args)) return *report;
   WarnOfCopies(SourcesOf(group));
+  WarnOfMounts(SourcesOf(group));
   Run(prepared, args);
 
   Report report;
@@ -57,7 +51,8 @@ Report Sync(const Arguments& args) {
                    {"result", "RESULT"},
                    {"snap_id", "SNAPSHOT"},
                    {"size_bytes", "LOOKED AT", Shown::kBytes},
-                   {"sent_bytes", "SENT", Shown::kBytes}},
+                   {"sent_bytes", "SENT", Shown::kBytes},
+                   {"note", "NOTE", Shown::kIfAny}},
                   SyncRows(prepared.targets));
   return report;
 }

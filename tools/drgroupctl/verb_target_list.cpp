@@ -1,3 +1,4 @@
+#include "action/removal.h"
 #include "host.h"
 #include "verb_functions.h"
 
@@ -10,9 +11,23 @@ Report TargetList(const Arguments&) {
     row["target_id"] = entry.target.GetId();
     row["type"] = TypeName(entry.target.GetType());
     row["volume"] = entry.volume;
-    row["exists"] = entry.is_existed;
-    row["snapshot_count"] = Json::UInt64(entry.snapshots);
+    row["exists"] = ExistsValue(entry);
+    row["snapshot_count"] = SnapshotCountValue(entry);
     row["path"] = entry.path;
+    row["is_being_removed"] = false;
+    row["problem"] = entry.problem;
+    rows.append(row);
+  }
+  for (const VrelDR::TargetRemains& each : ListRemains()) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = each.target.GetId();
+    row["type"] = TypeName(each.target.GetType());
+    row["volume"] = each.volume;
+    row["exists"] = false;
+    row["snapshot_count"] = Json::Value();
+    row["path"] = "";
+    row["is_being_removed"] = true;
+    row["problem"] = RemainsText(each);
     rows.append(row);
   }
   Report report;
@@ -22,7 +37,8 @@ Report TargetList(const Arguments&) {
                    {"volume", "VOLUME"},
                    {"exists", "EXISTS"},
                    {"snapshot_count", "SNAPSHOTS"},
-                   {"path", "PATH"}},
+                   {"path", "PATH"},
+                   {"problem", "PROBLEM", Shown::kIfAny}},
                   rows);
   return report;
 }

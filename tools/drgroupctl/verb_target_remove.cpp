@@ -1,3 +1,4 @@
+#include "action/removal.h"
 #include "console.h"
 #include "failure.h"
 #include "group_store.h"
@@ -7,8 +8,29 @@
 
 namespace drgroupctl {
 
+namespace {
+
+// Finishes a removal that has begun before, of which nothing can be kept any more; nothing when
+// there is none.
+std::optional<Report> FinishRemoval(const std::string& id) {
+  for (const VrelDR::TargetRemains& each : ListRemains()) {
+    if (each.target.GetId() != id) continue;
+    const Removal removal({}, {id});
+    removal.Finish();
+    Report report;
+    report.AddText("Removed " + removal.Text() + ".");
+    report.AddField({"target_id", "Target"}, id);
+    removal.AddTo(report);
+    return report;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
 Report TargetRemove(const Arguments& args) {
   const std::string id = args.Text("ID");
+  if (const auto report = FinishRemoval(id)) return *report;
   const VrelDR::TargetEntry entry = RequireTarget(id);
   const bool withSnapshots = args.Has("--with-snapshots");
   const std::string count = Count(entry.snapshots, "snapshot");
@@ -17,6 +39,7 @@ Report TargetRemove(const Arguments& args) {
                                           ": delete their group snapshots first, or add "
                                           "--with-snapshots to lose them");
   }
+  if (entry.is_existed) RequirePlace(id, VrelDR::PlaceUse::kRemoval);
   const std::vector<std::string> groups = GroupsOfTarget(id);
   if (!groups.empty()) {
     PrintWarning("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +

@@ -27,9 +27,27 @@ constexpr char kAllOrNothing[] =
     "All targets are checked first, and nothing is done unless all pass. When a target fails, what "
     "was done to those before it is taken back, and the report tells of each target whether it was "
     "done, failed, reverted, failed to revert or not started, and how its plan stands now.";
+constexpr char kActions[] =
+    "The verbs above are made of these. An action that begins with \"can_\" only checks every "
+    "target; "
+    "one that begins with \"tmp_\" is for groups that are made for a while.";
+constexpr char kActionParams[] =
+    "The parameters are the members of one JSON object; one that the action does not take is "
+    "refused. "
+    "The report has them with what the action has filled in: \"edit_prepare\" fills "
+    "\"target_plan_map\", which \"edit\" needs.";
 constexpr char kRunAgain[] =
     "After an interruption the same command goes on: targets that were done are passed over while "
     "others are left.";
+
+constexpr char kClaims[] =
+    "Whatever removes a copy names it with its volume, its side and its snapshots, and asks. It is "
+    "refused, before anything is done, when one of the snapshots is locked or recorded in any "
+    "group's catalogue, or when a catalogue cannot be read, unless --force says to lose them.";
+
+Parameter ForceClaims() {
+  return Flag("--force", "lose snapshots that are locked or recorded, too");
+}
 
 // Which actions are taken back on the targets before the one that failed.
 std::string RevertedActions() {
@@ -58,7 +76,7 @@ std::vector<Verb> PlanVerbs() {
        SnapshotShip},
 
       {"snapshot sync",
-       "record what has arrived by replication as a group snapshot",
+       "record what replication brought as a group snapshot",
        {"Takes no snapshot: looks up the last snapshot that has arrived for every target of the "
         "group, which is usually the group of the DR copies, and records them as one group "
         "snapshot, with which target is replicated to which. Refused while nothing newer than the "
@@ -133,14 +151,16 @@ std::vector<Verb> PlanVerbs() {
        "show how the plans of groups stand",
        {"Shows for each target whether it is protected, which copy works and which does not, when "
         "the last snapshot that arrived was taken, what runs, how many snapshots wait to be sent "
-        "and what is wrong. May be run while an action runs."},
+        "and what is wrong. A last snapshot that is gone is told, and the newest that is there "
+        "shown; an age that is less than 0 is a time ahead of this host's clock. May be run while "
+        "an action runs."},
        "Nothing.",
        {{"GROUP", Value::kGroup, "GROUP", "the group; all when left out"}},
        {},
        Status},
 
       {"switchover",
-       "let the copies of a group change their parts, without loss",
+       "let a group's copies change their parts, without loss",
        {"The source of each target is made unwritable, a last sync goes over, and its replica "
         "works "
         "with exactly those bytes; replication then runs the other way. Nobody should use the "
@@ -155,7 +175,8 @@ std::vector<Verb> PlanVerbs() {
       {"failover",
        "let the replicas of a group take over",
        {"Each replica works with exactly the bytes of a snapshot that it has: the last one that "
-        "arrived, or that of a group snapshot of the group or of its DR copies. The source is made "
+        "arrived, or that of a group snapshot of the group or of its DR copies. When the last one "
+        "is gone, the newest that is there is taken, once that is agreed to. The source is made "
         "unwritable and keeps its bytes. What was written since the snapshot is not at the copies "
         "that work; while the sources are well, a switchover loses nothing.",
         "With --force nothing is needed of the sources, which may be gone; what would be lost is "
@@ -186,25 +207,30 @@ std::vector<Verb> PlanVerbs() {
         "the old plan with its copy and the snapshots of that. The targets are protected "
         "throughout.",
         "A failure before the old plans are removed removes the new ones. After an interruption "
-        "the same command goes on."},
+        "the same command goes on.",
+        kClaims},
        "The old DR copies are lost with their snapshots.",
        {GroupArgument("the group")},
        {{"--volume", Value::kVolume, "V", "the volume that takes the new DR copies", true},
+        ForceClaims(),
         DryRun(),
         Yes()},
        Edit},
 
       {"unprotect",
        "remove the plans of a group",
-       {"The DR copies stay as ordinary targets that hold what arrived last; with --delete-data "
-        "they "
-        "go with their snapshots. The copies that work are never touched. Targets without a plan "
-        "are passed over.",
+       {"The copies that do not work stay as ordinary targets that hold what arrived last; with "
+        "--delete-data they go with their snapshots. Those are the DR copies, but after a "
+        "switchover the ones on the main side. The copies that work are never touched. Targets "
+        "without a plan are passed over.",
+        kClaims,
         "All targets are checked first. What was removed before a failure stays removed, and the "
-        "same command goes on with the others."},
-       "The plans; with --delete-data the DR copies and their snapshots are lost.",
+        "same command goes on with the others; a copy whose removal has begun never comes back, "
+        "and the same command, \"target remove\" or the next target that is made finishes it."},
+       "The plans; with --delete-data the copies that do not work and their snapshots are lost.",
        {GroupArgument("the group")},
-       {Flag("--delete-data", "remove the DR copies with their snapshots"), DryRun(), Yes()},
+       {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
+        ForceClaims(), DryRun(), Yes()},
        Unprotect},
 
       {"plan list",
@@ -229,20 +255,33 @@ std::vector<Verb> PlanVerbs() {
       {"plan delete",
        "remove one plan",
        {"As \"unprotect\" does for a whole group. It is the way out for a target with several "
-        "plans."},
+        "plans.",
+        kClaims},
        "The plan; with --delete-data the copy that does not work is lost with its snapshots.",
        {Plan()},
-       {Flag("--delete-data", "remove the copy that does not work, with its snapshots"), DryRun(),
-        Yes()},
+       {Flag("--delete-data", "remove the copy that does not work, with its snapshots"),
+        ForceClaims(), DryRun(), Yes()},
        PlanDelete},
 
       {"plan promote",
        "let the replica of one target take over",
-       {"As a forced failover to the last snapshot that arrived, of one target alone."},
+       {"As a forced failover to the last snapshot that arrived, or to the newest that is there "
+        "when that is gone, of one target alone."},
        "Which copy works. What was written since the snapshot is given up.",
        {PlanTarget()},
        {DryRun(), Yes()},
        PlanPromote},
+
+      {"plan drop-shipment",
+       "give up the snapshot that a sync has on its way",
+       {"What has arrived of it goes, and the next sync takes and sends a new snapshot. The source "
+        "keeps the snapshot, which no plan holds then and which does not wait to be sent any more; "
+        "\"snapshot prune\" deletes it unless a catalogue records it. For a DR volume that is too "
+        "small for it; a sync does so itself once it has found no room twice."},
+       "What has arrived of a snapshot that is not whole yet is lost.",
+       {Plan()},
+       {},
+       PlanDropShipment},
 
       {"plan rollback",
        "drop the last snapshot that arrived for one target",
@@ -254,16 +293,12 @@ std::vector<Verb> PlanVerbs() {
 
       {"action run",
        "run any action of the library on a group",
-       {"The verbs above are made of these. An action that begins with \"can_\" only checks every "
-        "target; one that begins with \"tmp_\" is for groups that are made for a while.",
-        "The parameters are the members of one JSON object; one that the action does not take is "
-        "refused. The report has them with what the action has filled in: \"edit_prepare\" fills "
-        "\"target_plan_map\", which \"edit\" needs.",
-        RevertedActions(), kRunAgain},
+       {kActions, kActionParams, RevertedActions(), kRunAgain, kClaims},
        "What the action changes.",
        {TaskName(), GroupArgument("the group")},
        {{"--params", Value::kPath, "FILE", "the JSON file with its parameters"},
         {"--params-out", Value::kPath, "FILE", "where to write the parameters afterwards"},
+        ForceClaims(),
         DryRun(),
         Yes()},
        ActionRun},

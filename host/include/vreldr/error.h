@@ -11,10 +11,10 @@ namespace VrelDR {
 enum ErrCode : int {
   kErrNone = 0,
   kErrBadArgument = 401,      // an argument is empty or not allowed
-  kErrStore = 404,            // the host's own records could not be read or written
+  kErrStore = 404,            // there is no host, or its records could not be read or written
   kErrNotRun = 407,           // the operation has not run to its end
   kErrConfig = 410,           // the configuration is missing, unreadable or wrong
-  kErrVolumeMissing = 411,    // no such volume, or its directory is gone
+  kErrVolumeMissing = 411,    // no such volume, or it is out of reach: gone, or another one
   kErrNoSpace = 412,          // the volume is full
   kErrReadOnly = 413,         // the volume cannot be written
   kErrIo = 414,               // reading or writing failed otherwise

@@ -37,7 +37,9 @@ namespace Operation {
 //
 // Whole snapshots that have arrived stay after a failure or a stop (kErrStopped), and the next sync
 // goes on with what has arrived of the one in hand, before it takes and sends its own; one that the
-// earlier sync took goes from both sides then. kErrPlanState unless the plan is in normal state.
+// earlier sync took goes from both sides then. One that has found no room at the replica twice is
+// given up instead, as PlanDropShipment does, and the journal says so. kErrPlanState unless the
+// plan is in normal state.
 class VREL_API PlanSync : public DROperation {
  public:
   PlanSync(const std::string& planId, const DataSyncParam& param);
@@ -59,11 +61,29 @@ class VREL_API PlanStop : public DROperation {
   std::string plan_id_;
 };
 
+// Gives up the snapshot that a sync has in hand, with what has arrived of it: the next sync takes
+// and sends a new one. The source keeps the snapshot; nothing holds it, and it does not wait to be
+// sent any more. Fine when none is in hand. Only our own tool asks for it.
+class VREL_API PlanDropShipment : public DROperation {
+ public:
+  explicit PlanDropShipment(const std::string& planId);
+  bool Run(bool checkOnly) override;
+
+  // The snapshot that was given up; empty when none was in hand.
+  const std::string& GetDropped() const { return dropped_; }
+
+ private:
+  std::string plan_id_;
+  std::string dropped_;
+};
+
 // Forgets a plan, in whatever state it is. The data of the copy that does not work goes only when
-// both `isDataDeleted` and `isDRSiteDeleted` say so; otherwise it becomes an ordinary target that
-// holds the last snapshot that arrived. The copy that works is never touched. After a failover
-// either copy may hold what the other has not: kErrPlanState when data is to be deleted then.
-// `isLast` says that no other plan of the caller's group follows; this host has no use for it.
+// both `isDataDeleted` and `isDRSiteDeleted` say so, and a failure after the first byte of it has
+// gone leaves what TargetManager::ListRemains tells of; otherwise it becomes an ordinary target
+// that holds the last snapshot that arrived and is there. The copy that works is never touched.
+// After a failover either copy may hold what the other has not: kErrPlanState when data is to be
+// deleted then. `isLast` says that no other plan of the caller's group follows; this host has no
+// use for it.
 class VREL_API PlanDelete : public DROperation {
  public:
   PlanDelete(const std::string& planId, bool isDataDeleted, bool isDRSiteDeleted, bool isLast);
@@ -170,7 +190,8 @@ class VREL_API DRSiteReprotect : public DROperation {
   DRPlanOPStatus undone_;
 };
 
-// Makes the replica work at the last snapshot that arrived, as a forced failover to it does.
+// Makes the replica work at the last snapshot that arrived and is there, as a forced failover to it
+// does.
 class VREL_API SitePromote : public DROperation {
  public:
   explicit SitePromote(const DRPlan& plan);

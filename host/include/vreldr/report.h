@@ -112,7 +112,7 @@ class VREL_API SiteOPJournal : public Report {
   OPState GetState() const { return state_; }
   int GetProgress() const { return progress_; }  // in percent
   std::uint32_t GetBeginTime() const { return begin_time_; }
-  // Why it failed; empty otherwise.
+  // Why it failed, and what else there is to tell of it; empty otherwise.
   const std::string& GetMessage() const { return message_; }
 
  private:

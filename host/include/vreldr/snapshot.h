@@ -29,7 +29,8 @@ struct VREL_API Snapshot {
   std::string snap_id;            // empty when the snapshot does not exist
   std::uint64_t sequence = 0;     // grows with every snapshot taken on this host
   SnapshotMeta meta;
-  std::string path;  // where its bytes can be read
+  std::string path;   // where its bytes can be read
+  std::string maker;  // of the process that took it, see ThisMaker; empty when that is not known
 
   // Newer than: by creation time, then by the order in which the snapshots were taken.
   bool operator>(const Snapshot& other) const {
@@ -37,5 +38,10 @@ struct VREL_API Snapshot {
                                             : sequence > other.sequence;
   }
 };
+
+// What stands as `maker` in the snapshots that this process takes, and in those of no other
+// process: one that was forked off has another. Empty when the system refuses what that takes; then
+// nobody can tell them.
+VREL_API std::string ThisMaker();
 
 }  // namespace VrelDR::Operation

@@ -9,8 +9,9 @@ namespace VrelDRNode {
 // This node, as other nodes know it.
 class VREL_API DRNode {
  public:
-  // The identifier of this node: made once, kept in the host's state directory, the same for every
-  // caller ever after. Empty when it can neither be read nor made.
+  // The identifier of this node: made once, with the host's records, kept in the host's state
+  // directory, the same for every caller ever after. Empty when it can neither be read nor made, as
+  // beside traces of a host that has lost it.
   static std::string getLocalNodeId();
 };
 

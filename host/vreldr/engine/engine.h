@@ -2,12 +2,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "../status.h"
 #include "config/config.h"
+#include "foundation/volume_identity.h"
+#include "vreldr/place_use.h"
 #include "vreldr/target.h"
 
 namespace VrelDR {
@@ -19,6 +22,17 @@ struct VolumeDescription {
   bool is_immutable = false;  // the system refuses to change a snapshot's bytes
   std::uint64_t size_bytes = 0;
   std::uint64_t free_bytes = 0;
+};
+
+using VrelHost::VolumeIdentity;
+
+// What tells whether a volume is the one that it is taken for.
+struct VolumeSight {
+  std::string file_system;                 // that it is on now
+  bool has_identity = false;               // something stands where its identity does
+  std::optional<VolumeIdentity> identity;  // unless that is damaged
+  bool has_own = false;                    // something of ours, perhaps of an earlier version
+  bool is_empty = false;                   // nothing of anybody's
 };
 
 // What a new target holds; see TargetSpec.
@@ -54,6 +68,14 @@ class StorageEngine {
   // Where the volume is, for people; no two volumes may be at one place.
   virtual std::string GetWhere() const = 0;
   virtual Status Describe(VolumeDescription& description) const = 0;
+  // Looks at the volume whatever identity is expected of it.
+  virtual Status Look(VolumeSight& sight) const = 0;
+  // Gives the volume an identity, on disk when the call returns. One that it has is replaced when
+  // `anew`; otherwise the same one is fine and another is kErrExists.
+  virtual Status Mark(const VolumeIdentity& identity, bool anew) const = 0;
+  // From now on every call but these two fails with kErrVolumeMissing, before it does anything,
+  // unless the volume has this identity and is on the file system that it names.
+  virtual void Expect(const VolumeIdentity& identity) = 0;
   // Good when the volume can be reached and, as far as can be told beforehand, be written.
   virtual Status CheckWritable() const = 0;
 
@@ -68,6 +90,14 @@ class StorageEngine {
   // was there before.
   virtual Status CreateTarget(const Target& target, const TargetContent& content) const = 0;
   virtual Status FindTarget(const Target& target, bool& found) const = 0;
+  // Whether that can be done to the target's place without touching or losing what is no part of
+  // the target: kErrUnsupported, with the paths and what to do, when something is mounted in it,
+  // when subvolumes are nested in it, or when a LUN's bytes are not in its own file. The calls ask
+  // themselves before they change anything. What is mounted inside is no reason against a snapshot:
+  // see FindMounts.
+  virtual Status CheckPlace(const Target& target, PlaceUse use) const = 0;
+  // Appends the paths inside the target where something is mounted. A snapshot leaves that out.
+  virtual Status FindMounts(const Target& target, std::vector<std::string>& paths) const = 0;
   // Removes the target, its snapshots and what interrupted calls left of it. Nothing there is fine.
   virtual Status RemoveTarget(const Target& target) const = 0;
 

@@ -35,6 +35,17 @@ Status Copy(HostPlan& plan, const std::string& targetId) {
   return InContext(SideOf(plan.Get(), targetId), status);
 }
 
+// What is to be done to a copy's place can be done to it.
+Status Place(HostPlan& plan, const std::string& targetId, PlaceUse use) {
+  HostTarget target(plan.GetHost());
+  Status status = target.OpenToRead(targetId);
+  if (status.IsOk()) {
+    status =
+        InContext(target.Cannot("change"), target.GetEngine().CheckPlace(target.GetTarget(), use));
+  }
+  return InContext(SideOf(plan.Get(), targetId), status);
+}
+
 Status BothCopies(HostPlan& plan) {
   Status status = Copy(plan, plan.Get().GetSourceTargetId());
   return status.IsOk() ? Copy(plan, plan.Get().GetReplicaTargetId()) : status;
@@ -96,8 +107,13 @@ Status HasSnapshot(HostPlan& plan, const std::string& snapId) {
                   [&](const Snapshot& each) { return each.snap_id == snapId; })) {
     return {};
   }
+  ArrivedSnapshots arrived;
+  if (snapId.empty()) status = plan.LookAtArrived(arrived);
+  if (!status.IsOk()) return status;
   const std::string missing =
-      snapId.empty()
+      arrived.is_gone ? "the last snapshot that arrived, " + Quoted(arrived.recorded_id) +
+                            ", is gone from " + SideOf(record, record.GetReplicaTargetId())
+      : snapId.empty()
           ? SideOf(record, record.GetReplicaTargetId()) + " has got no snapshot yet"
           : SideOf(record, record.GetReplicaTargetId()) + " has no snapshot " + Quoted(snapId);
   return {kErrSnapshotMissing,
@@ -106,21 +122,21 @@ Status HasSnapshot(HostPlan& plan, const std::string& snapId) {
               (snapId.empty() ? "; sync it first" : "; name one that the replica has")};
 }
 
-// The last snapshot that arrived, also when it is not recorded yet; empty when none did.
-Status FindLast(HostPlan& plan, std::string& snapId) {
-  std::string held;
-  std::vector<Snapshot> snapshots;
-  Status status = plan.FindLastArrived(held);
-  if (status.IsOk()) status = plan.ListReplicaSnapshots(snapshots);
-  for (const Snapshot& each : snapshots) {
-    if (each.snap_id == held || each.snap_id == plan.GetRow().hand_snap_id) snapId = each.snap_id;
-  }
-  return status;
+Status Replica(HostPlan& plan, const std::string& snapId) {
+  const std::string& replica = plan.Get().GetReplicaTargetId();
+  Status status = Copy(plan, replica);
+  if (status.IsOk()) status = HasSnapshot(plan, snapId);
+  return status.IsOk() ? Place(plan, replica, PlaceUse::kReplacement) : status;
 }
 
-Status Replica(HostPlan& plan, const std::string& snapId) {
-  Status status = Copy(plan, plan.Get().GetReplicaTargetId());
-  return status.IsOk() ? HasSnapshot(plan, snapId) : status;
+// A replica that stays gets the bytes of the last snapshot that arrived. One that cannot be reached
+// stays as it is.
+Status Keep(HostPlan& plan) {
+  if (plan.Get().GetStatus() == kPlanFailover) return {};
+  ArrivedSnapshots arrived;
+  if (!plan.LookAtArrived(arrived).IsOk() || arrived.newest.snap_id.empty()) return {};
+  Status status = Place(plan, plan.Get().GetReplicaTargetId(), PlaceUse::kReplacement);
+  return status.code == kErrUnsupported ? status : Status();
 }
 
 }  // namespace
@@ -130,11 +146,15 @@ Status Sync(HostPlan& plan) {
   if (status.IsOk()) {
     status = Works(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
   }
-  return status.IsOk() ? BothCopies(plan) : status;
+  if (status.IsOk()) status = BothCopies(plan);
+  return status.IsOk() ? Place(plan, plan.Get().GetSourceTargetId(), PlaceUse::kSnapshot) : status;
 }
 
 Status Switchover(HostPlan& plan) {
   Status status = Sync(plan);
+  if (status.IsOk()) {
+    status = Place(plan, plan.Get().GetReplicaTargetId(), PlaceUse::kReplacement);
+  }
   if (!status.IsOk()) return status;
   return Alone(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
 }
@@ -143,16 +163,17 @@ Status Failover(HostPlan& plan, const std::string& snapId) {
   Status status = Normal(plan.Get());
   if (status.IsOk()) status = Replica(plan, snapId);
   if (status.IsOk()) status = Copy(plan, plan.Get().GetSourceTargetId());
+  if (status.IsOk()) status = Place(plan, plan.Get().GetSourceTargetId(), PlaceUse::kDemotion);
   if (!status.IsOk()) return status;
   return Alone(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
 }
 
 Status FailoverToLast(HostPlan& plan) {
-  std::string snapId;
+  ArrivedSnapshots arrived;
   Status status = Normal(plan.Get());
   if (status.IsOk()) status = Copy(plan, plan.Get().GetReplicaTargetId());
-  if (status.IsOk()) status = FindLast(plan, snapId);
-  return status.IsOk() ? Failover(plan, snapId) : status;
+  if (status.IsOk()) status = plan.LookAtArrived(arrived);
+  return status.IsOk() ? Failover(plan, arrived.newest.snap_id) : status;
 }
 
 Status ForcedFailover(HostPlan& plan, const std::string& snapId) {
@@ -161,12 +182,12 @@ Status ForcedFailover(HostPlan& plan, const std::string& snapId) {
 }
 
 Status ForcedFailoverToLast(HostPlan& plan) {
-  std::string snapId;
+  ArrivedSnapshots arrived;
   Status status = Normal(plan.Get());
   if (!status.IsOk() || GoesBack(plan)) return status;
   status = Copy(plan, plan.Get().GetReplicaTargetId());
-  if (status.IsOk()) status = FindLast(plan, snapId);
-  return status.IsOk() ? ForcedFailover(plan, snapId) : status;
+  if (status.IsOk()) status = plan.LookAtArrived(arrived);
+  return status.IsOk() ? ForcedFailover(plan, arrived.newest.snap_id) : status;
 }
 
 bool GoesBack(HostPlan& plan) {
@@ -181,7 +202,8 @@ Status Reprotect(HostPlan& plan, const std::string& siteId) {
                                  Quoted(record.GetDRSite()) + "; name one of them"};
   }
   Status status = FailedOver(record);
-  return status.IsOk() ? BothCopies(plan) : status;
+  if (status.IsOk()) status = BothCopies(plan);
+  return status.IsOk() ? Place(plan, record.GetSourceTargetId(), PlaceUse::kSnapshot) : status;
 }
 
 Status Revert(HostPlan& plan, DRPlanOPStatus undone) {
@@ -191,12 +213,13 @@ Status Revert(HostPlan& plan, DRPlanOPStatus undone) {
                                  std::to_string(kOpFailover) + ") can"};
   }
   Status status = FailedOver(plan.Get());
-  return status.IsOk() ? BothCopies(plan) : status;
+  if (status.IsOk()) status = BothCopies(plan);
+  return status.IsOk() ? Place(plan, plan.Get().GetReplicaTargetId(), PlaceUse::kDemotion) : status;
 }
 
 Status Delete(HostPlan& plan, bool withData) {
   const DRPlan& record = plan.Get();
-  if (!withData) return {};
+  if (!withData) return Keep(plan);
   if (record.GetStatus() == kPlanFailover) {
     return {kErrPlanState, "its data would go with it, and after the failover target " +
                                Quoted(record.GetSourceTargetId()) + " (" +
@@ -205,6 +228,7 @@ Status Delete(HostPlan& plan, bool withData) {
                                " has not; keep the data, or reprotect it first"};
   }
   Status status = Copy(plan, record.GetReplicaTargetId());
+  if (status.IsOk()) status = Place(plan, record.GetReplicaTargetId(), PlaceUse::kRemoval);
   return status.IsOk() ? Alone(plan.GetStore(), record, record.GetReplicaTargetId()) : status;
 }
 

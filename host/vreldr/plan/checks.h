@@ -11,7 +11,7 @@ namespace VrelDR::Check {
 Status Sync(HostPlan& plan);
 Status Switchover(HostPlan& plan);
 Status Failover(HostPlan& plan, const std::string& snapId);
-// To the last snapshot that arrived.
+// To the last snapshot that arrived and is there.
 Status FailoverToLast(HostPlan& plan);
 Status ForcedFailover(HostPlan& plan, const std::string& snapId);
 Status ForcedFailoverToLast(HostPlan& plan);

@@ -40,7 +40,7 @@ Status CheckNameFree(const Host& host, const std::string& name) {
 }
 
 // Whether the plan can be made of the target, which was opened.
-Status CheckCreation(const Host& host, const HostTarget& target, const std::string& volume,
+Status CheckCreation(Host& host, const HostTarget& target, const std::string& volume,
                      const std::string& copyId) {
   Status status = Check::Protectable(*host.store, target.GetTarget().GetId());
   const StorageEngine* engine = nullptr;

@@ -1,5 +1,3 @@
-#include <set>
-
 #include "../boundary.h"
 #include "../kill_point.h"
 #include "../target_creation.h"
@@ -11,42 +9,18 @@ namespace VrelDR::Operation {
 
 namespace {
 
-// Whether the target and all its recorded snapshots are there.
-bool IsUntouched(const HostTarget& target) {
-  bool found = false;
-  std::set<std::string> existing;
-  std::vector<SnapshotRow> rows;
-  if (!target.GetEngine().FindTarget(target.GetTarget(), found).IsOk() || !found ||
-      !target.GetEngine().ListSnapshots(target.GetTarget(), existing).IsOk() ||
-      !target.GetStore().ListSnapshots(target.GetTarget().GetId(), rows).IsOk()) {
-    return false;
-  }
-  for (const SnapshotRow& each : rows) {
-    if (existing.count(each.snapshot.snap_id) == 0) return false;
-  }
-  return true;
-}
-
-// Once they are marked, plan and copy are not there for callers any more, and what a crash leaves
-// of them goes with the next target that is made.
+// Once they are marked, plan and copy are not there for callers any more and never come back: what
+// a failure or a crash leaves of the copy is not whole. Everything that can be found out is found
+// out before.
 Status DeleteWithData(HostPlan& plan) {
-  const std::string planId = plan.Get().GetPlanId();
   HostTarget replica(plan.GetHost());
   Status status = plan.OpenToWrite(plan.Get().GetReplicaTargetId(), replica);
-  const std::string& copyId = replica.GetTarget().GetId();
-  if (status.IsOk()) status = plan.Records().SetDeleting(planId, copyId, true);
+  if (status.IsOk()) status = plan.BeginRemoval(replica.GetTarget().GetId());
   if (!status.IsOk()) return status;
   KillPoint(kPlanDeleteMarked);
-  status = InContext(replica.Cannot("remove"), ForgetTarget(plan.GetHost(), replica.GetRow()));
-  if (status.IsOk()) return plan.Remove();
-  if (IsUntouched(replica) && plan.Records().SetDeleting(planId, copyId, false).IsOk()) {
-    return status;
-  }
-  (void)plan.Remove();
-  status.message +=
-      "; the plan is deleted, and what is left of the copy goes with the next target "
-      "that is made";
-  return status;
+  status = RemoveMarkedTarget(plan.GetHost(), replica);
+  if (!status.IsOk()) status.message += "; the plan is gone";
+  return status.IsOk() ? plan.Remove() : status;
 }
 
 // The copy that does not work becomes an ordinary target. One that cannot be reached is no reason
@@ -55,10 +29,10 @@ Status DeleteKeepingData(HostPlan& plan) {
   const DRPlan& record = plan.Get();
   const bool failedOver = record.GetStatus() == kPlanFailover;
   const std::string copyId = failedOver ? record.GetSourceTargetId() : record.GetReplicaTargetId();
-  std::string last;
+  ArrivedSnapshots arrived;
   Status status;
-  if (!failedOver) status = plan.FindLastArrived(last);
-  if (status.IsOk()) status = plan.MakeWritable(copyId, last);
+  if (!failedOver) status = plan.LookAtArrived(arrived);
+  if (status.IsOk()) status = plan.MakeWritable(copyId, arrived.newest.snap_id);
   if (status.code == kErrVolumeMissing || status.code == kErrTargetMissing) status = {};
   KillPoint(kPlanDeletePromoted);
   if (status.IsOk()) status = plan.Remove();

@@ -36,7 +36,7 @@ bool ChangesRoles(DRPlanOPStatus op) {
 
 Status HostPlan::Find(const std::string& planId) {
   std::optional<PlanRow> found;
-  Status status = Records().GetPlan(planId, found);
+  Status status = host_.store ? Records().GetPlan(planId, found) : Status();
   if (!status.IsOk()) return status;
   if (!found || found->state != RecordState::kWhole) {
     return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};
@@ -46,7 +46,7 @@ Status HostPlan::Find(const std::string& planId) {
 }
 
 Status HostPlan::OpenToRead(const std::string& planId) {
-  Status status = host_.Open();
+  Status status = host_.OpenIfMade();  // where no host was ever made there is no plan
   return status.IsOk() ? Find(planId) : status;
 }
 
@@ -103,6 +103,7 @@ Status HostPlan::Begin(DRPlanOPStatus op, const std::string& snapId) {
   journal_.snap_id = snapId;
   journal_.pid = getpid();
   has_ended_ = false;
+  note_.clear();
   return Records().WriteJournal(Get().GetPlanId(), journal_);
 }
 
@@ -123,17 +124,24 @@ Status HostPlan::End(Status status) {
                    : stopped     ? OPState::kInterrupted
                                  : OPState::kFailed;
   if (status.IsOk()) journal_.progress = 100;
-  journal_.message = status.message;
+  if (!status.IsOk() && !note_.empty()) status.message += "; " + note_;
+  journal_.message = status.IsOk() ? note_ : status.message;
   const Status written = Records().WriteJournal(Get().GetPlanId(), journal_);
   return status.IsOk() ? written : status;
 }
 
 Status HostPlan::Commit(const PlanRow& changed) {
-  Status status = Records().FinishChange(changed);
+  Status status = Records().FinishChange(changed, note_);
   if (!status.IsOk()) return status;
   row_ = changed;
   has_ended_ = true;
   return {};
+}
+
+Status HostPlan::BeginRemoval(const std::string& copyId) {
+  Status status = Records().BeginRemoval(Get().GetPlanId(), copyId);
+  if (status.IsOk()) has_ended_ = true;
+  return status;
 }
 
 Status HostPlan::Remove() {
@@ -163,24 +171,6 @@ Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) co
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-}
-
-Status HostPlan::FindLastArrived(std::string& snapId) {
-  snapId.clear();
-  std::vector<LockRow> locks;
-  std::vector<SnapshotRow> snapshots;
-  const std::string& replica = Get().GetReplicaTargetId();
-  Status status = Records().ListLocksOfPlan(Get().GetPlanId(), locks);
-  if (status.IsOk()) status = GetStore().ListSnapshots(replica, snapshots);
-  Snapshot newest;
-  for (const SnapshotRow& each : snapshots) {
-    const bool held = std::any_of(locks.begin(), locks.end(), [&](const LockRow& lock) {
-      return lock.target_id == replica && lock.snap_id == each.snapshot.snap_id;
-    });
-    if (held && (newest.snap_id.empty() || each.snapshot > newest)) newest = each.snapshot;
-  }
-  snapId = newest.snap_id;
-  return status;
 }
 
 Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {

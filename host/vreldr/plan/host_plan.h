@@ -5,6 +5,7 @@
 
 #include "../host.h"
 #include "plan_lock.h"
+#include "vreldr/arrived.h"
 
 namespace VrelDR {
 
@@ -30,6 +31,11 @@ class HostPlan {
   Status End(Status status);
   // Writes what the operation made of the plan, with which it has reached its end.
   Status Commit(const PlanRow& changed);
+  // Something that the journal tells at the operation's end, whatever that is.
+  void Note(const std::string& text) { note_ += (note_.empty() ? "" : "; ") + text; }
+  // The plan goes with its copy, whose bytes may go piece by piece from now on: neither comes back,
+  // and nothing is taken back.
+  Status BeginRemoval(const std::string& copyId);
   // Removes the records of the plan.
   Status Remove();
   // Writes how far the sync is; `progress` is the operation's, in percent.
@@ -50,8 +56,14 @@ class HostPlan {
   // Makes a copy writable with a snapshot's bytes, or with those it has when `snapId` is empty.
   Status MakeWritable(const std::string& targetId, const std::string& snapId);
   Status MakeUnwritable(const std::string& targetId);
-  // The newest snapshot that the plan holds on its replica; empty when there is none.
-  Status FindLastArrived(std::string& snapId);
+  // What the replica can take over with. On a failure only what the records tell of it.
+  Status LookAtArrived(ArrivedSnapshots& arrived);
+  // Gives up the snapshot in hand, whose identifier is in `snapId` afterwards, with what has
+  // arrived of it. The source keeps it; nobody holds it, and it does not wait to be sent.
+  Status DropShipment(std::string& snapId);
+  // The plans, this one among them, whose snapshot in hand has found no room, and whose replica is
+  // on the same volume as this one's: what has arrived of theirs takes the room of each other.
+  Status ListShortOfRoom(std::vector<PlanRow>& plans) const;
   // The replica's snapshots, oldest first, with one that has arrived and is not recorded yet.
   Status ListReplicaSnapshots(std::vector<Operation::Snapshot>& snapshots);
 
@@ -61,6 +73,9 @@ class HostPlan {
   // Makes the copies what the plan's record says: the one that works writable, the other one not,
   // and deletes the operation's snapshot of that one.
   Status SetRight();
+  // The snapshot that the plan holds on its replica; an empty one when there is none. Only its
+  // identifier is known when neither side has a record of it.
+  Status FindRecorded(Operation::Snapshot& recorded) const;
   // The snapshot in hand, when it has arrived as a whole and is not recorded.
   Status FindArrived(Operation::Snapshot& snapshot);
   Status AdoptArrived();
@@ -69,7 +84,8 @@ class HostPlan {
   PlanRow row_;
   PlanLock lock_;
   JournalRow journal_;
-  bool has_ended_ = false;  // recorded as done, or the plan is gone
+  std::string note_;
+  bool has_ended_ = false;  // recorded as done, or the plan is gone or on its way out
 };
 
 // Whether the snapshot is newer than what the plan holds.

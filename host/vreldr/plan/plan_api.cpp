@@ -22,8 +22,8 @@ Status Read(const std::function<Status(const PlanStore&, std::vector<PlanRow>&)>
             std::vector<DRPlan>& plans) {
   Host host;
   std::vector<PlanRow> rows;
-  Status status = host.Open();
-  if (status.IsOk()) status = read(host.store->Plans(), rows);
+  Status status = host.OpenIfMade();
+  if (host.store) status = read(host.store->Plans(), rows);
   if (!status.IsOk()) return status;
   for (PlanRow& each : rows) {
     if (each.state == RecordState::kWhole) plans.push_back(std::move(each.plan));
@@ -63,8 +63,8 @@ int GetPlan(const std::string& planId, DRPlan& plan) {
   return CodeOf([&]() -> Status {
     Host host;
     std::optional<PlanRow> row;
-    Status status = host.Open();
-    if (status.IsOk()) status = host.store->Plans().GetPlan(planId, row);
+    Status status = host.OpenIfMade();
+    if (host.store) status = host.store->Plans().GetPlan(planId, row);
     if (!status.IsOk()) return status;
     if (!row || row->state != RecordState::kWhole) return {kErrPlanMissing, {}};
     plan = std::move(row->plan);

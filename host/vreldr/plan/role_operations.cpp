@@ -3,6 +3,7 @@
 #include "../kill_point.h"
 #include "../target_snapshot.h"
 #include "checks.h"
+#include "plan_text.h"
 #include "plan_work.h"
 #include "sync.h"
 #include "vreldr/operation.h"
@@ -89,7 +90,7 @@ Status Reprotect(HostPlan& plan, const std::string& snapId) {
     HostTarget target(plan.GetHost());
     SnapshotOrder order;
     order.snap_id = snapId;
-    order.meta.description = "Before reprotect";
+    order.meta.description = kBeforeReprotect;
     order.meta.taken_by = GetRetentionLocker(before.GetPlanId());
     Snapshot taken;
     status = plan.OpenToWrite(before.GetSourceTargetId(), target);
@@ -209,9 +210,9 @@ bool SitePromote::Run(bool checkOnly) {
     work.what = "promote the replica of";
     work.check = Check::ForcedFailoverToLast;
     work.act = [](HostPlan& plan) {
-      std::string last;
-      Status status = plan.FindLastArrived(last);
-      return status.IsOk() ? FailOverForced(plan, last) : status;
+      ArrivedSnapshots arrived;
+      Status status = Check::GoesBack(plan) ? Status() : plan.LookAtArrived(arrived);
+      return status.IsOk() ? FailOverForced(plan, arrived.newest.snap_id) : status;
     };
     work.is_forced = true;
     return RunPlanWork(plan_.GetPlanId(), checkOnly, work);

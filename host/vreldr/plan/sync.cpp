@@ -18,6 +18,9 @@ using Operation::Snapshot;
 constexpr std::chrono::milliseconds kWriteEvery(500);
 constexpr std::chrono::milliseconds kLookEvery(150);
 
+// After which nobody hopes for room any more: what the source has now may need less.
+constexpr int kMostHandFailures = 2;
+
 std::uint32_t Now() {
   return static_cast<std::uint32_t>(std::time(nullptr));
 }
@@ -72,7 +75,9 @@ Status PlanSyncer::SendAll(std::string& snapId) {
 
 Status PlanSyncer::SendHand() {
   const PlanRow row = plan_.GetRow();
+  GiveUpOthers();
   if (row.hand_snap_id.empty()) return {};
+  if (row.hand_failures >= kMostHandFailures) return GiveUp(plan_);
   HostTarget source(plan_.GetHost());
   Snapshot found;
   Status status = source.OpenToRead(row.plan.GetSourceTargetId());
@@ -81,6 +86,42 @@ Status PlanSyncer::SendHand() {
   // Not taken to its end, or gone: there is nothing to go on with.
   return status.code == kErrSnapshotMissing ? plan_.Records().DropHand(row.plan, row.hand_snap_id)
                                             : status;
+}
+
+Status PlanSyncer::GiveUp(HostPlan& plan) {
+  std::string dropped;
+  Status status = plan.DropShipment(dropped);
+  if (!status.IsOk() || dropped.empty()) return status;
+  plan_.Note("the shipment of snapshot " + Quoted(dropped) + " to target " +
+             Quoted(plan.Get().GetReplicaTargetId()) + " was dropped, as it had found no room " +
+             std::to_string(kMostHandFailures) + " times; target " +
+             Quoted(plan.Get().GetSourceTargetId()) +
+             " keeps the snapshot, which no plan holds or is going to send");
+  return {};
+}
+
+void PlanSyncer::GiveUpOthers() {
+  std::vector<PlanRow> found;
+  (void)plan_.ListShortOfRoom(found);
+  for (const PlanRow& each : found) {
+    const std::string& planId = each.plan.GetPlanId();
+    if (planId == plan_.Get().GetPlanId() || each.hand_failures < kMostHandFailures) continue;
+    HostPlan other;
+    if (!other.OpenToRead(planId).IsOk() || !other.Claim().IsOk() || !other.Settle().IsOk())
+      continue;
+    // Somebody may have sent it before the plan was ours.
+    if (other.GetRow().hand_failures >= kMostHandFailures) (void)GiveUp(other);
+  }
+}
+
+void PlanSyncer::CountNoRoom() {
+  std::vector<PlanRow> found;
+  const std::string& own = plan_.Get().GetPlanId();
+  (void)plan_.ListShortOfRoom(found);
+  (void)plan_.Records().CountHandFailure(own);
+  for (const PlanRow& each : found) {
+    if (each.plan.GetPlanId() != own) (void)plan_.Records().CountHandFailure(each.plan.GetPlanId());
+  }
 }
 
 Status PlanSyncer::SendPending() {
@@ -160,6 +201,8 @@ Status PlanSyncer::Send(const std::string& snapId) {
   if (!status.IsOk()) return status;
   report_.snap_id = snapId;
   before_ = report_.record;
+  // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
+  (void)replica.GetEngine().DropShipments(replica.GetTarget(), snapId);
   const std::string base = param_.is_full ? std::string() : NewestOfBoth(sent, arrived);
   const std::string cannot = source.Cannot("send a snapshot of") + " to target " +
                              Quoted(replica.GetTarget().GetId()) + " on volume " +
@@ -168,6 +211,12 @@ Status PlanSyncer::Send(const std::string& snapId) {
       InContext(cannot, source.GetEngine().Ship(source.GetTarget(), snapId, base,
                                                 replica.GetEngine(), replica.GetTarget(), *this));
   KillPoint(kSyncShipped);
+  if (status.code == kErrNoSpace) {
+    CountNoRoom();
+    status.message +=
+        "; after " + std::to_string(kMostHandFailures) +
+        " such failures the next sync drops what is on its way and sends a new snapshot";
+  }
   if (status.IsOk()) {
     status = plan_.GetStore().AddArrived(replica.GetRow(), snapshot, plan_.Get(), newest);
   }

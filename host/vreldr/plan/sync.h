@@ -25,8 +25,15 @@ class PlanSyncer : public Watcher {
   using Clock = std::chrono::steady_clock;
 
   Status SendAll(std::string& snapId);
-  // Finishes what is in hand.
+  // Finishes what is in hand, or gives it up when it has found no room too often.
   Status SendHand();
+  // Gives up what other plans have in hand that has found no room on this replica's volume too
+  // often: it would keep the room from this one. A plan that somebody works on is passed over.
+  void GiveUpOthers();
+  // What is in hand has found no room, which counts for all that stand in each other's way.
+  void CountNoRoom();
+  // Gives up the snapshot in hand of a plan that is claimed, and notes that.
+  Status GiveUp(HostPlan& plan);
   Status SendPending();
   Status TakeNew(std::string& snapId);
   // Holds a snapshot of the source against deletion; `found` is false when it is gone.

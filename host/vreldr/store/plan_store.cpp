@@ -27,6 +27,7 @@ PlanRow ReadPlan(const SqliteValueList& values) {
   row.state = static_cast<RecordState>(GetInt(values, "state"));
   values.GetValue("is_reprotected", row.is_reprotected);
   row.hand_snap_id = GetText(values, "hand_snap_id");
+  row.hand_failures = GetInt(values, "hand_failures");
   return row;
 }
 
@@ -116,7 +117,7 @@ Status PlanStore::GetPlan(const std::string& planId, std::optional<PlanRow>& row
   return status;
 }
 
-Status PlanStore::FinishChange(const PlanRow& row) const {
+Status PlanStore::FinishChange(const PlanRow& row, const std::string& message) const {
   const std::string& planId = row.plan.GetPlanId();
   UpdateCommand change = Update(kPlans, SqliteEqual("id", planId));
   change.AddFieldValue("status", row.plan.GetStatus());
@@ -126,19 +127,21 @@ Status PlanStore::FinishChange(const PlanRow& row) const {
   end.AddFieldValue("state", static_cast<int>(OPState::kDone));
   end.AddFieldValue("progress", 100);
   end.AddFieldValue("snap_id", "");
+  end.AddFieldValue("message", message);
   return db_.Transact(
       [&] { return db_.Get().UpdateRecord(change) && db_.Get().UpdateRecord(end); });
 }
 
-Status PlanStore::SetDeleting(const std::string& planId, const std::string& targetId,
-                              bool deleting) const {
-  const int state = static_cast<int>(deleting ? RecordState::kDeleting : RecordState::kWhole);
+Status PlanStore::BeginRemoval(const std::string& planId, const std::string& targetId) const {
+  const int state = static_cast<int>(RecordState::kDeleting);
   UpdateCommand plan = Update(kPlans, SqliteEqual("id", planId));
   plan.AddFieldValue("state", state);
   UpdateCommand target = Update("targets", SqliteEqual("id", targetId));
   target.AddFieldValue("state", state);
-  return db_.Transact(
-      [&] { return db_.Get().UpdateRecord(plan) && db_.Get().UpdateRecord(target); });
+  return db_.Transact([&] {
+    return db_.Get().UpdateRecord(plan) && db_.Get().UpdateRecord(target) &&
+           RemoveLocksWithin(planId, {});
+  });
 }
 
 Status PlanStore::RemovePlan(const std::string& planId) const {

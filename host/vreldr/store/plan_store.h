@@ -20,6 +20,7 @@ struct PlanRow {
   // The snapshot of the source that is being sent, or was when the sync ended early; empty when
   // there is none.
   std::string hand_snap_id;
+  int hand_failures = 0;  // how often that one has found no room at the replica
 };
 
 struct JournalRow {
@@ -60,10 +61,11 @@ class PlanStore {
   Status SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows) const;
   Status GetPlan(const std::string& planId, std::optional<PlanRow>& row) const;
   // Writes what operations change of a plan: status, direction and the flag of a reprotection. The
-  // operation in its journal has reached its end by that.
-  Status FinishChange(const PlanRow& row) const;
-  // The plan, and the target that goes with it, are on their way out, or are not after all.
-  Status SetDeleting(const std::string& planId, const std::string& targetId, bool deleting) const;
+  // operation in its journal has reached its end by that, with this to tell.
+  Status FinishChange(const PlanRow& row, const std::string& message) const;
+  // The plan and the target that goes with it are on their way out and never come back. The plan
+  // holds no snapshot any more.
+  Status BeginRemoval(const std::string& planId, const std::string& targetId) const;
   // With all that was recorded of it.
   Status RemovePlan(const std::string& planId) const;
 
@@ -93,6 +95,10 @@ class PlanStore {
   Status TakeInHand(const DRPlan& plan, const std::string& snapId) const;
   // The plan has nothing in hand any more, and holds on the source no longer what it had.
   Status DropHand(const DRPlan& plan, const std::string& snapId) const;
+  // The same, and it does not wait to be sent any more either.
+  Status DropShipment(const DRPlan& plan, const std::string& snapId) const;
+  // What is in hand has found no room once more.
+  Status CountHandFailure(const std::string& planId) const;
 
   // A plan in the state kBuilding. Its journal tells of its creation.
   bool AddWithin(const DRPlan& plan) const;
@@ -108,6 +114,7 @@ class PlanStore {
  private:
   bool RemoveWithin(const std::string& planId) const;
   bool RemovePendingWithin(const std::string& planId, const std::string& snapId) const;
+  // Another one has not failed yet.
   bool SetHandWithin(const DRPlan& plan, const std::string& snapId) const;
   // Of one target; once more is fine.
   bool AddLockWithin(const std::string& targetId, const std::string& snapId,

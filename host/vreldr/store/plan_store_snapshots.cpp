@@ -70,6 +70,22 @@ Status PlanStore::DropHand(const DRPlan& plan, const std::string& snapId) const 
       [&] { return RemoveLocksWithin(plan.GetPlanId(), snapId) && SetHandWithin(plan, {}); });
 }
 
+Status PlanStore::DropShipment(const DRPlan& plan, const std::string& snapId) const {
+  return db_.Transact([&] {
+    return RemoveLocksWithin(plan.GetPlanId(), snapId) && SetHandWithin(plan, {}) &&
+           RemovePendingWithin(plan.GetPlanId(), snapId);
+  });
+}
+
+Status PlanStore::CountHandFailure(const std::string& planId) const {
+  std::optional<PlanRow> row;
+  Status status = GetPlan(planId, row);
+  if (!status.IsOk() || !row) return status;
+  UpdateCommand command = Update(kPlans, SqliteEqual("id", planId));
+  command.AddFieldValue("hand_failures", row->hand_failures + 1);
+  return db_.Result(db_.Get().UpdateRecord(command));
+}
+
 bool PlanStore::FinishWithin(const std::string& drTargetId) const {
   UpdateCommand command = Update(kPlans, SqliteEqual("dr_target_id", drTargetId));
   command.AddFieldValue("state", static_cast<int>(RecordState::kWhole));
@@ -130,6 +146,7 @@ bool PlanStore::RemovePendingWithin(const std::string& planId, const std::string
 bool PlanStore::SetHandWithin(const DRPlan& plan, const std::string& snapId) const {
   UpdateCommand command = Update(kPlans, SqliteEqual("id", plan.GetPlanId()));
   command.AddFieldValue("hand_snap_id", snapId);
+  command.AddFieldValue("hand_failures", 0);
   return db_.Get().UpdateRecord(command);
 }
 

@@ -1,14 +1,8 @@
 #include "store.h"
 
-#include <sqlite3.h>
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
 
-#include "schema.h"
-#include "vreldrcore/file.h"
-#include "vreldrcore/json.h"
+#include "foundation/records.h"
 
 namespace VrelDR {
 
@@ -20,8 +14,6 @@ using VrelDRCore::SqliteEqual;
 using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 using VrelDRCore::UpdateCommand;
-
-constexpr unsigned int kBusySeconds = 20;
 
 SqliteTableHandler Targets() {
   return SqliteTableHandler("targets");
@@ -61,6 +53,7 @@ SnapshotRow ReadSnapshot(const SqliteValueList& values) {
   values.GetValue("is_locked", snapshot.meta.is_locked);
   values.GetValue("is_app_consistent", snapshot.meta.is_app_consistent);
   values.GetValue("taken_by", snapshot.meta.taken_by);
+  values.GetValue("maker", snapshot.maker);
   row.state = ReadState(values);
   return row;
 }
@@ -80,6 +73,7 @@ SqliteValueList ValuesOf(const std::string& targetId, const Operation::Snapshot&
   values.AddValue("is_locked", snapshot.meta.is_locked);
   values.AddValue("is_app_consistent", snapshot.meta.is_app_consistent);
   values.AddValue("taken_by", snapshot.meta.taken_by);
+  values.AddValue("maker", snapshot.maker);
   return values;
 }
 
@@ -92,70 +86,17 @@ UpdateCommand RememberTime(const std::string& targetId, std::uint32_t time) {
   return command;
 }
 
-const char* AdviceFor(int sqliteCode) {
-  switch (sqliteCode & 0xff) {
-    case SQLITE_BUSY:
-      return "; another process holds them, run it again when that has finished";
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      return "; put back a copy of the file";
-    case SQLITE_FULL:
-      return "; free space and run it again";
-    default:
-      return "";
-  }
-}
-
 }  // namespace
 
 Status Store::Open(const std::string& stateDir, std::optional<Store>& store) {
-  const std::string path = stateDir + "/replica.db";
-  if (!VrelDRCore::File::CreateDir(stateDir, 0700)) {
-    return {kErrStore,
-            "cannot make the state directory: " + StatusOfErrno(errno, stateDir).message};
-  }
-  // Made without opening it: closing any descriptor of a database drops the locks that this
-  // process' other connections hold on it.
-  if (mknod(path.c_str(), S_IFREG | 0600, 0) != 0 && errno != EEXIST) {
-    return {kErrStore, "cannot open the host's records: " + StatusOfErrno(errno, path).message};
-  }
-  store.emplace(Store(VrelDRCore::SqliteDB(path, kBusySeconds, "vreldrcore_db_info")));
-  return store->Upgrade();
+  store.emplace(Store(VrelHost::RecordsAt(stateDir + "/replica.db")));
+  Status status = VrelHost::UpgradeRecords(store->db_.Get());
+  if (!status.IsOk()) store.reset();
+  return status;
 }
 
 Status Database::Result(bool good) const {
-  if (good) return {};
-  return {kErrStore, "the host's records " + Quoted(db_.GetPath()) +
-                         " could not be used: " + VrelDRCore::JsonUtil::AsText(db_.GetErrMsg()) +
-                         AdviceFor(db_.GetErrCode())};
-}
-
-Status Store::Upgrade() const {
-  const int newest = static_cast<int>(kStoreSchema.size());
-  int version = 0;
-  // A file without the info table is a new one: that this fails says nothing yet.
-  if (db_.Get().GetSchemaVersion(version) && version == newest) return {};
-
-  Status refused;
-  const Status upgraded = db_.Transact([&] {
-    if (!db_.Get().Exec("CREATE TABLE IF NOT EXISTS vreldrcore_db_info"
-                        " (key TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL)") ||
-        !db_.Get().GetSchemaVersion(version)) {
-      return false;
-    }
-    if (version < 0 || version > newest) {
-      refused = {kErrStore, "the host's records " + Quoted(db_.Get().GetPath()) +
-                                " are of version " + std::to_string(version) +
-                                ", which this program does not know; use the one that made them"};
-      return false;
-    }
-    for (; version < newest; ++version) {
-      if (!db_.Get().Exec(kStoreSchema[static_cast<std::size_t>(version)])) return false;
-    }
-    return db_.Get().Exec("INSERT OR REPLACE INTO vreldrcore_db_info VALUES ('version', '" +
-                          std::to_string(newest) + "')");
-  });
-  return refused.IsOk() ? upgraded : refused;
+  return good ? Status() : VrelHost::RecordsFailure(db_);
 }
 
 Status Store::ListTargets(std::vector<TargetRow>& rows) const {
@@ -262,9 +203,23 @@ Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& sn
   const UpdateCommand remember =
       RememberTime(targetId, std::max(replica.last_snap_time, snapshot.create_time));
   return db_.Transact([&] {
-    return db_.Get().InsertRecord(insert) && db_.Get().UpdateRecord(remember) &&
-           Plans().KeepWithin(plan, snapshot.snap_id, isNewest);
+    return RemoveSnapshotWithin(targetId, snapshot.snap_id) && db_.Get().InsertRecord(insert) &&
+           db_.Get().UpdateRecord(remember) && Plans().KeepWithin(plan, snapshot.snap_id, isNewest);
   });
+}
+
+bool Store::RemoveSnapshotWithin(const std::string& targetId, const std::string& snapId) const {
+  SelectCommand command;
+  command.SetTable(Snapshots());
+  command.SetCondition(SqliteEqual("target_id", targetId));
+  std::optional<Operation::Snapshot> found;
+  const auto look = [&](const SqliteValueList& values) {
+    SnapshotRow row = ReadSnapshot(values);
+    if (row.snapshot.snap_id == snapId) found = std::move(row.snapshot);
+    return !found;
+  };
+  return db_.Get().SelectEach(command, look) &&
+         (!found || db_.Get().DeleteRecord(Snapshots(), BySequence(*found)));
 }
 
 Status Store::FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,

@@ -26,12 +26,20 @@ struct SnapshotRow {
   RecordState state = RecordState::kBuilding;
 };
 
+// The identity that a volume of the configuration was given, as its identity file has it too.
+struct VolumeRow {
+  std::string name;
+  std::string id;
+  std::string file_system;
+};
+
 // The host's records: the SQLite file "replica.db" in the state directory. Every call is one
 // transaction, on disk when it returns; every failure is kErrStore.
 class Store {
  public:
-  // Makes what is missing of the state directory and the file, and brings an older schema up to
-  // date. Two processes may do so at once.
+  // Opens the records of a host that was found, and brings an older schema up to date. Two
+  // processes may do so at once. Makes nothing: a file that is missing or holds no records is
+  // refused.
   static Status Open(const std::string& stateDir, std::optional<Store>& store);
 
   // Ordered by identifier, in every state.
@@ -52,6 +60,7 @@ class Store {
   Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
                      const DRPlan* plan) const;
   // A snapshot of the plan's source has arrived at its replica whole; see PlanStore::KeepWithin.
+  // The record of one of that name whose bytes had gone goes.
   Status AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,
                     const DRPlan& plan, bool isNewest) const;
   // Makes it whole, of `time`.
@@ -60,13 +69,17 @@ class Store {
   Status MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const;
   Status RemoveSnapshot(const Operation::Snapshot& snapshot) const;
 
+  Status ListVolumes(std::vector<VolumeRow>& rows) const;
+  // Puts the volume's identity in the place of one that it had.
+  Status SetVolume(const VolumeRow& row) const;
+
   // The store must outlive what it gives.
   PlanStore Plans() const { return PlanStore(db_); }
 
  private:
   explicit Store(VrelDRCore::SqliteDB&& db) : db_(std::move(db)) {}
 
-  Status Upgrade() const;
+  bool RemoveSnapshotWithin(const std::string& targetId, const std::string& snapId) const;
   bool SetTargetState(const std::string& targetId, RecordState state) const;
 
   Database db_;

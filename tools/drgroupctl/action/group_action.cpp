@@ -87,6 +87,15 @@ Report CourseReport(const Prepared& prepared, const Course& course, const std::s
   return report;
 }
 
+std::vector<VrelDR::Target> SourcesOf(const Group& group) {
+  std::vector<VrelDR::Target> sources;
+  sources.reserve(group.targets.size());
+  for (const VrelDR::Target& each : group.targets) {
+    sources.emplace_back(RequireOnePlan(each.GetId()).GetSourceTargetId(), each.GetType());
+  }
+  return sources;
+}
+
 Report RunOnGroup(const std::string& task, const Arguments& args, const std::string& done,
                   Json::Value params) {
   const std::string groupId = args.Text("GROUP");

@@ -24,6 +24,9 @@ class ActionLock {
 
 std::vector<std::string> TargetIds(const Group& group);
 
+// The copies of the group's targets that work and that snapshots are taken of.
+std::vector<VrelDR::Target> SourcesOf(const Group& group);
+
 // The library's action on all targets of a group.
 Prepared PrepareOnGroup(const std::string& task, const Group& group, Json::Value params = {});
 

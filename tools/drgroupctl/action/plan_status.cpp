@@ -1,13 +1,11 @@
 #include "action/plan_status.h"
 
 #include <vreldr/report.h>
-#include <vreldr/target_operation.h>
 #include <vreldrgroup/replication/replica_op.h>
 
-#include <algorithm>
-#include <ctime>
 #include <set>
 
+#include "action/arrived.h"
 #include "action/plans.h"
 #include "host.h"
 #include "text.h"
@@ -69,19 +67,16 @@ std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
   }
 }
 
-void SetLastArrived(const DRPlan& plan, Json::Value& row) {
-  const std::string snapId = LastArrived(plan.GetPlanId());
-  row["last_snap_id"] = snapId;
-  if (snapId.empty()) return;
-  // Both sides have it: whichever can be asked knows when it was taken.
-  for (const std::string& id : {plan.GetReplicaTargetId(), plan.GetSourceTargetId()}) {
-    const std::uint32_t time =
-        VrelDR::TargetOperation(plan.GetProtectedTargetType(), id).GetSnapshot(snapId).create_time;
-    if (time == 0) continue;
-    row["last_snap_time"] = time;
-    row["age_seconds"] = Json::UInt64(std::max<std::int64_t>(std::time(nullptr) - time, 0));
-    return;
-  }
+// The last snapshot that arrived and is there: a failover would go to it.
+void SetLastArrived(const Arrived& arrived, Json::Value& row) {
+  row["last_snap_id"] = arrived.snap_id;
+  row["last_snap_state"] = arrived.recorded.empty() && arrived.snap_id.empty() ? "none"
+                           : arrived.presence == Presence::kMissing            ? "gone"
+                           : arrived.presence == Presence::kUnknown            ? "unknown"
+                                                                               : "present";
+  row["gone_snap_id"] = arrived.presence == Presence::kMissing ? arrived.recorded : "";
+  if (arrived.time != 0) row["last_snap_time"] = arrived.time;
+  SetAge(arrived.time, row);
 }
 
 }  // namespace
@@ -108,12 +103,14 @@ PlanSight LookAtPlans(const std::vector<std::string>& targets) {
 Json::Value UnprotectedRow() {
   Json::Value row(Json::objectValue);
   row["state"] = "unprotected";
-  for (const char* key : {"plan_id", "direction", "working_target_id", "replica_target_id", "site",
-                          "last_snap_id", "operation", "operation_text", "problem"}) {
+  for (const char* key :
+       {"plan_id", "direction", "working_target_id", "replica_target_id", "site", "last_snap_id",
+        "gone_snap_id", "operation", "operation_text", "problem"}) {
     row[key] = "";
   }
   row["last_snap_time"] = Json::Value();
-  row["age_seconds"] = Json::Value();
+  row["last_snap_state"] = "none";
+  SetAge(0, row);
   row["progress"] = 0;
   row["pending_count"] = 0U;
   return row;
@@ -129,7 +126,8 @@ Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
                                  ? plan.GetSourceTargetId()
                                  : plan.GetReplicaTargetId();
   row["site"] = SiteName(status);
-  SetLastArrived(plan, row);
+  const Arrived arrived = LookAtArrived(plan);
+  SetLastArrived(arrived, row);
 
   VrelDR::SiteOPJournal journal;
   VrelDR::SiteOPJournalReporter(plan.GetPlanId()).ReadReport(journal);
@@ -142,7 +140,11 @@ Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
   VrelDR::PendingSnapReport pending;
   VrelDR::PendingSnapReporter(plan.GetPlanId()).ReadReport(pending);
   row["pending_count"] = Json::UInt64(pending.GetSnapshots().size());
-  row["problem"] = Problem(plan, status, journal);
+  std::vector<std::string> problems;
+  for (const std::string& each : {Problem(plan, status, journal), ArrivedProblem(plan, arrived)}) {
+    if (!each.empty()) problems.push_back(each);
+  }
+  row["problem"] = Join(problems, "; ");
   return row;
 }
 

@@ -3,6 +3,7 @@
 #include <vreldr/report.h>
 #include <vreldrgroup/replication/replica_utils.h>
 
+#include "action/removal.h"
 #include "host.h"
 #include "text.h"
 
@@ -12,12 +13,17 @@ namespace {
 
 using VrelDR::DRPlan;
 
-// The library tells only that it failed; the host's configuration is the likely reason.
+// The library tells only that it failed; the host, asked again, says why.
 Failure CannotRead(const std::string& what) {
-  const std::string dir = StateDirectory();
-  return {ExitCode::kFailed, "cannot look up " + what + ": check that " +
-                                 Quote(dir + "/replica.db") +
-                                 " can be read and written; the system log says more"};
+  const std::string about = "cannot look up " + what + ": ";
+  const VrelDR::TargetManager manager;
+  std::vector<VrelDR::TargetRemains> remains;
+  if (!manager.ListRemains(remains)) {
+    return {FromHostError(manager.GetErrCode()), about + HostMessage(manager)};
+  }
+  return {ExitCode::kFailed, about +
+                                 "the host's records could not be read and can be now: run it "
+                                 "again"};
 }
 
 }  // namespace
@@ -41,6 +47,11 @@ DRPlan RequirePlan(const std::string& planId) {
   const int code = VrelDR::PlanAPI::GetPlan(planId, plan);
   if (code == 0) return plan;
   if (code != VrelDR::kErrPlanMissing) throw CannotRead("plan " + Quote(planId));
+  for (const VrelDR::TargetRemains& each : ListRemains()) {
+    if (each.plan_id != planId) continue;
+    throw Failure(ExitCode::kNotFound,
+                  "plan " + Quote(planId) + " is deleted: its " + RemainsText(each));
+  }
   throw Failure(ExitCode::kNotFound, "there is no plan " + Quote(planId) +
                                          ": name one that \"drgroupctl plan list\" shows");
 }

@@ -6,6 +6,7 @@
 #include <ctime>
 
 #include "action/plans.h"
+#include "console.h"
 #include "failure.h"
 #include "host.h"
 #include "text.h"
@@ -14,13 +15,21 @@ namespace drgroupctl {
 
 namespace {
 
-// The target snapshot that the group snapshot has of either copy of the plan.
-VrelDRGroup::TargetSnapshot FindSnapshot(const VrelDRGroup::GsnapshotInfo& gsnap,
-                                         const VrelDR::DRPlan& plan) {
+// The target snapshot that the group snapshot has of either copy of the plan; null when it has
+// none.
+const VrelDRGroup::TargetSnapshot* LookForSnapshot(const VrelDRGroup::GsnapshotInfo& gsnap,
+                                                   const VrelDR::DRPlan& plan) {
   for (const VrelDRGroup::TargetSnapshot& each : gsnap.target_snapshots) {
     const std::string& id = each.target.GetId();
-    if (id == plan.GetProtectedTargetId() || id == plan.GetDRTargetId()) return each;
+    if (id == plan.GetProtectedTargetId() || id == plan.GetDRTargetId()) return &each;
   }
+  return nullptr;
+}
+
+// The same; throws when it has none.
+VrelDRGroup::TargetSnapshot FindSnapshot(const VrelDRGroup::GsnapshotInfo& gsnap,
+                                         const VrelDR::DRPlan& plan) {
+  if (const VrelDRGroup::TargetSnapshot* found = LookForSnapshot(gsnap, plan)) return *found;
   throw Failure(ExitCode::kNotFound, "group snapshot " + Quote(gsnap.gsnap_id) +
                                          " has no snapshot of target " +
                                          Quote(plan.GetProtectedTargetId()) +
@@ -53,54 +62,106 @@ void LookAtSource(Takeover& takeover) {
   }
 }
 
-Json::Value AgeOf(const Takeover& takeover) {
-  if (takeover.snap_time == 0) return {};
-  return Json::UInt64(std::max<std::int64_t>(std::time(nullptr) - takeover.snap_time, 0));
+// When it takes over with nothing, why.
+std::string NothingThere(const Takeover& takeover) {
+  const std::string& replica = takeover.plan.GetReplicaTargetId();
+  const std::string gone = ArrivedProblem(takeover.plan, takeover.arrived);
+  if (!gone.empty()) return gone + ": run \"drgroupctl sync\" first";
+  return "no snapshot of it has arrived at its replica " + Quote(replica) +
+         " yet, which has nothing to take over with: run \"drgroupctl sync\" first";
 }
 
 }  // namespace
+
+Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
+                            const VrelDR::DRPlan& plan) {
+  Takeover takeover;
+  takeover.target = target;
+  takeover.driven = target;
+  takeover.plan = plan;
+  takeover.arrived = LookAtArrived(plan);
+  takeover.snap_id = takeover.arrived.snap_id;
+  takeover.snap_time = takeover.arrived.time;
+  // One that cannot be asked is refused for that.
+  if (takeover.snap_id.empty() && takeover.arrived.presence != Presence::kUnknown) {
+    throw Failure(ExitCode::kNotFound,
+                  what + " is refused: target " + Quote(target) + ": " + NothingThere(takeover));
+  }
+  LookAtSource(takeover);
+  return takeover;
+}
+
+void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
+  std::vector<VrelDR::Target> covered;
+  std::vector<std::string> others;
+  for (const VrelDR::Target& each : group.targets) {
+    if (LookForSnapshot(gsnap, RequireOnePlan(each.GetId())) != nullptr) {
+      covered.push_back(each);
+    } else {
+      others.push_back(Quote(each.GetId()));
+    }
+  }
+  if (covered.empty() || others.empty()) return;
+  group.targets = covered;
+  PrintWarning("target " + Join(others, ", ") + " stays as it is, as group snapshot " +
+               Quote(gsnap.gsnap_id) +
+               " has nothing of it: \"drgroupctl plan promote\" lets its replica take over with "
+               "the last snapshot that arrived");
+}
 
 std::vector<Takeover> PlanTakeover(const Group& group,
                                    const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap) {
   std::vector<Takeover> takeovers;
   for (const VrelDR::Target& target : group.targets) {
+    const std::string& id = target.GetId();
+    const VrelDR::DRPlan plan = RequireOnePlan(id);
+    if (!gsnap) {
+      takeovers.push_back(PlanTakeoverToLast("failover of group " + Quote(group.id), id, plan));
+      continue;
+    }
     Takeover takeover;
-    takeover.target = target.GetId();
-    takeover.plan = RequireOnePlan(takeover.target);
-    if (gsnap) {
-      const VrelDRGroup::TargetSnapshot snapshot = FindSnapshot(*gsnap, takeover.plan);
-      takeover.driven = snapshot.target.GetId();
-      takeover.snap_id = snapshot.tsnap_id;
-    } else {
-      takeover.driven = takeover.target;
-      takeover.snap_id = LastArrived(takeover.plan.GetPlanId());
-    }
-    if (takeover.snap_id.empty()) {
-      throw Failure(ExitCode::kNotFound,
-                    "failover of group " + Quote(group.id) + " is refused: target " +
-                        Quote(takeover.target) + ": no snapshot of it has arrived at its replica " +
-                        Quote(takeover.plan.GetReplicaTargetId()) +
-                        " yet, which has nothing to take over with: run \"drgroupctl sync\" first");
-    }
-    takeover.snap_time = TimeOf(takeover.plan, takeover.snap_id);
+    takeover.target = id;
+    takeover.plan = plan;
+    const VrelDRGroup::TargetSnapshot snapshot = FindSnapshot(*gsnap, plan);
+    takeover.driven = snapshot.target.GetId();
+    takeover.snap_id = snapshot.tsnap_id;
+    takeover.snap_time = TimeOf(plan, takeover.snap_id);
     LookAtSource(takeover);
     takeovers.push_back(takeover);
   }
   return takeovers;
 }
 
+bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers) {
+  return std::any_of(takeovers.begin(), takeovers.end(), [](const Takeover& each) {
+    return each.arrived.presence == Presence::kMissing;
+  });
+}
+
+std::string LossDetails(const std::vector<Takeover>& takeovers) {
+  std::string text;
+  for (const Takeover& each : takeovers) {
+    text += "target " + Quote(each.target) + ": " + Quote(each.plan.GetReplicaTargetId()) +
+            " takes over with snapshot " + Printable(each.snap_id) + "; lost is " + LostText(each) +
+            "\n";
+  }
+  return text;
+}
+
 std::string LostText(const Takeover& takeover) {
   std::string text =
-      "everything written since " + (takeover.snap_time == 0
-                                         ? "the snapshot was taken"
-                                         : FormatTime(takeover.snap_time) + " (" +
-                                               FormatAge(AgeOf(takeover).asUInt64()) + " ago)");
+      "everything written since " +
+      (takeover.snap_time == 0 ? "the snapshot was taken"
+                               : FormatTime(takeover.snap_time) + " (" +
+                                     FormatAgo(std::time(nullptr) - takeover.snap_time) + ")");
   if (!takeover.is_source_known) {
     text += "; which newer snapshots the other side has cannot be told";
   } else if (!takeover.newer.empty()) {
     text += "; " + Count(takeover.newer.size(), "newer snapshot") +
             " of the other side: " + Printable(Join(takeover.newer, ", "));
   }
+  const std::string gone = ArrivedProblem(takeover.plan, takeover.arrived);
+  if (!gone.empty()) text += "; " + gone;
   return text;
 }
 
@@ -112,7 +173,9 @@ void AddTakeover(Report& report, const std::vector<Takeover>& takeovers) {
     row["working_target_id"] = each.plan.GetReplicaTargetId();
     row["snap_id"] = each.snap_id;
     row["snap_time"] = each.snap_time;
-    row["age_seconds"] = AgeOf(each);
+    SetAge(each.snap_time, row);
+    row["gone_snap_id"] =
+        each.arrived.presence == Presence::kMissing ? each.arrived.recorded : std::string();
     row["newer_snapshots"] = Json::Value(Json::arrayValue);
     for (const std::string& id : each.newer) row["newer_snapshots"].append(id);
     row["is_source_alive"] = each.is_source_alive;

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "action/arrived.h"
 #include "group_store.h"
 #include "report.h"
 
@@ -19,17 +20,33 @@ struct Takeover {
   std::string driven;  // the copy that the action is asked for, of the same plan
   VrelDR::DRPlan plan;
   std::string snap_id;
+  // Of one that goes to the last snapshot that arrived, what is to be told of that.
+  Arrived arrived;
   std::uint32_t snap_time = 0;     // 0 when it cannot be told
   std::vector<std::string> newer;  // snapshots that the source has and that would be lost
   bool is_source_known = false;    // whether `newer` is all of them
   bool is_source_alive = false;
 };
 
+// Takes those targets out of the group of which the group snapshot has no part, with a warning:
+// they stay as they are. When it has none at all, the group stays whole.
+void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap);
+
 // Which snapshot each target of the group would take over with: the one of the group snapshot,
-// which may be of the group itself or of its DR copies, or without one the last that arrived.
-// Throws when a target has no plan or no such snapshot.
+// which may be of the group itself or of its DR copies, or without one the last that arrived and is
+// there. Throws when a target has no plan or no such snapshot.
 std::vector<Takeover> PlanTakeover(const Group& group,
                                    const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap);
+
+// The same for one plan without a group snapshot; `what` is what a failure refuses.
+Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
+                            const VrelDR::DRPlan& plan);
+
+// Whether the last snapshot that arrived is gone from a replica.
+bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers);
+
+// What is given up, a line for each target.
+std::string LossDetails(const std::vector<Takeover>& takeovers);
 
 // What is lost with one takeover, in one line: "everything written since ...".
 std::string LostText(const Takeover& takeover);

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "action/plans.h"
 #include "failure.h"
 #include "text.h"
 
@@ -14,6 +15,7 @@ namespace {
 
 namespace Policy = VrelDRGroup::ActionPolicy;
 using VrelDRCore::JsonUtil::AsBool;
+using VrelDRCore::JsonUtil::AsText;
 using VrelDRCore::JsonUtil::Member;
 using Kind = TaskParam::Kind;
 
@@ -144,16 +146,34 @@ void CheckParams(const Task& task, const Json::Value& params, const std::string&
 }
 
 std::string LossOf(const std::string& task, const Json::Value& params) {
-  const auto flag = [&params](const char* name) { return AsBool(Member(params, name)); };
-  if (task == "tmp_del" || task == "edit" ||
-      (task == "delete" && flag("is_data_deleted") &&
-       (flag("is_drsite_deleted") || flag("is_site_del")))) {
-    return "remove the copies that do not work with their snapshots";
-  }
-  if (task == "failover" && flag("is_forced")) {
+  if (task == "failover" && AsBool(Member(params, "is_forced"))) {
     return "give up what was written since the snapshots that the replicas have";
   }
   return {};
+}
+
+bool RemovesCopies(const std::string& task, const Json::Value& params) {
+  const auto flag = [&params](const char* name) { return AsBool(Member(params, name)); };
+  return task == "tmp_del" || task == "edit" ||
+         (task == "delete" && flag("is_data_deleted") &&
+          (flag("is_drsite_deleted") || flag("is_site_del")));
+}
+
+std::vector<VrelDR::DRPlan> PlansLostBy(const std::string& task, const Json::Value& params,
+                                        const std::vector<std::string>& targets) {
+  std::vector<VrelDR::DRPlan> lost;
+  if (!RemovesCopies(task, params)) return lost;
+  for (const std::string& target : targets) {
+    if (task != "edit") {
+      for (const VrelDR::DRPlan& plan : PlansOf(target)) lost.push_back(plan);
+      continue;
+    }
+    // The plan that the target had before it was edited, unless it is gone already.
+    const std::string planId = AsText(Member(Member(params, "target_plan_map"), target));
+    VrelDR::DRPlan plan;
+    if (!planId.empty() && VrelDR::PlanAPI::GetPlan(planId, plan) == 0) lost.push_back(plan);
+  }
+  return lost;
 }
 
 }  // namespace drgroupctl

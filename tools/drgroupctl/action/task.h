@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vreldr/plan.h>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -40,8 +42,14 @@ const Task& FindTask(const std::string& name);
 // kind; `from` says where they come from, such as a file.
 void CheckParams(const Task& task, const Json::Value& params, const std::string& from);
 
-// Whether running the task with these parameters loses data, and which, as the start of a question;
-// empty when it loses none.
+// What running the task with these parameters gives up beside copies, as the start of a question;
+// empty when that is nothing.
 std::string LossOf(const std::string& task, const Json::Value& params);
+
+// Whether the task with these parameters removes copies, with their plans.
+bool RemovesCopies(const std::string& task, const Json::Value& params);
+// The plans with which copies go when the task runs on these targets.
+std::vector<VrelDR::DRPlan> PlansLostBy(const std::string& task, const Json::Value& params,
+                                        const std::vector<std::string>& targets);
 
 }  // namespace drgroupctl

@@ -1,6 +1,9 @@
 #include "area.h"
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <vector>
 
 #include "directory.h"
 #include "tree_remove.h"
@@ -17,10 +20,20 @@ Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target) {
   return parent ? OpenOrMakeDir(parent.Get(), target.GetId()) : Fd();
 }
 
-int RemoveArea(int ownFd, const char* area, const Target& target) {
-  const Fd parent = OpenDir(ownFd, area);
+int RemoveArea(int ownFd, const char* areaName, const Target& target) {
+  const Fd parent = OpenDir(ownFd, areaName);
   if (!parent) return errno == ENOENT ? 0 : errno;
-  return RemoveTree(parent.Get(), target.GetId());
+  const Fd area = OpenDir(parent.Get(), target.GetId());
+  if (!area && errno != ENOENT) return errno;
+  std::vector<std::string> names;
+  if (area) {
+    if (const int error = ListDir(area.Get(), names)) return error;
+  }
+  for (const std::string& name : names) {
+    if (const int error = RemoveTree(area.Get(), name)) return error;
+  }
+  if (const int error = RemoveTree(parent.Get(), target.GetId())) return error;
+  return fsync(parent.Get()) == 0 ? 0 : errno;
 }
 
 }  // namespace VrelDR::Local

@@ -1,16 +1,18 @@
 #pragma once
 
 #include "../../fd.h"
+#include "foundation/volume_identity.h"
 #include "vreldr/target.h"
 
 namespace VrelDR::Local {
 
 // The engine's own directory of a volume has one directory for each area, and in it one for each
 // target.
-inline constexpr const char* kOwnDir = ".vreldr";
+using VrelHost::kOwnDir;
 inline constexpr const char* kSnapshots = "snapshots";
 inline constexpr const char* kTmp = "tmp";
 inline constexpr const char* kIncoming = "incoming";
+inline constexpr const char* kFrozen = "frozen";
 
 // In a target's directory of kTmp: the bytes of a target that is being made, and those that are to
 // take a target's place.
@@ -24,7 +26,8 @@ Fd OpenArea(int ownFd, const char* area, const Target& target);
 // synced.
 Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target);
 
-// Removes <own>/<area>/<target> with all in it. 0 or an errno; nothing there is fine.
-int RemoveArea(int ownFd, const char* area, const Target& target);
+// Removes <own>/<area>/<target> with all in it, subvolumes right in it, too, durably. 0 or an
+// errno; nothing there is fine.
+int RemoveArea(int ownFd, const char* areaName, const Target& target);
 
 }  // namespace VrelDR::Local

@@ -8,14 +8,12 @@
 #include <cstring>
 #include <vector>
 
+#include "directory.h"
+#include "flags.h"
+
 namespace VrelDR::Local {
 
 namespace {
-
-// The calls for extended attributes take no directory; links are not followed by their l-forms.
-std::string PathOf(const Entry& entry) {
-  return "/proc/self/fd/" + std::to_string(entry.dir_fd) + "/" + entry.name;
-}
 
 bool IsRefusal(int error) {
   return error == EPERM || error == EOPNOTSUPP || error == EINVAL;
@@ -38,36 +36,22 @@ int ReadWhole(Get get, std::vector<char>& bytes) {
   }
 }
 
-int ListXattrs(const Entry& from, const std::string& path, std::vector<char>& names) {
-  return ReadWhole(
-      [&](char* out, std::size_t size) {
-        return from.open_fd != -1 ? flistxattr(from.open_fd, out, size)
-                                  : llistxattr(path.c_str(), out, size);
-      },
-      names);
-}
-
-int ReadXattr(const Entry& from, const std::string& path, const char* name,
-              std::vector<char>& value) {
-  return ReadWhole(
-      [&](char* out, std::size_t size) {
-        return from.open_fd != -1 ? fgetxattr(from.open_fd, name, out, size)
-                                  : lgetxattr(path.c_str(), name, out, size);
-      },
-      value);
-}
-
-int CopyXattrs(const Entry& from, const Entry& to, Strictness strictness) {
-  const std::string fromPath = PathOf(from);
+int CopyXattrs(int fromFd, const Entry& to, Strictness strictness, bool withRecord) {
+  // What is open for O_PATH only has no calls of its own; a link in its place is not followed.
+  const std::string fromPath = PathOfFd(fromFd);
   std::vector<char> names;
-  const int error = ListXattrs(from, fromPath, names);
+  const int error = ReadWhole(
+      [&](char* out, std::size_t size) { return listxattr(fromPath.c_str(), out, size); }, names);
   if (error != 0) return error == EOPNOTSUPP ? 0 : error;
   if (names.empty()) return 0;
-  const std::string toPath = PathOf(to);
+  const std::string toPath = PathOfFd(to.dir_fd) + "/" + to.name;
   std::vector<char> value;
   for (std::size_t at = 0; at < names.size(); at += std::strlen(&names[at]) + 1) {
     const char* name = &names[at];
-    const int readError = ReadXattr(from, fromPath, name, value);
+    if (!withRecord && std::strcmp(name, kFlagsXattr) == 0) continue;
+    const int readError = ReadWhole(
+        [&](char* out, std::size_t size) { return getxattr(fromPath.c_str(), name, out, size); },
+        value);
     if (readError == ENODATA) continue;  // removed meanwhile
     if (readError != 0) return readError;
     if (lsetxattr(toPath.c_str(), name, value.data(), value.size(), 0) != 0 &&
@@ -80,8 +64,8 @@ int CopyXattrs(const Entry& from, const Entry& to, Strictness strictness) {
 
 }  // namespace
 
-int CopyAttributes(const Entry& from, const struct stat& st, const Entry& to,
-                   Strictness strictness) {
+int CopyAttributes(int fromFd, const struct stat& st, const Entry& to, Strictness strictness,
+                   bool withRecord) {
   struct stat made;
   if (fstatat(to.dir_fd, to.name.c_str(), &made, AT_SYMLINK_NOFOLLOW) != 0) return errno;
   // The owner first: changing it takes set-user-id bits and capabilities away.
@@ -90,7 +74,7 @@ int CopyAttributes(const Entry& from, const struct stat& st, const Entry& to,
       (strictness == Strictness::kAll || !IsRefusal(errno))) {
     return errno;
   }
-  if (const int error = CopyXattrs(from, to, strictness)) return error;
+  if (const int error = CopyXattrs(fromFd, to, strictness, withRecord)) return error;
   if (!S_ISLNK(st.st_mode) &&
       fchmodat(to.dir_fd, to.name.c_str(), st.st_mode & ~static_cast<mode_t>(S_IFMT), 0) != 0) {
     return errno;

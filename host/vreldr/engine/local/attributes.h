@@ -10,8 +10,6 @@ namespace VrelDR::Local {
 struct Entry {
   int dir_fd;
   const std::string& name;
-  // Of the entry itself, when it is open: its attributes can be read though its name has gone.
-  int open_fd = -1;
 };
 
 // How strict a copy is about what the system lets only some users or file systems keep (another
@@ -22,8 +20,10 @@ enum class Strictness {
 };
 
 // Gives `to` the owner, the extended attributes (access lists among them), the mode and the times
-// of `from`; `st` is what lstat says of `from`. Not kept: the flags of lsattr. 0 or an errno.
-int CopyAttributes(const Entry& from, const struct stat& st, const Entry& to,
-                   Strictness strictness);
+// of what `fromFd`, which may be of O_PATH, is open for; `st` is what fstat says of that. Without
+// `withRecord` the attribute that flags are written down in is left out; see flags.h. 0 or an
+// errno.
+int CopyAttributes(int fromFd, const struct stat& st, const Entry& to, Strictness strictness,
+                   bool withRecord);
 
 }  // namespace VrelDR::Local

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/wait.h>
 
 #include <array>
@@ -38,10 +37,9 @@ std::string FindProgram(const std::string& name) {
   return {};
 }
 
-// posix_spawn, not fork: a service of many gigabytes pays for copying its page tables otherwise.
-// The child leads a group of its own, so that all its processes can be reached. 0 or an errno.
+// 0 or an errno. The child leads a group of its own, so that all its processes can be reached.
 int Spawn(const std::vector<std::string>& args, const ChildStreams& streams, int errorsFd,
-          pid_t& pid) {
+          VrelHost::Process& process) {
   std::vector<char*> argv;
   argv.reserve(args.size() + 1);
   for (const std::string& arg : args) argv.push_back(const_cast<char*>(arg.c_str()));
@@ -49,34 +47,16 @@ int Spawn(const std::vector<std::string>& args, const ChildStreams& streams, int
   std::string path = "PATH=" + SearchPath();
   std::string locale = "LC_ALL=C";
   const std::array<char*, 3> environment{path.data(), locale.data(), nullptr};
-
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  const auto give = [&](int fd, int as, int flags) {
-    return fd == -1 ? posix_spawn_file_actions_addopen(&actions, as, "/dev/null", flags, 0)
-                    : posix_spawn_file_actions_adddup2(&actions, fd, as);
-  };
-  posix_spawnattr_t attributes;
-  posix_spawnattr_init(&attributes);
-  sigset_t none;
-  sigemptyset(&none);
-  sigset_t pipe = none;
-  sigaddset(&pipe, SIGPIPE);
-  posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setsigdefault(&attributes, &pipe);
-  posix_spawnattr_setpgroup(&attributes, 0);
-  posix_spawnattr_setflags(&attributes,
-                           POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-  int error = give(streams.in, STDIN_FILENO, O_RDONLY);
-  if (error == 0) error = give(streams.out, STDOUT_FILENO, O_WRONLY);
-  if (error == 0) error = give(errorsFd, STDERR_FILENO, O_WRONLY);
-  if (error == 0 && streams.held != -1) error = give(streams.held, STDERR_FILENO + 1, O_RDONLY);
-  if (error == 0) {
-    error = posix_spawn(&pid, argv[0], &actions, &attributes, argv.data(), environment.data());
-  }
-  posix_spawnattr_destroy(&attributes);
-  posix_spawn_file_actions_destroy(&actions);
-  return error;
+  VrelHost::ProcessSpec spec;
+  spec.path = argv[0];
+  spec.argv = argv.data();
+  spec.envp = environment.data();
+  spec.is_bound = true;
+  spec.fds[STDIN_FILENO] = streams.in;
+  spec.fds[STDOUT_FILENO] = streams.out;
+  spec.fds[STDERR_FILENO] = errorsFd;
+  if (streams.held != -1) spec.fds[STDERR_FILENO + 1] = streams.held;
+  return process.Start(spec);
 }
 
 }  // namespace
@@ -99,25 +79,18 @@ Status Child::Start(const std::vector<std::string>& args, const std::string& pac
                     const ChildStreams& streams) {
   name_ = args[0];
   const std::string program = FindProgram(args[0]);
-  // A child must not go on when this process is killed; only the child itself can arrange for that.
-  const std::string guard = FindProgram("setpriv");
-  if (program.empty() || guard.empty()) {
-    const bool isGuard = !program.empty();
-    return {kErrUnsupported, "the program " + Quoted(isGuard ? "setpriv" : name_) +
-                                 " is not there; install the package " +
-                                 Quoted(isGuard ? "util-linux" : package)};
+  if (program.empty()) {
+    return {kErrUnsupported, "the program " + Quoted(name_) +
+                                 " is not there; install the package " + Quoted(package)};
   }
   Pipe errors;
   if (!errors.read_end || fcntl(errors.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return StatusOfErrno(errno, name_);
   }
-  std::vector<std::string> guarded{guard, "--pdeathsig", "KILL", program};
-  guarded.insert(guarded.end(), args.begin() + 1, args.end());
-  const int error = Spawn(guarded, streams, errors.write_end.Get(), pid_);
-  if (error != 0) {
-    pid_ = -1;
-    return StatusOfErrno(error, program);
-  }
+  std::vector<std::string> found = args;
+  found[0] = program;
+  const int error = Spawn(found, streams, errors.write_end.Get(), process_);
+  if (error != 0) return StatusOfErrno(error, program);
   errors_fd_ = std::move(errors.read_end);
   return {};
 }
@@ -145,23 +118,17 @@ void Child::WaitForEnd(int timeoutMs) {
 
 Status Child::Finish() {
   WaitForEnd(-1);
-  int status = 0;
-  pid_t got = 0;
-  do {
-    got = waitpid(pid_, &status, 0);
-  } while (got == -1 && errno == EINTR);
-  if (got == -1) status = -1;  // somebody else of this process has waited for it
-  pid_ = -1;
-  return Explain(status);
+  return Explain(process_.Wait());
 }
 
 Status Child::Stop(int graceMs) {
-  if (pid_ == -1) return {};
+  const pid_t group = GetPid();
+  if (group == -1) return {};
   if (graceMs > 0) {
-    (void)kill(-pid_, SIGTERM);
+    (void)kill(-group, SIGTERM);
     WaitForEnd(graceMs);
   }
-  (void)kill(-pid_, SIGKILL);
+  (void)kill(-group, SIGKILL);
   return Finish();
 }
 

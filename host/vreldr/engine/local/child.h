@@ -7,6 +7,7 @@
 
 #include "../../fd.h"
 #include "../../status.h"
+#include "process/process.h"
 
 namespace VrelDR::Local {
 
@@ -37,7 +38,7 @@ class Child {
   bool IsRunning();
   bool HasComplained() const { return !errors_.empty(); }
   int GetErrorFd() const { return errors_fd_.Get(); }
-  pid_t GetPid() const { return pid_; }
+  pid_t GetPid() const { return process_.GetPid(); }
 
   // Waits for all processes. Good when the program succeeded; otherwise its first complaint, with
   // the code that fits, and with what to do where that is known.
@@ -52,7 +53,7 @@ class Child {
   void WaitForEnd(int timeoutMs);
 
   std::string name_;
-  pid_t pid_ = -1;
+  VrelHost::Process process_;
   Fd errors_fd_;
   std::string errors_;
 };

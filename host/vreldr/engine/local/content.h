@@ -15,4 +15,10 @@ inline constexpr const char* kDiskImage = "disk.img";
 Status FillTarget(const Target& target, const TargetContent& content, const std::string& volumePath,
                   int dirFd);
 
+// Whether the directory `dirFd` of a target or a snapshot, which has the path `dirPath`, holds what
+// its kind asks for: a LUN's image is a file, and nothing else leads to its bytes. kErrUnsupported
+// otherwise.
+enum class Missing { kAllowed, kRefused };
+Status CheckImage(const Target& target, int dirFd, const std::string& dirPath, Missing missing);
+
 }  // namespace VrelDR::Local

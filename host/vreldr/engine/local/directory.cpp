@@ -2,15 +2,37 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/stat.h>
+#include <linux/openat2.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
 
 namespace VrelDR::Local {
 
+Fd OpenEntry(int parentFd, const std::string& name, int flags) {
+  struct open_how how = {};
+  how.flags = static_cast<__u64>(flags | O_NOFOLLOW | O_CLOEXEC);
+  how.resolve = RESOLVE_NO_XDEV | RESOLVE_BENEATH;
+  return Fd(static_cast<int>(syscall(SYS_openat2, parentFd, name.c_str(), &how, sizeof how)));
+}
+
+int StatEntry(int parentFd, const std::string& name, struct stat& st) {
+  const Fd entry = OpenEntry(parentFd, name, O_PATH);
+  return entry && fstat(entry.Get(), &st) == 0 ? 0 : errno;
+}
+
+std::string PathOfFd(int fd) {
+  return "/proc/self/fd/" + std::to_string(fd);
+}
+
+Fd Reopen(int fd, int flags) {
+  return Fd(open(PathOfFd(fd).c_str(), flags | O_CLOEXEC));
+}
+
 Fd OpenDir(int parentFd, const std::string& name) {
-  return Fd(openat(parentFd, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return OpenEntry(parentFd, name, O_RDONLY | O_DIRECTORY);
 }
 
 Fd OpenOrMakeDir(int parentFd, const std::string& name) {

@@ -20,30 +20,44 @@ bool IsRefusal(int error) {
          error == EINVAL || error == ENOSYS;
 }
 
-int Flag(int fd, bool frozen) {
+int Change(int fd, unsigned set, unsigned clear) {
   // The calls' numbers say "long", but what they read and write is an int.
-  int flags = 0;
+  unsigned flags = 0;
   if (ioctl(fd, FS_IOC_GETFLAGS, &flags) != 0) return errno;
-  const int wanted = frozen ? flags | FS_IMMUTABLE_FL : flags & ~(FS_IMMUTABLE_FL | FS_APPEND_FL);
+  const unsigned wanted = (flags | set) & ~clear;
   if (wanted == flags) return 0;
   return ioctl(fd, FS_IOC_SETFLAGS, &wanted) == 0 ? 0 : errno;
 }
 
-// 0, or the first errno, refusals among them.
-int FlagTree(int dirFd, bool frozen) {
+int Flag(int fd, bool frozen) {
+  return frozen ? Change(fd, FS_IMMUTABLE_FL, 0) : Change(fd, 0, FS_IMMUTABLE_FL);
+}
+
+bool IsFlagged(int fd) {
+  unsigned flags = 0;
+  return ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0 && (flags & FS_IMMUTABLE_FL) != 0;
+}
+
+// Calls `visit` with every file and directory below `dirFd`, open, and its path, which begins with
+// `path`; what is in a directory comes before that. Ends at the first answer that is not 0. What is
+// mounted somewhere is passed over.
+template <class Visit>
+int ForEach(int dirFd, const std::string& path, const Visit& visit) {
   std::vector<std::string> names;
   if (const int error = ListDir(dirFd, names)) return error;
   for (const std::string& name : names) {
     struct stat st;
-    if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
+    int error = StatEntry(dirFd, name, st);
+    if (error == EXDEV) continue;
+    if (error != 0) return error;
     const bool isDir = S_ISDIR(st.st_mode);
     if (!isDir && !S_ISREG(st.st_mode)) continue;  // its directory's flag keeps it in place
-    const Fd fd(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    const Fd fd = OpenEntry(dirFd, name, O_RDONLY | O_NONBLOCK);
     if (!fd) return errno;
-    if (isDir) {
-      if (const int error = FlagTree(fd.Get(), frozen)) return error;
-    }
-    if (const int error = Flag(fd.Get(), frozen)) return error;
+    const std::string below = path + name;
+    if (isDir) error = ForEach(fd.Get(), below + "/", visit);
+    if (error == 0) error = visit(fd.Get(), below);
+    if (error != 0) return error;
   }
   return 0;
 }
@@ -55,15 +69,35 @@ int Tolerate(int error) {
 }  // namespace
 
 int FreezeBelow(int dirFd) {
-  return Tolerate(FlagTree(dirFd, true));
+  return Tolerate(ForEach(dirFd, {}, [](int fd, const std::string&) { return Flag(fd, true); }));
 }
 
-int ThawBelow(int dirFd) {
-  return Tolerate(FlagTree(dirFd, false));
+int ThawBelow(int dirFd, const std::set<std::string>* kept) {
+  return Tolerate(ForEach(dirFd, {}, [kept](int fd, const std::string& path) {
+    return kept != nullptr && kept->count(path) != 0 ? 0 : Flag(fd, false);
+  }));
+}
+
+int FindFrozen(int dirFd, std::set<std::string>& paths) {
+  if (IsFlagged(dirFd)) paths.insert(std::string());
+  return ForEach(dirFd, {}, [&paths](int fd, const std::string& path) {
+    if (IsFlagged(fd)) paths.insert(path);
+    return 0;
+  });
+}
+
+bool IsWhollyFrozen(int dirFd) {
+  return IsFlagged(dirFd) && ForEach(dirFd, {}, [](int fd, const std::string&) {
+                               return IsFlagged(fd) ? 0 : ENOENT;
+                             }) == 0;
 }
 
 int SetFrozen(int fd, bool frozen) {
   return Tolerate(Flag(fd, frozen));
+}
+
+int ClearGuards(int fd) {
+  return Tolerate(Change(fd, 0, FS_IMMUTABLE_FL | FS_APPEND_FL));
 }
 
 bool CanFreeze(int dirFd) {

@@ -34,8 +34,8 @@ int LayOutHoles(int fromFd, int toFd, Watch& watch) {
   for (const std::string& name : names) {
     if (!watch.GoesOn()) return ECANCELED;
     struct stat st;
-    if (fstatat(fromFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    int error = 0;
+    int error = StatEntry(fromFd, name, st);
+    if (error != 0) return error;
     if (HasHoles(st)) {
       error = LayOut(toFd, name, st.st_size);
     } else if (S_ISDIR(st.st_mode)) {

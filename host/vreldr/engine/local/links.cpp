@@ -21,7 +21,7 @@ namespace {
 using Partners = std::map<ino_t, ino_t>;
 
 int MakeOwnFile(int dirFd, const std::string& name, off_t size, Watch& watch) {
-  const Fd from(openat(dirFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+  const Fd from = OpenEntry(dirFd, name, O_RDONLY);
   if (!from || unlinkat(dirFd, name.c_str(), 0) != 0) return errno;
   const Fd to(
       openat(dirFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -34,16 +34,15 @@ int Separate(int dirFd, int likeFd, Partners& partners, Watch& watch) {
   for (const std::string& name : names) {
     if (!watch.GoesOn()) return ECANCELED;
     struct stat st;
-    if (fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return errno;
-    int error = 0;
+    int error = StatEntry(dirFd, name, st);
+    if (error != 0) return error;
     if (S_ISDIR(st.st_mode)) {
       const Fd dir = OpenDir(dirFd, name);
       const Fd like = likeFd == -1 ? Fd() : OpenDir(likeFd, name);
       error = dir ? Separate(dir.Get(), like.Get(), partners, watch) : errno;
     } else if (st.st_nlink > 1) {
       struct stat partner;
-      const bool isThere =
-          likeFd != -1 && fstatat(likeFd, name.c_str(), &partner, AT_SYMLINK_NOFOLLOW) == 0;
+      const bool isThere = likeFd != -1 && StatEntry(likeFd, name, partner) == 0;
       if (isThere && partners.emplace(st.st_ino, partner.st_ino).first->second == partner.st_ino) {
         continue;
       }

@@ -12,16 +12,21 @@
 #include "../../fail_point.h"
 #include "../../kill_point.h"
 #include "area.h"
+#include "arrival.h"
 #include "content.h"
 #include "directory.h"
 #include "file_data.h"
+#include "flags.h"
 #include "freeze.h"
+#include "frozen.h"
+#include "place.h"
 #include "settle.h"
 #include "subvolume.h"
 #include "tree_copy.h"
 #include "tree_remove.h"
 #include "vreldrcore/json.h"
 #include "watch.h"
+#include "write_back.h"
 
 namespace VrelDR {
 
@@ -34,6 +39,11 @@ Status LocalEngine::Missing(const std::string& path) const {
 }
 
 Status LocalEngine::Open(Fd& volume) const {
+  Status status = OpenAny(volume);
+  return status.IsOk() && expected_ ? CheckIdentity(volume.Get()) : status;
+}
+
+Status LocalEngine::OpenAny(Fd& volume) const {
   volume = Fd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (volume) return {};
   return errno == ENOENT || errno == ENOTDIR ? Missing(path_) : StatusOfErrno(errno, path_);
@@ -108,6 +118,7 @@ Status LocalEngine::CreateTarget(const Target& target, const TargetContent& cont
   Status status = FailPoint(kFailCreate, target.GetId());
   if (status.IsOk()) status = Open(volume, own);
   if (!status.IsOk()) return status;
+  WriteBack writeBack(volume.Get(), path_);
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
   if (!tmp) return StatusOfErrno(errno, path_);
   int error = 0;
@@ -122,12 +133,14 @@ Status LocalEngine::CreateTarget(const Target& target, const TargetContent& cont
   status = FillTarget(target, content, path_, dir.Get());
   if (!status.IsOk()) return status;
   KillPoint(kCreateCopied);
-  if (syncfs(dir.Get()) != 0) return StatusOfErrno(errno, path_);
+  status = writeBack.Sync();
+  if (!status.IsOk()) return status;
   KillPoint(kCreateSynced);
   return Publish(volume.Get(), own.Get(), tmp.Get(), target);
 }
 
-Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& target) const {
+Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& target,
+                            unsigned topFlags) const {
   if (renameat(tmpFd, kNewTarget, volumeFd, target.GetId().c_str()) != 0) {
     return StatusOfErrno(errno, path_ + "/" + target.GetId());
   }
@@ -137,8 +150,71 @@ Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& ta
     (void)RemoveTree(volumeFd, target.GetId());
     return status;
   }
-  const int error = RemoveArea(ownFd, kTmp, target);
+  int error = 0;
+  if (topFlags != 0) {
+    const Fd dir = OpenDir(volumeFd, target.GetId());
+    error = dir ? AddFlags(dir.Get(), topFlags) : errno;
+    if (error == 0 && fsync(dir.Get()) != 0) error = errno;
+  }
+  if (error == 0) error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::CheckUnmounted(int volumeFd, const std::string& path) const {
+  std::vector<std::string> mounts;
+  const int error = Local::FindMounts(volumeFd, path, mounts);
+  return error == 0 ? MountedOn(mounts) : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::CheckArea(int ownFd, const char* area, const Target& target) const {
+  const std::string where = std::string(area) + "/" + target.GetId();
+  Status status = CheckUnmounted(ownFd, where);
+  const Fd dir = status.IsOk() ? OpenArea(ownFd, area, target) : Fd();
+  if (!dir) return !status.IsOk() || errno == ENOENT ? status : StatusOfErrno(errno, path_);
+  std::vector<std::string> names;
+  std::vector<std::string> nested;
+  const std::string path = path_ + "/" + kOwnDir + "/" + where + "/";
+  int error = ListDir(dir.Get(), names);
+  for (const std::string& name : names) {
+    const Fd entry = error == 0 ? OpenDir(dir.Get(), name) : Fd();
+    if (entry) error = FindNested(entry.Get(), path + name, nested);
+  }
+  return error == 0 ? NestedIn(nested) : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::FindMounts(const Target& target, std::vector<std::string>& paths) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const int error = Local::FindMounts(volume.Get(), target.GetId(), paths);
+  return error == 0 ? Status() : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::CheckPlace(const Target& target, PlaceUse use) const {
+  Fd volume;
+  Fd own;
+  Status status = Open(volume, own);
+  if (!status.IsOk()) return status;
+  const std::string path = path_ + "/" + target.GetId();
+  std::vector<const char*> areas;
+  if (use == PlaceUse::kReplacement) areas = {kTmp};
+  if (use == PlaceUse::kRemoval) areas = {kTmp, kSnapshots, kIncoming};
+  if (!areas.empty()) status = CheckUnmounted(volume.Get(), target.GetId());
+  for (const char* area : areas) {
+    if (status.IsOk()) status = CheckArea(own.Get(), area, target);
+  }
+  if (!status.IsOk()) return status;
+  const Fd dir = OpenDir(volume.Get(), target.GetId());
+  if (!dir && errno == ENOENT && use == PlaceUse::kRemoval) return {};
+  if (!dir) return errno == EXDEV ? MountedOn({path}) : StatusOfErrno(errno, path);
+  std::vector<std::string> nested;
+  const int error = use == PlaceUse::kDemotion ? 0 : FindNested(dir.Get(), path, nested);
+  if (error != 0) return StatusOfErrno(error, path);
+  status = NestedIn(nested);
+  if (!status.IsOk() || use == PlaceUse::kRemoval) return status;
+  return CheckImage(target, dir.Get(), path,
+                    use == PlaceUse::kSnapshot ? Missing::kRefused : Missing::kAllowed);
 }
 
 Status LocalEngine::FindTarget(const Target& target, bool& found) const {
@@ -160,13 +236,15 @@ Status LocalEngine::RemoveTarget(const Target& target) const {
   Fd own;
   Status status = FailPoint(kFailRemove, target.GetId());
   if (status.IsOk()) status = Open(volume, own);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kRemoval);
   if (!status.IsOk()) return status;
   int error = RemoveArea(own.Get(), kSnapshots, target);
   KillPoint(kForgetSnapshotsGone);
   if (error == 0) error = RemoveTree(volume.Get(), target.GetId());
   if (error == 0 && fsync(volume.Get()) != 0) error = errno;
   if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
-  if (error == 0) error = RemoveArea(own.Get(), kIncoming, target);
+  if (error == 0) error = RemoveIncoming(own.Get(), target);
+  if (error == 0) error = RemoveArea(own.Get(), kFrozen, target);
   return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + target.GetId());
 }
 
@@ -176,31 +254,55 @@ Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId
   Fd own;
   Status status = FailPoint(kFailTake, target.GetId());
   if (status.IsOk()) status = Open(volume, own);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kSnapshot);
   if (!status.IsOk()) return status;
+  // What was written before and never reached the disk would be missing from the snapshot.
+  WriteBack writeBack(volume.Get(), path_);
   const Fd source = OpenDir(volume.Get(), target.GetId());
   if (!source) return StatusOfErrno(errno, path_ + "/" + target.GetId());
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
   if (!snapshots) return StatusOfErrno(errno, {});
   if (!IsSubvolume(source.Get())) {
-    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), watcher);
+    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), writeBack,
+                        watcher);
   }
   const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId, Access::kReadOnly);
-  return error == 0 ? Status() : StatusOfErrno(error, {});
+  if (error != 0) return StatusOfErrno(error, {});
+  // Somebody may have nested one meanwhile.
+  status = CheckPlace(target, PlaceUse::kSnapshot);
+  if (status.IsOk()) status = writeBack.Sync();
+  if (!status.IsOk()) (void)RemoveSubvolume(snapshots.Get(), snapId);
+  return status;
 }
 
 Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId, int sourceFd,
-                                 int ownFd, int snapshotsFd, Watcher* watcher) const {
+                                 int ownFd, int snapshotsFd, WriteBack& writeBack,
+                                 Watcher* watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
   if (!tmp || mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
   const Fd copy = OpenDir(tmp.Get(), snapId);
   if (!copy) return StatusOfErrno(errno, {});
   Watch watch(watcher);
-  TreeCopier copier(copy.Get(), Strictness::kAll, &watch);
-  Status status = copier.CopyContent(sourceFd, path_ + "/" + target.GetId());
+  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kTarget, &watch);
+  copier.LeaveOutMounts();
+  bool isFrozen = false;
+  std::set<std::string> immutable;
+  int error = FindUsersFlags(ownFd, target, sourceFd, isFrozen, immutable);
+  if (error != 0) return StatusOfErrno(error, path_);
+  if (isFrozen) copier.SetImmutable(&immutable);
+  // The target's own bytes are also those over which something is mounted, where they can be seen.
+  const Fd bare = OpenWithoutMounts(sourceFd);
+  Status status = copier.CopyContent(bare ? bare.Get() : sourceFd, path_ + "/" + target.GetId());
+  // What is below something that was mounted meanwhile could not be made immutable.
+  if (status.IsOk()) status = CheckNoMountsBelow(copy.Get());
   if (!status.IsOk()) return status;
   KillPoint(kTakeCopied);
-  int error = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeSynced, kTakeFrozen, kTakeRenamed});
-  if (error == 0) error = RemoveArea(ownFd, kTmp, target);
+  status = writeBack.Sync();
+  if (!status.IsOk()) return status;
+  KillPoint(kTakeSynced);
+  status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack, path_);
+  if (!status.IsOk()) return status;
+  error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
@@ -228,6 +330,8 @@ Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snap
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
+  status = CheckUnmounted(snapshots.Get(), snapId);
+  if (!status.IsOk()) return status;
   int error = RemoveTree(snapshots.Get(), snapId);
   if (error == 0 && fsync(snapshots.Get()) != 0) error = errno;
   return error == 0 ? Status() : StatusOfErrno(error, {});
@@ -237,6 +341,7 @@ Status LocalEngine::CleanUp(const Target& target) const {
   Fd volume;
   Fd own;
   Status status = Open(volume, own);
+  if (status.IsOk()) status = CheckArea(own.Get(), kTmp, target);
   if (!status.IsOk()) return status;
   const int error = RemoveArea(own.Get(), kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -12,33 +13,42 @@ namespace VrelDR {
 namespace Local {
 class Shipment;
 class Watch;
+class WriteBack;
 }  // namespace Local
 
 // A volume that is a directory of this node:
 //
 //   <volume>/<target>/                               a target; a subvolume on btrfs
+//   <volume>/.vreldr/volume.json                     its identity
 //   <volume>/.vreldr/snapshots/<target>/<snapshot>/  its snapshots
 //   <volume>/.vreldr/tmp/<target>/                   copies that are being made
 //   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
+//   <volume>/.vreldr/incoming/<target>/.whole.<snapshot>  says that this is all, and on disk
+//   <volume>/.vreldr/frozen/<target>/                what its user had made immutable; see frozen.h
 //
 // A LUN's bytes are the file "disk.img" in its directory. On btrfs a snapshot is a read-only
 // subvolume snapshot; elsewhere it is a copy, with the immutable flag where that can be set.
 //
-// ".vreldr" comes with the first target. A volume that should have targets and is without it is
-// taken for missing: a directory over which a file system is not mounted right now looks like that,
-// and nobody shall take it for one whose targets were removed.
+// Every call looks at the identity on the very descriptor that it then works with. A volume without
+// ".vreldr" is taken for missing: a directory over which a file system is not mounted right now
+// looks like that, and nobody shall take it for one whose targets were removed.
 class LocalEngine : public StorageEngine {
  public:
   explicit LocalEngine(const std::string& path) : path_(path) {}
 
   std::string GetWhere() const override { return path_; }
   Status Describe(VolumeDescription& description) const override;
+  Status Look(VolumeSight& sight) const override;
+  Status Mark(const VolumeIdentity& identity, bool anew) const override;
+  void Expect(const VolumeIdentity& identity) override;
   Status CheckWritable() const override;
   std::string GetTargetPath(const Target& target) const override;
   std::string GetSnapshotPath(const Target& target, const std::string& snapId) const override;
   Status PreparePlace(const Target& target) const override;
   Status CreateTarget(const Target& target, const TargetContent& content) const override;
   Status FindTarget(const Target& target, bool& found) const override;
+  Status CheckPlace(const Target& target, PlaceUse use) const override;
+  Status FindMounts(const Target& target, std::vector<std::string>& paths) const override;
   Status RemoveTarget(const Target& target) const override;
   Status TakeSnapshot(const Target& target, const std::string& snapId,
                       Watcher* watcher) const override;
@@ -56,25 +66,38 @@ class LocalEngine : public StorageEngine {
 
  private:
   std::string SnapshotDir(const Target& target, const std::string& snapId) const;
+  // Opens the volume, and makes sure that it is the expected one.
   Status Open(Fd& volume) const;
+  Status OpenAny(Fd& volume) const;
+  Status CheckIdentity(int volumeFd) const;
   // Also opens the volume's ".vreldr".
   Status Open(Fd& volume, Fd& own) const;
   Status CopySnapshot(const Target& target, const std::string& snapId, int sourceFd, int ownFd,
-                      int snapshotsFd, Watcher* watcher) const;
+                      int snapshotsFd, Local::WriteBack& writeBack, Watcher* watcher) const;
+  // Good when nothing is mounted on an entry of the volume, or below it; `path` leads to it from
+  // the volume.
+  Status CheckUnmounted(int volumeFd, const std::string& path) const;
+  // Good when what is in the target's directory of an area can be removed: nothing is mounted
+  // there, and no subvolume is nested in what is there.
+  Status CheckArea(int ownFd, const char* area, const Target& target) const;
   // Moves a new target from its temporary directory into its place, durably.
-  Status Publish(int volumeFd, int ownFd, int tmpFd, const Target& target) const;
+  // `topFlags` are set on its directory then.
+  Status Publish(int volumeFd, int ownFd, int tmpFd, const Target& target,
+                 unsigned topFlags = 0) const;
   // Opens a snapshot and the directory that has all of the target's.
   Status OpenSnapshot(const Target& target, const std::string& snapId, int ownFd, Fd& snapshots,
                       Fd& snapshot) const;
   // Makes the new entry `name` of `toFd` what a snapshot holds, open to changes. It is not known to
-  // be on disk yet.
+  // be on disk yet. Flags of its top with which it could not be moved are in `topFlags` instead.
   Status CopyFromSnapshot(const Target& target, const std::string& snapId, int ownFd, int toFd,
-                          const char* name) const;
+                          const char* name, unsigned& topFlags) const;
   struct Route;
   Status OpenRoute(const Target& source, Route& route) const;
+  // Makes the replica have the snapshot; something of it may stay in the incoming area.
+  static Status Arrive(const Route& route, Watcher& watcher, Local::WriteBack& writeBack);
   // Makes the directory of a snapshot in the incoming area hold all of it, going on from what is in
   // it.
-  static Status Bring(const Route& route, Local::Shipment& shipment);
+  static Status Bring(const Route& route, Local::Shipment& shipment, Local::WriteBack& writeBack);
   // Does that between volumes on btrfs, from the beginning.
   static Status Send(const Route& route, Local::Shipment& shipment);
   // Makes that directory, with the base's bytes when there is one; as a whole, so that nothing that
@@ -83,6 +106,8 @@ class LocalEngine : public StorageEngine {
   Status Missing(const std::string& path) const;
 
   std::string path_;
+  std::optional<VolumeIdentity> expected_;
+  std::string expected_text_;  // of its file
 };
 
 // Takes the volume's "path", an absolute one.

@@ -1,12 +1,17 @@
 // Which side of a plan the bytes are: those of a replica are not to be written.
+#include <unistd.h>
+
 #include <cerrno>
+#include <set>
 
 #include "../../fail_point.h"
 #include "../../kill_point.h"
 #include "directory.h"
 #include "freeze.h"
+#include "frozen.h"
 #include "local_engine.h"
 #include "subvolume.h"
+#include "write_back.h"
 
 namespace VrelDR {
 
@@ -14,15 +19,25 @@ using namespace Local;  // the parts of this engine
 
 namespace {
 
-int MakeWritable(int dirFd) {
+// Puts back what the user had made immutable.
+int MakeWritable(int ownFd, const Target& target, int dirFd) {
   if (IsSubvolume(dirFd)) return SetAccess(dirFd, Access::kWritable);
+  bool isFrozen = false;
+  std::set<std::string> kept;
+  if (const int error = FindUsersFlags(ownFd, target, dirFd, isFrozen, kept)) return error;
+  // All of it is immutable: earlier versions made it so, and wrote nothing down.
+  if (!isFrozen && !IsWhollyFrozen(dirFd)) return 0;
   // The top last: as long as it is frozen the target is one of which nothing has been written.
-  if (const int error = ThawBelow(dirFd)) return error;
-  return SetFrozen(dirFd, false);
+  int error = ThawBelow(dirFd, &kept);
+  if (error == 0 && kept.count(std::string()) == 0) error = SetFrozen(dirFd, false);
+  if (error == 0 && syncfs(dirFd) != 0) error = errno;
+  return error == 0 ? DropUsersFlags(ownFd, target) : error;
 }
 
-int MakeUnwritable(int dirFd) {
+int MakeUnwritable(int ownFd, const Target& target, int dirFd) {
   if (IsSubvolume(dirFd)) return SetAccess(dirFd, Access::kReadOnly);
+  if (const int error = KeepUsersFlags(ownFd, target, dirFd)) return error;
+  KillPoint(kDemoteKept);
   // The top first: what is below it then stays where it is while it is gone through.
   if (const int error = SetFrozen(dirFd, true)) return error;
   return FreezeBelow(dirFd);
@@ -32,15 +47,18 @@ int MakeUnwritable(int dirFd) {
 
 Status LocalEngine::Demote(const Target& target) const {
   Fd volume;
+  Fd own;
   Status status = FailPoint(kFailDemote, target.GetId());
-  if (status.IsOk()) status = Open(volume);
+  if (status.IsOk()) status = Open(volume, own);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kDemotion);
   if (!status.IsOk()) return status;
+  WriteBack writeBack(volume.Get(), path_);
   const Fd dir = OpenDir(volume.Get(), target.GetId());
-  int error = dir ? MakeUnwritable(dir.Get()) : errno;
-  if (error == 0 && syncfs(dir.Get()) != 0) error = errno;
+  const int error = dir ? MakeUnwritable(own.Get(), target, dir.Get()) : errno;
   if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
-  KillPoint(kDemoteDone);
-  return {};
+  status = writeBack.Sync();
+  if (status.IsOk()) KillPoint(kDemoteDone);
+  return status;
 }
 
 Status LocalEngine::Promote(const Target& target, const std::string& snapId) const {
@@ -51,12 +69,13 @@ Status LocalEngine::Promote(const Target& target, const std::string& snapId) con
     status = RestoreSnapshot(target, snapId);
   } else {
     Fd volume;
-    status = Open(volume);
+    Fd own;
+    status = Open(volume, own);
     if (!status.IsOk()) return status;
+    WriteBack writeBack(volume.Get(), path_);
     const Fd dir = OpenDir(volume.Get(), target.GetId());
-    int error = dir ? MakeWritable(dir.Get()) : errno;
-    if (error == 0 && syncfs(dir.Get()) != 0) error = errno;
-    if (error != 0) status = StatusOfErrno(error, path_ + "/" + target.GetId());
+    const int error = dir ? MakeWritable(own.Get(), target, dir.Get()) : errno;
+    status = error == 0 ? writeBack.Sync() : StatusOfErrno(error, path_ + "/" + target.GetId());
   }
   if (status.IsOk()) KillPoint(kPromoteDone);
   return status;

@@ -10,11 +10,13 @@
 #include "../../fail_point.h"
 #include "../../kill_point.h"
 #include "area.h"
+#include "arrival.h"
 #include "directory.h"
 #include "freeze.h"
 #include "holes.h"
 #include "links.h"
 #include "local_engine.h"
+#include "place.h"
 #include "rsync.h"
 #include "send_receive.h"
 #include "settle.h"
@@ -22,6 +24,7 @@
 #include "subvolume.h"
 #include "tree_copy.h"
 #include "tree_remove.h"
+#include "write_back.h"
 
 namespace VrelDR {
 
@@ -29,12 +32,7 @@ using namespace Local;  // the parts of this engine
 
 namespace {
 
-constexpr SettleSteps kShipSteps{kShipSynced, kShipFrozen, kShipRenamed};
-
-bool IsThere(int dirFd, const std::string& name) {
-  struct stat st;
-  return fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
-}
+constexpr SettleSteps kShipSteps{kShipFrozen, kShipRenamed};
 
 // Takes the lock of the directory. Processes of a call that was killed hold it until they have
 // ended too, which is soon.
@@ -55,7 +53,8 @@ Status LockIncoming(int dirFd, const std::string& path, Watcher& watcher) {
 // Readies what is in the incoming directory for being changed in place until it is what `fromFd`
 // is. 0 or an errno.
 int MakeWhatIsThereFit(int incomingFd, int fromFd, Watch& watch) {
-  int error = SetFrozen(incomingFd, false);
+  int error = IsSubvolume(incomingFd) ? SetAccess(incomingFd, Access::kWritable)
+                                      : SetFrozen(incomingFd, false);
   if (error == 0) error = ThawBelow(incomingFd);
   if (error == 0) error = SeparateLinks(incomingFd, fromFd, watch);
   if (error == 0) error = LayOutHoles(fromFd, incomingFd, watch);
@@ -78,11 +77,24 @@ struct LocalEngine::Route {
   const std::string& base_id;
   std::string from_path = {};       // the snapshot
   std::string from_base_path = {};  // the base beside it; empty when there is none in both places
-  std::string incoming_dir_path = {};             // where the snapshot arrives,
-  std::string incoming_path = {};                 // under this name
-  Fd from = {};                                   // the snapshot
-  Fd to_own = {}, snapshots = {}, incoming = {};  // of the replica
+  std::string incoming_dir_path = {};                             // where the snapshot arrives,
+  std::string incoming_path = {};                                 // under this name
+  Fd from = {};                                                   // the snapshot
+  Fd to_volume = {}, to_own = {}, snapshots = {}, incoming = {};  // of the replica
+
+  // Finds out what is there already; nobody else changes that meanwhile.
+  Status Look();
+  bool is_there = false;     // the snapshot is one of the replica's
+  bool has_arrived = false;  // something of it is in the incoming directory,
+  bool is_whole = false;     // and that is all of it
 };
+
+Status LocalEngine::Route::Look() {
+  int error = FindEntry(snapshots.Get(), snap_id, is_there);
+  if (error == 0) error = FindEntry(incoming.Get(), snap_id, has_arrived);
+  if (error == 0) error = IsMarkedWhole(incoming.Get(), snap_id, is_whole);
+  return error == 0 ? Status() : StatusOfErrno(error, to.path_);
+}
 
 Status LocalEngine::Ship(const Target& source, const std::string& snapId, const std::string& baseId,
                          const StorageEngine& to, const Target& replica, Watcher& watcher) const {
@@ -100,29 +112,51 @@ Status LocalEngine::Ship(const Target& source, const std::string& snapId, const 
   if (!status.IsOk()) return status;
   KillPoint(kShipBegun);
 
-  Shipment shipment(watcher, replica.GetId(), route.incoming.Get());
-  int error = 0;
-  if (IsThere(route.snapshots.Get(), snapId)) {
-    error = FinishSettling(route.snapshots.Get(), snapId);
-  } else {
-    {
-      const Flusher flusher(route.incoming.Get());
-      status = Bring(route, shipment);
-    }
-    if (!status.IsOk()) return status;
-    KillPoint(kShipSent);
-    error = Settle(route.incoming.Get(), snapId, route.snapshots.Get(), kShipSteps);
-  }
-  if (error == 0) error = RemoveArea(route.to_own.Get(), kIncoming, replica);
+  WriteBack writeBack(route.to_volume.Get(), there->path_);
+  status = route.Look();
+  if (status.IsOk()) status = Arrive(route, watcher, writeBack);
+  if (!status.IsOk()) return status;
+  const int error = RemoveIncoming(route.to_own.Get(), replica);
   if (error != 0) return StatusOfErrno(error, there->path_);
   KillPoint(kShipDone);
   return {};
 }
 
+Status LocalEngine::Arrive(const Route& route, Watcher& watcher, WriteBack& writeBack) {
+  const int incoming = route.incoming.Get();
+  const int snapshots = route.snapshots.Get();
+  // Nothing gets there whose bytes are not on disk.
+  if (route.is_there) return FinishSettling(snapshots, route.snap_id, writeBack, route.to.path_);
+  if (!route.is_whole) {
+    if (const int error = Unmark(incoming, route.snap_id)) {
+      return StatusOfErrno(error, route.to.path_);
+    }
+    Status status;
+    {
+      Shipment shipment(watcher, route.replica.GetId(), incoming, writeBack);
+      const Flusher flusher(writeBack);
+      status = Bring(route, shipment, writeBack);
+    }
+    // The programs that move the bytes go into what somebody has mounted meanwhile.
+    if (status.IsOk()) status = CheckNoMountsBelow(route.from.Get());
+    if (status.IsOk()) status = CheckNoMountsBelow(incoming);
+    if (!status.IsOk()) return status;
+    KillPoint(kShipSent);
+    status = writeBack.Sync();
+    if (!status.IsOk()) return status;
+    KillPoint(kShipSynced);
+    if (const int error = MarkWhole(incoming, route.snap_id)) {
+      return StatusOfErrno(error, route.to.path_);
+    }
+    KillPoint(kShipMarked);
+  }
+  return Settle(incoming, route.snap_id, snapshots, kShipSteps, writeBack, route.to.path_);
+}
+
 Status LocalEngine::OpenRoute(const Target& source, Route& route) const {
-  Fd volume, own, toVolume;
+  Fd volume, own;
   Status status = Open(volume, own);
-  if (status.IsOk()) status = route.to.Open(toVolume, route.to_own);
+  if (status.IsOk()) status = route.to.Open(route.to_volume, route.to_own);
   if (!status.IsOk()) return status;
   const auto dirOf = [](const LocalEngine& engine, const char* area, const Target& target) {
     return engine.path_ + "/" + kOwnDir + "/" + area + "/" + target.GetId();
@@ -134,29 +168,42 @@ Status LocalEngine::OpenRoute(const Target& source, Route& route) const {
 
   Fd from;
   status = OpenSnapshot(source, route.snap_id, own.Get(), from, route.from);
+  // The programs that move the bytes would go into what is mounted there.
+  const std::string replicaId = route.replica.GetId();
+  for (const char* area : {kSnapshots, kIncoming, kTmp}) {
+    if (!status.IsOk()) return status;
+    status = route.to.CheckUnmounted(route.to_own.Get(), std::string(area) + "/" + replicaId);
+  }
   if (!status.IsOk()) return status;
   route.snapshots = OpenOrMakeArea(route.to_own.Get(), kSnapshots, route.replica);
   if (route.snapshots) {
     route.incoming = OpenOrMakeArea(route.to_own.Get(), kIncoming, route.replica);
   }
   if (!route.incoming) return StatusOfErrno(errno, route.to.path_);
-  if (!route.base_id.empty() && IsThere(from.Get(), route.base_id) &&
-      IsThere(route.snapshots.Get(), route.base_id)) {
-    route.from_base_path = fromDir + "/" + route.base_id;
-  }
+  if (route.base_id.empty()) return {};
+  bool isHere = false;
+  bool isThere = false;
+  int error = FindEntry(from.Get(), route.base_id, isHere);
+  if (error == 0) error = FindEntry(route.snapshots.Get(), route.base_id, isThere);
+  if (error != 0) return StatusOfErrno(error, route.base_id);
+  if (isHere && isThere) route.from_base_path = fromDir + "/" + route.base_id;
   return {};
 }
 
-Status LocalEngine::Bring(const Route& route, Shipment& shipment) {
+Status LocalEngine::Bring(const Route& route, Shipment& shipment, WriteBack& writeBack) {
   const bool isSent = IsSubvolume(route.from.Get()) && IsBtrfs(route.incoming.Get());
-  if (isSent && !IsThere(route.incoming.Get(), route.snap_id)) return Send(route, shipment);
-  Status status = PrepareIncoming(route, shipment.GetWatch());
+  if (isSent && !route.has_arrived) return Send(route, shipment);
+  // What an earlier call wrote may never have reached the disk, whatever is in memory: synced by
+  // now, it is read from there and compared.
+  Status status =
+      route.has_arrived ? writeBack.Sync() : PrepareIncoming(route, shipment.GetWatch());
   if (!status.IsOk()) return status;
   const Fd incoming = OpenDir(route.incoming.Get(), route.snap_id);
   if (!incoming) return StatusOfErrno(errno, route.incoming_path);
-  // All of it had been received before.
-  if (IsSubvolume(incoming.Get()) && IsReadOnly(incoming.Get())) return {};
-  int error = MakeWhatIsThereFit(incoming.Get(), route.from.Get(), shipment.GetWatch());
+  int error = route.has_arrived ? ForgetCached(incoming.Get()) : 0;
+  if (error == 0) {
+    error = MakeWhatIsThereFit(incoming.Get(), route.from.Get(), shipment.GetWatch());
+  }
   if (error == ECANCELED) return Watch::Stopped();
   if (error != 0) return StatusOfErrno(error, route.incoming_path);
   status = AboutVolume(route.to.path_, Rsync(route.from_path, route.incoming_path, shipment));
@@ -179,7 +226,6 @@ Status LocalEngine::Send(const Route& route, Shipment& shipment) {
 }
 
 Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
-  if (IsThere(route.incoming.Get(), route.snap_id)) return {};
   const Fd base =
       route.from_base_path.empty() ? Fd() : OpenDir(route.snapshots.Get(), route.base_id);
   const int incoming = route.incoming.Get();
@@ -201,7 +247,7 @@ Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
   if (error == 0 && mkdirat(tmp.Get(), route.snap_id.c_str(), 0700) != 0) error = errno;
   const Fd copy = error == 0 ? OpenDir(tmp.Get(), route.snap_id) : Fd();
   if (!copy) return StatusOfErrno(error != 0 ? error : errno, route.to.path_);
-  TreeCopier copier(copy.Get(), Strictness::kAll, &watch);
+  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kArchived, &watch);
   Status status =
       copier.CopyContent(base.Get(), route.to.SnapshotDir(route.replica, route.base_id));
   if (!status.IsOk()) return status;
@@ -219,11 +265,9 @@ Status LocalEngine::DropShipments(const Target& replica, const std::string& keep
   if (!status.IsOk()) return status;
   const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
   if (!incoming) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
-  std::vector<std::string> names;
-  int error = ListDir(incoming.Get(), names);
-  for (const std::string& name : names) {
-    if (error == 0 && name != keepSnapId) error = RemoveTree(incoming.Get(), name);
-  }
+  status = CheckUnmounted(own.Get(), std::string(kIncoming) + "/" + replica.GetId());
+  if (!status.IsOk()) return status;
+  const int error = DropArrived(incoming.Get(), keepSnapId);
   return error == 0 ? Status() : StatusOfErrno(error, path_);
 }
 

@@ -1,17 +1,17 @@
 #include "rsync.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
 #include <chrono>
-#include <filesystem>
 #include <fstream>
 #include <string_view>
 
 #include "child.h"
+#include "tree_measure.h"
 
 namespace VrelDR::Local {
 
@@ -48,21 +48,9 @@ const std::vector<std::string> kArgs = {"rsync",
                                         "--info=progress2,stats2",
                                         "--outbuf=N"};
 
-// What the program will look through. Files of several names count once for each: nearly right is
-// good enough for a progress.
-std::uint64_t TreeSize(const std::string& path, Watch& watch) {
-  std::uint64_t size = 0;
-  std::error_code error;
-  const std::filesystem::recursive_directory_iterator end;
-  for (std::filesystem::recursive_directory_iterator each(path, error);
-       !error && each != end && watch.GoesOn(); each.increment(error)) {
-    struct stat st;
-    if (lstat(each->path().c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
-      size += static_cast<std::uint64_t>(st.st_size);
-    }
-  }
-  return size;
-}
+// The system takes paths of this many bytes. The program opens a folder that it reads by all of its
+// path, and everything else, on both sides, by the path below where it began.
+constexpr std::size_t kLongestPath = 4095;
 
 // What the program says of its progress, and of its work at the end.
 class Progress {
@@ -117,13 +105,16 @@ Status Rsync(const std::string& from, const std::string& to, Shipment& shipment)
   if (!output.read_end || fcntl(output.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return StatusOfErrno(errno, {});
   }
-  const std::uint64_t total = TreeSize(from, shipment.GetWatch());
+  std::uint64_t total = 0;
+  const PathLimits limits{"rsync", kLongestPath,
+                          kLongestPath - std::min(kLongestPath, from.size() + 1)};
+  Status status = MeasureTree(from, limits, shipment.GetWatch(), total);
+  if (!status.IsOk()) return status;
   std::vector<std::string> args = kArgs;
   args.push_back(from + "/");
   args.push_back(to + "/");
   Child rsync;
-  Status status =
-      rsync.Start(args, "rsync", {.out = output.write_end.Get(), .held = shipment.GetLock()});
+  status = rsync.Start(args, "rsync", {.out = output.write_end.Get(), .held = shipment.GetLock()});
   output.write_end = Fd();
   Progress progress;
   Clock::time_point heard = Clock::now();

@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <filesystem>
 #include <string_view>
 #include <vector>
 
 #include "child.h"
 #include "send_stream.h"
+#include "tree_measure.h"
 
 namespace VrelDR::Local {
 
@@ -51,6 +53,10 @@ class Sizing {
     if (got > 0) sizer_.Feed({buffer.data(), static_cast<std::size_t>(got)});
     if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) stream_.read_end = Fd();
   }
+
+  std::size_t GetLongestPath() const { return sizer_.GetLongestPath(); }
+  // Good when all has been read.
+  Status Finish() { return send_.Finish(); }
 
   // As far as it is known when `sent` bytes have been sent.
   std::uint64_t GetTotal(std::uint64_t sent) const { return std::max(sizer_.GetSize(), sent); }
@@ -94,6 +100,37 @@ Status Pump(int from, int to, Child& send, Child& receive, Sizing& sizing, Shipm
   }
 }
 
+// The receiving program puts the path of its subvolume before each path and leaves room for two
+// bytes more in what the system takes.
+PathLimits LimitsIn(const std::string& into, const std::string& snapshot) {
+  constexpr std::size_t kMost = 4094;
+  std::error_code error;
+  const std::string real = std::filesystem::canonical(into, error).string();
+  const std::size_t prefix =
+      (error ? into : real).size() + snapshot.size() - snapshot.rfind('/') + 1;
+  const std::size_t most = kMost - std::min(kMost, prefix);
+  return {"btrfs receive", most, most};
+}
+
+// Refuses what the receiving program would give up at in the middle. On a base what is sent is
+// looked through, which soon is done, and all of the snapshot only when something is wrong with
+// that.
+Status CheckPaths(const std::string& snapshot, const std::string& base, const std::string& into,
+                  Sizing& sizing, Shipment& shipment) {
+  const PathLimits limits = LimitsIn(into, snapshot);
+  if (!base.empty()) {
+    while (sizing.GetFd() != -1) {
+      Status status = shipment.Tell(0, sizing.GetTotal(0), 0);
+      if (!status.IsOk()) return status;
+      WaitReadable({sizing.GetFd()}, kTickMs);
+      sizing.Read();
+    }
+    if (sizing.GetLongestPath() <= limits.entry && sizing.Finish().IsOk()) return {};
+  }
+  std::uint64_t size = 0;
+  return MeasureTree(snapshot, limits, shipment.GetWatch(), size);
+}
+
 }  // namespace
 
 Status SendReceive(const std::string& snapshot, const std::string& base, const std::string& into,
@@ -107,14 +144,16 @@ Status SendReceive(const std::string& snapshot, const std::string& base, const s
   Child receive;
   Child send;
   Sizing sizing;
-  Status status = receive.Start({"btrfs", "-q", "receive", into}, kPackage,
-                                {.in = sink.read_end.Get(), .held = shipment.GetLock()});
+  Status status = sizing.Start(snapshot, base);
+  if (status.IsOk()) status = CheckPaths(snapshot, base, into, sizing, shipment);
+  if (!status.IsOk()) return status;
+  status = receive.Start({"btrfs", "-q", "receive", into}, kPackage,
+                         {.in = sink.read_end.Get(), .held = shipment.GetLock()});
   sink.read_end = Fd();
   if (status.IsOk()) {
     status = send.Start(SendArgs(snapshot, base, true), kPackage, {.out = source.write_end.Get()});
   }
   source.write_end = Fd();
-  if (status.IsOk()) status = sizing.Start(snapshot, base);
   std::uint64_t sent = 0;
   bool unread = false;
   if (status.IsOk()) {

@@ -1,5 +1,6 @@
 #include "send_stream.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace VrelDR::Local {
@@ -15,6 +16,8 @@ constexpr std::size_t kCommandHeader = 10;
 constexpr std::size_t kAttributeHeader = 4;
 constexpr std::uint64_t kUpdateExtent = 22;  // stands for the commands with the data of an extent
 constexpr std::uint64_t kSize = 4;           // attribute: how many bytes
+constexpr std::uint64_t kPath = 15;          // attribute: what the command is about
+constexpr std::uint64_t kPathTo = 16;        // attribute: its new path
 
 std::uint64_t ReadNumber(std::string_view bytes, std::size_t at, std::size_t count) {
   std::uint64_t number = 0;
@@ -22,6 +25,19 @@ std::uint64_t ReadNumber(std::string_view bytes, std::size_t at, std::size_t cou
     number = number << 8 | static_cast<unsigned char>(bytes[at + i]);
   }
   return number;
+}
+
+std::size_t LongestPath(std::string_view attributes) {
+  std::size_t longest = 0;
+  while (attributes.size() >= kAttributeHeader) {
+    const std::uint64_t kind = ReadNumber(attributes, 0, 2);
+    const std::uint64_t length = ReadNumber(attributes, 2, 2);
+    attributes.remove_prefix(kAttributeHeader);
+    if (length > attributes.size()) break;
+    if (kind == kPath || kind == kPathTo) longest = std::max<std::size_t>(longest, length);
+    attributes.remove_prefix(length);
+  }
+  return longest;
 }
 
 std::uint64_t ExtentSize(std::string_view attributes) {
@@ -56,6 +72,7 @@ void SendStreamSizer::Feed(std::string_view piece) {
     if (ReadNumber(left, 4, 2) == kUpdateExtent) {
       size_ += ExtentSize(left.substr(kCommandHeader, length));
     }
+    longest_path_ = std::max(longest_path_, LongestPath(left.substr(kCommandHeader, length)));
     left.remove_prefix(kCommandHeader + length);
   }
   rest_.erase(0, rest_.size() - left.size());

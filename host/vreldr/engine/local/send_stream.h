@@ -13,6 +13,8 @@ class SendStreamSizer {
   // Takes in the next piece of the stream, cut anywhere.
   void Feed(std::string_view piece);
 
+  // The most bytes that a path in it has.
+  std::size_t GetLongestPath() const { return longest_path_; }
   // Of what was fed so far. A stream that is not one of a known form counts with its own bytes.
   std::uint64_t GetSize() const { return size_; }
 
@@ -21,6 +23,7 @@ class SendStreamSizer {
   bool after_header_ = false;
   bool is_unknown_ = false;
   std::uint64_t size_ = 0;
+  std::size_t longest_path_ = 0;
 };
 
 }  // namespace VrelDR::Local

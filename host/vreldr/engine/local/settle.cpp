@@ -1,7 +1,5 @@
 #include "settle.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 
@@ -12,31 +10,32 @@
 
 namespace VrelDR::Local {
 
-int Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps) {
+Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
+              WriteBack& writeBack, const std::string& path) {
   const Fd copy = OpenDir(fromFd, name);
-  if (!copy || syncfs(copy.Get()) != 0) return errno;
-  KillPoint(steps.synced);
-  if (IsSubvolume(copy.Get())) {
+  int error = copy ? 0 : errno;
+  if (copy && IsSubvolume(copy.Get())) {
     // A read-only subvolume cannot be moved. A read-only snapshot of it is the same to btrfs, also
     // as the base of what is sent next.
-    const int error = SnapshotSubvolume(copy.Get(), toFd, name, Access::kReadOnly);
-    KillPoint(steps.renamed);
-    return error;
+    error = SnapshotSubvolume(copy.Get(), toFd, name, Access::kReadOnly);
+  } else if (copy) {
+    error = FreezeBelow(copy.Get());
+    if (error == 0) KillPoint(steps.frozen);
+    // What was synced and what was frozen is on disk before this is: they are kept in order.
+    if (error == 0 && renameat(fromFd, name.c_str(), toFd, name.c_str()) != 0) error = errno;
   }
-  if (const int error = FreezeBelow(copy.Get())) return error;
-  KillPoint(steps.frozen);
-  if (renameat(fromFd, name.c_str(), toFd, name.c_str()) != 0) return errno;
+  if (error != 0) return StatusOfErrno(error, path);
   KillPoint(steps.renamed);
-  return FinishSettling(toFd, name);
+  return FinishSettling(toFd, name, writeBack, path);
 }
 
-int FinishSettling(int toFd, const std::string& name) {
+Status FinishSettling(int toFd, const std::string& name, WriteBack& writeBack,
+                      const std::string& path) {
   const Fd copy = OpenDir(toFd, name);
-  if (!copy) return errno;
+  int error = copy ? 0 : errno;
   // A subvolume was read-only from the beginning.
-  if (IsSubvolume(copy.Get())) return 0;
-  if (const int error = SetFrozen(copy.Get(), true)) return error;
-  return fsync(toFd) == 0 && fsync(copy.Get()) == 0 ? 0 : errno;
+  if (copy && !IsSubvolume(copy.Get())) error = SetFrozen(copy.Get(), true);
+  return error == 0 ? writeBack.Sync() : StatusOfErrno(error, path);
 }
 
 }  // namespace VrelDR::Local

@@ -3,19 +3,23 @@
 #include <string>
 #include <string_view>
 
+#include "write_back.h"
+
 namespace VrelDR::Local {
 
 // The kill points of settling a snapshot.
 struct SettleSteps {
-  std::string_view synced, frozen, renamed;
+  std::string_view frozen, renamed;
 };
 
-// Makes the finished copy `name` in the directory `fromFd` a snapshot in `toFd`: on disk, read-only
-// where the system can do that, and there as a whole or not at all. Of a subvolume something may
-// stay behind in `fromFd`. 0 or an errno.
-int Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps);
+// Makes the finished copy `name` in the directory `fromFd`, all of which is on disk, a snapshot in
+// `toFd`: durably, read-only where the system can do that, and there as a whole or not at all. Of a
+// subvolume something may stay behind in `fromFd`. `path` names the volume.
+Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
+              WriteBack& writeBack, const std::string& path);
 
 // Does what Settle does last, in case that it was interrupted before: `name` is in `toFd` already.
-int FinishSettling(int toFd, const std::string& name);
+Status FinishSettling(int toFd, const std::string& name, WriteBack& writeBack,
+                      const std::string& path);
 
 }  // namespace VrelDR::Local

@@ -1,7 +1,5 @@
 #include "shipment.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 
@@ -22,7 +20,8 @@ Status Shipment::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sen
     Status status = BeginData();
     if (!status.IsOk()) return status;
   }
-  return watch_.Tell(std::min(done, total), total, sent) ? Status() : Watch::Stopped();
+  return watch_.Tell(std::min(done, total), total, sent) ? write_back_.GetStatus()
+                                                         : Watch::Stopped();
 }
 
 Status Shipment::TellAll(std::uint64_t total, std::uint64_t sent) {
@@ -40,12 +39,11 @@ Flusher::~Flusher() {
   thread_.join();
 }
 
-void Flusher::Run(int fd) {
+void Flusher::Run(WriteBack& writeBack) {
   std::unique_lock lock(mutex_);
   while (!ending_.wait_for(lock, std::chrono::seconds(1), [this] { return ends_; })) {
     lock.unlock();
-    // An error comes up again at the sync that ends the call.
-    (void)syncfs(fd);
+    (void)writeBack.Sync();
     lock.lock();
   }
 }

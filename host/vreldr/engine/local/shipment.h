@@ -6,17 +6,20 @@
 #include <thread>
 
 #include "watch.h"
+#include "write_back.h"
 
 namespace VrelDR::Local {
 
 // One call of Ship on its way, as those see it who move the bytes.
 class Shipment {
  public:
-  // `lockFd` is what the processes that write to the replica's volume hold.
-  Shipment(Watcher& watcher, const std::string& replicaId, int lockFd)
-      : watch_(&watcher), replica_id_(replicaId), lock_fd_(lockFd) {}
+  // `lockFd` is what the processes that write to the replica's volume hold, and `writeBack` is of
+  // that volume; both stay longer than this object.
+  Shipment(Watcher& watcher, const std::string& replicaId, int lockFd, const WriteBack& writeBack)
+      : watch_(&watcher), replica_id_(replicaId), lock_fd_(lockFd), write_back_(writeBack) {}
 
-  // To be called all the time while bytes move. kErrStopped when it shall end.
+  // To be called all the time while bytes move. kErrStopped when it shall end, and a failure once
+  // it is known that some of what was written is lost.
   Status Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent);
   // The same at the end, when all has arrived.
   Status TellAll(std::uint64_t total, std::uint64_t sent);
@@ -30,6 +33,7 @@ class Shipment {
   Watch watch_;
   std::string replica_id_;
   int lock_fd_;
+  const WriteBack& write_back_;
   bool has_data_ = false;
 };
 
@@ -37,14 +41,14 @@ class Shipment {
 // safe, and the last sync, which nobody can stop, is short.
 class Flusher {
  public:
-  // `fd` is of the file system, and stays open longer than this object.
-  explicit Flusher(int fd) : thread_([this, fd] { Run(fd); }) {}
+  // What it finds stays known to `writeBack`, which lives longer than this object.
+  explicit Flusher(WriteBack& writeBack) : thread_([this, &writeBack] { Run(writeBack); }) {}
   ~Flusher();
   Flusher(const Flusher&) = delete;
   Flusher& operator=(const Flusher&) = delete;
 
  private:
-  void Run(int fd);
+  void Run(WriteBack& writeBack);
 
   std::mutex mutex_;
   std::condition_variable ending_;

@@ -8,8 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <memory>
+
+#include "directory.h"
+#include "freeze.h"
 
 namespace VrelDR::Local {
 
@@ -31,11 +36,6 @@ int ErrnoOf(enum btrfs_util_error result) {
   }
 }
 
-int Committed(int parentFd, enum btrfs_util_error result) {
-  if (const int error = ErrnoOf(result)) return error;
-  return ErrnoOf(btrfs_util_sync_fd(parentFd));
-}
-
 }  // namespace
 
 bool IsBtrfs(int fd) {
@@ -48,19 +48,17 @@ bool IsSubvolume(int dirFd) {
 }
 
 int MakeSubvolume(int parentFd, const std::string& name) {
-  return Committed(parentFd,
-                   btrfs_util_create_subvolume_fd(parentFd, name.c_str(), 0, nullptr, nullptr));
+  return ErrnoOf(btrfs_util_create_subvolume_fd(parentFd, name.c_str(), 0, nullptr, nullptr));
 }
 
 int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Access access) {
   const int flags = access == Access::kReadOnly ? BTRFS_UTIL_CREATE_SNAPSHOT_READ_ONLY : 0;
-  return Committed(parentFd, btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(), flags,
-                                                            nullptr, nullptr));
+  return ErrnoOf(
+      btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(), flags, nullptr, nullptr));
 }
 
 int SetAccess(int dirFd, Access access) {
-  return Committed(dirFd,
-                   btrfs_util_set_subvolume_read_only_fd(dirFd, access == Access::kReadOnly));
+  return ErrnoOf(btrfs_util_set_subvolume_read_only_fd(dirFd, access == Access::kReadOnly));
 }
 
 bool IsReadOnly(int dirFd) {
@@ -81,9 +79,33 @@ int SetReceived(int dirFd, int sourceFd) {
   return ioctl(dirFd, BTRFS_IOC_SET_RECEIVED_SUBVOL, &args) == 0 ? 0 : errno;
 }
 
+int ListNested(int dirFd, std::vector<std::string>& paths) {
+  struct btrfs_util_subvolume_iterator* made = nullptr;
+  enum btrfs_util_error result = btrfs_util_create_subvolume_iterator_fd(dirFd, 0, 0, &made);
+  if (result != BTRFS_UTIL_OK) return ErrnoOf(result);
+  const std::unique_ptr<btrfs_util_subvolume_iterator,
+                        decltype(&btrfs_util_destroy_subvolume_iterator)>
+      each(made, btrfs_util_destroy_subvolume_iterator);
+  for (;;) {
+    char* path = nullptr;
+    result = btrfs_util_subvolume_iterator_next(each.get(), &path, nullptr);
+    if (result == BTRFS_UTIL_ERROR_STOP_ITERATION) return 0;
+    if (result != BTRFS_UTIL_OK) return ErrnoOf(result);
+    paths.emplace_back(path);
+    std::free(path);
+  }
+}
+
 int RemoveSubvolume(int parentFd, const std::string& name) {
-  return ErrnoOf(btrfs_util_delete_subvolume_fd(parentFd, name.c_str(),
-                                                BTRFS_UTIL_DELETE_SUBVOLUME_RECURSIVE));
+  int error = ErrnoOf(btrfs_util_delete_subvolume_fd(parentFd, name.c_str(), 0));
+  if (error != EPERM) return error;
+  // The user may have made its top immutable, which nobody can take back while it is read-only.
+  const Fd dir = OpenDir(parentFd, name);
+  if (!dir) return errno;
+  error = SetAccess(dir.Get(), Access::kWritable);
+  if (error == 0) error = ClearGuards(dir.Get());
+  if (error != 0) return error;
+  return ErrnoOf(btrfs_util_delete_subvolume_fd(parentFd, name.c_str(), 0));
 }
 
 }  // namespace VrelDR::Local

@@ -1,11 +1,12 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace VrelDR::Local {
 
-// Subvolumes of btrfs. Each call returns 0 or an errno, and what it did is on disk unless it says
-// otherwise.
+// Subvolumes of btrfs. Each call that changes something returns 0 or an errno; what it did is on
+// disk once the file system has been synced.
 
 bool IsBtrfs(int fd);
 // Whether the open directory is the top of a subvolume.
@@ -21,8 +22,10 @@ bool IsReadOnly(int dirFd);
 // Lets "btrfs receive" take the writable subvolume `dirFd`, which holds the same as the read-only
 // one `sourceFd` of another volume, for one that was received from there.
 int SetReceived(int dirFd, int sourceFd);
-// Removes a subvolume, read-only or not, with those in it. As of other entries that are removed,
-// that is on disk once the directory `parentFd` has been synced.
+// Appends the paths of the subvolumes below the subvolume `dirFd`, as seen from it.
+int ListNested(int dirFd, std::vector<std::string>& paths);
+// Removes a subvolume, read-only or not; ENOTEMPTY when others are nested in it. For that to be on
+// disk it is enough to sync the directory `parentFd`, as with other entries that are removed.
 int RemoveSubvolume(int parentFd, const std::string& name);
 
 }  // namespace VrelDR::Local

@@ -11,6 +11,8 @@
 #include "../../kill_point.h"
 #include "directory.h"
 #include "file_data.h"
+#include "place.h"
+#include "subvolume.h"
 
 namespace VrelDR::Local {
 
@@ -33,20 +35,27 @@ class Descent {
 };
 
 // Reading should not change the times of access, but only a file's owner may say so.
-Fd OpenToRead(const Entry& entry) {
-  constexpr int kFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-  Fd fd(openat(entry.dir_fd, entry.name.c_str(), kFlags | O_NOATIME));
-  if (!fd && errno == EPERM) fd = Fd(openat(entry.dir_fd, entry.name.c_str(), kFlags));
+Fd OpenToRead(int pathFd) {
+  constexpr int kFlags = O_RDONLY | O_NONBLOCK;
+  Fd fd = Reopen(pathFd, kFlags | O_NOATIME);
+  if (!fd && errno == EPERM) fd = Reopen(pathFd, kFlags);
   return fd;
 }
 
+const std::string kSelf = ".";
+
 }  // namespace
 
-Status TreeCopier::CopyEntry(const Entry& from, const std::string& path,
-                             const std::string& toName) {
+Status TreeCopier::Fail(int error) const {
+  if (error == ECANCELED) return Watch::Stopped();
+  if (error == EXDEV) return MountedOn({from_path_});
+  return StatusOfErrno(error, from_path_);
+}
+
+Status TreeCopier::CopyEntry(Fd from, const std::string& path, const std::string& toName) {
   from_path_ = path;
   to_path_ = toName;
-  return Copy(from, {root_fd_, toName});
+  return Copy(std::move(from), {root_fd_, toName});
 }
 
 Status TreeCopier::CopyContent(int fromFd, const std::string& path) {
@@ -55,8 +64,10 @@ Status TreeCopier::CopyContent(int fromFd, const std::string& path) {
   struct stat st;
   if (fstat(fromFd, &st) != 0) return Fail(errno);
   Status status = CopyChildren(fromFd, root_fd_);
-  static const std::string kSelf = ".";
-  return status.IsOk() ? Finish({fromFd, kSelf, fromFd}, st, {root_fd_, kSelf}) : status;
+  if (status.IsOk()) status = Finish(fromFd, st, {root_fd_, kSelf});
+  if (!status.IsOk()) return status;
+  const int error = CopyTopFlags(fromFd, root_fd_);
+  return error == 0 ? Status() : Fail(error);
 }
 
 Status TreeCopier::CopyChildren(int fromFd, int toFd) {
@@ -65,20 +76,34 @@ Status TreeCopier::CopyChildren(int fromFd, int toFd) {
   for (const std::string& name : names) {
     const Descent from(from_path_, name);
     const Descent to(to_path_, name);
-    Status status = Copy({fromFd, name}, {toFd, name});
+    Status status = CopyChild(fromFd, toFd, name);
     if (!status.IsOk()) return status;
   }
   return {};
 }
 
-Status TreeCopier::Copy(const Entry& from, const Entry& to) {
+Status TreeCopier::CopyChild(int fromFd, int toFd, const std::string& name) {
+  Fd entry = OpenEntry(fromFd, name, O_PATH);
+  if (entry) return Copy(std::move(entry), {toFd, name});
+  if (errno == ENOENT) return {};  // removed meanwhile
+  return errno == EXDEV && leaves_out_mounts_ ? MakeEmpty(fromFd, toFd, name) : Fail(errno);
+}
+
+// What is mounted on a directory is one, and what is mounted on something else is none.
+Status TreeCopier::MakeEmpty(int fromFd, int toFd, const std::string& name) {
+  struct stat mounted;
+  if (fstatat(fromFd, name.c_str(), &mounted, AT_SYMLINK_NOFOLLOW) != 0) return Fail(errno);
+  const bool made = S_ISDIR(mounted.st_mode) ? mkdirat(toFd, name.c_str(), 0755) == 0
+                                             : mknodat(toFd, name.c_str(), S_IFREG | 0644, 0) == 0;
+  return made ? Status() : Fail(errno);
+}
+
+Status TreeCopier::Copy(Fd from, const Entry& to) {
   struct stat st;
-  if (fstatat(from.dir_fd, from.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-    return errno == ENOENT ? Status() : Fail(errno);  // removed meanwhile
-  }
+  if (fstat(from.Get(), &st) != 0) return Fail(errno);
   if (watch_ != nullptr && !watch_->GoesOn()) return Fail(ECANCELED);
   if (S_ISSOCK(st.st_mode)) return {};
-  if (S_ISDIR(st.st_mode)) return CopyDir(from, to);
+  if (S_ISDIR(st.st_mode)) return CopyDir(std::move(from), st, to);
 
   const bool severalNames = st.st_nlink > 1;
   const std::pair<dev_t, ino_t> identity(st.st_dev, st.st_ino);
@@ -92,69 +117,99 @@ Status TreeCopier::Copy(const Entry& from, const Entry& to) {
   }
   Status status;
   if (S_ISREG(st.st_mode)) {
-    status = CopyFile(from, to);
+    status = CopyFile(from.Get(), st, to);
   } else if (S_ISLNK(st.st_mode)) {
-    status = CopyLink(from, to);
+    status = CopyLink(from.Get(), st, to);
   } else if (mknodat(to.dir_fd, to.name.c_str(), st.st_mode & (S_IFMT | 0700), st.st_rdev) != 0) {
     status = Fail(errno);
   } else {
-    status = Finish(from, st, to);
+    status = Finish(from.Get(), st, to);
   }
   if (status.IsOk() && severalNames) linked_.insert_or_assign(identity, to_path_);
   return status;
 }
 
-Status TreeCopier::CopyDir(const Entry& from, const Entry& to) {
-  const Fd fromFd = OpenToRead(from);
-  if (!fromFd) return errno == ENOENT ? Status() : Fail(errno);
-  struct stat st;
-  if (fstat(fromFd.Get(), &st) != 0) return Fail(errno);
-  if (!S_ISDIR(st.st_mode)) return Fail(EBUSY);
+Status TreeCopier::CopyDir(Fd from, const struct stat& st, const Entry& to) {
+  from = OpenToRead(from.Get());
+  if (!from) return Fail(errno);
+  if (flags_of_ != FlagsOf::kForeign && IsSubvolume(from.Get())) return NestedIn({from_path_});
   if (mkdirat(to.dir_fd, to.name.c_str(), 0700) != 0) return Fail(errno);
   const Fd toFd = OpenDir(to.dir_fd, to.name);
   if (!toFd) return Fail(errno);
-  Status status = CopyChildren(fromFd.Get(), toFd.Get());
-  return status.IsOk() ? Finish({from.dir_fd, from.name, fromFd.Get()}, st, to) : status;
+  Status status = CopyChildren(from.Get(), toFd.Get());
+  if (status.IsOk()) status = Finish(from.Get(), st, to);
+  if (!status.IsOk()) return status;
+  const int error = CopyFlags(from.Get(), toFd.Get(), false);
+  return error == 0 ? Status() : Fail(error);
 }
 
-Status TreeCopier::CopyFile(const Entry& from, const Entry& to) {
-  const Fd fromFd = OpenToRead(from);
-  if (!fromFd) return errno == ENOENT ? Status() : Fail(errno);
-  struct stat st;
-  if (fstat(fromFd.Get(), &st) != 0) return Fail(errno);
-  if (!S_ISREG(st.st_mode)) return Fail(EBUSY);  // replaced by something else meanwhile
-  {
-    const Fd toFd(openat(to.dir_fd, to.name.c_str(),
-                         O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!toFd) return Fail(errno);
-    if (const int error = CopyFileData(fromFd.Get(), toFd.Get(), st.st_size, watch_))
-      return Fail(error);
+Status TreeCopier::CopyFile(int fromFd, const struct stat& st, const Entry& to) {
+  const Fd from = OpenToRead(fromFd);
+  if (!from) return Fail(errno);
+  const Fd toFd(
+      openat(to.dir_fd, to.name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!toFd) return Fail(errno);
+  struct stat now;
+  if (fstat(from.Get(), &now) != 0) return Fail(errno);
+  if (const int error = CopyFileData(from.Get(), toFd.Get(), now.st_size, watch_)) {
+    return Fail(error);
   }
-  Status status = Finish({from.dir_fd, from.name, fromFd.Get()}, st, to);
+  Status status = Finish(from.Get(), now, to);
+  if (status.IsOk()) {
+    const int error = CopyFlags(from.Get(), toFd.Get(), st.st_nlink > 1);
+    if (error != 0) status = Fail(error);
+  }
   KillPoint(kCopyFile);
   return status;
 }
 
-Status TreeCopier::CopyLink(const Entry& from, const Entry& to) {
+Status TreeCopier::CopyLink(int fromFd, const struct stat& st, const Entry& to) {
   std::vector<char> text(256);
   for (;;) {
-    const ssize_t length = readlinkat(from.dir_fd, from.name.c_str(), text.data(), text.size());
-    if (length < 0) return errno == ENOENT ? Status() : Fail(errno);
+    const ssize_t length = readlinkat(fromFd, "", text.data(), text.size());
+    if (length < 0) return Fail(errno);
     if (static_cast<std::size_t>(length) < text.size()) {
       text[static_cast<std::size_t>(length)] = '\0';
       break;
     }
     text.resize(text.size() * 2);
   }
-  struct stat st;
-  if (fstatat(from.dir_fd, from.name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return Fail(errno);
   if (symlinkat(text.data(), to.dir_fd, to.name.c_str()) != 0) return Fail(errno);
-  return Finish(from, st, to);
+  return Finish(fromFd, st, to);
 }
 
-Status TreeCopier::Finish(const Entry& from, const struct stat& st, const Entry& to) {
-  const int error = CopyAttributes(from, st, to, strictness_);
+Status TreeCopier::Finish(int fromFd, const struct stat& st, const Entry& to) {
+  const int error = CopyAttributes(fromFd, st, to, strictness_, flags_of_ == FlagsOf::kArchived);
   return error == 0 ? Status() : Fail(error);
+}
+
+unsigned TreeCopier::FlagsOfSource(int fromFd) const {
+  const unsigned flags = ReadFlags(fromFd);
+  return immutable_ == nullptr ? flags : WithImmutable(flags, immutable_->count(to_path_) != 0);
+}
+
+int TreeCopier::CopyFlags(int fromFd, int toFd, bool hasSeveralNames) {
+  RecordedFlags flags;
+  if (flags_of_ == FlagsOf::kTarget) flags.own = FlagsOfSource(fromFd);
+  if (flags_of_ == FlagsOf::kSnapshot) flags.own = ReadRecordedFlags(fromFd).own;
+  if (flags.own == 0) return 0;
+  have_flags_ = true;
+  if (flags_of_ == FlagsOf::kTarget) return RecordFlags(toFd, flags);
+  if (!hasSeveralNames) return AddFlags(toFd, flags.own);
+  later_.emplace_back(to_path_, flags.own);
+  return 0;
+}
+
+int TreeCopier::CopyTopFlags(int fromFd, int toFd) {
+  if (flags_of_ == FlagsOf::kTarget) return RecordFlags(toFd, {FlagsOfSource(fromFd), have_flags_});
+  if (flags_of_ != FlagsOf::kSnapshot) return 0;
+  top_flags_ = ReadRecordedFlags(fromFd).own;
+  for (const auto& [path, flags] : later_) {
+    const Fd file = OpenEntry(toFd, path, O_RDONLY | O_NONBLOCK);
+    if (!file) return errno;
+    if (const int error = AddFlags(file.Get(), flags)) return error;
+  }
+  return 0;
 }
 
 }  // namespace VrelDR::Local

@@ -24,17 +24,15 @@ int Absent(int error) {
 int RemoveFile(int parentFd, const std::string& name) {
   if (unlinkat(parentFd, name.c_str(), 0) == 0) return 0;
   if (errno != EPERM) return Absent(errno);
-  const Fd fd(openat(parentFd, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const Fd fd = OpenEntry(parentFd, name, O_RDONLY | O_NONBLOCK);
   if (!fd) return Absent(errno);
-  if (const int error = SetFrozen(fd.Get(), false)) return error;
+  if (const int error = ClearGuards(fd.Get())) return error;
   return unlinkat(parentFd, name.c_str(), 0) == 0 ? 0 : Absent(errno);
 }
 
-}  // namespace
-
-int RemoveTree(int parentFd, const std::string& name) {
+int Remove(int parentFd, const std::string& name, bool isTop) {
   struct stat st;
-  if (fstatat(parentFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) return Absent(errno);
+  if (const int error = StatEntry(parentFd, name, st)) return Absent(error);
   if (!S_ISDIR(st.st_mode)) {
     const int error = RemoveFile(parentFd, name);
     KillPoint(kRemoveEntry);
@@ -46,15 +44,21 @@ int RemoveTree(int parentFd, const std::string& name) {
     dir = OpenDir(parentFd, name);
   }
   if (!dir) return Absent(errno);
-  if (IsSubvolume(dir.Get())) return RemoveSubvolume(parentFd, name);
-  if (const int error = SetFrozen(dir.Get(), false)) return error;
+  if (IsSubvolume(dir.Get())) return isTop ? RemoveSubvolume(parentFd, name) : ENOTEMPTY;
+  if (const int error = ClearGuards(dir.Get())) return error;
   if ((st.st_mode & S_IRWXU) != S_IRWXU && fchmod(dir.Get(), 0700) != 0) return errno;
   std::vector<std::string> names;
   if (const int error = ListDir(dir.Get(), names)) return error;
   for (const std::string& each : names) {
-    if (const int error = RemoveTree(dir.Get(), each)) return error;
+    if (const int error = Remove(dir.Get(), each, false)) return error;
   }
   return unlinkat(parentFd, name.c_str(), AT_REMOVEDIR) == 0 ? 0 : Absent(errno);
+}
+
+}  // namespace
+
+int RemoveTree(int parentFd, const std::string& name) {
+  return Remove(parentFd, name, true);
 }
 
 }  // namespace VrelDR::Local

@@ -2,11 +2,11 @@
 
 #include <array>
 
-namespace VrelDR {
+namespace VrelHost {
 
 // How the host's records came to be, version by version: the statements at index i make version
 // i + 1 out of version i, and a new version is a new entry. What has been released never changes.
-inline constexpr std::array kStoreSchema{
+inline constexpr std::array kRecordsSchema{
     R"(
 CREATE TABLE targets (
   id TEXT NOT NULL PRIMARY KEY,
@@ -83,6 +83,16 @@ CREATE TABLE journals (
   is_stop_asked INTEGER NOT NULL
 );
 )",
+    // The volumes' identities; who took a snapshot; how often what is in hand found no room.
+    R"(
+CREATE TABLE volumes (
+  name TEXT NOT NULL PRIMARY KEY,
+  id TEXT NOT NULL,
+  file_system TEXT NOT NULL
+);
+ALTER TABLE snapshots ADD COLUMN maker TEXT NOT NULL DEFAULT '';
+ALTER TABLE plans ADD COLUMN hand_failures INTEGER NOT NULL DEFAULT 0;
+)",
 };
 
-}  // namespace VrelDR
+}  // namespace VrelHost

@@ -1,0 +1,82 @@
+#include "arrival.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "../../fd.h"
+#include "area.h"
+#include "directory.h"
+#include "tree_remove.h"
+
+namespace VrelDR::Local {
+
+namespace {
+
+// No identifier begins with a dot.
+constexpr const char* kMark = ".whole.";
+
+std::string MarkOf(const std::string& snapId) {
+  return kMark + snapId;
+}
+
+int Synced(int fd) {
+  return fsync(fd) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int FindEntry(int dirFd, const std::string& name, bool& found) {
+  struct stat st;
+  found = fstatat(dirFd, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+  return found || errno == ENOENT ? 0 : errno;
+}
+
+int MarkWhole(int incomingFd, const std::string& snapId) {
+  const Fd mark(openat(incomingFd, MarkOf(snapId).c_str(),
+                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!mark) return errno;
+  const int error = Synced(mark.Get());
+  return error == 0 ? Synced(incomingFd) : error;
+}
+
+int IsMarkedWhole(int incomingFd, const std::string& snapId, bool& whole) {
+  const int error = FindEntry(incomingFd, MarkOf(snapId), whole);
+  return error == 0 && whole ? FindEntry(incomingFd, snapId, whole) : error;
+}
+
+int Unmark(int incomingFd, const std::string& snapId) {
+  if (unlinkat(incomingFd, MarkOf(snapId).c_str(), 0) != 0 && errno != ENOENT) return errno;
+  // Also when it is not there: whoever removed it may not have come to this.
+  return Synced(incomingFd);
+}
+
+int DropArrived(int incomingFd, const std::string& keepSnapId) {
+  std::vector<std::string> names;
+  int error = ListDir(incomingFd, names);
+  const auto isKept = [&](const std::string& name) {
+    return !keepSnapId.empty() && (name == keepSnapId || name == MarkOf(keepSnapId));
+  };
+  // The marks first: what is removed piece by piece is not whole any more.
+  for (const std::string& name : names) {
+    if (error != 0 || name.front() != '.' || isKept(name)) continue;
+    error = RemoveTree(incomingFd, name);
+  }
+  if (error == 0) error = Synced(incomingFd);
+  for (const std::string& name : names) {
+    if (error == 0 && !isKept(name)) error = RemoveTree(incomingFd, name);
+  }
+  return error == 0 ? Synced(incomingFd) : error;
+}
+
+int RemoveIncoming(int ownFd, const Target& target) {
+  const Fd incoming = OpenArea(ownFd, kIncoming, target);
+  int error = incoming ? DropArrived(incoming.Get(), {}) : errno;
+  if (error == ENOENT) error = 0;
+  return error == 0 ? RemoveArea(ownFd, kIncoming, target) : error;
+}
+
+}  // namespace VrelDR::Local

@@ -1,0 +1,101 @@
+#include "frozen.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <string_view>
+
+#include "area.h"
+#include "directory.h"
+#include "freeze.h"
+
+namespace VrelDR::Local {
+
+namespace {
+
+constexpr const char* kFile = "immutable";
+constexpr const char* kNewFile = "immutable.new";
+
+// The inode of the directory comes first: what a restore that was interrupted left is of another
+// one.
+std::string Header(int dirFd) {
+  struct stat st;
+  return fstat(dirFd, &st) == 0 ? std::to_string(st.st_ino) : std::string();
+}
+
+int ReadAll(int fd, std::string& text) {
+  std::array<char, 65536> piece;
+  for (;;) {
+    const ssize_t got = read(fd, piece.data(), piece.size());
+    if (got == 0) return 0;
+    if (got < 0 && errno != EINTR) return errno;
+    if (got > 0) text.append(piece.data(), static_cast<std::size_t>(got));
+  }
+}
+
+int WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t done = write(fd, text.data(), text.size());
+    if (done < 0 && errno != EINTR) return errno;
+    if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
+  }
+  return fsync(fd) == 0 ? 0 : errno;
+}
+
+}  // namespace
+
+int KeepUsersFlags(int ownFd, const Target& target, int dirFd) {
+  bool found = false;
+  std::set<std::string> paths;
+  if (const int error = FindUsersFlags(ownFd, target, dirFd, found, paths)) return error;
+  if (found) return 0;
+  // All of it is immutable: earlier versions made it so, and wrote nothing down.
+  if (!IsWhollyFrozen(dirFd)) {
+    const int error = FindFrozen(dirFd, paths);
+    if (error != 0 && error != EACCES) return error;  // who may not look sets no flags either
+  }
+  std::string text = Header(dirFd) + '\0';
+  for (const std::string& path : paths) text += path + '\0';
+  const Fd area = OpenOrMakeArea(ownFd, kFrozen, target);
+  if (!area) return errno;
+  const Fd file(openat(area.Get(), kNewFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+  if (!file) return errno;
+  if (const int error = WriteAll(file.Get(), text)) return error;
+  if (renameat(area.Get(), kNewFile, area.Get(), kFile) != 0) return errno;
+  const Fd parent = OpenDir(ownFd, kFrozen);
+  return parent && fsync(area.Get()) == 0 && fsync(parent.Get()) == 0 && fsync(ownFd) == 0 ? 0
+                                                                                           : errno;
+}
+
+int FindUsersFlags(int ownFd, const Target& target, int dirFd, bool& found,
+                   std::set<std::string>& paths) {
+  found = false;
+  const Fd area = OpenArea(ownFd, kFrozen, target);
+  const Fd file = area ? OpenEntry(area.Get(), kFile, O_RDONLY) : Fd();
+  if (!file) return errno == ENOENT ? 0 : errno;
+  std::string text;
+  if (const int error = ReadAll(file.Get(), text)) return error;
+  std::string_view rest = text;
+  const auto next = [&rest] {
+    const std::string_view part = rest.substr(0, rest.find('\0'));
+    rest.remove_prefix(std::min(part.size() + 1, rest.size()));
+    return std::string(part);
+  };
+  found = next() == Header(dirFd);
+  while (found && !rest.empty()) paths.insert(next());
+  return 0;
+}
+
+int DropUsersFlags(int ownFd, const Target& target) {
+  const Fd area = OpenArea(ownFd, kFrozen, target);
+  if (!area) return errno == ENOENT ? 0 : errno;
+  if (unlinkat(area.Get(), kFile, 0) != 0) return errno == ENOENT ? 0 : errno;
+  return fsync(area.Get()) == 0 ? 0 : errno;
+}
+
+}  // namespace VrelDR::Local

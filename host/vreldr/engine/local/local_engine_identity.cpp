@@ -1,0 +1,178 @@
+// Which volume this is.
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include "../../kill_point.h"
+#include "area.h"
+#include "directory.h"
+#include "local_engine.h"
+
+namespace VrelDR {
+
+using namespace Local;  // the parts of this engine
+
+namespace {
+
+using VrelHost::kIdentityFile;
+
+// An identity that is being written.
+constexpr const char* kNewIdentity = "volume.json.new";
+
+// Whether nothing is in our own directory but what an interrupted marking, or targets that are
+// gone, leave there. 0 or an errno.
+int LookIntoOwn(int ownFd, bool& empty) {
+  std::vector<std::string> names;
+  int error = ListDir(ownFd, names);
+  for (const std::string& each : names) {
+    if (error != 0 || !empty) break;
+    if (each == kNewIdentity) continue;
+    std::vector<std::string> below;
+    const bool isArea = each == kSnapshots || each == kTmp || each == kIncoming;
+    const Fd area = isArea ? OpenDir(ownFd, each) : Fd();
+    if (area) error = ListDir(area.Get(), below);
+    empty = area && below.empty();
+  }
+  return error;
+}
+
+int LookIntoVolume(int volumeFd, int ownFd, bool& empty) {
+  std::vector<std::string> names;
+  const int error = ListDir(volumeFd, names);
+  empty = error == 0 && std::all_of(names.begin(), names.end(), [](const std::string& each) {
+            return each == kOwnDir || each == "lost+found";
+          });
+  return error == 0 && empty && ownFd != -1 ? LookIntoOwn(ownFd, empty) : error;
+}
+
+int WriteFile(int dirFd, const std::string& name, const std::string& text) {
+  const Fd file(openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+  if (!file) return errno;
+  const ssize_t written = write(file.Get(), text.data(), text.size());
+  if (written != static_cast<ssize_t>(text.size())) return written == -1 ? errno : ENOSPC;
+  return fsync(file.Get()) == 0 ? 0 : errno;
+}
+
+// Puts the identity in its place. EEXIST when there is one and it is not to be made anew.
+int PlaceIdentity(int ownFd, const VolumeIdentity& identity, bool anew) {
+  unlinkat(ownFd, kNewIdentity, 0);  // of a call that was interrupted
+  int error = WriteFile(ownFd, kNewIdentity, ToText(identity));
+  KillPoint(kVolumeWritten);
+  if (error == 0) {
+    const int result = anew ? renameat(ownFd, kNewIdentity, ownFd, kIdentityFile)
+                            : linkat(ownFd, kNewIdentity, ownFd, kIdentityFile, 0);
+    if (result != 0) error = errno;
+  }
+  KillPoint(kVolumePlaced);
+  unlinkat(ownFd, kNewIdentity, 0);
+  return error;
+}
+
+int LockDir(int dirFd) {
+  while (flock(dirFd, LOCK_EX) != 0) {
+    if (errno != EINTR) return errno;
+  }
+  return 0;
+}
+
+}  // namespace
+
+Status LocalEngine::Look(VolumeSight& sight) const {
+  sight = {};
+  Fd volume;
+  Status status = OpenAny(volume);
+  if (!status.IsOk()) return status;
+  int error = VrelHost::IdentifyFileSystem(volume.Get(), sight.file_system);
+  const Fd own = error == 0 ? OpenDir(volume.Get(), kOwnDir) : Fd();
+  if (error == 0 && !own && errno != ENOENT) error = errno;
+  if (own) {
+    sight.has_own = true;
+    VolumeIdentity identity;
+    const int found = VrelHost::ReadIdentity(own.Get(), identity);
+    sight.has_identity = found != ENOENT;
+    if (found == 0) sight.identity = std::move(identity);
+    if (found != 0 && found != ENOENT && found != EBADMSG) error = found;
+  }
+  if (error == 0) error = LookIntoVolume(volume.Get(), own.Get(), sight.is_empty);
+  return error == 0 ? Status() : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::Mark(const VolumeIdentity& identity, bool anew) const {
+  Fd volume;
+  Status status = OpenAny(volume);
+  if (!status.IsOk()) return status;
+  const std::string path = path_ + "/" + kOwnDir;
+  const Fd own = OpenOrMakeDir(volume.Get(), kOwnDir);
+  if (!own) return StatusOfErrno(errno, path);
+  KillPoint(kVolumeOwnMade);
+  int error = LockDir(own.Get());
+  if (error == 0) error = PlaceIdentity(own.Get(), identity, anew);
+  const bool placed = error == 0;
+  if (error == EEXIST) {
+    VolumeIdentity found;
+    error = VrelHost::ReadIdentity(own.Get(), found);
+    if (error == EBADMSG || (error == 0 && ToText(found) != ToText(identity))) {
+      return {kErrExists, Quoted(path + "/" + kIdentityFile) + " is there already"};
+    }
+  }
+  // Also of a file that was there: whoever placed it may not have come to this.
+  if (error == 0 && (fsync(own.Get()) != 0 || fsync(volume.Get()) != 0)) {
+    error = errno;
+    // The failure is told only once: nobody may take the file for one that is on disk.
+    if (placed && !anew) unlinkat(own.Get(), kIdentityFile, 0);
+  }
+  if (error != 0) return StatusOfErrno(error, path);
+  KillPoint(kVolumeMarked);
+  return {};
+}
+
+void LocalEngine::Expect(const VolumeIdentity& identity) {
+  expected_ = identity;
+  expected_text_ = ToText(identity);
+}
+
+Status LocalEngine::CheckIdentity(int volumeFd) const {
+  const VolumeIdentity& expected = *expected_;
+  const Fd own = OpenDir(volumeFd, kOwnDir);
+  std::string text;
+  VolumeIdentity found;
+  std::string fileSystem;
+  int error = own ? VrelHost::ReadIdentity(own.Get(), text) : errno;
+  if (error == 0) error = VrelHost::IdentifyFileSystem(volumeFd, fileSystem);
+  if (error == 0 && text == expected_text_ && fileSystem == expected.file_system) return {};
+  if (error == 0) {
+    std::optional<VolumeIdentity> read = VrelHost::IdentityOf(text);
+    error = read ? 0 : EBADMSG;
+    if (read) found = std::move(*read);
+  }
+  std::string wrong;
+  if (error == ENOENT) {
+    wrong = "has no identity of a volume";
+  } else if (error == EBADMSG) {
+    wrong = "has a damaged identity of a volume";
+  } else if (error != 0) {
+    return StatusOfErrno(error, path_ + "/" + kOwnDir + "/" + kIdentityFile);
+  } else if (found.node != expected.node) {
+    wrong = "is a volume of another node, " + Quoted(found.node);
+  } else if (found.name != expected.name) {
+    wrong = "is volume " + Quoted(found.name);
+  } else if (found.id != expected.id) {
+    wrong = "is another volume of that name, with the identity " + Quoted(found.id);
+  } else if (fileSystem != expected.file_system) {
+    wrong = "is on another file system, " + Quoted(fileSystem) + " instead of " +
+            Quoted(expected.file_system);
+  } else {
+    return {};
+  }
+  return {kErrVolumeMissing,
+          Quoted(path_) + " " + wrong + ", so volume " + Quoted(expected.name) +
+              " is not there; mount it, or, where its data has moved here for good, run "
+              "\"drgroupctl volume init " +
+              expected.name + " --adopt\""};
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,130 @@
+#include "place.h"
+
+#include <fcntl.h>
+#include <linux/mount.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "directory.h"
+#include "subvolume.h"
+
+namespace VrelDR::Local {
+
+namespace {
+
+// The list of mounts writes spaces and the like as "\040".
+std::string Unescape(const std::string& text) {
+  std::string plain;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto digit = [&](std::size_t i) { return static_cast<unsigned>(text[at + i] - '0'); };
+    if (text[at] == '\\' && at + 3 < text.size() && digit(1) < 4 && digit(2) < 8 && digit(3) < 8) {
+      plain += static_cast<char>(digit(1) * 64 + digit(2) * 8 + digit(3));
+      at += 3;
+    } else {
+      plain += text[at];
+    }
+  }
+  return plain;
+}
+
+// Where a directory is, in the words of the list of mounts. Empty with errno set on a failure.
+std::string WhereIs(int dirFd) {
+  std::string path(PATH_MAX, '\0');
+  const ssize_t length = readlink(PathOfFd(dirFd).c_str(), path.data(), path.size());
+  path.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
+  return path;
+}
+
+std::string Joined(const std::string& path, const std::string& name) {
+  return path + "/" + name;
+}
+
+}  // namespace
+
+int FindMounts(int dirFd, const std::string& name, std::vector<std::string>& paths) {
+  std::string dir = WhereIs(dirFd);
+  if (dir.empty()) return errno;
+  if (dir.back() != '/') dir += '/';
+  const std::string below = dir + (name.empty() ? "" : name + "/");
+  std::ifstream list("/proc/self/mountinfo");
+  std::set<std::string> found;
+  for (std::string line; std::getline(list, line);) {
+    std::istringstream fields(line);
+    std::string skipped, place;
+    fields >> skipped >> skipped >> skipped >> skipped >> place;
+    place = Unescape(place);
+    if ((place + "/").compare(0, below.size(), below) != 0 || place.size() < dir.size()) continue;
+    // The list has places, too, over which something else is mounted by now.
+    if (!OpenEntry(dirFd, place.substr(dir.size()), O_PATH) && errno == EXDEV) found.insert(place);
+  }
+  if (!list.eof()) return EIO;
+  paths.insert(paths.end(), found.begin(), found.end());
+  return 0;
+}
+
+int FindMountsBelow(int dirFd, std::vector<std::string>& paths) {
+  return FindMounts(dirFd, {}, paths);
+}
+
+int FindNested(int dirFd, const std::string& path, std::vector<std::string>& paths) {
+  if (!IsBtrfs(dirFd)) return 0;
+  if (IsSubvolume(dirFd)) {
+    std::vector<std::string> names;
+    const int error = ListNested(dirFd, names);
+    for (const std::string& name : names) paths.push_back(Joined(path, name));
+    return error;
+  }
+  std::vector<std::string> names;
+  if (const int error = ListDir(dirFd, names)) return error;
+  for (const std::string& name : names) {
+    const Fd dir = OpenDir(dirFd, name);
+    if (!dir) {
+      if (errno == ENOTDIR || errno == ELOOP || errno == EXDEV || errno == ENOENT) continue;
+      return errno;
+    }
+    const std::string below = Joined(path, name);
+    if (IsSubvolume(dir.Get())) paths.push_back(below);
+    if (const int error = FindNested(dir.Get(), below, paths)) return error;
+  }
+  return 0;
+}
+
+std::string Listed(const std::vector<std::string>& paths) {
+  std::string text;
+  for (const std::string& each : paths) text += (text.empty() ? "" : ", ") + Quoted(each);
+  return text;
+}
+
+Status MountedOn(const std::vector<std::string>& paths) {
+  if (paths.empty()) return {};
+  return {kErrUnsupported, "something is mounted on " + Listed(paths) +
+                               ", and what is mounted there is not the target's; unmount it and "
+                               "run it again"};
+}
+
+Status CheckNoMountsBelow(int dirFd) {
+  std::vector<std::string> mounts;
+  const int error = FindMountsBelow(dirFd, mounts);
+  return error == 0 ? MountedOn(mounts) : StatusOfErrno(error, {});
+}
+
+Status NestedIn(const std::vector<std::string>& paths) {
+  if (paths.empty()) return {};
+  return {kErrUnsupported,
+          "it has nested subvolumes, which no snapshot has and a restore would lose: " +
+              Listed(paths) + "; move them out of it, or make folders of them, and run it again"};
+}
+
+Fd OpenWithoutMounts(int dirFd) {
+  const Fd bare(static_cast<int>(
+      syscall(SYS_open_tree, dirFd, "", AT_EMPTY_PATH | OPEN_TREE_CLONE | OPEN_TREE_CLOEXEC)));
+  return bare ? OpenDir(bare.Get(), ".") : Fd();
+}
+
+}  // namespace VrelDR::Local

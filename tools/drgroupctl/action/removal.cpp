@@ -1,0 +1,234 @@
+#include "action/removal.h"
+
+#include <vreldr/target_operation.h>
+
+#include <algorithm>
+#include <map>
+#include <utility>
+
+#include "catalogue.h"
+#include "catalogue_view.h"
+#include "failure.h"
+#include "group_link.h"
+#include "group_store.h"
+#include "host.h"
+#include "known_snapshots.h"
+#include "text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using VrelDR::Operation::Snapshot;
+
+// What the catalogues of all groups record.
+struct Records {
+  // By target and target snapshot: the group snapshots, with which of them are locked.
+  std::map<std::pair<std::string, std::string>, std::vector<std::string>> claims;
+  std::vector<std::string> problems;  // of the catalogues that cannot be read
+};
+
+void ReadCatalogue(const std::string& groupId, Records& records) {
+  RequireCatalogue(groupId, Access::kRead);
+  std::map<std::string, bool> locked;
+  for (const auto& each : ListGsnaps(groupId, false)) locked[each.gsnap_id] = each.is_user_locked;
+  for (const auto& each : RecordedSnapshots(groupId)) {
+    records.claims[{each.target.GetId(), each.tsnap_id}].push_back(
+        " is recorded in group snapshot " + Quote(each.gsnap_id) +
+        (locked[each.gsnap_id] ? ", which is locked" : ""));
+  }
+}
+
+Records ReadCatalogues() {
+  Records records;
+  for (const std::string& groupId : ListGroupIds()) {
+    try {
+      ReadCatalogue(groupId, records);
+    } catch (const Failure& failure) {
+      records.problems.push_back("which snapshots group " + Quote(groupId) +
+                                 " records cannot be told: " + failure.message);
+    }
+  }
+  for (const Failure& each : FindUnlinked()) records.problems.push_back(each.message);
+  return records;
+}
+
+std::vector<std::string> ClaimsOn(const std::string& target, const std::vector<Snapshot>& snapshots,
+                                  const Records& records) {
+  std::vector<std::string> claims;
+  for (const Snapshot& each : snapshots) {
+    const std::string named = "snapshot " + Quote(each.snap_id) + " of target " + Quote(target);
+    if (each.meta.is_locked) claims.push_back(named + " is locked");
+    const auto found = records.claims.find({target, each.snap_id});
+    if (found == records.claims.end()) continue;
+    for (const std::string& text : found->second) claims.push_back(std::string(named).append(text));
+  }
+  if (!snapshots.empty()) {
+    claims.insert(claims.end(), records.problems.begin(), records.problems.end());
+  }
+  return claims;
+}
+
+std::string Place(const std::string& target, const std::string& volume, const std::string& side) {
+  return "target " + Quote(target) + (volume.empty() ? "" : " on volume " + Quote(volume)) + " (" +
+         side + ")";
+}
+
+std::string SideOf(bool isDrSide) {
+  return isDrSide ? "the DR side" : "the main side";
+}
+
+// The first of them.
+std::string ClaimsText(const std::vector<std::string>& claims) {
+  constexpr std::size_t kMost = 5;
+  const std::vector<std::string> told(
+      claims.begin(), claims.begin() + static_cast<long>(std::min(kMost, claims.size())));
+  std::string text = Join(told, "; ");
+  if (claims.size() > kMost) text += "; and " + Count(claims.size() - kMost, "other claim");
+  return text;
+}
+
+Json::Value ToJson(const std::vector<std::string>& texts) {
+  Json::Value list(Json::arrayValue);
+  for (const std::string& each : texts) list.append(each);
+  return list;
+}
+
+}  // namespace
+
+std::string RemainsText(const VrelDR::TargetRemains& remains) {
+  const std::string id = remains.target.GetId();
+  return "target " + Quote(id) + " on volume " + Quote(remains.volume) +
+         " is being removed and not whole any more; unless that runs now, \"drgroupctl target "
+         "remove " +
+         Printable(id) + "\" finishes it";
+}
+
+std::vector<VrelDR::TargetRemains> RemainsOf(const std::string& target,
+                                             const std::vector<VrelDR::TargetRemains>& all) {
+  std::vector<VrelDR::TargetRemains> found;
+  std::copy_if(all.begin(), all.end(), std::back_inserter(found), [&](const auto& each) {
+    return each.target.GetId() == target || each.other_target_id == target;
+  });
+  return found;
+}
+
+Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
+                 const std::vector<std::string>& targets) {
+  const std::vector<VrelDR::TargetRemains> all = ListRemains();
+  for (const std::string& target : targets) {
+    for (VrelDR::TargetRemains& each : RemainsOf(target, all)) remains_.push_back(std::move(each));
+  }
+  if (plans.empty()) return;
+  const Records records = ReadCatalogues();
+  for (const VrelDR::DRPlan& plan : plans) {
+    Copy copy;
+    copy.plan_id = plan.GetPlanId();
+    copy.target_id = plan.GetReplicaTargetId();
+    copy.side = SideOf(copy.target_id == plan.GetDRTargetId());
+    VrelDR::TargetEntry entry;
+    if (FindTarget(copy.target_id, entry)) copy.volume = entry.volume;
+    const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), copy.target_id);
+    const std::vector<Snapshot> snapshots = operation.ListSnapshots();
+    if (operation.GetErrCode() == 0) copy.snapshots = snapshots.size();
+    copy.claims = ClaimsOn(copy.target_id, snapshots, records);
+    copies_.push_back(std::move(copy));
+  }
+}
+
+std::vector<std::string> Removal::Claims() const {
+  std::vector<std::string> claims;
+  for (const Copy& each : copies_) {
+    claims.insert(claims.end(), each.claims.begin(), each.claims.end());
+  }
+  // Of a catalogue that cannot be read every copy tells.
+  std::sort(claims.begin(), claims.end());
+  claims.erase(std::unique(claims.begin(), claims.end()), claims.end());
+  return claims;
+}
+
+std::string Removal::Text() const {
+  const std::vector<std::string> claims = Claims();
+  return Places() + (claims.empty() ? "" : " (" + ClaimsText(claims) + ")");
+}
+
+std::string Removal::Places() const {
+  std::vector<std::string> texts;
+  for (const Copy& each : copies_) {
+    texts.push_back(
+        Place(each.target_id, each.volume, each.side) + " with " +
+        (each.snapshots ? Count(*each.snapshots, "snapshot")
+                        : "its snapshots, of which it cannot be told how many there are") +
+        (each.claims.empty() ? "" : " and " + Count(each.claims.size(), "claim") + " on them"));
+  }
+  for (const VrelDR::TargetRemains& each : remains_) {
+    texts.push_back("what is left of " +
+                    Place(each.target.GetId(), each.volume, SideOf(each.is_dr_side)));
+  }
+  return Join(texts, ", ");
+}
+
+void Removal::RequireUnclaimed(const std::string& title, const Arguments& args) const {
+  const std::vector<std::string> claims = Claims();
+  if (claims.empty() || args.Has("--force")) return;
+  Failure failure(ExitCode::kRefused,
+                  title + " is refused, nothing was done: it would remove " + Places() + ": " +
+                      ClaimsText(claims) +
+                      ": keep the data, delete those group snapshots first, or add --force to "
+                      "lose them");
+  failure.details["removed"] = Rows();
+  failure.details["claims"] = ToJson(claims);
+  AddTo(failure.report);
+  throw failure;
+}
+
+void Removal::Finish() const {
+  const VrelDR::TargetManager manager;
+  for (const VrelDR::TargetRemains& each : remains_) {
+    if (manager.Remove(each.target.GetId(), true)) continue;
+    if (manager.GetErrCode() != VrelDR::kErrTargetMissing) ThrowHostError(manager);
+  }
+}
+
+Json::Value Removal::Rows() const {
+  Json::Value rows(Json::arrayValue);
+  for (const Copy& each : copies_) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = each.target_id;
+    row["volume"] = each.volume;
+    row["side"] = each.side;
+    row["plan_id"] = each.plan_id;
+    row["snapshot_count"] =
+        each.snapshots ? Json::Value(Json::UInt64(*each.snapshots)) : Json::Value();
+    row["claims"] = ToJson(each.claims);
+    row["claim_count"] = Json::UInt64(each.claims.size());
+    row["is_begun"] = false;
+    rows.append(row);
+  }
+  for (const VrelDR::TargetRemains& each : remains_) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = each.target.GetId();
+    row["volume"] = each.volume;
+    row["side"] = SideOf(each.is_dr_side);
+    row["plan_id"] = each.plan_id;
+    row["snapshot_count"] = Json::Value();
+    row["claims"] = Json::Value(Json::arrayValue);
+    row["claim_count"] = 0U;
+    row["is_begun"] = true;
+    rows.append(row);
+  }
+  return rows;
+}
+
+void Removal::AddTo(Report& report) const {
+  report.AddTable({"removed", "Removed"},
+                  {{"target_id", "GOES"},
+                   {"volume", "VOLUME"},
+                   {"side", "SIDE"},
+                   {"snapshot_count", "SNAPSHOTS"},
+                   {"claim_count", "LOCKED OR RECORDED"},
+                   {"is_begun", "BEGUN BEFORE"}},
+                  Rows());
+}
+
+}  // namespace drgroupctl
