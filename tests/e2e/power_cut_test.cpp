@@ -153,6 +153,28 @@ TEST_P(PowerCutTest, ADeletionThatWasCutIsFinishedByTheSameCommand) {
   }
 }
 
+// What the second run finds done, and says so, is done for good, though it was the first one that
+// did it and was killed before it could bring it to disk.
+TEST_P(PowerCutTest, WhatASecondRunFindsDoneIsOnDisk) {
+  RunWell({"group", "create", "g", "--target", "a"});
+  ExpectKilledAt("rename.linked", {"group", "rename", "g", "shop"});
+  RunBadly(kNotFound, {"group", "rename", "g", "shop"}, {"\"g\""});
+  Cut();
+  EXPECT_EQ(Groups(), std::set<std::string>{"shop"});
+  RunWell({"group", "show", "shop"});
+
+  ExpectKilledAt("delete.unlinked", {"group", "delete", "shop", "--yes"});
+  RunBadly(kNotFound, {"group", "delete", "shop", "--yes"}, {"\"shop\""});
+  Cut();
+  EXPECT_TRUE(Groups().empty());
+
+  ExpectKilledAt("create.linked", {"group", "create", "g", "--target", "a"});
+  RunBadly(kRefused, {"group", "create", "g", "--target", "a"}, {"\"g\"", "exists already"});
+  Cut();
+  EXPECT_EQ(Groups(), std::set<std::string>{"g"});
+  RunWell({"group", "show", "g"});
+}
+
 INSTANTIATE_TEST_SUITE_P(FileSystems, PowerCutTest, testing::Values("ext4", "xfs", "btrfs"),
                          PowerCutTest::NameOf);
 

@@ -46,7 +46,7 @@ void Tell(const Moment& moment, const Sight& seen, const std::string& said, cons
 }  // namespace
 
 unsigned AskedSeed() {
-  static const auto seed = static_cast<unsigned>(Asked("TORTURE_SEED", std::random_device()()));
+  static const auto seed = static_cast<unsigned>(Asked("TORTURE_SEED", 1));
   return seed;
 }
 

@@ -110,6 +110,9 @@ void CreateGroup(const Group& group) {
     WriteDefinition(group);
   }
   KillPoint(kCreateDefined);
+  // Before the link, which makes it a group and is brought to disk as it is made.
+  BringToDisk(group.directory);
+  BringToDisk(linkDir);
   const bool isNew = !VrelDRGroup::DRGroupDB::Get(group.directory).IsExisted();
   undo.Add([&group, isNew] {
     unlink(LinkPath(group.id).c_str());
@@ -132,8 +135,6 @@ void CreateGroup(const Group& group) {
                                         : said));
   }
   KillPoint(kCreateLinked);
-  BringToDisk(group.directory);
-  BringToDisk(linkDir);
   undo.Dismiss();
 }
 

@@ -65,6 +65,19 @@ std::string Interpret(const Json::Value& root, Group& group) {
   return {};
 }
 
+// Brings the directories to disk in which a group's name is found. What an interrupted run has made
+// or removed there is about to be told as a fact and built upon: a power cut must not take it back.
+void BringNameToDisk(const std::string& groupId) {
+  for (const std::string& dir : {LinkDirectory(groupId), LinkRoot()}) {
+    const int error = SyncDirectory(dir);
+    // Nothing can be missing from a file system without writes.
+    if (error == 0 || error == ENOENT || error == EROFS || error == EINVAL) continue;
+    throw Failure(ExitCode::kStorage, "cannot bring the directory " + Quote(dir) + " to disk: " +
+                                          std::generic_category().message(error) +
+                                          "; see to its file system and run it again");
+  }
+}
+
 }  // namespace
 
 std::string LinkPath(const std::string& groupId) {
@@ -225,7 +238,10 @@ std::vector<std::string> GroupsOfTarget(const std::string& targetId) {
 GroupLock::GroupLock(const std::string& groupId) {
   const std::string dir = LinkDirectory(groupId);
   fd_ = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd_ == -1 && errno == ENOENT) throw NoSuchGroup(groupId);
+  if (fd_ == -1 && errno == ENOENT) {
+    BringNameToDisk(groupId);
+    throw NoSuchGroup(groupId);
+  }
   const bool locked = fd_ != -1 && flock(fd_, LOCK_EX | LOCK_NB) == 0;
   if (!locked && errno != EWOULDBLOCK) {
     const int error = errno;
@@ -238,6 +254,12 @@ GroupLock::GroupLock(const std::string& groupId) {
   struct stat named = {};
   if (locked && fstat(fd_, &mine) == 0 && stat(dir.c_str(), &named) == 0 &&
       mine.st_ino == named.st_ino && mine.st_dev == named.st_dev) {
+    try {
+      BringNameToDisk(groupId);
+    } catch (const Failure&) {
+      close(fd_);
+      throw;
+    }
     return;
   }
   close(fd_);

@@ -58,7 +58,8 @@ void WriteDefinition(const Group& group);
 std::vector<std::string> GroupsOfTarget(const std::string& targetId);
 
 // One process at a time changes a group: holds the lock on the group's link directory, which has to
-// exist. Throws when another process has it, or when the group is gone.
+// exist. Throws when another process has it, or when the group is gone. Either way the group's name,
+// or that it is gone, is on disk then, whoever was interrupted before.
 class GroupLock {
  public:
   explicit GroupLock(const std::string& groupId);
