@@ -19,10 +19,15 @@ const std::string* Find(const Facts& facts, const std::string& key) {
   return found == facts.end() ? nullptr : &found->second;
 }
 
+// Whether a group snapshot is said to be ready while a part of it is not there.
+bool IsPartMissing(const std::string& value) {
+  return StartsWith(value, "ready") && value.find("=not there") != std::string::npos;
+}
+
 // Whether a group snapshot is said to be ready and is not.
 bool LooksWhole(const std::string& value) {
-  return StartsWith(value, "ready") && (value.find("=not there") != std::string::npos ||
-                                        value.find("=damaged") != std::string::npos);
+  return IsPartMissing(value) ||
+         (StartsWith(value, "ready") && value.find("=damaged") != std::string::npos);
 }
 
 class Judgement {
@@ -157,8 +162,10 @@ std::vector<std::string> JudgeAgain(const Moment& moment, const Sight& seen, con
   const std::string missing = moment.step.reached(start, again);
   if (!missing.empty()) faults.push_back(missing);
   for (const auto& [key, value] : again.facts) {
+    // A snapshot of what was written without a sync, taken after the cut, is whole and holds what the
+    // cut has left of that.
     const bool isDamaged = value.find("damaged ") != std::string::npos && moment.unsynced.empty();
-    if (IsProblem(value) || isDamaged || (StartsWith(key, "gsnap ") && LooksWhole(value))) {
+    if (IsProblem(value) || isDamaged || (StartsWith(key, "gsnap ") && IsPartMissing(value))) {
       faults.push_back(key + " is \"" + value + "\"");
     }
   }
