@@ -14,8 +14,8 @@
 
 #include "action/group_action.h"
 #include "bench_main.h"
-#include "console.h"
 #include "measure.h"
+#include "output/console.h"
 
 namespace {
 

@@ -6,10 +6,10 @@
 
 #include "action/group_action.h"
 #include "benchmarks.h"
-#include "group_store.h"
+#include "groups/group_store.h"
 #include "loop_volume.h"
 #include "measure.h"
-#include "verb_functions.h"
+#include "verbs/verbs.h"
 
 namespace bench {
 
@@ -61,10 +61,10 @@ class Groups {
     drgroupctl::Arguments protect = Args(size);
     protect.Set("--volume", {"b"});
     protect.Set("--json", {});  // no progress
-    drgroupctl::Protect(protect);
+    drgroupctl::Protect().run(protect);
     drgroupctl::Arguments sync = Args(size);
     sync.Set("--json", {});
-    drgroupctl::Sync(sync);
+    drgroupctl::Sync().run(sync);
   }
 
   static drgroupctl::Arguments Args(int size) {
@@ -130,7 +130,7 @@ void RegisterPlans(const std::filesystem::path& dir) {
       return !drgroupctl::RefusalOf(prepared.title, drgroupctl::CheckTargets(prepared));
     });
     Register(place, "status", size,
-             [size] { return !drgroupctl::Status(Groups::Args(size)).Parts().empty(); });
+             [size] { return !drgroupctl::Status().run(Groups::Args(size)).Parts().empty(); });
   }
 }
 

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "vreldr/fd.h"
+#include "base/fd.h"
 #include "vreldrcore/file.h"
 
 namespace VrelHost {

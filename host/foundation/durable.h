@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vreldr/status.h"
+#include "base/status.h"
 
 // Changes of directories that are on disk when the call returns. Every failure is kErrStore.
 namespace VrelHost {

@@ -2,8 +2,8 @@
 
 #include <string>
 
+#include "base/status.h"
 #include "config/config.h"
-#include "vreldr/status.h"
 
 // A host is its state directory with the node's identity ("node_id") and the records
 // ("replica.db") in it, all made together, once. One of them beside traces of another is not a new

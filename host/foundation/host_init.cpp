@@ -5,10 +5,10 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "base/kill_point.h"
 #include "foundation/durable.h"
 #include "foundation/records.h"
 #include "foundation/volume_identity.h"
-#include "vreldr/kill_point.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelHost {

@@ -7,9 +7,9 @@
 #include <cerrno>
 #include <string>
 
+#include "base/kill_point.h"
 #include "foundation/durable.h"
 #include "foundation/schema.h"
-#include "vreldr/kill_point.h"
 #include "vreldrcore/json.h"
 
 namespace VrelHost {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vreldr/status.h"
+#include "base/status.h"
 #include "vreldrcore/sqlite_db.h"
 
 // The file of the host's records as a file: making it and bringing it up to date. What is in it is

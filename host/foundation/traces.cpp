@@ -6,10 +6,10 @@
 
 #include <cerrno>
 
+#include "base/kill_point.h"
 #include "foundation/durable.h"
 #include "foundation/records.h"
 #include "foundation/volume_identity.h"
-#include "vreldr/kill_point.h"
 
 namespace VrelHost {
 

@@ -3,9 +3,9 @@
 #include <string>
 #include <vector>
 
+#include "base/fd.h"
+#include "base/status.h"
 #include "config/config.h"
-#include "vreldr/fd.h"
-#include "vreldr/status.h"
 
 // What there is of a host, for those who find one and those who make one.
 namespace VrelHost {

@@ -14,9 +14,9 @@
 #include <cstring>
 #include <memory>
 
+#include "base/fd.h"
+#include "base/status.h"
 #include "config/quoted.h"
-#include "vreldr/fd.h"
-#include "vreldr/status.h"
 #include "vreldrcore/json.h"
 
 namespace VrelHost {

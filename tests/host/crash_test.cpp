@@ -4,8 +4,8 @@
 #include <csignal>
 #include <filesystem>
 
+#include "base/kill_point.h"
 #include "host_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 
 // The process is killed between the steps of each call. Whatever the step, nothing half made is

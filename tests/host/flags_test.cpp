@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <map>
 
+#include "base/kill_point.h"
 #include "engine_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 
 // The flags that a user has given files and folders with chattr.

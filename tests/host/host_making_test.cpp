@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <iostream>
 
+#include "base/kill_point.h"
 #include "host_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 #include "vreldr/host_state.h"
 #include "vreldr/volume.h"

@@ -6,8 +6,8 @@
 #include <set>
 #include <string>
 
+#include "base/fd.h"
 #include "engine_fixture.h"
-#include "fd.h"
 
 // Paths that the system has no call for, as they are longer than it takes, made step by step.
 

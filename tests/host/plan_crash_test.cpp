@@ -4,7 +4,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "kill_point.h"
+#include "base/kill_point.h"
 #include "plan_fixture.h"
 #include "tree.h"
 

@@ -5,8 +5,8 @@
 #include <fstream>
 #include <set>
 
+#include "base/kill_point.h"
 #include "engine_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 
 // The power goes between the steps of a shipment: what is then on the replica's disk is what

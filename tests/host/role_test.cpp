@@ -6,8 +6,8 @@
 #include <csignal>
 #include <filesystem>
 
+#include "base/kill_point.h"
 #include "engine_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 
 // Targets that are not to be written, and those that are again.

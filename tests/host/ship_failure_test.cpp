@@ -7,10 +7,10 @@
 #include <filesystem>
 #include <set>
 
+#include "base/fail_point.h"
+#include "base/kill_point.h"
 #include "children.h"
 #include "engine_fixture.h"
-#include "fail_point.h"
-#include "kill_point.h"
 #include "tree.h"
 
 // Shipments that are killed at every step, fail, or find their volume full or gone.

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <sstream>
 
+#include "base/kill_point.h"
 #include "host_fixture.h"
-#include "kill_point.h"
 #include "tree.h"
 #include "vreldr/volume.h"
 #include "vreldrnode/dr_node.h"

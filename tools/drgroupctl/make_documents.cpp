@@ -2,8 +2,8 @@
 #include <cstring>
 #include <string>
 
-#include "completion.h"
-#include "manual_page.h"
+#include "command/completion.h"
+#include "command/manual_page.h"
 
 // Run by the build: writes what is made from the table of verbs to standard output.
 int main(int argc, char** argv) {

@@ -4,9 +4,9 @@
 #include <memory>
 #include <new>
 
-#include "command_line.h"
-#include "console.h"
-#include "formatter.h"
+#include "command/command_line.h"
+#include "output/console.h"
+#include "output/formatter.h"
 
 namespace drgroupctl {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "../status.h"
+#include "base/status.h"
 #include "config/config.h"
 #include "foundation/volume_identity.h"
 #include "vreldr/place_use.h"

@@ -1,7 +1,7 @@
 #include <array>
 
-#include "engine.h"
-#include "local/local_engine.h"
+#include "engine/engine.h"
+#include "engine/local/local_engine.h"
 
 namespace VrelDR {
 

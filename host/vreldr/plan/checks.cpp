@@ -1,8 +1,8 @@
-#include "checks.h"
+#include "plan/checks.h"
 
 #include <algorithm>
 
-#include "plan_text.h"
+#include "plan/plan_text.h"
 
 namespace VrelDR::Check {
 

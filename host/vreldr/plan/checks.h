@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "host_plan.h"
+#include "plan/host_plan.h"
 
 // What operations on plans need, each rule once: an operation asks before it begins, and its
 // checker asks the same. Nothing here changes anything.

@@ -1,6 +1,6 @@
-#include "../boundary.h"
-#include "../target_creation.h"
-#include "checks.h"
+#include "base/boundary.h"
+#include "plan/checks.h"
+#include "target/target_creation.h"
 #include "vreldr/operation.h"
 #include "vreldrcore/uuid.h"
 

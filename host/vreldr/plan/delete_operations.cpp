@@ -1,8 +1,8 @@
-#include "../boundary.h"
-#include "../kill_point.h"
-#include "../target_creation.h"
-#include "checks.h"
-#include "plan_work.h"
+#include "base/boundary.h"
+#include "base/kill_point.h"
+#include "plan/checks.h"
+#include "plan/plan_work.h"
+#include "target/target_creation.h"
 #include "vreldr/operation.h"
 
 namespace VrelDR::Operation {

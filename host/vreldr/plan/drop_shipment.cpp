@@ -1,7 +1,7 @@
-#include "../boundary.h"
-#include "../kill_point.h"
-#include "host_plan.h"
-#include "plan_text.h"
+#include "base/boundary.h"
+#include "base/kill_point.h"
+#include "plan/host_plan.h"
+#include "plan/plan_text.h"
 #include "vreldr/operation.h"
 
 namespace VrelDR {

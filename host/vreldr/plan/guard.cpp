@@ -1,6 +1,6 @@
-#include "guard.h"
+#include "plan/guard.h"
 
-#include "plan_text.h"
+#include "plan/plan_text.h"
 
 namespace VrelDR::Guard {
 

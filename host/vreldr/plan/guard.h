@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "../store/store.h"
+#include "store/store.h"
 
 // What plans forbid to do to targets by other ways than theirs: kErrLocked, with the plan or the
 // lock that is in the way. The caller has the target's lock, so that what was found stays true.

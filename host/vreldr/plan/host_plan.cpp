@@ -1,4 +1,4 @@
-#include "host_plan.h"
+#include "plan/host_plan.h"
 
 #include <unistd.h>
 
@@ -8,8 +8,8 @@
 #include <set>
 #include <thread>
 
-#include "../target_snapshot.h"
-#include "plan_text.h"
+#include "plan/plan_text.h"
+#include "target/target_snapshot.h"
 #include "vreldr/utils.h"
 
 namespace VrelDR {

@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "../host.h"
-#include "plan_lock.h"
+#include "plan/plan_lock.h"
+#include "target/host.h"
 #include "vreldr/arrived.h"
 
 namespace VrelDR {

@@ -1,4 +1,4 @@
-#include "plan_lock.h"
+#include "plan/plan_lock.h"
 
 #include <fcntl.h>
 #include <unistd.h>

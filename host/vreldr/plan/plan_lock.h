@@ -2,8 +2,8 @@
 
 #include <string>
 
-#include "../fd.h"
-#include "../status.h"
+#include "base/fd.h"
+#include "base/status.h"
 
 namespace VrelDR {
 

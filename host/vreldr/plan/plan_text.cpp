@@ -1,8 +1,8 @@
-#include "plan_text.h"
+#include "plan/plan_text.h"
 
 #include <ctime>
 
-#include "../status.h"
+#include "base/status.h"
 
 namespace VrelDR {
 

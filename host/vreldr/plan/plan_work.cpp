@@ -1,6 +1,6 @@
-#include "plan_work.h"
+#include "plan/plan_work.h"
 
-#include "plan_text.h"
+#include "plan/plan_text.h"
 
 namespace VrelDR {
 

@@ -3,7 +3,7 @@
 #include <functional>
 #include <string>
 
-#include "host_plan.h"
+#include "plan/host_plan.h"
 
 namespace VrelDR {
 

@@ -1,11 +1,11 @@
 // The operations that change which copy works.
-#include "../boundary.h"
-#include "../kill_point.h"
-#include "../target_snapshot.h"
-#include "checks.h"
-#include "plan_text.h"
-#include "plan_work.h"
-#include "sync.h"
+#include "base/boundary.h"
+#include "base/kill_point.h"
+#include "plan/checks.h"
+#include "plan/plan_text.h"
+#include "plan/plan_work.h"
+#include "plan/sync.h"
+#include "target/target_snapshot.h"
 #include "vreldr/operation.h"
 #include "vreldrcore/uuid.h"
 

@@ -1,11 +1,11 @@
-#include "sync.h"
+#include "plan/sync.h"
 
 #include <algorithm>
 #include <ctime>
 #include <set>
 
-#include "../kill_point.h"
-#include "../target_snapshot.h"
+#include "base/kill_point.h"
+#include "target/target_snapshot.h"
 
 namespace VrelDR {
 

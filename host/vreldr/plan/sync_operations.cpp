@@ -1,11 +1,11 @@
 #include <chrono>
 #include <thread>
 
-#include "../boundary.h"
-#include "checks.h"
-#include "plan_text.h"
-#include "plan_work.h"
-#include "sync.h"
+#include "base/boundary.h"
+#include "plan/checks.h"
+#include "plan/plan_text.h"
+#include "plan/plan_work.h"
+#include "plan/sync.h"
 #include "vreldr/operation.h"
 #include "vreldr/utils.h"
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "../status.h"
+#include "base/status.h"
 #include "vreldrcore/sqlite_db.h"
 
 namespace VrelDR {

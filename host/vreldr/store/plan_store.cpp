@@ -1,9 +1,9 @@
-#include "plan_store.h"
+#include "store/plan_store.h"
 
 #include <algorithm>
 #include <ctime>
 
-#include "rows.h"
+#include "store/rows.h"
 
 namespace VrelDR {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "database.h"
-#include "record_state.h"
+#include "store/database.h"
+#include "store/record_state.h"
 #include "vreldr/plan.h"
 #include "vreldr/report.h"
 #include "vreldr/snapshot.h"

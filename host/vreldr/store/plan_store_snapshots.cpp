@@ -1,7 +1,7 @@
 // What plans have to do with snapshots: retention locks, pending ones, the one in hand; and what
 // happens to plans together with targets.
-#include "plan_store.h"
-#include "rows.h"
+#include "store/plan_store.h"
+#include "store/rows.h"
 
 namespace VrelDR {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "database.h"
+#include "store/database.h"
 #include "vreldrcore/sqlite_command.h"
 
 // Short forms of reading and writing the rows of one table.

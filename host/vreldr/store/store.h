@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "../status.h"
-#include "database.h"
-#include "plan_store.h"
-#include "record_state.h"
+#include "base/status.h"
+#include "store/database.h"
+#include "store/plan_store.h"
+#include "store/record_state.h"
 #include "vreldr/snapshot.h"
 #include "vreldr/target.h"
 

@@ -1,6 +1,6 @@
 // The identities of the volumes.
-#include "rows.h"
-#include "store.h"
+#include "store/rows.h"
+#include "store/store.h"
 
 namespace VrelDR {
 

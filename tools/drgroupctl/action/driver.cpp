@@ -5,7 +5,7 @@
 #include <set>
 
 #include "action/plans.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

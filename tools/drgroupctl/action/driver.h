@@ -6,7 +6,7 @@
 
 #include "action/prepared.h"
 #include "action/progress.h"
-#include "report.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 

@@ -3,7 +3,7 @@
 #include <vreldr/report.h>
 
 #include "action/plans.h"
-#include "text.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

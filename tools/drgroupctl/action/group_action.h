@@ -6,8 +6,8 @@
 
 #include "action/driver.h"
 #include "action/precheck.h"
-#include "group_store.h"
-#include "verb.h"
+#include "command/verb.h"
+#include "groups/group_store.h"
 
 // What the verbs that run an action on a group have in common.
 namespace drgroupctl {

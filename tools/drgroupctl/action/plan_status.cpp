@@ -5,10 +5,10 @@
 
 #include <set>
 
-#include "action/arrived.h"
 #include "action/plans.h"
-#include "host.h"
-#include "text.h"
+#include "host/arrived.h"
+#include "host/host.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

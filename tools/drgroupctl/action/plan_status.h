@@ -5,7 +5,7 @@
 #include <map>
 #include <string>
 
-#include "report.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 

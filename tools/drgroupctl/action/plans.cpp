@@ -4,8 +4,8 @@
 #include <vreldrgroup/replication/replica_utils.h>
 
 #include "action/removal.h"
-#include "host.h"
-#include "text.h"
+#include "host/host.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "failure.h"
-#include "report.h"
+#include "output/failure.h"
+#include "output/report.h"
 
 // The plans of this host, with failures thrown.
 namespace drgroupctl {

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <functional>
 
-#include "text.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "action/prepared.h"
-#include "report.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 

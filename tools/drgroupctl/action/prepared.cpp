@@ -6,10 +6,10 @@
 
 #include "action/interrupted.h"
 #include "action/plans.h"
-#include "catalogue_view.h"
-#include "host.h"
-#include "identifier.h"
-#include "text.h"
+#include "command/identifier.h"
+#include "groups/catalogue_view.h"
+#include "host/host.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "action/task.h"
-#include "failure.h"
+#include "output/failure.h"
 
 namespace drgroupctl {
 

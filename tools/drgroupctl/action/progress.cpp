@@ -10,8 +10,8 @@
 #include <chrono>
 #include <csignal>
 
-#include "console.h"
-#include "text.h"
+#include "output/console.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "action/prepared.h"
-#include "verb.h"
+#include "command/verb.h"
 
 namespace drgroupctl {
 

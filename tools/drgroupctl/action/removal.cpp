@@ -6,14 +6,14 @@
 #include <map>
 #include <utility>
 
-#include "catalogue.h"
-#include "catalogue_view.h"
-#include "failure.h"
-#include "group_link.h"
-#include "group_store.h"
-#include "host.h"
-#include "known_snapshots.h"
-#include "text.h"
+#include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
+#include "groups/group_link.h"
+#include "groups/group_store.h"
+#include "groups/known_snapshots.h"
+#include "host/host.h"
+#include "output/failure.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

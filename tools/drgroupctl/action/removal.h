@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "report.h"
-#include "verb.h"
+#include "command/verb.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 

@@ -6,10 +6,10 @@
 #include <ctime>
 
 #include "action/plans.h"
-#include "console.h"
-#include "failure.h"
-#include "host.h"
-#include "text.h"
+#include "host/host.h"
+#include "output/console.h"
+#include "output/failure.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "action/arrived.h"
-#include "group_store.h"
-#include "report.h"
+#include "groups/group_store.h"
+#include "host/arrived.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 

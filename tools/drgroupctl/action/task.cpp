@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "action/plans.h"
-#include "failure.h"
-#include "text.h"
+#include "output/failure.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 

@@ -1,12 +1,12 @@
-#include "area.h"
+#include "engine/local/area.h"
 
 #include <unistd.h>
 
 #include <cerrno>
 #include <vector>
 
-#include "directory.h"
-#include "tree_remove.h"
+#include "engine/local/directory.h"
+#include "engine/local/tree_remove.h"
 
 namespace VrelDR::Local {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "../../fd.h"
+#include "base/fd.h"
 #include "foundation/volume_identity.h"
 #include "vreldr/target.h"
 

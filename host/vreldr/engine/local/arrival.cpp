@@ -1,4 +1,4 @@
-#include "arrival.h"
+#include "engine/local/arrival.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <vector>
 
-#include "../../fd.h"
-#include "area.h"
-#include "directory.h"
-#include "tree_remove.h"
+#include "base/fd.h"
+#include "engine/local/area.h"
+#include "engine/local/directory.h"
+#include "engine/local/tree_remove.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "attributes.h"
+#include "engine/local/attributes.h"
 
 #include <fcntl.h>
 #include <sys/xattr.h>
@@ -8,8 +8,8 @@
 #include <cstring>
 #include <vector>
 
-#include "directory.h"
-#include "flags.h"
+#include "engine/local/directory.h"
+#include "engine/local/flags.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "content.h"
+#include "engine/local/content.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,10 +10,10 @@
 #include <memory>
 #include <set>
 
-#include "../../fd.h"
-#include "directory.h"
-#include "place.h"
-#include "tree_copy.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
+#include "engine/local/place.h"
+#include "engine/local/tree_copy.h"
 
 namespace VrelDR::Local {
 

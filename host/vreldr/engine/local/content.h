@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "../engine.h"
+#include "engine/engine.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "directory.h"
+#include "engine/local/directory.h"
 
 #include <dirent.h>
 #include <fcntl.h>

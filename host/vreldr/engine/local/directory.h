@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "../../fd.h"
+#include "base/fd.h"
 
 namespace VrelDR::Local {
 

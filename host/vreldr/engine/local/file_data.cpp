@@ -1,4 +1,4 @@
-#include "file_data.h"
+#include "engine/local/file_data.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -9,7 +9,7 @@
 #include <array>
 #include <cerrno>
 
-#include "../../fd.h"
+#include "base/fd.h"
 
 namespace VrelDR::Local {
 

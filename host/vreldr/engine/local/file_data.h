@@ -2,7 +2,7 @@
 
 #include <sys/types.h>
 
-#include "watch.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "flags.h"
+#include "engine/local/flags.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-#include "directory.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "freeze.h"
+#include "engine/local/freeze.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>
@@ -8,8 +8,8 @@
 #include <cerrno>
 #include <vector>
 
-#include "../../fd.h"
-#include "directory.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "frozen.h"
+#include "engine/local/frozen.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,9 +10,9 @@
 #include <cstdio>
 #include <string_view>
 
-#include "area.h"
-#include "directory.h"
-#include "freeze.h"
+#include "engine/local/area.h"
+#include "engine/local/directory.h"
+#include "engine/local/freeze.h"
 
 namespace VrelDR::Local {
 

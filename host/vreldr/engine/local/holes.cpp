@@ -1,4 +1,4 @@
-#include "holes.h"
+#include "engine/local/holes.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "../../fd.h"
-#include "directory.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "links.h"
+#include "engine/local/links.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "../../fd.h"
-#include "directory.h"
-#include "file_data.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
+#include "engine/local/file_data.h"
 
 namespace VrelDR::Local {
 

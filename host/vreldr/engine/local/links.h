@@ -1,6 +1,6 @@
 #pragma once
 
-#include "watch.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 

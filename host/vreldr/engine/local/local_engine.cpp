@@ -1,4 +1,4 @@
-#include "local_engine.h"
+#include "engine/local/local_engine.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -9,24 +9,24 @@
 #include <filesystem>
 #include <vector>
 
-#include "../../fail_point.h"
-#include "../../kill_point.h"
-#include "area.h"
-#include "arrival.h"
-#include "content.h"
-#include "directory.h"
-#include "file_data.h"
-#include "flags.h"
-#include "freeze.h"
-#include "frozen.h"
-#include "place.h"
-#include "settle.h"
-#include "subvolume.h"
-#include "tree_copy.h"
-#include "tree_remove.h"
+#include "base/fail_point.h"
+#include "base/kill_point.h"
+#include "engine/local/area.h"
+#include "engine/local/arrival.h"
+#include "engine/local/content.h"
+#include "engine/local/directory.h"
+#include "engine/local/file_data.h"
+#include "engine/local/flags.h"
+#include "engine/local/freeze.h"
+#include "engine/local/frozen.h"
+#include "engine/local/place.h"
+#include "engine/local/settle.h"
+#include "engine/local/subvolume.h"
+#include "engine/local/tree_copy.h"
+#include "engine/local/tree_remove.h"
+#include "engine/local/write_back.h"
+#include "engine/support/watch.h"
 #include "vreldrcore/json.h"
-#include "watch.h"
-#include "write_back.h"
 
 namespace VrelDR {
 

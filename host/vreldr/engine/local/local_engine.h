@@ -5,14 +5,15 @@
 #include <set>
 #include <string>
 
-#include "../../fd.h"
-#include "../engine.h"
+#include "base/fd.h"
+#include "engine/engine.h"
 
 namespace VrelDR {
 
+class Watch;
+
 namespace Local {
 class Shipment;
-class Watch;
 class WriteBack;
 }  // namespace Local
 
@@ -102,7 +103,7 @@ class LocalEngine : public StorageEngine {
   static Status Send(const Route& route, Local::Shipment& shipment);
   // Makes that directory, with the base's bytes when there is one; as a whole, so that nothing that
   // the base has is sent again.
-  static Status PrepareIncoming(const Route& route, Local::Watch& watch);
+  static Status PrepareIncoming(const Route& route, Watch& watch);
   Status Missing(const std::string& path) const;
 
   std::string path_;

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <vector>
 
-#include "../../kill_point.h"
-#include "area.h"
-#include "directory.h"
-#include "local_engine.h"
+#include "base/kill_point.h"
+#include "engine/local/area.h"
+#include "engine/local/directory.h"
+#include "engine/local/local_engine.h"
 
 namespace VrelDR {
 

@@ -6,18 +6,18 @@
 #include <cerrno>
 #include <cstdio>
 
-#include "../../kill_point.h"
-#include "area.h"
-#include "content.h"
-#include "directory.h"
-#include "flags.h"
-#include "freeze.h"
-#include "frozen.h"
-#include "local_engine.h"
-#include "subvolume.h"
-#include "tree_copy.h"
-#include "tree_remove.h"
-#include "write_back.h"
+#include "base/kill_point.h"
+#include "engine/local/area.h"
+#include "engine/local/content.h"
+#include "engine/local/directory.h"
+#include "engine/local/flags.h"
+#include "engine/local/freeze.h"
+#include "engine/local/frozen.h"
+#include "engine/local/local_engine.h"
+#include "engine/local/subvolume.h"
+#include "engine/local/tree_copy.h"
+#include "engine/local/tree_remove.h"
+#include "engine/local/write_back.h"
 
 namespace VrelDR {
 

@@ -4,14 +4,14 @@
 #include <cerrno>
 #include <set>
 
-#include "../../fail_point.h"
-#include "../../kill_point.h"
-#include "directory.h"
-#include "freeze.h"
-#include "frozen.h"
-#include "local_engine.h"
-#include "subvolume.h"
-#include "write_back.h"
+#include "base/fail_point.h"
+#include "base/kill_point.h"
+#include "engine/local/directory.h"
+#include "engine/local/freeze.h"
+#include "engine/local/frozen.h"
+#include "engine/local/local_engine.h"
+#include "engine/local/subvolume.h"
+#include "engine/local/write_back.h"
 
 namespace VrelDR {
 

@@ -1,4 +1,4 @@
-#include "place.h"
+#include "engine/local/place.h"
 
 #include <fcntl.h>
 #include <linux/mount.h>
@@ -11,8 +11,8 @@
 #include <set>
 #include <sstream>
 
-#include "directory.h"
-#include "subvolume.h"
+#include "engine/local/directory.h"
+#include "engine/local/subvolume.h"
 
 namespace VrelDR::Local {
 

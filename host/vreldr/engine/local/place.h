@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "../../fd.h"
-#include "../../status.h"
+#include "base/fd.h"
+#include "base/status.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "rsync.h"
+#include "engine/local/rsync.h"
 
 #include <fcntl.h>
 
@@ -10,8 +10,8 @@
 #include <fstream>
 #include <string_view>
 
-#include "child.h"
-#include "tree_measure.h"
+#include "engine/local/tree_measure.h"
+#include "engine/support/child.h"
 
 namespace VrelDR::Local {
 

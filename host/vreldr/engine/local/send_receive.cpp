@@ -1,4 +1,4 @@
-#include "send_receive.h"
+#include "engine/local/send_receive.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,9 +10,9 @@
 #include <string_view>
 #include <vector>
 
-#include "child.h"
-#include "send_stream.h"
-#include "tree_measure.h"
+#include "engine/local/send_stream.h"
+#include "engine/local/tree_measure.h"
+#include "engine/support/child.h"
 
 namespace VrelDR::Local {
 

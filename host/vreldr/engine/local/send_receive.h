@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "shipment.h"
+#include "engine/local/shipment.h"
 
 namespace VrelDR::Local {
 

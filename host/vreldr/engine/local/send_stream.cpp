@@ -1,4 +1,4 @@
-#include "send_stream.h"
+#include "engine/local/send_stream.h"
 
 #include <algorithm>
 #include <cstring>

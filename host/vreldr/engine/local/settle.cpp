@@ -1,12 +1,12 @@
-#include "settle.h"
+#include "engine/local/settle.h"
 
 #include <cerrno>
 #include <cstdio>
 
-#include "../../kill_point.h"
-#include "directory.h"
-#include "freeze.h"
-#include "subvolume.h"
+#include "base/kill_point.h"
+#include "engine/local/directory.h"
+#include "engine/local/freeze.h"
+#include "engine/local/subvolume.h"
 
 namespace VrelDR::Local {
 

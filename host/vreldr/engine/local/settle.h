@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "write_back.h"
+#include "engine/local/write_back.h"
 
 namespace VrelDR::Local {
 

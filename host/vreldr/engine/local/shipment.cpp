@@ -1,10 +1,10 @@
-#include "shipment.h"
+#include "engine/local/shipment.h"
 
 #include <algorithm>
 #include <chrono>
 
-#include "../../fail_point.h"
-#include "../../kill_point.h"
+#include "base/fail_point.h"
+#include "base/kill_point.h"
 
 namespace VrelDR::Local {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <thread>
 
-#include "watch.h"
-#include "write_back.h"
+#include "engine/local/write_back.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "subvolume.h"
+#include "engine/local/subvolume.h"
 
 #include <btrfsutil.h>
 #include <linux/btrfs.h>
@@ -13,8 +13,8 @@
 #include <iterator>
 #include <memory>
 
-#include "directory.h"
-#include "freeze.h"
+#include "engine/local/directory.h"
+#include "engine/local/freeze.h"
 
 namespace VrelDR::Local {
 

@@ -1,4 +1,4 @@
-#include "tree_copy.h"
+#include "engine/local/tree_copy.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,12 +7,12 @@
 #include <string_view>
 #include <vector>
 
-#include "../../fd.h"
-#include "../../kill_point.h"
-#include "directory.h"
-#include "file_data.h"
-#include "place.h"
-#include "subvolume.h"
+#include "base/fd.h"
+#include "base/kill_point.h"
+#include "engine/local/directory.h"
+#include "engine/local/file_data.h"
+#include "engine/local/place.h"
+#include "engine/local/subvolume.h"
 
 namespace VrelDR::Local {
 

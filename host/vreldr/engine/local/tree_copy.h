@@ -10,11 +10,11 @@
 #include <utility>
 #include <vector>
 
-#include "../../fd.h"
-#include "../../status.h"
-#include "attributes.h"
-#include "flags.h"
-#include "watch.h"
+#include "base/fd.h"
+#include "base/status.h"
+#include "engine/local/attributes.h"
+#include "engine/local/flags.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 

@@ -1,12 +1,12 @@
-#include "tree_measure.h"
+#include "engine/local/tree_measure.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <vector>
 
-#include "../../fd.h"
-#include "directory.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "watch.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 

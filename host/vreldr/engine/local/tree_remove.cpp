@@ -1,4 +1,4 @@
-#include "tree_remove.h"
+#include "engine/local/tree_remove.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,11 +7,11 @@
 #include <cerrno>
 #include <vector>
 
-#include "../../fd.h"
-#include "../../kill_point.h"
-#include "directory.h"
-#include "freeze.h"
-#include "subvolume.h"
+#include "base/fd.h"
+#include "base/kill_point.h"
+#include "engine/local/directory.h"
+#include "engine/local/freeze.h"
+#include "engine/local/subvolume.h"
 
 namespace VrelDR::Local {
 

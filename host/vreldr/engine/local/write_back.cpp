@@ -1,4 +1,4 @@
-#include "write_back.h"
+#include "engine/local/write_back.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -7,8 +7,8 @@
 #include <cerrno>
 #include <vector>
 
-#include "../../fd.h"
-#include "directory.h"
+#include "base/fd.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 

@@ -3,7 +3,7 @@
 #include <mutex>
 #include <string>
 
-#include "../../status.h"
+#include "base/status.h"
 
 namespace VrelDR::Local {
 

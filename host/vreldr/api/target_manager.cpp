@@ -1,0 +1,187 @@
+#include "vreldr/target_manager.h"
+
+#include "base/boundary.h"
+#include "base/kill_point.h"
+#include "plan/guard.h"
+#include "target/host.h"
+#include "target/target_creation.h"
+
+namespace VrelDR {
+
+namespace {
+
+Status CheckSpec(const TargetSpec& spec) {
+  if (!IsAllowedId(spec.target.GetId())) {
+    return {kErrBadArgument,
+            "the identifier " + Quoted(spec.target.GetId()) +
+                " is not allowed; it must have 1 to 200 bytes, none of them \"/\" or a control "
+                "character, and not begin with \".\""};
+  }
+  const int type = spec.target.GetType();
+  if (type < kTargetLun || type > kTargetGuest) {
+    return {kErrBadArgument, "the target type " + std::to_string(type) +
+                                 " is not known; it must be 1 (lun), 2 (share) or 3 (guest)"};
+  }
+  return {};
+}
+
+Status CreateTarget(const TargetSpec& spec) {
+  Status status = CheckSpec(spec);
+  if (!status.IsOk()) return status;
+  Host host;
+  status = host.Open(Making::kWhenAbsent);
+  if (!status.IsOk()) return status;
+  return CreateTarget(host, spec.target, spec.volume, [&spec](const StorageEngine& engine) {
+    if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
+      return Status{kErrBadArgument, "a lun needs an image file or a size; give one of them"};
+    }
+    return engine.CreateTarget(spec.target, {spec.size_bytes, spec.sources});
+  });
+}
+
+// Whether the target may be removed: its volume can be reached and written, and no snapshots are in
+// the way.
+Status CheckRemovable(const HostTarget& opened, bool withSnapshots) {
+  bool found = false;
+  std::vector<Operation::Snapshot> snapshots;
+  Status status = opened.GetEngine().FindTarget(opened.GetTarget(), found);
+  if (status.IsOk()) status = opened.GetEngine().CheckWritable();
+  if (status.IsOk()) {
+    status = opened.GetEngine().CheckPlace(opened.GetTarget(), PlaceUse::kRemoval);
+  }
+  status = InContext(opened.Cannot("remove"), status);
+  if (status.IsOk()) status = opened.ListSnapshots(snapshots);
+  if (!status.IsOk() || snapshots.empty() || withSnapshots) return status;
+  return {kErrExists, opened.Cannot("remove") + ": it has " + std::to_string(snapshots.size()) +
+                          " snapshots; delete them first or have them removed with it"};
+}
+
+Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
+  Host host;
+  HostTarget opened(host);
+  Status status = opened.Claim(targetId);
+  // What an interrupted call left is nobody's any more: no question is asked then.
+  if (status.IsOk() && opened.GetRow().state == RecordState::kWhole) {
+    status = InContext(opened.Cannot("remove"), Guard::CheckRemovable(opened.GetStore(), targetId));
+    if (status.IsOk()) status = CheckRemovable(opened, withSnapshots);
+    if (status.IsOk()) status = host.store->MarkTargetDeleting(targetId);
+  }
+  if (!status.IsOk()) return status;
+  KillPoint(kForgetMarked);
+  return RemoveMarkedTarget(host, opened);
+}
+
+// With the plan that goes with it, if one does.
+Status DescribeRemains(const Store& store, const TargetRow& row, TargetRemains& remains) {
+  remains.target = row.target;
+  remains.volume = row.volume;
+  std::vector<PlanRow> plans;
+  Status status = store.Plans().SelectPlans(row.target.GetId(), plans);
+  for (const PlanRow& each : plans) {
+    if (each.state != RecordState::kDeleting) continue;
+    const DRPlan& plan = each.plan;
+    remains.plan_id = plan.GetPlanId();
+    remains.other_target_id = plan.GetDRTargetId() == row.target.GetId()
+                                  ? plan.GetProtectedTargetId()
+                                  : plan.GetDRTargetId();
+    remains.is_dr_side = plan.GetDRTargetId() == row.target.GetId();
+  }
+  return status;
+}
+
+TargetEntry Describe(Host& host, const TargetRow& row) {
+  TargetEntry entry;
+  entry.target = row.target;
+  entry.volume = row.volume;
+  HostTarget opened(host);
+  Status status = opened.Adopt(row);
+  if (status.IsOk()) {
+    entry.path = opened.GetEngine().GetTargetPath(row.target);
+    status = InContext(opened.Cannot("look at"),
+                       opened.GetEngine().FindTarget(row.target, entry.is_existed));
+  }
+  std::vector<Operation::Snapshot> snapshots;
+  if (status.IsOk()) status = opened.ListSnapshots(snapshots);
+  entry.snapshots = snapshots.size();
+  entry.problem = status.message;
+  return entry;
+}
+
+}  // namespace
+
+bool TargetManager::Create(const TargetSpec& spec) const {
+  return RunAndRecord(*this, [&] { return CreateTarget(spec); });
+}
+
+bool TargetManager::List(std::vector<TargetEntry>& targets) const {
+  return RunAndRecord(*this, [&]() -> Status {
+    Host host;
+    Status status = host.OpenIfMade();
+    std::vector<TargetRow> rows;
+    if (host.store) status = host.store->ListTargets(rows);
+    for (const TargetRow& row : rows) {
+      if (row.state == RecordState::kWhole) targets.push_back(Describe(host, row));
+    }
+    return status;
+  });
+}
+
+bool TargetManager::ListRemains(std::vector<TargetRemains>& remains) const {
+  return RunAndRecord(*this, [&]() -> Status {
+    Host host;
+    Status status = host.OpenIfMade();
+    std::vector<TargetRow> rows;
+    if (host.store) status = host.store->ListTargets(rows);
+    for (const TargetRow& row : rows) {
+      if (!status.IsOk() || row.state != RecordState::kDeleting) continue;
+      TargetRemains found;
+      status = DescribeRemains(*host.store, row, found);
+      if (status.IsOk()) remains.push_back(std::move(found));
+    }
+    return status;
+  });
+}
+
+bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
+  bool found = false;
+  return RunAndRecord(*this,
+                      [&]() -> Status {
+                        Host host;
+                        Status status = host.OpenIfMade();
+                        std::optional<TargetRow> row;
+                        if (host.store) status = host.store->GetTarget(targetId, row);
+                        found = row && row->state == RecordState::kWhole;
+                        if (found) entry = Describe(host, *row);
+                        return status;
+                      }) &&
+         found;
+}
+
+bool TargetManager::Remove(const std::string& targetId, bool withSnapshots) const {
+  return RunAndRecord(*this, [&] { return RemoveTarget(targetId, withSnapshots); });
+}
+
+bool TargetManager::CheckPlace(const std::string& targetId, PlaceUse use) const {
+  return RunAndRecord(*this, [&] {
+    Host host;
+    HostTarget opened(host);
+    Status status = opened.OpenToRead(targetId);
+    if (!status.IsOk()) return status;
+    const std::string what = use == PlaceUse::kSnapshot      ? "take a snapshot of"
+                             : use == PlaceUse::kReplacement ? "restore"
+                             : use == PlaceUse::kRemoval     ? "remove"
+                                                             : "make unwritable";
+    return InContext(opened.Cannot(what), opened.GetEngine().CheckPlace(opened.GetTarget(), use));
+  });
+}
+
+bool TargetManager::FindMounts(const std::string& targetId, std::vector<std::string>& paths) const {
+  return RunAndRecord(*this, [&] {
+    Host host;
+    HostTarget opened(host);
+    Status status = opened.OpenToRead(targetId);
+    return status.IsOk() ? opened.GetEngine().FindMounts(opened.GetTarget(), paths) : status;
+  });
+}
+
+}  // namespace VrelDR

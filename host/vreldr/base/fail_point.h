@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "base/status.h"
+
+namespace VrelDR {
+
+// Calls that a test can let fail for one target, to see what becomes of the others:
+// VRELDR_FAIL_POINT in the environment holds "step@target", or several of them with commas between.
+// Without the variable a fail point does nothing. All but the last are reached before the call has
+// done anything.
+inline constexpr std::string_view kFailCreate = "create";
+inline constexpr std::string_view kFailRemove = "remove";
+inline constexpr std::string_view kFailTake = "take";
+inline constexpr std::string_view kFailAsk = "ask";  // whether a snapshot exists
+inline constexpr std::string_view kFailDemote = "demote";
+inline constexpr std::string_view kFailPromote = "promote";
+inline constexpr std::string_view kFailShip = "ship";               // the target is the replica
+inline constexpr std::string_view kFailShipMiddle = "ship.middle";  // after some bytes were sent
+
+// kErrIo when VRELDR_FAIL_POINT names `step` for the target, else good.
+Status FailPoint(std::string_view step, const std::string& targetId);
+
+}  // namespace VrelDR

@@ -1,0 +1,193 @@
+#include "target/host.h"
+
+#include <algorithm>
+#include <map>
+#include <set>
+
+#include "target/volume_admission.h"
+
+namespace VrelDR {
+
+namespace {
+
+Status NoSuchTarget(const std::string& targetId) {
+  return {kErrTargetMissing,
+          "target " + Quoted(targetId) + " does not exist; correct the name or create it"};
+}
+
+}  // namespace
+
+bool IsAllowedId(const std::string& id) {
+  constexpr std::size_t kLongest = 200;
+  return !id.empty() && id.size() <= kLongest && id.front() != '.' &&
+         std::none_of(id.begin(), id.end(), [](char c) {
+           const auto byte = static_cast<unsigned char>(c);
+           return c == '/' || byte < 0x20 || byte == 0x7f;
+         });
+}
+
+Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
+  std::string problem;
+  if (!VrelHost::ReadConfig(config, problem)) return {kErrConfig, problem};
+  const std::string about = "configuration " + Quoted(config.file);
+  std::map<std::string, std::string> places;
+  for (const VrelHost::VolumeConfig& each : config.volumes) {
+    Volume volume{each.name, each.engine, nullptr};
+    Status status = MakeEngine(each, volume.engine);
+    if (!status.IsOk()) return InContext(about, status);
+    const auto [place, isNew] = places.emplace(volume.engine->GetWhere(), each.name);
+    if (!isNew) {
+      return {kErrConfig, about + ": volumes " + Quoted(place->second) + " and " +
+                              Quoted(each.name) + " are both at " + Quoted(place->first) +
+                              "; remove one"};
+    }
+    volumes.push_back(std::move(volume));
+  }
+  return {};
+}
+
+Status Host::OpenIfMade() {
+  if (store) return {};
+  volumes.clear();
+  VrelHost::HostStanding standing;
+  Status status = OpenVolumes(config, volumes);
+  if (status.IsOk()) status = FindHost(config, Making::kNever, standing);
+  if (!status.IsOk() || !standing.is_there) return status;
+  node_id = standing.node_id;
+  status = Store::Open(config.state_dir, store);
+  if (status.IsOk()) status = ExpectIdentities();
+  if (!status.IsOk()) store.reset();
+  return status;
+}
+
+Status Host::Open(Making making) {
+  Status status = OpenIfMade();
+  if (!status.IsOk() || store) return status;
+  if (making == Making::kWhenAbsent) {
+    VrelHost::HostStanding standing;
+    status = FindHost(config, making, standing);
+    return status.IsOk() ? OpenIfMade() : status;
+  }
+  return {kErrStore, "there is no host yet in the state directory " + Quoted(config.state_dir) +
+                         "; correct \"state_dir\" in " + Quoted(config.file) +
+                         ", create the first target or run \"drgroupctl host init\""};
+}
+
+Status Host::ExpectIdentities() {
+  std::vector<VolumeRow> rows;
+  Status status = store->ListVolumes(rows);
+  for (Volume& volume : volumes) {
+    for (VolumeRow& row : rows) {
+      if (row.name != volume.name) continue;
+      volume.engine->Expect(IdentityOf(row));
+      volume.is_admitted = true;
+      volume.row = std::move(row);
+    }
+  }
+  return status;
+}
+
+Status Host::FindVolume(const std::string& name, Volume*& volume) {
+  const auto found = std::find_if(volumes.begin(), volumes.end(),
+                                  [&](const Volume& each) { return each.name == name; });
+  if (found == volumes.end()) {
+    return {kErrVolumeMissing, "volume " + Quoted(name) + " is not in the configuration " +
+                                   Quoted(config.file) + "; add it or name another"};
+  }
+  volume = &*found;
+  return {};
+}
+
+Status Host::FindEngine(const std::string& name, const StorageEngine*& engine) {
+  Volume* volume = nullptr;
+  Status status = FindVolume(name, volume);
+  if (status.IsOk()) status = AdmitVolume(*this, *volume);
+  if (status.IsOk()) engine = volume->engine.get();
+  return status;
+}
+
+Status HostTarget::FindRow(const std::string& targetId) {
+  std::optional<TargetRow> found;
+  Status status = host_.store->GetTarget(targetId, found);
+  if (!status.IsOk()) return status;
+  return found ? Adopt(*found) : NoSuchTarget(targetId);
+}
+
+Status HostTarget::CheckWhole() const {
+  return row_.state == RecordState::kWhole ? Status() : NoSuchTarget(row_.target.GetId());
+}
+
+Status HostTarget::Adopt(const TargetRow& row) {
+  row_ = row;
+  return InContext(Cannot("look at"), host_.FindEngine(row.volume, engine_));
+}
+
+Status HostTarget::FindBytes() const {
+  bool found = false;
+  Status status = engine_->FindTarget(row_.target, found);
+  if (!status.IsOk()) return InContext(Cannot("look at"), status);
+  if (found) return {};
+  return {kErrTargetMissing, "the bytes of target " + Quoted(row_.target.GetId()) + " on volume " +
+                                 Quoted(row_.volume) +
+                                 " are gone; put them back or remove the target"};
+}
+
+Status HostTarget::OpenToRead(const std::string& targetId) {
+  Status status = host_.Open();
+  if (status.IsOk()) status = FindRow(targetId);
+  if (status.IsOk()) status = CheckWhole();
+  return status.IsOk() ? FindBytes() : status;
+}
+
+Status HostTarget::Claim(const std::string& targetId) {
+  Status status = host_.Open();
+  if (status.IsOk()) status = FindRow(targetId);
+  if (!status.IsOk()) return status;
+  status = InContext(Cannot("work on"), lock_.Acquire(host_.config.state_dir, targetId));
+  // Somebody may have changed or removed it before the lock was ours.
+  return status.IsOk() ? FindRow(targetId) : status;
+}
+
+Status HostTarget::OpenToWrite(const std::string& targetId) {
+  Status status = Claim(targetId);
+  if (status.IsOk()) status = CheckWhole();
+  if (status.IsOk()) status = FindBytes();
+  if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable());
+  if (!status.IsOk()) return status;
+  return InContext(Cannot("clean up"), CleanUpSnapshots(GetStore(), *engine_, row_.target));
+}
+
+Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const {
+  std::vector<SnapshotRow> rows;
+  Status status = host_.store->ListSnapshots(row_.target.GetId(), rows);
+  if (!status.IsOk() || rows.empty()) return status;
+  std::set<std::string> existing;
+  status = engine_->ListSnapshots(row_.target, existing);
+  if (!status.IsOk()) return InContext(Cannot("list the snapshots of"), status);
+  for (SnapshotRow& each : rows) {
+    Operation::Snapshot& snapshot = each.snapshot;
+    if (each.state != RecordState::kWhole || existing.count(snapshot.snap_id) == 0) continue;
+    snapshot.path = engine_->GetSnapshotPath(row_.target, snapshot.snap_id);
+    snapshots.push_back(std::move(snapshot));
+  }
+  std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
+  return {};
+}
+
+std::string HostTarget::Cannot(const std::string& what) const {
+  return "cannot " + what + " target " + Quoted(row_.target.GetId()) + " on volume " +
+         Quoted(row_.volume);
+}
+
+Status CleanUpSnapshots(const Store& store, const StorageEngine& engine, const Target& target) {
+  std::vector<SnapshotRow> rows;
+  Status status = store.ListSnapshots(target.GetId(), rows);
+  for (const SnapshotRow& each : rows) {
+    if (each.state == RecordState::kWhole) continue;
+    if (status.IsOk()) status = engine.RemoveSnapshot(target, each.snapshot.snap_id);
+    if (status.IsOk()) status = store.RemoveSnapshot(each.snapshot);
+  }
+  return status.IsOk() ? engine.CleanUp(target) : status;
+}
+
+}  // namespace VrelDR

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "base/status.h"
+#include "config/config.h"
+#include "engine/engine.h"
+#include "foundation/foundation.h"
+#include "store/store.h"
+#include "target/target_lock.h"
+#include "vreldr/snapshot.h"
+
+namespace VrelDR {
+
+struct Volume {
+  std::string name;
+  std::string engine_name;
+  std::unique_ptr<StorageEngine> engine;
+  VolumeRow row = {};        // its recorded identity; empty while it has none
+  bool is_admitted = false;  // may be used by this host; see AdmitVolume
+};
+
+// Reads the configuration and makes the engines of its volumes. kErrConfig when anything is wrong
+// with it, also with one volume only.
+Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes);
+
+using VrelHost::Making;
+
+// The host as one call needs it: configuration, engines and records, read afresh by the first Open.
+struct Host {
+  VrelHost::Config config;
+  std::string node_id;
+  std::vector<Volume> volumes;
+  std::optional<Store> store;
+
+  // kErrStore when there is no host, or a damaged one.
+  Status Open(Making making = Making::kNever);
+  // For calls that list: the same, but without a trace of a host it is good, and nothing is open.
+  Status OpenIfMade();
+  // A volume of the configuration; kErrVolumeMissing when there is none of that name.
+  Status FindVolume(const std::string& name, Volume*& volume);
+  // The engine of a volume that may be used; the host keeps it. kErrVolumeMissing when the volume
+  // is out of reach.
+  Status FindEngine(const std::string& volume, const StorageEngine*& engine);
+  // What is expected of a volume whose identity is recorded.
+  VolumeIdentity IdentityOf(const VolumeRow& row) const {
+    return {node_id, row.name, row.id, row.file_system};
+  }
+
+ private:
+  Status ExpectIdentities();
+};
+
+// One target of the host for the time of one call.
+class HostTarget {
+ public:
+  // The host must outlive the object.
+  explicit HostTarget(Host& host) : host_(host) {}
+
+  // Opens the host and finds the target to look at it. Afterwards the target is known to be
+  // recorded as whole and to have bytes; kErrTargetMissing otherwise.
+  Status OpenToRead(const std::string& targetId);
+  // The same, with the right to change it until the object goes. Its volume can be written, and
+  // what interrupted calls left of their work is gone.
+  Status OpenToWrite(const std::string& targetId);
+  // Opens the host and takes the right to change the target, which may be recorded in any state and
+  // need not have bytes.
+  Status Claim(const std::string& targetId);
+  // Takes a record of the open host; says nothing about bytes.
+  Status Adopt(const TargetRow& row);
+
+  const TargetRow& GetRow() const { return row_; }
+  const Target& GetTarget() const { return row_.target; }
+  const StorageEngine& GetEngine() const { return *engine_; }
+  const Store& GetStore() const { return *host_.store; }
+
+  // The snapshots that are recorded as whole and really there, oldest first.
+  Status ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const;
+
+  // "cannot `what` target ... on volume ...", for messages.
+  std::string Cannot(const std::string& what) const;
+
+ private:
+  Status FindRow(const std::string& targetId);
+  Status CheckWhole() const;
+  Status FindBytes() const;
+
+  Host& host_;
+  TargetRow row_;
+  const StorageEngine* engine_ = nullptr;  // of the host
+  TargetLock lock_;
+};
+
+// Whether an identifier may name a target or a snapshot: it becomes a name in a directory.
+bool IsAllowedId(const std::string& id);
+
+// Removes what a crash left of snapshots of the target that were being taken or deleted. The caller
+// has the target's lock.
+Status CleanUpSnapshots(const Store& store, const StorageEngine& engine, const Target& target);
+
+}  // namespace VrelDR

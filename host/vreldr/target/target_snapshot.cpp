@@ -1,0 +1,81 @@
+#include "target/target_snapshot.h"
+
+#include <algorithm>
+#include <ctime>
+
+#include "base/kill_point.h"
+#include "vreldrcore/uuid.h"
+
+namespace VrelDR {
+
+namespace {
+
+using Operation::Snapshot;
+
+// The time of a new snapshot: when it was begun, as everything written before that is in it. Times
+// are in whole seconds, and callers name things by them: a time is never used twice for a target.
+std::uint32_t NextTime(std::time_t begun, std::uint32_t last) {
+  return std::max(static_cast<std::uint32_t>(begun), last + 1);
+}
+
+}  // namespace
+
+Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order, Snapshot& taken) {
+  const Store& store = opened.GetStore();
+  const Target& target = opened.GetTarget();
+  Snapshot snapshot;
+  snapshot.snap_id = order.snap_id.empty() ? VrelDRCore::GenerateUUID() : order.snap_id;
+  snapshot.meta = order.meta;
+  snapshot.maker = Operation::ThisMaker();
+  Status status = store.AddSnapshot(target.GetId(), snapshot, order.plan);
+  if (!status.IsOk()) return status;
+  KillPoint(kTakeRecorded);
+  const std::time_t begun = std::time(nullptr);
+  status = InContext(opened.Cannot("take a snapshot of"),
+                     opened.GetEngine().TakeSnapshot(target, snapshot.snap_id, order.watcher));
+  KillPoint(kTakeWhole);
+  if (status.IsOk()) {
+    snapshot.create_time = NextTime(begun, std::max(opened.GetRow().last_snap_time, order.after));
+    status = store.FinishSnapshot(target.GetId(), snapshot, snapshot.create_time);
+  }
+  if (!status.IsOk()) {
+    // What cannot be cleaned up now is not listed, and goes with the next change of the target.
+    (void)CleanUpSnapshots(store, opened.GetEngine(), target);
+    return status;
+  }
+  KillPoint(kTakeDone);
+  taken = std::move(snapshot);
+  return {};
+}
+
+Status FindSnapshot(const HostTarget& opened, const std::string& snapId, Snapshot& found) {
+  std::vector<Snapshot> snapshots;
+  Status status = opened.ListSnapshots(snapshots);
+  if (!status.IsOk()) return status;
+  for (Snapshot& each : snapshots) {
+    if (each.snap_id != snapId) continue;
+    found = std::move(each);
+    return {};
+  }
+  return {kErrSnapshotMissing, "target " + Quoted(opened.GetTarget().GetId()) +
+                                   " has no snapshot " + Quoted(snapId) + "; list its snapshots"};
+}
+
+Status DeleteSnapshotOf(const HostTarget& opened, const std::string& snapId) {
+  const Store& store = opened.GetStore();
+  Snapshot found;
+  Status status = FindSnapshot(opened, snapId, found);
+  if (!status.IsOk()) return status;
+  // Once it is marked it is not listed any more, so that its bytes may go piece by piece.
+  status = store.MarkSnapshotDeleting(found);
+  if (!status.IsOk()) return status;
+  KillPoint(kDeleteMarked);
+  status = InContext(opened.Cannot("delete a snapshot of"),
+                     opened.GetEngine().RemoveSnapshot(opened.GetTarget(), snapId));
+  KillPoint(kDeleteBytesGone);
+  if (status.IsOk()) status = store.RemoveSnapshot(found);
+  KillPoint(kDeleteDone);
+  return status;
+}
+
+}  // namespace VrelDR

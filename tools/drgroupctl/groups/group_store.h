@@ -1,0 +1,74 @@
+#pragma once
+
+#include <vreldr/target.h>
+
+#include <string>
+#include <vector>
+
+// Groups as the tool keeps them: the group's link directory leads to its database directory, and
+// "group.json" beside the database names its targets. There is no other registry.
+namespace drgroupctl {
+
+struct Group {
+  std::string id;
+  std::string directory;  // of its database and group.json
+  std::vector<VrelDR::Target> targets;
+};
+
+// The directory that has one link directory for each group.
+std::string LinkRoot();
+// The group's link directory, and the link to its database in there.
+std::string LinkDirectory(const std::string& groupId);
+std::string LinkPath(const std::string& groupId);
+
+// The database and the definition of a group whose directory is `dir`.
+std::string DatabasePath(const std::string& dir);
+std::string DefinitionPath(const std::string& dir);
+
+// What the definition is called once the group's deletion has begun; it goes last.
+std::string DeletionPath(const std::string& dir);
+// Whether a deletion that was interrupted has left neither the database nor the definition in
+// `dir`.
+bool IsDeletedUpToItsLink(const std::string& dir);
+
+// Where a group's database is unless somebody wants it elsewhere.
+std::string DefaultDirectory(const std::string& groupId);
+
+// The names in the link root, sorted; empty when there is none yet.
+std::vector<std::string> ListGroupIds();
+
+// Where the group's link leads. Throws when there is no such group or its link is no use.
+std::string GroupDirectory(const std::string& groupId);
+
+// Throws when the group's link leads to what belongs to another group, or to nobody known while the
+// group's own directory is elsewhere: the records there are not the group's, or not by this name.
+void CheckOwner(const std::string& groupId);
+
+// The group with its targets. Throws as GroupDirectory does, and when group.json is no use.
+Group LoadGroup(const std::string& groupId);
+
+// Reads the definition in `dir`. False when there is none; throws when it is no use.
+bool ReadDefinition(const std::string& dir, Group& group);
+
+// Writes the group's definition into its directory: there is the old or the new one, whole,
+// whatever happens. Throws when it cannot be written.
+void WriteDefinition(const Group& group);
+
+// The groups that the target is in, those that cannot be read passed over.
+std::vector<std::string> GroupsOfTarget(const std::string& targetId);
+
+// One process at a time changes a group: holds the lock on the group's link directory, which has to
+// exist. Throws when another process has it, or when the group is gone. Either way the group's
+// name, or that it is gone, is on disk then, whoever was interrupted before.
+class GroupLock {
+ public:
+  explicit GroupLock(const std::string& groupId);
+  GroupLock(const GroupLock&) = delete;
+  GroupLock& operator=(const GroupLock&) = delete;
+  ~GroupLock();
+
+ private:
+  int fd_ = -1;
+};
+
+}  // namespace drgroupctl

@@ -1,0 +1,176 @@
+#include "groups/gsnap_removal.h"
+
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/snapshot/gsnap_delete.h>
+#include <vreldrgroup/snapshot/gsnap_op.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+#include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
+#include "groups/known_snapshots.h"
+#include "host/host.h"
+#include "output/failure.h"
+#include "output/text.h"
+
+namespace drgroupctl {
+
+namespace Op = VrelDRGroup::Operation;
+
+namespace {
+
+using VrelDRGroup::TargetSnapshot;
+
+// A target snapshot that should be gone.
+struct Stay {
+  TargetSnapshot snapshot;
+  Presence presence;
+  int error;
+  std::string problem;
+};
+
+// Deletes the snapshot if it is there, through the host alone. Nothing when it is gone afterwards.
+std::optional<Stay> DeleteOnce(const TargetSnapshot& snapshot) {
+  const SnapshotState state = AskSnapshot(snapshot.target, snapshot.tsnap_id);
+  if (state.presence == Presence::kMissing) return std::nullopt;
+  if (state.presence == Presence::kUnknown) {
+    return Stay{snapshot, state.presence, state.error, state.problem};
+  }
+  const VrelDR::TargetOperation operation(snapshot.target);
+  if (operation.DeleteSnapshot(snapshot.tsnap_id)) return std::nullopt;
+  return Stay{snapshot, state.presence, operation.GetErrCode(), HostMessage(operation)};
+}
+
+// The library takes a target snapshot that it could not ask about for one that is gone. What is
+// still there of `snapshots`, after a second try where the first fails.
+std::vector<Stay> DeleteWhatStayed(const std::vector<TargetSnapshot>& snapshots) {
+  std::vector<Stay> stays;
+  for (const TargetSnapshot& each : snapshots) {
+    if (!DeleteOnce(each)) continue;
+    if (const std::optional<Stay> stay = DeleteOnce(each)) stays.push_back(*stay);
+  }
+  return stays;
+}
+
+// Those parts of the group snapshot that the group's catalogue records no more; none when it cannot
+// be read.
+std::vector<TargetSnapshot> Unrecorded(const std::string& groupId,
+                                       const VrelDRGroup::GsnapshotInfo& info) {
+  std::set<std::string> recorded;
+  std::vector<TargetSnapshot> parts;
+  try {
+    for (const auto& each : RecordedSnapshots(groupId)) recorded.insert(each.tsnap_id);
+  } catch (const Failure&) {  // why the deletion failed is told
+    return parts;
+  }
+  for (const TargetSnapshot& each : info.target_snapshots) {
+    if (recorded.count(each.tsnap_id) == 0) parts.push_back(each);
+  }
+  return parts;
+}
+
+// Which target snapshots stay, why, and how to get rid of them.
+std::string StayText(const std::vector<Stay>& stays) {
+  std::vector<std::string> texts;
+  texts.reserve(stays.size());
+  for (const Stay& each : stays) {
+    texts.push_back(Printable(each.snapshot.tsnap_id) + " of target " +
+                    Quote(each.snapshot.target.GetId()) + " (" + each.problem + ")");
+  }
+  return "these target snapshots stay, which nothing records any more: " + Join(texts, ", ") +
+         "; see to what is in the way, and delete them with \"drgroupctl target prune\"";
+}
+
+Json::Value StayRows(const std::vector<Stay>& stays) {
+  Json::Value rows(Json::arrayValue);
+  for (const Stay& each : stays) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = each.snapshot.target.GetId();
+    row["tsnap_id"] = each.snapshot.tsnap_id;
+    row["problem"] = each.problem;
+    rows.append(row);
+  }
+  return rows;
+}
+
+Failure NotDeleted(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
+                   const Op::GsnapshotDelete& operation) {
+  // A code of its own, without a message, is about a row that names no target snapshot.
+  const bool isHosts = !operation.GetErrMsg().isNull();
+  Failure failure(
+      isHosts ? FromHostError(operation.GetErrCode()) : ExitCode::kCatalogue,
+      "group snapshot " + Quote(info.gsnap_id) + " was not deleted, at least not whole: " +
+          (isHosts ? HostMessage(operation) : "one of its records names no target snapshot") +
+          "; it stays listed, and deleting can be tried again");
+  const std::vector<Stay> stays = DeleteWhatStayed(Unrecorded(groupId, info));
+  if (!stays.empty()) failure.message += "; " + StayText(stays);
+  failure.details["left_snapshots"] = StillThere(info.target_snapshots);
+  return failure;
+}
+
+// The library counts what it could not remove from the catalogue as done.
+void CheckForgotten(const std::string& groupId, const std::string& gsnapId) {
+  std::vector<std::string> ids;
+  std::vector<VrelDRGroup::TargetReplica> replicas;
+  if (!Op::GsnapshotIdList(groupId, ids) || !Op::TargetReplicaList(gsnapId, replicas) ||
+      std::find(ids.begin(), ids.end(), gsnapId) != ids.end() || !replicas.empty() ||
+      CountTargetSnapshots(groupId).count(gsnapId) != 0) {
+    throw CatalogueFailure(groupId,
+                           "group snapshot " + Quote(gsnapId) +
+                               ": its target snapshots are deleted, but not all of its records");
+  }
+}
+
+}  // namespace
+
+void CheckReachable(const VrelDRGroup::GsnapshotInfo& info) {
+  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+    const SnapshotState state = AskSnapshot(each.target, each.tsnap_id);
+    if (state.presence == Presence::kUnknown) {
+      throw Failure(ExitCode::kRefused,
+                    "group snapshot " + Quote(info.gsnap_id) + ": its snapshot of target " +
+                        Quote(each.target.GetId()) + " is out of reach (" + state.problem +
+                        "): make it reachable, or forget it where it is with \"drgroupctl snapshot "
+                        "delete --force\"");
+    }
+  }
+}
+
+Json::Value StillThere(const std::vector<VrelDRGroup::TargetSnapshot>& snapshots) {
+  Json::Value left(Json::arrayValue);
+  for (const VrelDRGroup::TargetSnapshot& each : snapshots) {
+    if (AskSnapshot(each.target, each.tsnap_id).presence == Presence::kMissing) continue;
+    Json::Value row(Json::objectValue);
+    row["target_id"] = each.target.GetId();
+    row["tsnap_id"] = each.tsnap_id;
+    left.append(row);
+  }
+  return left;
+}
+
+void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
+                 OutOfReach outOfReach) {
+  Op::GsnapshotDelete operation(info.gsnap_id);
+  if (!operation.Run()) throw NotDeleted(groupId, info, operation);
+  std::vector<Stay> stays = DeleteWhatStayed(info.target_snapshots);
+  if (outOfReach == OutOfReach::kForget) {
+    stays.erase(
+        std::remove_if(stays.begin(), stays.end(),
+                       [](const Stay& each) { return each.presence == Presence::kUnknown; }),
+        stays.end());
+  }
+  if (!stays.empty()) {
+    const ExitCode code = FromHostError(stays.front().error);
+    // What is missing there is the storage that it was on.
+    Failure failure(code == ExitCode::kNotFound ? ExitCode::kStorage : code,
+                    "group snapshot " + Quote(info.gsnap_id) +
+                        " was deleted from the catalogue, but " + StayText(stays));
+    failure.details["left_snapshots"] = StayRows(stays);
+    throw failure;
+  }
+  CheckForgotten(groupId, info.gsnap_id);
+}
+
+}  // namespace drgroupctl

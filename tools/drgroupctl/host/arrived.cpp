@@ -1,0 +1,59 @@
+#include "host/arrived.h"
+
+#include <vreldr/arrived.h>
+#include <vreldr/target_operation.h>
+
+#include <ctime>
+
+#include "output/text.h"
+
+namespace drgroupctl {
+
+Arrived LookAtArrived(const VrelDR::DRPlan& plan) {
+  VrelDR::ArrivedSnapshots found;
+  const VrelDR::ArrivedReporter reporter(plan.GetPlanId());
+  const bool isKnown = reporter.Read(found);
+  Arrived arrived;
+  arrived.recorded = found.recorded_id;
+  if (isKnown) {
+    arrived.presence = found.is_gone ? Presence::kMissing : Presence::kPresent;
+    arrived.snap_id = found.newest.snap_id;
+    arrived.time = found.newest.create_time;
+    return arrived;
+  }
+  arrived.presence = Presence::kUnknown;
+  arrived.problem = HostMessage(reporter);
+  arrived.snap_id = arrived.recorded;
+  if (arrived.recorded.empty()) return arrived;
+  // The other side has it too, and knows when it was taken.
+  arrived.time = VrelDR::TargetOperation(plan.GetProtectedTargetType(), plan.GetSourceTargetId())
+                     .GetSnapshot(arrived.recorded)
+                     .create_time;
+  return arrived;
+}
+
+std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived) {
+  const std::string named = "the last snapshot that arrived, " + Quote(arrived.recorded) + ",";
+  const std::string replica = "target " + Quote(plan.GetReplicaTargetId());
+  if (arrived.recorded.empty() || arrived.presence == Presence::kPresent) return {};
+  if (arrived.presence == Presence::kUnknown) {
+    return "whether " + named + " is still at " + replica + " cannot be told";
+  }
+  const std::string newest = arrived.snap_id.empty()
+                                 ? "has no other"
+                                 : "the newest that it has is " + Quote(arrived.snap_id) + " of " +
+                                       FormatTime(arrived.time);
+  return named + " is gone from " + replica + ", " +
+         (arrived.snap_id.empty() ? "which " + newest : newest);
+}
+
+void SetAge(std::uint32_t time, Json::Value& row) {
+  // Snapshots of one second are dated one second after the other, with a clock that is right.
+  constexpr std::int64_t kCloselyTaken = 60;
+  std::int64_t age = static_cast<std::int64_t>(std::time(nullptr)) - time;
+  if (age < 0 && age >= -kCloselyTaken) age = 0;
+  row["age_seconds"] = time == 0 ? Json::Value() : Json::Value(Json::Int64(age));
+  row["is_time_ahead"] = time != 0 && age < 0;
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <json/value.h>
+#include <vreldr/plan.h>
+
+#include <cstdint>
+#include <string>
+
+#include "host/host.h"
+
+namespace drgroupctl {
+
+// What the replica of a plan can take over with, as its bytes tell and not the records alone.
+struct Arrived {
+  // The snapshot that arrived last, as the records have it; empty when none has.
+  std::string recorded;
+  // Whether the replica has that one: kUnknown when it cannot be asked, with the reason.
+  Presence presence = Presence::kPresent;
+  std::string problem;
+  // What it would take over with: the newest that is there, or the recorded one when it cannot be
+  // asked; empty when there is none.
+  std::string snap_id;
+  std::uint32_t time = 0;  // of that one, 0 when nobody can tell
+};
+
+Arrived LookAtArrived(const VrelDR::DRPlan& plan);
+
+// 'the last snapshot that arrived, "x", is gone from target "a-dr", ...', or that this cannot be
+// told; empty when it is there.
+std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived);
+
+// Puts how long ago `time` was into the row, as "age_seconds", and whether it lies ahead of this
+// host's clock by more than a minute, as "is_time_ahead"; the age is negative then. Null and false
+// when `time` is 0.
+void SetAge(std::uint32_t time, Json::Value& row);
+
+}  // namespace drgroupctl

@@ -1,0 +1,44 @@
+#include "host/copy_warning.h"
+
+#include <algorithm>
+#include <string>
+
+#include "host/host.h"
+#include "output/console.h"
+#include "output/text.h"
+
+namespace drgroupctl {
+
+void WarnOfCopies(const std::vector<VrelDR::Target>& asked) {
+  const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
+  std::vector<std::string> targets;
+  for (const VrelDR::Target& target : asked) {
+    const std::string volume = RequireTarget(target.GetId()).volume;
+    const auto found = std::find_if(volumes.begin(), volumes.end(),
+                                    [&](const auto& each) { return each.name == volume; });
+    if (found != volumes.end() && !found->is_atomic) {
+      targets.push_back(Quote(target.GetId()) + " on volume " + Quote(volume));
+    }
+  }
+  if (targets.empty()) return;
+  PrintWarning("the snapshots of target " + Join(targets, ", ") +
+               " are copies and not of one instant: they are only as consistent as the writers "
+               "are quiet");
+}
+
+void WarnOfMounts(const std::vector<VrelDR::Target>& asked) {
+  for (const VrelDR::Target& target : asked) {
+    const VrelDR::TargetManager manager;
+    std::vector<std::string> paths;
+    if (!manager.FindMounts(target.GetId(), paths)) ThrowHostError(manager);
+    if (paths.empty()) continue;
+    std::string places;
+    for (const std::string& path : paths) {
+      places += (places.empty() ? "" : ", ") + Quote(Printable(path));
+    }
+    PrintWarning("what is mounted inside target " + Quote(target.GetId()) +
+                 " is not a part of it and is in none of its snapshots: " + places);
+  }
+}
+
+}  // namespace drgroupctl

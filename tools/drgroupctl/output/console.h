@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "command/verb.h"
+
+// Standard output, standard error and the terminal.
+namespace drgroupctl {
+
+// One line on standard error: "drgroupctl: " and the text.
+void PrintError(const std::string& text);
+void PrintWarning(const std::string& text);
+// The warnings that this process has printed so far, in their order: programs get them with the
+// document.
+const std::vector<std::string>& PrintedWarnings();
+// The same for what is no failure.
+void PrintNote(const std::string& text);
+
+// Text for the terminal behind standard error, as it is: for what is drawn and cleared again.
+void PrintOnTerminal(const std::string& text);
+
+// Writes all of `text` to standard output; throws when that fails.
+void PrintOut(const std::string& text);
+
+// Returns when --yes was given or whoever sits at the terminal agrees; throws a refusal otherwise.
+// `loss` says what would be lost, as the start of a question: "delete group snapshot \"x\"". The
+// lines of `details` are shown on standard error before anything else, unless it is refused.
+void Confirm(const Arguments& args, const std::string& loss,
+             const std::string& details = std::string());
+
+// While it lives, what this process and the programs it starts write to standard error is kept
+// instead of shown: the database script tells its troubles there, and the tool tells them once.
+class StderrCapture {
+ public:
+  StderrCapture();
+  StderrCapture(const StderrCapture&) = delete;
+  StderrCapture& operator=(const StderrCapture&) = delete;
+  ~StderrCapture();
+
+  // The first line that was written, empty when there was none.
+  std::string FirstLine() const;
+
+ private:
+  int kept_ = -1;   // the real standard error
+  int store_ = -1;  // the memory file in its place
+};
+
+}  // namespace drgroupctl

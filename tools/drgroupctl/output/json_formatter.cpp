@@ -1,0 +1,69 @@
+#include <json/writer.h>
+
+#include <sstream>
+#include <utility>
+
+#include "output/formatter.h"
+#include "output/text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// A catalogue keeps any bytes as text; a JSON document is UTF-8 throughout.
+void RepairTexts(Json::Value& value) {
+  if (value.isString()) {
+    if (!IsUtf8(value.asString())) value = RepairUtf8(value.asString());
+  } else if (value.isArray() || value.isObject()) {
+    for (Json::Value& each : value) RepairTexts(each);
+  }
+}
+
+// The document with the member "warnings" when there are any.
+std::string WithWarnings(Json::Value document, const std::vector<std::string>& warnings) {
+  for (const std::string& each : warnings) document["warnings"].append(each);
+  return FormatDocument(std::move(document));
+}
+
+class JsonFormatter : public Formatter {
+ public:
+  std::string Format(const Report& report,
+                     const std::vector<std::string>& warnings) const override {
+    Json::Value document(Json::objectValue);
+    for (const Report::Part& part : report.Parts()) {
+      if (part.kind != Report::Part::Kind::kText) document[part.name.key] = part.value;
+    }
+    return WithWarnings(document, warnings);
+  }
+
+  std::string Format(const Failure& failure,
+                     const std::vector<std::string>& warnings) const override {
+    Json::Value error = failure.details;
+    error["exit_code"] = static_cast<int>(failure.code);
+    error["kind"] = Describe(failure.code).name;
+    error["message"] = failure.message;
+    Json::Value document(Json::objectValue);
+    document["error"] = error;
+    return WithWarnings(document, warnings);
+  }
+};
+
+}  // namespace
+
+std::string FormatDocument(Json::Value document) {
+  RepairTexts(document);
+  Json::StreamWriterBuilder builder;
+  builder["indentation"] = "  ";
+  builder["emitUTF8"] = true;
+  std::ostringstream out;
+  const std::unique_ptr<Json::StreamWriter> writer(builder.newStreamWriter());
+  writer->write(document, &out);
+  out << '\n';
+  return out.str();
+}
+
+std::unique_ptr<Formatter> MakeJsonFormatter() {
+  return std::make_unique<JsonFormatter>();
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,127 @@
+#include <vreldr/operation.h>
+#include <vreldrgroup/replication/replica.h>
+
+#include <algorithm>
+#include <map>
+
+#include "action/group_action.h"
+#include "action/takeover.h"
+#include "groups/catalogue_view.h"
+#include "groups/gsnap_completeness.h"
+#include "output/console.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// A failover to the last snapshot that arrived, which the library's action does not know: its own
+// operations, undone as it undoes them.
+Prepared PrepareToLast(const Group& group, const std::vector<Takeover>& takeovers, bool isForced) {
+  std::map<std::string, std::pair<std::string, std::string>> plans;
+  for (const Takeover& each : takeovers) {
+    plans[each.target] = {each.plan.GetPlanId(), each.snap_id};
+  }
+  const auto make = [plans, isForced](const std::string& target) {
+    const auto& [planId, snapId] = plans.at(target);
+    std::unique_ptr<VrelDR::DROperation> operation;
+    if (isForced) {
+      operation =
+          std::make_unique<VrelDR::Operation::PlanForcedFailover>(planId, snapId, Json::Value());
+    } else {
+      operation = std::make_unique<VrelDR::Operation::PlanFailover>(planId, snapId, Json::Value());
+    }
+    return operation;
+  };
+  const Task& task = FindTask("failover");
+  const auto undo = [&task](std::set<std::string>& targets) {
+    return task.make()->Revert(targets);
+  };
+  Prepared prepared = PrepareDirect(std::make_unique<DirectAction>(task.name, make, undo), group.id,
+                                    TargetIds(group));
+  prepared.is_reverted = true;
+  if (!isForced) prepared.checker = FindTask(task.checker).make();
+  return prepared;
+}
+
+Prepared PrepareToGsnap(const Group& group, const std::string& gsnapId,
+                        const std::vector<Takeover>& takeovers, bool isForced) {
+  Json::Value params(Json::objectValue);
+  params["gsnap_id"] = gsnapId;
+  params["is_forced"] = isForced;
+  std::vector<std::string> targets;
+  targets.reserve(takeovers.size());
+  for (const Takeover& each : takeovers) targets.push_back(each.driven);
+  return Prepare(FindTask("failover"), group.id, targets, params);
+}
+
+bool IsSourceWell(const std::vector<Takeover>& takeovers) {
+  return std::all_of(takeovers.begin(), takeovers.end(),
+                     [](const Takeover& each) { return each.is_source_alive; });
+}
+
+Report RunFailover(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const std::string gsnapId = args.Text("--snapshot");
+  const bool isForced = args.Has("--force");
+  const ActionLock lock(groupId, args);
+  Group group = LoadGroup(groupId);
+  std::optional<VrelDRGroup::GsnapshotInfo> gsnap;
+  if (!gsnapId.empty()) {
+    gsnap = RequireGsnap(gsnapId);
+    if (!RequireComplete(*gsnap, "failed over to", isForced).empty()) KeepCovered(group, *gsnap);
+  }
+  const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap);
+  const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
+                                  : PrepareToLast(group, takeovers, isForced);
+  std::optional<Report> report = CheckFirst(prepared, args);
+  const std::string hint = IsSourceWell(takeovers) ? "every source of group " + Quote(groupId) +
+                                                         " is there: \"drgroupctl switchover " +
+                                                         groupId + "\" would lose nothing"
+                                                   : std::string();
+  if (report) {
+    if (!hint.empty()) PrintWarning(hint);
+    AddTakeover(*report, takeovers);
+    return *report;
+  }
+  const bool isOlder = IsOlderThanRecorded(takeovers);
+  if (isForced || isOlder) {
+    // Said where there is still a choice.
+    if (!hint.empty() && !args.Has("--yes")) PrintWarning(hint);
+    Confirm(args,
+            "fail group " + Quote(groupId) +
+                " over and give up what was written since those snapshots were taken" +
+                (isOlder ? ", as the last ones that arrived are gone" : ""),
+            LossDetails(takeovers));
+  }
+  const Course course = Run(prepared, args);
+  report = CourseReport(prepared, course, "Failed over group " + Quote(groupId) + ".");
+  AddTakeover(*report, takeovers);
+  return *report;
+}
+
+}  // namespace
+
+Verb Failover() {
+  return {"failover",
+          "let the replicas of a group take over",
+          {"Each replica works with exactly the bytes of a snapshot that it has: the last one that "
+           "arrived, or that of a group snapshot of the group or of its DR copies. When the last "
+           "one is gone, the newest that is there is taken, once that is agreed to. The source is "
+           "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
+           "copies that work; while the sources are well, a switchover loses nothing.",
+           "With --force nothing is needed of the sources, which may be gone; what would be lost "
+           "is told target by target, and has to be agreed to.",
+           kAllOrNothing, kRunAgain},
+          "Which copies work. What was written since the snapshots is given up.",
+          {GroupArgument("the group")},
+          {{"--snapshot", Value::kGsnap, "GSNAP", "the group snapshot to go to"},
+           Flag("--force", "do it without the sources"),
+           DryRun(),
+           Yes()},
+          RunFailover};
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,60 @@
+#include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
+#include "groups/group_store.h"
+#include "host/host.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+Report RunGroupShow(const Arguments& args) {
+  const Group group = LoadGroup(args.Text("GROUP"));
+  RequireCatalogue(group.id, Access::kRead);
+  const auto latest = ListGsnaps(group.id, true);
+
+  Json::Value rows(Json::arrayValue);
+  for (const VrelDR::Target& target : group.targets) {
+    VrelDR::TargetEntry entry;
+    const bool known = FindTarget(target.GetId(), entry);
+    Json::Value row(Json::objectValue);
+    row["target_id"] = target.GetId();
+    row["type"] = TypeName(target.GetType());
+    row["exists"] = ExistsValue(entry);
+    row["volume"] = known ? entry.volume : "";
+    row["path"] = known ? entry.path : "";
+    row["problem"] = entry.problem;
+    rows.append(row);
+  }
+  Report report;
+  report.AddField({"group_id", "Group"}, group.id);
+  report.AddField({"directory", "Directory"}, group.directory);
+  report.AddField({"gsnap_count", "Snapshots"}, Json::UInt64(ListGsnapIds(group.id).size()));
+  report.AddField({"latest_gsnap_id", "Latest"}, latest.empty() ? "" : latest.front().gsnap_id);
+  report.AddTable({"targets", "Targets"},
+                  {{"target_id", "TARGET"},
+                   {"type", "TYPE"},
+                   {"exists", "EXISTS"},
+                   {"volume", "VOLUME"},
+                   {"path", "PATH"},
+                   {"problem", "PROBLEM", Shown::kIfAny}},
+                  rows);
+  return report;
+}
+
+}  // namespace
+
+Verb GroupShow() {
+  return {"group show",
+          "show a group and its targets",
+          {"Shows where its catalogue is, how many group snapshots it has, the latest of them, and "
+           "whether each of its targets is there; a question mark, null in JSON, stands for one "
+           "that the host cannot find out about."},
+          "Nothing.",
+          {GroupArgument("the group")},
+          {},
+          RunGroupShow};
+}
+
+}  // namespace drgroupctl

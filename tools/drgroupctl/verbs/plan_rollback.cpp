@@ -1,0 +1,57 @@
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/replication/replica_op.h>
+
+#include "action/plans.h"
+#include "host/arrived.h"
+#include "output/console.h"
+#include "output/failure.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+Report RunPlanRollback(const Arguments& args) {
+  const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
+  const std::string& replica = plan.GetReplicaTargetId();
+  const std::string snapId = LastArrived(plan.GetPlanId());
+  if (snapId.empty()) {
+    throw Failure(ExitCode::kNotFound, "no snapshot has arrived at target " + Quote(replica) +
+                                           " yet: there is nothing to drop");
+  }
+  const bool wasGone = LookAtArrived(plan).presence == Presence::kMissing;
+  Confirm(args,
+          "drop snapshot " + Quote(snapId) + ", the last that arrived at target " + Quote(replica));
+  // One whose bytes are gone is let go of, and there is nothing to delete then.
+  const bool isDropped = VrelDRGroup::Operation::DrSnapRollback(replica) == 0 ||
+                         (wasGone && LastArrived(plan.GetPlanId()) != snapId);
+  if (!isDropped) {
+    throw Failure(ExitCode::kFailed,
+                  "snapshot " + Quote(snapId) + " of target " + Quote(replica) +
+                      " could not be dropped: check with \"drgroupctl plan show " +
+                      plan.GetPlanId() + "\" what holds it; the system log says more");
+  }
+  Report report;
+  report.AddText("Dropped snapshot " + Quote(snapId) + " of target " + Quote(replica) + ".");
+  report.AddField({"plan_id", "Plan"}, plan.GetPlanId());
+  report.AddField({"target_id", "Target"}, replica);
+  report.AddField({"dropped_snap_id", "Dropped"}, snapId);
+  report.AddField({"last_snap_id", "Last arrived now"}, LastArrived(plan.GetPlanId()));
+  return report;
+}
+
+}  // namespace
+
+Verb PlanRollback() {
+  return {"plan rollback",
+          "drop the last snapshot that arrived for one target",
+          {"Afterwards the one before it is the last that arrived."},
+          "The snapshot of the replica is lost.",
+          {PlanTarget()},
+          {Yes()},
+          RunPlanRollback};
+}
+
+}  // namespace drgroupctl

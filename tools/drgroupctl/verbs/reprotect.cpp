@@ -1,0 +1,31 @@
+#include "action/group_action.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// The side that took over asks.
+Report RunReprotect(const Arguments& args) {
+  Json::Value params(Json::objectValue);
+  params["is_mainsite"] = false;
+  return RunOnGroup("reprotect", args, "Reprotected", params);
+}
+
+}  // namespace
+
+Verb Reprotect() {
+  return {
+      "reprotect",
+      "replicate a group that failed over the other way",
+      {"The copies that work become the sources and work throughout, the others their replicas; "
+       "what those hold is kept in a snapshot first. The next sync sends what changed.",
+       kAllOrNothing, kRunAgain},
+      "The direction of replication.",
+      {GroupArgument("the group")},
+      {DryRun()},
+      RunReprotect};
+}
+
+}  // namespace drgroupctl

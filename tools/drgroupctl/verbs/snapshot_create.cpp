@@ -1,0 +1,179 @@
+#include <vreldr/target_operation.h>
+#include <vreldrgroup/record/target_group.h>
+#include <vreldrgroup/snapshot/gsnap_create.h>
+
+#include <map>
+#include <set>
+
+#include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
+#include "groups/group_store.h"
+#include "groups/known_snapshots.h"
+#include "host/copy_warning.h"
+#include "host/host.h"
+#include "output/console.h"
+#include "output/failure.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using SnapshotIds = std::map<VrelDR::Target, std::set<std::string>>;
+
+// The snapshots that the group's targets have now. Throws unless every target is there and can be
+// asked: a group snapshot that is going to fail should take none.
+SnapshotIds ListSnapshotIds(const Group& group) {
+  SnapshotIds ids;
+  for (const VrelDR::Target& target : group.targets) {
+    const VrelDR::TargetOperation operation(target);
+    if (!operation.ListSnapshotIds(ids[target])) {
+      throw Failure(FromHostError(operation.GetErrCode()),
+                    "group " + Quote(group.id) + ": " + HostMessage(operation));
+    }
+  }
+  return ids;
+}
+
+// What a failed creation left on the targets that nothing refers to, and the first target without a
+// new snapshot, which is the one that failed: targets are taken in their order.
+struct Leftovers {
+  Json::Value rows = Json::Value(Json::arrayValue);
+  std::string text;
+  std::string failedTarget;
+
+  void Add(const VrelDR::Target& target, const std::string& snapId, const std::string& problem) {
+    Json::Value row(Json::objectValue);
+    row["target_id"] = target.GetId();
+    row["tsnap_id"] = snapId;
+    row["problem"] = problem;
+    rows.append(row);
+    text += (text.empty() ? "" : ", ") + snapId + " of target " + Quote(target.GetId()) + " (" +
+            problem + ")";
+  }
+};
+
+// Says why snapshots that nobody is known to need cannot be deleted; empty when `recorded` has all
+// that are needed.
+std::string ReadAllRecorded(std::set<std::string>& recorded) {
+  try {
+    recorded = AllRecordedSnapshotIds();
+    return {};
+  } catch (const Failure& failure) {
+    recorded = RecordedSnapshotIds();
+    return failure.message;
+  }
+}
+
+// Deletes again what this call has taken and nothing records: snapshots that carry the mark of this
+// process. What cannot be deleted stays, as do new ones of which nobody knows who took them.
+Leftovers RemoveTaken(const Group& group, const SnapshotIds& before) {
+  Leftovers left;
+  std::set<std::string> recorded;
+  const std::string doubt = ReadAllRecorded(recorded);
+  const std::string maker = VrelDR::Operation::ThisMaker();
+  for (const VrelDR::Target& target : group.targets) {
+    const VrelDR::TargetOperation operation(target);
+    const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
+    if (operation.GetErrCode() != 0) {
+      PrintWarning("which snapshots stay on target " + Quote(target.GetId()) +
+                   " cannot be told: " + HostMessage(operation));
+    }
+    bool isNew = false;
+    for (const VrelDR::Operation::Snapshot& each : now) {
+      const bool isOthers = !each.maker.empty() && each.maker != maker;
+      if (isOthers || before.at(target).count(each.snap_id) != 0) continue;
+      isNew = true;
+      if (recorded.count(each.snap_id) != 0) continue;
+      if (each.maker.empty()) {
+        left.Add(target, each.snap_id, "who took it is not known");
+      } else if (!doubt.empty()) {
+        left.Add(target, each.snap_id, "whether a group has it cannot be told: " + doubt);
+      } else if (!operation.DeleteSnapshot(each.snap_id)) {
+        left.Add(target, each.snap_id, HostMessage(operation));
+      }
+    }
+    if (!isNew && left.failedTarget.empty()) left.failedTarget = target.GetId();
+  }
+  return left;
+}
+
+Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& operation,
+                        const std::string& said, const SnapshotIds& before) {
+  const Leftovers left = RemoveTaken(group, before);
+  // What the host refuses has a message; what the catalogue refuses has none.
+  Failure failure =
+      operation.GetErrMsg().isNull()
+          ? CatalogueFailure(group.id, "no group snapshot was made", said)
+          : Failure(FromHostError(operation.GetErrCode()),
+                    "group " + Quote(group.id) + ": no group snapshot was made: target " +
+                        Quote(left.failedTarget) + ": " + HostMessage(operation));
+  if (!left.text.empty()) {
+    failure.message +=
+        "; these target snapshots were taken before, stay, and belong to no group "
+        "snapshot, delete them with \"drgroupctl target prune\": " +
+        left.text;
+  }
+  if (!left.failedTarget.empty()) failure.details["target_id"] = left.failedTarget;
+  failure.details["left_snapshots"] = left.rows;
+  return failure;
+}
+
+Report RunSnapshotCreate(const Arguments& args) {
+  const GroupLock lock(args.Text("GROUP"));
+  const Group group = LoadGroup(args.Text("GROUP"));
+  RequireCatalogue(group.id, Access::kWrite);
+  const SnapshotIds before = ListSnapshotIds(group);
+  for (const VrelDR::Target& target : group.targets) {
+    RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
+  }
+  WarnOfCopies(group.targets);
+  WarnOfMounts(group.targets);
+
+  const VrelDRGroup::TargetList targets(group.targets, group.id);
+  const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
+                                    ConsistencyNumber(args.Text("--consistency")));
+  const Json::Value noReplicas(Json::objectValue);
+  VrelDRGroup::Operation::GsnapshotCreate operation(targets, meta, group.directory, noReplicas);
+  std::string said;
+  bool made = false;
+  {
+    const StderrCapture capture;
+    made = operation.Run();
+    said = capture.FirstLine();
+  }
+  if (!made) throw CreationFailure(group, operation, said, before);
+
+  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
+  const Json::Value row = GsnapRow(info);
+  Report report;
+  report.AddText("Created group snapshot " + Quote(info.gsnap_id) + ".");
+  report.AddField({"gsnap_id", "Snapshot"}, row["gsnap_id"]);
+  report.AddField({"group_id", "Group"}, group.id);
+  report.AddField({"name", "Name"}, row["name"]);
+  report.AddTable({"targets", "Targets"}, TargetSnapshotColumns(), TargetSnapshotRows(info));
+  return report;
+}
+
+}  // namespace
+
+Verb SnapshotCreate() {
+  return {"snapshot create",
+          "take a snapshot of every target of a group",
+          {"Takes one snapshot of each target, in the order of the group, and records them as one "
+           "group snapshot. A warning names the targets on volumes whose snapshots are copies: "
+           "those are only as consistent as the writers are quiet.",
+           "When a target fails, no group snapshot is recorded, and the snapshots that were taken "
+           "of targets before it are deleted again. What cannot be deleted stays, and the message "
+           "names it."},
+          "Adds a snapshot to each target and a group snapshot to the catalogue.",
+          {GroupArgument("the group")},
+          {Description(), Flag("--lock", "lock it against deletion"),
+           Consistency(
+               "how consistent whoever asks for it made the targets; unspecified when left out")},
+          RunSnapshotCreate};
+}
+
+}  // namespace drgroupctl

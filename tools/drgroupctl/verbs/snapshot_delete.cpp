@@ -1,0 +1,63 @@
+#include <vreldrgroup/snapshot/gsnap_utils.h>
+
+#include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
+#include "groups/group_store.h"
+#include "groups/gsnap_removal.h"
+#include "output/console.h"
+#include "output/failure.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+Report RunSnapshotDelete(const Arguments& args) {
+  const std::string gsnapId = args.Text("GSNAP");
+  const std::string groupId = VrelDRGroup::Utils::ParseGroupId(gsnapId);
+  const GroupLock lock(groupId);
+  // Once target snapshots are gone their records have to go too: find out first that they can.
+  RequireCatalogue(groupId, Access::kWrite);
+  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
+  if (!args.Has("--force")) {
+    if (info.is_user_locked) {
+      throw Failure(ExitCode::kRefused, "group snapshot " + Quote(gsnapId) +
+                                            " is locked: add --force to delete it all the same");
+    }
+    CheckReachable(info);
+  }
+  Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
+                    Count(info.target_snapshots.size(), "target snapshot"));
+  RemoveGsnap(groupId, info, args.Has("--force") ? OutOfReach::kForget : OutOfReach::kFail);
+
+  const Json::Value left = StillThere(info.target_snapshots);
+  Report report;
+  report.AddText("Deleted group snapshot " + Quote(gsnapId) + ".");
+  report.AddField({"gsnap_id", "Snapshot"}, gsnapId);
+  report.AddField({"deleted_count", "Target snapshots deleted"},
+                  Json::UInt64(info.target_snapshots.size() - left.size()));
+  report.AddTable({"left_snapshots", "Left"},
+                  {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}}, left);
+  return report;
+}
+
+}  // namespace
+
+Verb SnapshotDelete() {
+  return {
+      "snapshot delete",
+      "delete a group snapshot with its target snapshots",
+      {"Refused without --force when it is locked, and when the host cannot tell of a target "
+       "snapshot whether it exists.",
+       "When a target snapshot cannot be deleted, the others are, the group snapshot stays listed "
+       "as incomplete, and the same command can be run again. One that turns out to exist although "
+       "its record is gone is named; \"target prune\" deletes it."},
+      "The target snapshots are lost, then their records.",
+      {Gsnap()},
+      {Flag("--force", "delete it although it is locked, or forget what is out of reach"), Yes()},
+      RunSnapshotDelete};
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,37 @@
+#include "action/group_action.h"
+#include "host/copy_warning.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+Report RunSwitchover(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const ActionLock lock(groupId, args);
+  const Group group = LoadGroup(groupId);
+  const Prepared prepared = PrepareOnGroup("switchover", group);
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  WarnOfMounts(SourcesOf(group));
+  return CourseReport(prepared, Run(prepared, args), "Switched over group " + Quote(groupId) + ".");
+}
+
+}  // namespace
+
+Verb Switchover() {
+  return {"switchover",
+          "let a group's copies change their parts, without loss",
+          {"The source of each target is made unwritable, a last sync goes over, and its replica "
+           "works with exactly those bytes; replication then runs the other way. Nobody should use "
+           "the targets meanwhile.",
+           kAllOrNothing, kRunAgain,
+           "Look at \"status\" first: when all targets were done, it brings them back."},
+          "Which copies work, and the direction of replication.",
+          {GroupArgument("the group")},
+          {DryRun()},
+          RunSwitchover};
+}
+
+}  // namespace drgroupctl

@@ -1,0 +1,77 @@
+#include <vreldr/report.h>
+
+#include "action/group_action.h"
+#include "action/plans.h"
+#include "host/copy_warning.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// What the last sync of each target has sent.
+Json::Value SyncRows(const std::vector<std::string>& targets) {
+  Json::Value rows(Json::arrayValue);
+  for (const std::string& target : targets) {
+    VrelDR::SyncReport report;
+    VrelDR::PlanSyncReporter(RequireOnePlan(target).GetPlanId()).ReadReport(report);
+    Json::Value row(Json::objectValue);
+    row["target_id"] = target;
+    row["result"] = "done";
+    row["snap_id"] = report.GetSnapId();
+    row["size_bytes"] = Json::UInt64(report.GetSyncRecord().total_size_byte);
+    VrelDR::SiteOPJournal journal;
+    VrelDR::SiteOPJournalReporter(RequireOnePlan(target).GetPlanId()).ReadReport(journal);
+    row["note"] = journal.GetMessage();
+    row["sent_bytes"] = Json::UInt64(report.GetSyncRecord().sent_size_byte);
+    rows.append(row);
+  }
+  return rows;
+}
+
+Report RunSync(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const ActionLock lock(groupId, args);
+  const Group group = LoadGroup(groupId);
+  const Prepared prepared = PrepareOnGroup("sync", group);
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  WarnOfCopies(SourcesOf(group));
+  WarnOfMounts(SourcesOf(group));
+  Run(prepared, args);
+
+  Report report;
+  report.AddText("Synced group " + Quote(groupId) + ".");
+  report.AddField({"group_id", "Group"}, groupId);
+  report.AddField({"task", "Task"}, prepared.name);
+  report.AddTable({"targets", "Targets"},
+                  {{"target_id", "TARGET"},
+                   {"result", "RESULT"},
+                   {"snap_id", "SNAPSHOT"},
+                   {"size_bytes", "LOOKED AT", Shown::kBytes},
+                   {"sent_bytes", "SENT", Shown::kBytes},
+                   {"note", "NOTE", Shown::kIfAny}},
+                  SyncRows(prepared.targets));
+  return report;
+}
+
+}  // namespace
+
+Verb Sync() {
+  return {
+      "sync",
+      "send what changed to the replicas of a group",
+      {"Afterwards the same new snapshot of each target stands on both sides; group snapshots that "
+       "wait to be sent were sent too. Only what changed since the last common snapshot is sent.",
+       "A warning names the sources whose snapshots are copies: those are only as consistent as "
+       "the writers are quiet. All targets are checked first. After a failure, a stop or an "
+       "interruption what has arrived stays, and the same command goes on with it. SIGINT and "
+       "SIGTERM stop it within a second."},
+      "Adds a snapshot to both copies of each target, and releases the one before it.",
+      {GroupArgument("the group")},
+      {DryRun()},
+      RunSync};
+}
+
+}  // namespace drgroupctl

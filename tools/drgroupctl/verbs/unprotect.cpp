@@ -1,0 +1,87 @@
+#include "action/group_action.h"
+#include "action/plans.h"
+#include "action/removal.h"
+#include "host/host.h"
+#include "output/console.h"
+#include "output/text.h"
+#include "verbs/parameters.h"
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+namespace {
+
+// The copies that do not work, which become ordinary targets.
+std::string CopiesThatStay(const std::vector<std::string>& targets) {
+  std::vector<std::string> texts;
+  for (const std::string& target : targets) {
+    for (const VrelDR::DRPlan& plan : PlansOf(target)) {
+      const std::string& id = plan.GetWorkingTargetId() == plan.GetSourceTargetId()
+                                  ? plan.GetReplicaTargetId()
+                                  : plan.GetSourceTargetId();
+      VrelDR::TargetEntry entry;
+      texts.push_back("target " + Quote(id) +
+                      (FindTarget(id, entry) ? " on volume " + Quote(entry.volume) : ""));
+    }
+  }
+  return Join(texts, ", ");
+}
+
+Report RunUnprotect(const Arguments& args) {
+  const std::string groupId = args.Text("GROUP");
+  const bool withData = args.Has("--delete-data");
+  const ActionLock lock(groupId, args);
+  Json::Value params(Json::objectValue);
+  params["is_data_deleted"] = withData;
+  params["is_drsite_deleted"] = withData;
+  const Prepared prepared = PrepareOnGroup("delete", LoadGroup(groupId), params);
+  std::size_t plans = 0;
+  for (const std::string& target : prepared.targets) plans += PlansOf(target).size();
+  const Removal removal(PlansLostBy("delete", params, prepared.targets), prepared.targets);
+  if (plans == 0 && (removal.IsEmpty() || !withData)) {
+    throw Failure(ExitCode::kNotFound,
+                  "group " + Quote(groupId) + " is not protected: no target of it has a plan" +
+                      (removal.IsEmpty() ? ""
+                                         : "; the removal of " + removal.Text() +
+                                               " has begun: --delete-data finishes it"));
+  }
+  std::optional<Report> checked = CheckFirst(prepared, args);
+  if (withData) removal.RequireUnclaimed(prepared.title, args);
+  if (checked) {
+    if (withData) removal.AddTo(*checked);
+    return *checked;
+  }
+  if (withData) Confirm(args, "remove " + removal.Text() + ", of group " + Quote(groupId));
+  const std::string kept = withData ? std::string() : CopiesThatStay(prepared.targets);
+  const Course course = Run(prepared, args);
+  if (withData) removal.Finish();
+  Report report = CourseReport(
+      prepared, course,
+      "Group " + Quote(groupId) + " is not protected any more. " +
+          (withData ? "Removed " + removal.Text() : "As ordinary targets stay " + kept) + ".");
+  if (withData) removal.AddTo(report);
+  return report;
+}
+
+}  // namespace
+
+Verb Unprotect() {
+  return {
+      "unprotect",
+      "remove the plans of a group",
+      {"The copies that do not work stay as ordinary targets that hold what arrived last; with "
+       "--delete-data they go with their snapshots. Those are the DR copies, but after a "
+       "switchover the ones on the main side. The copies that work are never touched. Targets "
+       "without a plan are passed over.",
+       kClaims,
+       "All targets are checked first. What was removed before a failure stays removed, and the "
+       "same command goes on with the others; a copy whose removal has begun never comes back, and "
+       "the same command, \"target remove\" or the next target that is made finishes it."},
+      "The plans; with --delete-data the copies that do not work and their snapshots are lost.",
+      {GroupArgument("the group")},
+      {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
+       ForceClaims(), DryRun(), Yes()},
+      RunUnprotect};
+}
+
+}  // namespace drgroupctl

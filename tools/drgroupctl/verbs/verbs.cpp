@@ -1,0 +1,20 @@
+#include "verbs/verbs.h"
+
+namespace drgroupctl {
+
+const std::vector<Verb>& Verbs() {
+  static const std::vector<Verb> verbs = {
+      HostInit(),       VolumeInit(),     VolumeList(),     TargetCreate(), TargetImport(),
+      TargetList(),     TargetRemove(),   TargetPrune(),    GroupCreate(),  GroupList(),
+      GroupShow(),      GroupRename(),    GroupRelink(),    GroupUpgrade(), GroupDelete(),
+      SnapshotCreate(), SnapshotList(),   SnapshotShow(),   SnapshotEdit(), SnapshotRestore(),
+      SnapshotClone(),  SnapshotDelete(), SnapshotRepair(), SnapshotShip(), SnapshotSync(),
+      SnapshotPrune(),  Protect(),        Sync(),           Stop(),         Status(),
+      Switchover(),     Failover(),       Reprotect(),      Edit(),         Unprotect(),
+      PlanList(),       PlanShow(),       PlanDelete(),     PlanPromote(),  PlanDropShipment(),
+      PlanRollback(),   ActionRun(),
+  };
+  return verbs;
+}
+
+}  // namespace drgroupctl
