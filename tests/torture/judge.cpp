@@ -162,8 +162,8 @@ std::vector<std::string> JudgeAgain(const Moment& moment, const Sight& seen, con
   const std::string missing = moment.step.reached(start, again);
   if (!missing.empty()) faults.push_back(missing);
   for (const auto& [key, value] : again.facts) {
-    // A snapshot of what was written without a sync, taken after the cut, is whole and holds what the
-    // cut has left of that.
+    // A snapshot of what was written without a sync, taken after the cut, is whole and holds what
+    // the cut has left of that.
     const bool isDamaged = value.find("damaged ") != std::string::npos && moment.unsynced.empty();
     if (IsProblem(value) || isDamaged || (StartsWith(key, "gsnap ") && IsPartMissing(value))) {
       faults.push_back(key + " is \"" + value + "\"");

@@ -16,7 +16,8 @@
 namespace torture {
 
 // What the environment asks for; each has a value for the short run.
-//   TORTURE_SEED     where the random choices start, printed by every test; 1 when it is not set, so
+//   TORTURE_SEED     where the random choices start, printed by every test; 1 when it is not set,
+//   so
 //                    that the short run of one state of the sources is the same every time
 //   TORTURE_COUNT    how many cuts, or failing calls, each test makes
 //   TORTURE_SECONDS  the time after which a test ends although it has not made them all
