@@ -7,6 +7,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <map>
 #include <random>
 
@@ -63,30 +64,44 @@ std::string WriteDisk(const std::string& path, int version) {
   return file ? "" : "cannot write " + path + ": " + std::strerror(errno);
 }
 
+// Tells two damaged states from each other: copies of one are equal.
+std::string Mark(const std::string& bytes) {
+  return " #" + std::to_string(std::hash<std::string>()(bytes));
+}
+
 std::string DiskAt(const std::string& path) {
   const std::string bytes = host_test::ReadFile(path);
   const std::string name = "v" + std::to_string(std::atoi(bytes.c_str()));
-  return bytes == DiskOf(std::atoi(bytes.c_str())) ? name : "damaged " + name + ": other bytes";
+  const bool isWhole = bytes == DiskOf(std::atoi(bytes.c_str()));
+  return isWhole ? name : "damaged " + name + ": other bytes" + Mark(bytes);
 }
 
 std::string FolderAt(const std::string& path) {
   const int version = std::atoi(host_test::ReadFile(path + "/version").c_str());
   const std::string name = "v" + std::to_string(version);
-  auto wanted = FilesOf(version);
+  std::map<std::string, std::string> found;  // in an order that all file systems have
   for (const auto& each : fs::recursive_directory_iterator(path)) {
-    const std::string file = fs::path(each).lexically_relative(path).string();
     if (each.is_directory()) continue;
-    const auto found = wanted.find(file);
-    if (found == wanted.end()) return "damaged " + name + ": too much: " + file;
-    const std::string bytes = host_test::ReadFile(each.path());
-    if (bytes != found->second) {
-      return "damaged " + name + ": other bytes in " + file + ", which has " +
-             std::to_string(bytes.size()) + " of " + std::to_string(found->second.size());
-    }
-    wanted.erase(found);
+    found[fs::path(each).lexically_relative(path)] = host_test::ReadFile(each.path());
   }
-  if (!wanted.empty()) return "damaged " + name + ": lacks " + wanted.begin()->first;
-  return name;
+  const auto wanted = FilesOf(version);
+  if (found == wanted) return name;
+  std::string damage;
+  std::string all;
+  for (const auto& [file, bytes] : found) {
+    all += file + '\n' + bytes + '\n';
+    const auto should = wanted.find(file);
+    if (should == wanted.end()) {
+      damage += ", too much: " + file;
+    } else if (bytes != should->second) {
+      damage += ", other bytes in " + file + " (" + std::to_string(bytes.size()) + " of " +
+                std::to_string(should->second.size()) + ")";
+    }
+  }
+  for (const auto& [file, bytes] : wanted) {
+    if (found.count(file) == 0) damage += ", lacks " + file;
+  }
+  return "damaged " + name + ": " + damage.substr(2) + Mark(all);
 }
 
 }  // namespace
