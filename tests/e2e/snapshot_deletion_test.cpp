@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "bind_mount.h"
 #include "tool_fixture.h"
 
 // Deleting group snapshots: consent, what is out of reach, and interruptions, of creations too.
@@ -59,6 +60,25 @@ TEST_F(SnapshotDeletionTest, WhatCouldNotBeAskedAboutIsAskedAgainAndDeleted) {
     EXPECT_EQ(result.code, kDone) << result.err;
     ExpectNoTargetSnapshots();
   }
+}
+
+// What is left cannot be removed now: that is not told as done.
+TEST_F(SnapshotDeletionTest, WhatAnInterruptedDeletionLeftAndCannotGoIsNotToldAsDeleted) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  const std::string path = fs::path(SnapshotPaths(id).at("lun")).parent_path();
+  setenv("VRELDR_KILL_POINT", "delete.marked", 1);
+  EXPECT_EQ(Run({"snapshot", "delete", id, "--yes"}).code, 128 + 9);
+  unsetenv("VRELDR_KILL_POINT");
+  {
+    const host_test::BindMount mounted(path, path);
+    const Result result = Run({"snapshot", "delete", id, "--yes"});
+    EXPECT_EQ(result.code, kRefused);
+    EXPECT_THAT(result.err, testing::AllOf(HasSubstr("interrupted deletion"), HasSubstr(path)));
+    EXPECT_THAT(ListSnapshots(), ElementsAre(id));
+  }
+  RunWell({"snapshot", "delete", id, "--yes"});
+  EXPECT_FALSE(fs::exists(path));
 }
 
 TEST_F(SnapshotDeletionTest, WhatStaysThenIsNamedAndCanBePruned) {
@@ -172,12 +192,15 @@ TEST_F(SnapshotDeletionTest, ADeletionThatIsKilledCanBeRunAgain) {
   MakeGroup();
   for (const char* step : {"delete.marked", "delete.bytes_gone", "delete.done"}) {
     const std::string id = TakeSnapshot();
+    const auto paths = SnapshotPaths(id);
     setenv("VRELDR_KILL_POINT", step, 1);
     EXPECT_EQ(Run({"snapshot", "delete", id, "--yes"}).code, 128 + 9) << step;
     unsetenv("VRELDR_KILL_POINT");
     EXPECT_THAT(ListSnapshots(), ElementsAre(id));
     RunWell({"snapshot", "delete", id, "--yes"});
     EXPECT_TRUE(ListSnapshots().empty());
+    // What was marked does not exist for the host, which leaves its bytes for the next change.
+    for (const auto& [target, path] : paths) EXPECT_FALSE(fs::exists(path)) << target << step;
   }
   ExpectNoTargetSnapshots();
 }

@@ -54,6 +54,23 @@ std::vector<Stay> DeleteWhatStayed(const std::vector<TargetSnapshot>& snapshots)
   return stays;
 }
 
+// A deletion that was interrupted has left bytes of a snapshot that does not exist any more: the
+// host removes them with the next change of the target. Throws when that fails.
+void FinishInterrupted(const VrelDRGroup::GsnapshotInfo& info) {
+  for (const TargetSnapshot& each : info.target_snapshots) {
+    if (AskSnapshot(each.target, each.tsnap_id).presence != Presence::kMissing) continue;
+    const VrelDR::TargetOperation operation(each.target);
+    if (operation.DeleteSnapshot(each.tsnap_id)) continue;
+    const int error = operation.GetErrCode();
+    if (error == VrelDR::kErrSnapshotMissing || error == VrelDR::kErrTargetMissing) continue;
+    throw Failure(FromHostError(error),
+                  "group snapshot " + Quote(info.gsnap_id) +
+                      " was not deleted: what an interrupted deletion has left of its snapshot of "
+                      "target " +
+                      Quote(each.target.GetId()) + " cannot be removed: " + HostMessage(operation));
+  }
+}
+
 // Those parts of the group snapshot that the group's catalogue records no more; none when it cannot
 // be read.
 std::vector<TargetSnapshot> Unrecorded(const std::string& groupId,
@@ -152,6 +169,7 @@ Json::Value StillThere(const std::vector<VrelDRGroup::TargetSnapshot>& snapshots
 
 void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
                  OutOfReach outOfReach) {
+  if (outOfReach == OutOfReach::kFail) FinishInterrupted(info);
   Op::GsnapshotDelete operation(info.gsnap_id);
   if (!operation.Run()) throw NotDeleted(groupId, info, operation);
   std::vector<Stay> stays = DeleteWhatStayed(info.target_snapshots);
