@@ -1,71 +1,33 @@
 // Which of the snapshots that a plan has sent its replica really has.
 #include "vreldr/arrived.h"
 
-#include <algorithm>
-
 #include "base/boundary.h"
 #include "plan/host_plan.h"
-#include "plan/plan_text.h"
+#include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
-namespace {
-
-using Operation::Snapshot;
-
-// The record of a snapshot; empty when there is none.
-Snapshot FindRecord(const std::vector<SnapshotRow>& rows, const std::string& snapId) {
-  const auto found = std::find_if(rows.begin(), rows.end(), [&](const SnapshotRow& each) {
-    return each.snapshot.snap_id == snapId;
-  });
-  return found == rows.end() ? Snapshot() : found->snapshot;
-}
-
-// A replica may also have what a reprotection has kept of it, which never was sent to it.
-bool IsKeptAside(const Snapshot& snapshot) {
-  return snapshot.meta.description == kBeforeReprotect;
-}
-
-}  // namespace
-
-Status HostPlan::FindRecorded(Snapshot& recorded) const {
-  std::vector<LockRow> locks;
+Status HostPlan::FindRecorded(Operation::Snapshot& recorded) const {
+  std::vector<std::string> held;
   std::vector<SnapshotRow> arrived;
   std::vector<SnapshotRow> sent;
-  const std::string& replica = Get().GetReplicaTargetId();
-  Status status = Records().ListLocksOfPlan(Get().GetPlanId(), locks);
-  if (status.IsOk()) status = GetStore().ListSnapshots(replica, arrived);
+  Status status = ListHeld(held);
+  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), arrived);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
-  for (const LockRow& each : locks) {
-    if (!status.IsOk()) break;
-    if (each.target_id != replica) continue;
-    // Its record may be gone with its bytes: the other side knows when it was taken, too.
-    Snapshot found = FindRecord(arrived, each.snap_id);
-    if (found.snap_id.empty()) found = FindRecord(sent, each.snap_id);
-    found.snap_id = each.snap_id;
-    if (recorded.snap_id.empty() || found > recorded) recorded = std::move(found);
-  }
-  return status;
+  if (!status.IsOk()) return status;
+  recorded = SnapshotHistory::NewestHeld(held, SnapshotsOf(arrived), SnapshotsOf(sent));
+  return {};
 }
 
 Status HostPlan::LookAtArrived(ArrivedSnapshots& arrived) {
   arrived = {};
-  Snapshot recorded;
-  std::vector<Snapshot> snapshots;
+  Operation::Snapshot recorded;
+  std::vector<Operation::Snapshot> snapshots;
   Status status = FindRecorded(recorded);
   arrived.recorded_id = recorded.snap_id;
   if (status.IsOk()) status = ListReplicaSnapshots(snapshots);
   if (!status.IsOk()) return status;
-  const auto isRecorded = [&](const Snapshot& each) { return each.snap_id == recorded.snap_id; };
-  arrived.is_gone =
-      !recorded.snap_id.empty() && std::none_of(snapshots.begin(), snapshots.end(), isRecorded);
-  for (const Snapshot& each : snapshots) {
-    // What is newer than the last that arrived is the replica's own, from when it worked.
-    const bool isOlder =
-        arrived.is_gone && !IsKeptAside(each) && (recorded.create_time == 0 || recorded > each);
-    const bool counts = isRecorded(each) || each.snap_id == GetRow().hand_snap_id || isOlder;
-    if (counts && (arrived.newest.snap_id.empty() || each > arrived.newest)) arrived.newest = each;
-  }
+  arrived = SnapshotHistory::WhatArrived(recorded, GetRow().hand_snap_id, snapshots);
   return {};
 }
 

@@ -1,18 +1,18 @@
 #include "vreldr/protected_target.h"
 
 #include <algorithm>
-#include <set>
 
 #include "base/boundary.h"
 #include "plan/host_plan.h"
 #include "plan/plan_text.h"
+#include "vreldr/snapshot_history.h"
 #include "vreldr/target_operation.h"
 
 namespace VrelDR::Operation {
 
 namespace {
 
-// The newest snapshot but one that both sides of the plan have; empty when there is none.
+// The newest snapshot before that one that both sides of the plan have; empty when there is none.
 Status FindOlder(HostPlan& plan, const std::string& snapId, std::string& older) {
   std::vector<Snapshot> sent;
   std::vector<Snapshot> arrived;
@@ -20,13 +20,7 @@ Status FindOlder(HostPlan& plan, const std::string& snapId, std::string& older) 
   Status status = source.OpenToRead(plan.Get().GetSourceTargetId());
   if (status.IsOk()) status = source.ListSnapshots(sent);
   if (status.IsOk()) status = plan.ListReplicaSnapshots(arrived);
-  const auto place = std::find_if(arrived.begin(), arrived.end(),
-                                  [&](const Snapshot& each) { return each.snap_id == snapId; });
-  std::set<std::string> names;
-  for (const Snapshot& each : sent) names.insert(each.snap_id);
-  for (auto each = arrived.begin(); each != place; ++each) {
-    if (names.count(each->snap_id) != 0) older = each->snap_id;
-  }
+  older = SnapshotHistory::NewestCommon(arrived, sent, snapId);
   return status;
 }
 

@@ -1,8 +1,7 @@
-#include <algorithm>
-
 #include "base/boundary.h"
 #include "plan/host_plan.h"
 #include "vreldr/report.h"
+#include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
@@ -17,42 +16,22 @@ Json::Value SnapshotsJson(const std::vector<std::string>& snapIds) {
   return json;
 }
 
-// Those of `snapIds` that a target has a record of, oldest first; then the others.
-void SortByAge(const std::vector<SnapshotRow>& rows, std::vector<std::string>& snapIds) {
-  std::vector<Snapshot> recorded;
-  recorded.reserve(rows.size());
-  for (const SnapshotRow& each : rows) recorded.push_back(each.snapshot);
-  std::sort(recorded.begin(), recorded.end(), [](const auto& a, const auto& b) { return b > a; });
-  const auto place = [&recorded](const std::string& snapId) {
-    return std::find_if(recorded.begin(), recorded.end(),
-                        [&](const Snapshot& each) { return each.snap_id == snapId; });
-  };
-  std::stable_sort(snapIds.begin(), snapIds.end(),
-                   [&](const std::string& a, const std::string& b) { return place(a) < place(b); });
-}
-
 Status ReadPending(const HostPlan& plan, Json::Value& json) {
   std::vector<std::string> snapIds;
   std::vector<SnapshotRow> rows;
   Status status = plan.Records().ListPending(plan.Get().GetPlanId(), snapIds);
   if (status.IsOk()) status = plan.GetStore().ListSnapshots(plan.Get().GetSourceTargetId(), rows);
-  SortByAge(rows, snapIds);
+  SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
 }
 
-// Those on the replica: what the plan holds on the source alone has not arrived yet.
 Status ReadLocks(const HostPlan& plan, Json::Value& json) {
-  std::vector<LockRow> locks;
   std::vector<std::string> snapIds;
   std::vector<SnapshotRow> rows;
-  const std::string& replica = plan.Get().GetReplicaTargetId();
-  Status status = plan.Records().ListLocksOfPlan(plan.Get().GetPlanId(), locks);
-  if (status.IsOk()) status = plan.GetStore().ListSnapshots(replica, rows);
-  for (const LockRow& each : locks) {
-    if (each.target_id == replica) snapIds.push_back(each.snap_id);
-  }
-  SortByAge(rows, snapIds);
+  Status status = plan.ListHeld(snapIds);
+  if (status.IsOk()) status = plan.GetStore().ListSnapshots(plan.Get().GetReplicaTargetId(), rows);
+  SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
 }
@@ -140,9 +119,7 @@ bool PendingSnapReporter::Add(const Snapshot& snapshot) const {
     const std::string& source = plan.Get().GetSourceTargetId();
     Status status = plan.GetStore().ListSnapshots(source, rows);
     if (!status.IsOk()) return status;
-    if (std::none_of(rows.begin(), rows.end(), [&](const SnapshotRow& each) {
-          return each.state == RecordState::kWhole && each.snapshot.snap_id == snapshot.snap_id;
-        })) {
+    if (SnapshotHistory::Find(WholeSnapshotsOf(rows), snapshot.snap_id) == nullptr) {
       return {kErrSnapshotMissing, "target " + Quoted(source) + " has no snapshot " +
                                        Quoted(snapshot.snap_id) + "; list its snapshots"};
     }

@@ -6,6 +6,7 @@
 #include "target/host.h"
 #include "target/target_creation.h"
 #include "target/target_snapshot.h"
+#include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
@@ -128,9 +129,7 @@ Snapshot TargetOperation::GetSnapshot(const std::string& snapId) const {
   RunAndRecord(*this, [&] {
     std::vector<Snapshot> snapshots;
     Status status = List(target_, snapshots);
-    for (Snapshot& each : snapshots) {
-      if (each.snap_id == snapId) found = std::move(each);
-    }
+    if (const Snapshot* known = SnapshotHistory::Find(snapshots, snapId)) found = *known;
     return status;
   });
   return found;

@@ -1,8 +1,7 @@
 #include "plan/checks.h"
 
-#include <algorithm>
-
 #include "plan/plan_text.h"
+#include "vreldr/snapshot_history.h"
 
 namespace VrelDR::Check {
 
@@ -103,10 +102,7 @@ Status HasSnapshot(HostPlan& plan, const std::string& snapId) {
   const DRPlan& record = plan.Get();
   Status status = plan.ListReplicaSnapshots(snapshots);
   if (!status.IsOk()) return status;
-  if (std::any_of(snapshots.begin(), snapshots.end(),
-                  [&](const Snapshot& each) { return each.snap_id == snapId; })) {
-    return {};
-  }
+  if (SnapshotHistory::Find(snapshots, snapId) != nullptr) return {};
   ArrivedSnapshots arrived;
   if (snapId.empty()) status = plan.LookAtArrived(arrived);
   if (!status.IsOk()) return status;

@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <set>
@@ -10,6 +9,7 @@
 
 #include "plan/plan_text.h"
 #include "target/target_snapshot.h"
+#include "vreldr/snapshot_history.h"
 #include "vreldr/utils.h"
 
 namespace VrelDR {
@@ -184,6 +184,15 @@ Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {
   return status;
 }
 
+Status HostPlan::ListHeld(std::vector<std::string>& snapIds) const {
+  std::vector<LockRow> locks;
+  Status status = Records().ListLocksOfPlan(Get().GetPlanId(), locks);
+  for (const LockRow& each : locks) {
+    if (each.target_id == Get().GetReplicaTargetId()) snapIds.push_back(each.snap_id);
+  }
+  return status;
+}
+
 Status HostPlan::MakeWritable(const std::string& targetId, const std::string& snapId) {
   HostTarget target(host_);
   Status status = OpenToWrite(targetId, target);
@@ -223,15 +232,12 @@ Status HostPlan::FindArrived(Snapshot& snapshot) {
   if (status.IsOk()) status = replica.GetEngine().ListSnapshots(replica.GetTarget(), existing);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), recorded);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
-  const auto isInHand = [this](const SnapshotRow& each) {
-    return each.snapshot.snap_id == row_.hand_snap_id;
-  };
   if (!status.IsOk() || existing.count(row_.hand_snap_id) == 0 ||
-      std::any_of(recorded.begin(), recorded.end(), isInHand)) {
+      SnapshotHistory::Find(SnapshotsOf(recorded), row_.hand_snap_id) != nullptr) {
     return status;
   }
-  const auto found = std::find_if(sent.begin(), sent.end(), isInHand);
-  if (found != sent.end() && found->state == RecordState::kWhole) snapshot = found->snapshot;
+  const std::vector<Snapshot> whole = WholeSnapshotsOf(sent);
+  if (const Snapshot* found = SnapshotHistory::Find(whole, row_.hand_snap_id)) snapshot = *found;
   return {};
 }
 
@@ -256,15 +262,11 @@ Status HostPlan::AdoptArrived() {
 
 Status IsNewest(const HostPlan& plan, const HostTarget& replica, const Snapshot& snapshot,
                 bool& newest) {
-  std::vector<LockRow> locks;
+  std::vector<std::string> held;
   std::vector<Snapshot> snapshots;
-  Status status = plan.Records().ListLocksOfPlan(plan.Get().GetPlanId(), locks);
+  Status status = plan.ListHeld(held);
   if (status.IsOk()) status = replica.ListSnapshots(snapshots);
-  newest = std::none_of(snapshots.begin(), snapshots.end(), [&](const Snapshot& each) {
-    return each > snapshot && std::any_of(locks.begin(), locks.end(), [&](const LockRow& lock) {
-             return lock.target_id == replica.GetTarget().GetId() && lock.snap_id == each.snap_id;
-           });
-  });
+  newest = SnapshotHistory::IsNewest(snapshot, snapshots, held);
   return status;
 }
 

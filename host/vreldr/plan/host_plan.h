@@ -56,6 +56,9 @@ class HostPlan {
   // Makes a copy writable with a snapshot's bytes, or with those it has when `snapId` is empty.
   Status MakeWritable(const std::string& targetId, const std::string& snapId);
   Status MakeUnwritable(const std::string& targetId);
+  // The snapshots that the plan holds on its replica: what it holds on the source alone has not
+  // arrived yet. In the order in which it came to hold them.
+  Status ListHeld(std::vector<std::string>& snapIds) const;
   // What the replica can take over with. On a failure only what the records tell of it.
   Status LookAtArrived(ArrivedSnapshots& arrived);
   // Gives up the snapshot in hand, whose identifier is in `snapId` afterwards, with what has

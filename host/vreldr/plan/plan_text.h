@@ -10,9 +10,6 @@
 // How messages speak of plans.
 namespace VrelDR {
 
-// The description of the snapshot that keeps what a reprotection is going to overwrite.
-inline constexpr const char* kBeforeReprotect = "Before reprotect";
-
 // "plan "ID" of target "a"".
 std::string NameOf(const DRPlan& plan);
 

@@ -7,6 +7,7 @@
 #include "plan/sync.h"
 #include "target/target_snapshot.h"
 #include "vreldr/operation.h"
+#include "vreldr/snapshot_history.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelDR::Operation {
@@ -90,7 +91,7 @@ Status Reprotect(HostPlan& plan, const std::string& snapId) {
     HostTarget target(plan.GetHost());
     SnapshotOrder order;
     order.snap_id = snapId;
-    order.meta.description = kBeforeReprotect;
+    order.meta.description = SnapshotHistory::kBeforeReprotect;
     order.meta.taken_by = GetRetentionLocker(before.GetPlanId());
     Snapshot taken;
     status = plan.OpenToWrite(before.GetSourceTargetId(), target);

@@ -2,10 +2,10 @@
 
 #include <algorithm>
 #include <ctime>
-#include <set>
 
 #include "base/kill_point.h"
 #include "target/target_snapshot.h"
+#include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
@@ -23,19 +23,6 @@ constexpr int kMostHandFailures = 2;
 
 std::uint32_t Now() {
   return static_cast<std::uint32_t>(std::time(nullptr));
-}
-
-bool Has(const std::vector<Snapshot>& snapshots, const std::string& snapId) {
-  return std::any_of(snapshots.begin(), snapshots.end(),
-                     [&](const Snapshot& each) { return each.snap_id == snapId; });
-}
-
-// The newest snapshot that both have; empty when there is none.
-std::string NewestOfBoth(const std::vector<Snapshot>& sent, const std::vector<Snapshot>& arrived) {
-  for (auto each = sent.rbegin(); each != sent.rend(); ++each) {
-    if (Has(arrived, each->snap_id)) return each->snap_id;
-  }
-  return {};
 }
 
 }  // namespace
@@ -136,18 +123,17 @@ Status PlanSyncer::SendPending() {
   if (status.IsOk()) status = source.ListSnapshots(sent);
   if (status.IsOk()) status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
   if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  const std::vector<std::string> still = SnapshotHistory::StillToSend(listed, sent, arrived);
   for (const std::string& each : listed) {
     if (!status.IsOk()) return status;
-    if (Has(sent, each) && !Has(arrived, each)) continue;
+    if (std::find(still.begin(), still.end(), each) != still.end()) continue;
     status = plan_.Records().RemovePending(plan_.Get().GetPlanId(), each);
   }
-  const std::set<std::string> names(listed.begin(), listed.end());
-  for (const Snapshot& each : sent) {  // oldest first
+  for (const std::string& each : still) {
     if (!status.IsOk()) return status;
-    if (names.count(each.snap_id) == 0 || Has(arrived, each.snap_id)) continue;
     bool found = false;
-    status = TakeInHand(each.snap_id, found);
-    if (status.IsOk() && found) status = Send(each.snap_id);
+    status = TakeInHand(each, found);
+    if (status.IsOk() && found) status = Send(each);
   }
   return status;
 }
@@ -203,7 +189,8 @@ Status PlanSyncer::Send(const std::string& snapId) {
   before_ = report_.record;
   // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
   (void)replica.GetEngine().DropShipments(replica.GetTarget(), snapId);
-  const std::string base = param_.is_full ? std::string() : NewestOfBoth(sent, arrived);
+  const std::string base =
+      param_.is_full ? std::string() : SnapshotHistory::NewestCommon(sent, arrived);
   const std::string cannot = source.Cannot("send a snapshot of") + " to target " +
                              Quoted(replica.GetTarget().GetId()) + " on volume " +
                              Quoted(replica.GetRow().volume);

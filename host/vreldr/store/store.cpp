@@ -1,6 +1,7 @@
 #include "store/store.h"
 
 #include <algorithm>
+#include <iterator>
 
 #include "foundation/records.h"
 
@@ -87,6 +88,20 @@ UpdateCommand RememberTime(const std::string& targetId, std::uint32_t time) {
 }
 
 }  // namespace
+
+std::vector<Operation::Snapshot> SnapshotsOf(const std::vector<SnapshotRow>& rows) {
+  std::vector<Operation::Snapshot> snapshots;
+  snapshots.reserve(rows.size());
+  for (const SnapshotRow& each : rows) snapshots.push_back(each.snapshot);
+  return snapshots;
+}
+
+std::vector<Operation::Snapshot> WholeSnapshotsOf(const std::vector<SnapshotRow>& rows) {
+  std::vector<SnapshotRow> whole;
+  std::copy_if(rows.begin(), rows.end(), std::back_inserter(whole),
+               [](const SnapshotRow& each) { return each.state == RecordState::kWhole; });
+  return SnapshotsOf(whole);
+}
 
 Status Store::Open(const std::string& stateDir, std::optional<Store>& store) {
   store.emplace(Store(VrelHost::RecordsAt(stateDir + "/replica.db")));

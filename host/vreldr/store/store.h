@@ -26,6 +26,10 @@ struct SnapshotRow {
   RecordState state = RecordState::kBuilding;
 };
 
+// The snapshots of the records, in every state, in their order; and of those that are whole.
+std::vector<Operation::Snapshot> SnapshotsOf(const std::vector<SnapshotRow>& rows);
+std::vector<Operation::Snapshot> WholeSnapshotsOf(const std::vector<SnapshotRow>& rows);
+
 // The identity that a volume of the configuration was given, as its identity file has it too.
 struct VolumeRow {
   std::string name;

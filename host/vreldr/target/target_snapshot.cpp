@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "base/kill_point.h"
+#include "vreldr/snapshot_history.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelDR {
@@ -52,9 +53,8 @@ Status FindSnapshot(const HostTarget& opened, const std::string& snapId, Snapsho
   std::vector<Snapshot> snapshots;
   Status status = opened.ListSnapshots(snapshots);
   if (!status.IsOk()) return status;
-  for (Snapshot& each : snapshots) {
-    if (each.snap_id != snapId) continue;
-    found = std::move(each);
+  if (const Snapshot* known = SnapshotHistory::Find(snapshots, snapId)) {
+    found = *known;
     return {};
   }
   return {kErrSnapshotMissing, "target " + Quoted(opened.GetTarget().GetId()) +

@@ -1,5 +1,6 @@
 #include "action/takeover.h"
 
+#include <vreldr/snapshot_history.h>
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
@@ -36,30 +37,14 @@ VrelDRGroup::TargetSnapshot FindSnapshot(const VrelDRGroup::GsnapshotInfo& gsnap
                                          ": name one that has, or leave --snapshot out");
 }
 
-// When the snapshot was taken, as either copy tells it.
-std::uint32_t TimeOf(const VrelDR::DRPlan& plan, const std::string& snapId) {
-  for (const std::string& id : {plan.GetReplicaTargetId(), plan.GetSourceTargetId()}) {
-    const std::uint32_t time =
-        VrelDR::TargetOperation(plan.GetProtectedTargetType(), id).GetSnapshot(snapId).create_time;
-    if (time != 0) return time;
-  }
-  return 0;
-}
-
 void LookAtSource(Takeover& takeover) {
   const VrelDR::TargetOperation source(takeover.plan.GetProtectedTargetType(),
                                        takeover.plan.GetSourceTargetId());
   takeover.is_source_alive = source.IsExisted();
   const std::vector<VrelDR::Operation::Snapshot> snapshots = source.ListSnapshots();
   takeover.is_source_known = source.GetErrCode() == 0;
-  const auto found = std::find_if(snapshots.begin(), snapshots.end(), [&](const auto& each) {
-    return each.snap_id == takeover.snap_id;
-  });
-  for (const VrelDR::Operation::Snapshot& each : snapshots) {
-    const bool isNewer =
-        found != snapshots.end() ? each > *found : each.create_time > takeover.snap_time;
-    if (isNewer) takeover.newer.push_back(each.snap_id);
-  }
+  takeover.newer =
+      VrelDR::SnapshotHistory::NewerThan(snapshots, takeover.snap_id, takeover.snap_time);
 }
 
 // When it takes over with nothing, why.
@@ -125,7 +110,7 @@ std::vector<Takeover> PlanTakeover(const Group& group,
     const VrelDRGroup::TargetSnapshot snapshot = FindSnapshot(*gsnap, plan);
     takeover.driven = snapshot.target.GetId();
     takeover.snap_id = snapshot.tsnap_id;
-    takeover.snap_time = TimeOf(plan, takeover.snap_id);
+    takeover.snap_time = TimeOfSnapshot(plan, takeover.snap_id);
     LookAtSource(takeover);
     takeovers.push_back(takeover);
   }

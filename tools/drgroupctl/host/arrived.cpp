@@ -24,12 +24,17 @@ Arrived LookAtArrived(const VrelDR::DRPlan& plan) {
   arrived.presence = Presence::kUnknown;
   arrived.problem = HostMessage(reporter);
   arrived.snap_id = arrived.recorded;
-  if (arrived.recorded.empty()) return arrived;
-  // The other side has it too, and knows when it was taken.
-  arrived.time = VrelDR::TargetOperation(plan.GetProtectedTargetType(), plan.GetSourceTargetId())
-                     .GetSnapshot(arrived.recorded)
-                     .create_time;
+  if (!arrived.recorded.empty()) arrived.time = TimeOfSnapshot(plan, arrived.recorded);
   return arrived;
+}
+
+std::uint32_t TimeOfSnapshot(const VrelDR::DRPlan& plan, const std::string& snapId) {
+  for (const std::string& id : {plan.GetReplicaTargetId(), plan.GetSourceTargetId()}) {
+    const std::uint32_t time =
+        VrelDR::TargetOperation(plan.GetProtectedTargetType(), id).GetSnapshot(snapId).create_time;
+    if (time != 0) return time;
+  }
+  return 0;
 }
 
 std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived) {

@@ -25,6 +25,9 @@ struct Arrived {
 
 Arrived LookAtArrived(const VrelDR::DRPlan& plan);
 
+// When a snapshot of the plan was taken, as either copy tells it; 0 when neither can.
+std::uint32_t TimeOfSnapshot(const VrelDR::DRPlan& plan, const std::string& snapId);
+
 // 'the last snapshot that arrived, "x", is gone from target "a-dr", ...', or that this cannot be
 // told; empty when it is there.
 std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived);

@@ -1,3 +1,4 @@
+#include <vreldr/snapshot_history.h>
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
@@ -42,15 +43,12 @@ std::vector<Surplus> FindSurplus(const Group& group) {
     for (const std::string& id : {plans[i].GetProtectedTargetId(), plans[i].GetDRTargetId()}) {
       const VrelDR::Target target(id, group.targets[i].GetType());
       const VrelDR::TargetOperation operation(target);
-      const std::vector<Snapshot> snapshots = operation.ListSnapshots();
+      const std::vector<Snapshot> leftovers =
+          VrelDR::SnapshotHistory::Leftovers(operation.ListSnapshots(), kTakenByActions, needed);
       if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
         PrintWarning("target " + Quote(id) + " is passed over: " + HostMessage(operation));
       }
-      for (const Snapshot& each : snapshots) {
-        if (each.meta.description == kTakenByActions && needed.count(each.snap_id) == 0) {
-          surplus.push_back({target, each, false});
-        }
-      }
+      for (const Snapshot& each : leftovers) surplus.push_back({target, each, false});
     }
   }
   return surplus;

@@ -1,3 +1,4 @@
+#include <vreldr/snapshot_history.h>
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
@@ -41,9 +42,8 @@ void CheckNamed(const std::string& targetId, const std::string& snapId,
                 const std::vector<Snapshot>& snapshots, const std::set<std::string>& recorded,
                 const std::set<std::string>& needed) {
   const std::string named = "snapshot " + Quote(snapId) + " of target " + Quote(targetId);
-  const auto found = std::find_if(snapshots.begin(), snapshots.end(),
-                                  [&](const Snapshot& each) { return each.snap_id == snapId; });
-  if (found == snapshots.end()) {
+  const Snapshot* found = VrelDR::SnapshotHistory::Find(snapshots, snapId);
+  if (found == nullptr) {
     throw Failure(ExitCode::kNotFound, "there is no " + named + ": correct the identifier");
   }
   if (recorded.count(snapId) != 0) {
@@ -71,12 +71,16 @@ std::vector<Candidate> FindCandidates(const VrelDR::Target& target,
     CheckNamed(target.GetId(), each, snapshots, recorded, needed);
   }
   std::vector<Candidate> candidates;
+  if (names.empty()) {
+    needed.insert(recorded.begin(), recorded.end());
+    for (const Snapshot& each : VrelDR::SnapshotHistory::Leftovers(snapshots, {}, needed)) {
+      if (!each.meta.is_locked) candidates.push_back({each, false, {}});
+    }
+    return candidates;
+  }
   for (const Snapshot& each : snapshots) {
     const bool isNamed = std::find(names.begin(), names.end(), each.snap_id) != names.end();
-    const bool isLeftover = names.empty() && each.meta.description.empty() &&
-                            !each.meta.is_locked && recorded.count(each.snap_id) == 0 &&
-                            needed.count(each.snap_id) == 0;
-    if (isNamed || isLeftover) candidates.push_back({each, false, {}});
+    if (isNamed) candidates.push_back({each, false, {}});
   }
   return candidates;
 }
