@@ -24,11 +24,8 @@ Status Read(const std::function<Status(const PlanStore&, std::vector<PlanRow>&)>
   std::vector<PlanRow> rows;
   Status status = host.OpenIfMade();
   if (host.store) status = read(host.store->Plans(), rows);
-  if (!status.IsOk()) return status;
-  for (PlanRow& each : rows) {
-    if (each.state == RecordState::kWhole) plans.push_back(std::move(each.plan));
-  }
-  return {};
+  for (PlanRow& each : rows) plans.push_back(std::move(each.plan));
+  return status;
 }
 
 bool IsThere(Host& host, const std::string& targetId) {
@@ -42,7 +39,7 @@ Status FindSiteStatus(const DRPlan& plan, DRSiteStatus& found) {
   Status status = host.Open();
   if (status.IsOk()) status = host.store->Plans().GetPlan(plan.GetPlanId(), row);
   if (status.IsOk()) status = host.store->Plans().GetJournal(plan.GetPlanId(), journal);
-  if (!status.IsOk() || !row || row->state != RecordState::kWhole) return status;
+  if (!status.IsOk() || !row) return status;
   const DRPlan& now = row->plan;
   if (journal.state == OPState::kRunning) {
     found =
@@ -66,7 +63,7 @@ int GetPlan(const std::string& planId, DRPlan& plan) {
     Status status = host.OpenIfMade();
     if (host.store) status = host.store->Plans().GetPlan(planId, row);
     if (!status.IsOk()) return status;
-    if (!row || row->state != RecordState::kWhole) return {kErrPlanMissing, {}};
+    if (!row) return {kErrPlanMissing, {}};
     plan = std::move(row->plan);
     return {};
   });

@@ -31,7 +31,6 @@ Status FindPlan(const std::string& targetId, const std::string& locker, std::str
   Status status = host.Open();
   if (status.IsOk()) status = host.store->Plans().SelectPlans(targetId, rows);
   for (const PlanRow& each : rows) {
-    if (each.state != RecordState::kWhole) continue;
     if (GetRetentionLocker(each.plan.GetPlanId()) == locker) planId = each.plan.GetPlanId();
   }
   if (!status.IsOk() || !planId.empty()) return status;

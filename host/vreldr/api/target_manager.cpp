@@ -76,9 +76,8 @@ Status DescribeRemains(const Store& store, const TargetRow& row, TargetRemains& 
   remains.target = row.target;
   remains.volume = row.volume;
   std::vector<PlanRow> plans;
-  Status status = store.Plans().SelectPlans(row.target.GetId(), plans);
+  Status status = store.Plans().SelectPlans(row.target.GetId(), plans, RecordState::kDeleting);
   for (const PlanRow& each : plans) {
-    if (each.state != RecordState::kDeleting) continue;
     const DRPlan& plan = each.plan;
     remains.plan_id = plan.GetPlanId();
     remains.other_target_id = plan.GetDRTargetId() == row.target.GetId()

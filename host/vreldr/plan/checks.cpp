@@ -50,16 +50,21 @@ Status BothCopies(HostPlan& plan) {
   return status.IsOk() ? Copy(plan, plan.Get().GetReplicaTargetId()) : status;
 }
 
+// The target's plans but this one.
+Status SelectOthers(const Store& store, const DRPlan& plan, const std::string& targetId,
+                    std::vector<PlanRow>& others) {
+  Status status = store.Plans().SelectPlans(targetId, others);
+  std::erase_if(others,
+                [&](const PlanRow& each) { return each.plan.GetPlanId() == plan.GetPlanId(); });
+  return status;
+}
+
 // No other plan has made a replica of the target, or keeps it from working.
 Status Works(const Store& store, const DRPlan& plan, const std::string& targetId) {
-  std::vector<PlanRow> rows;
-  Status status = store.Plans().SelectPlans(targetId, rows);
-  for (const PlanRow& each : rows) {
-    if (!status.IsOk()) break;
-    if (each.state != RecordState::kWhole || each.plan.GetPlanId() == plan.GetPlanId() ||
-        each.plan.GetWorkingTargetId() == targetId) {
-      continue;
-    }
+  std::vector<PlanRow> others;
+  Status status = SelectOthers(store, plan, targetId, others);
+  for (const PlanRow& each : others) {
+    if (each.plan.GetWorkingTargetId() == targetId) continue;
     return {kErrPlanState, "target " + Quoted(targetId) + " does not work: by " +
                                NameOf(each.plan) + " target " +
                                Quoted(each.plan.GetWorkingTargetId()) +
@@ -70,17 +75,13 @@ Status Works(const Store& store, const DRPlan& plan, const std::string& targetId
 
 // The parts of a target that has two plans cannot be exchanged by one of them.
 Status Alone(const Store& store, const DRPlan& plan, const std::string& targetId) {
-  std::vector<PlanRow> rows;
-  Status status = store.Plans().SelectPlans(targetId, rows);
-  for (const PlanRow& each : rows) {
-    if (!status.IsOk()) break;
-    if (each.state != RecordState::kWhole || each.plan.GetPlanId() == plan.GetPlanId()) continue;
-    return {kErrPlanState, "target " + Quoted(targetId) + " has another plan, " +
-                               Quoted(each.plan.GetPlanId()) + " with the DR copy " +
-                               Quoted(each.plan.GetDRTargetId()) +
-                               "; delete one of the two plans first"};
-  }
-  return status;
+  std::vector<PlanRow> others;
+  Status status = SelectOthers(store, plan, targetId, others);
+  if (others.empty()) return status;
+  const DRPlan& other = others.front().plan;
+  return {kErrPlanState, "target " + Quoted(targetId) + " has another plan, " +
+                             Quoted(other.GetPlanId()) + " with the DR copy " +
+                             Quoted(other.GetDRTargetId()) + "; delete one of the two plans first"};
 }
 
 std::string Describe(HostPlan& plan, const std::string& targetId) {
@@ -232,8 +233,6 @@ Status Protectable(const Store& store, const std::string& targetId) {
   std::vector<PlanRow> rows;
   Status status = store.Plans().SelectPlans(targetId, rows);
   for (const PlanRow& each : rows) {
-    if (!status.IsOk()) break;
-    if (each.state != RecordState::kWhole) continue;
     if (each.plan.GetDRTargetId() == targetId) {
       return {kErrPlanState, "it is the DR copy of " + NameOf(each.plan) +
                                  "; protect a target that is not a copy, or delete that plan"};

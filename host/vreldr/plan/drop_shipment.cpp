@@ -33,7 +33,7 @@ Status HostPlan::ListShortOfRoom(std::vector<PlanRow>& plans) const {
   if (status.IsOk()) status = GetStore().GetTarget(Get().GetReplicaTargetId(), own);
   for (PlanRow& each : all) {
     if (!status.IsOk() || !own) break;
-    if (each.state != RecordState::kWhole || each.hand_failures == 0) continue;
+    if (each.hand_failures == 0) continue;
     std::optional<TargetRow> replica;
     status = GetStore().GetTarget(each.plan.GetReplicaTargetId(), replica);
     if (replica && replica->volume == own->volume) plans.push_back(std::move(each));

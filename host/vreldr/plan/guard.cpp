@@ -8,9 +8,8 @@ Status CheckChangeable(const Store& store, const std::string& targetId) {
   std::vector<PlanRow> rows;
   Status status = store.Plans().SelectPlans(targetId, rows);
   for (const PlanRow& each : rows) {
-    if (!status.IsOk()) break;
     const std::string& working = each.plan.GetWorkingTargetId();
-    if (each.state != RecordState::kWhole || working == targetId) continue;
+    if (working == targetId) continue;
     return {kErrLocked, "target " + Quoted(targetId) + " is " +
                             (each.plan.GetStatus() == kPlanFailover
                                  ? "the copy that does not work after the failover"
@@ -24,15 +23,12 @@ Status CheckChangeable(const Store& store, const std::string& targetId) {
 Status CheckRemovable(const Store& store, const std::string& targetId) {
   std::vector<PlanRow> rows;
   Status status = store.Plans().SelectPlans(targetId, rows);
-  for (const PlanRow& each : rows) {
-    if (!status.IsOk()) break;
-    if (each.state != RecordState::kWhole) continue;
-    const bool isCopy = each.plan.GetDRTargetId() == targetId;
-    return {kErrLocked, "target " + Quoted(targetId) + " is " +
-                            (isCopy ? "the DR copy" : "the protected target") + " of " +
-                            NameOf(each.plan) + "; delete the plan first"};
-  }
-  return status;
+  if (rows.empty()) return status;
+  const DRPlan& plan = rows.front().plan;
+  const bool isCopy = plan.GetDRTargetId() == targetId;
+  return {kErrLocked, "target " + Quoted(targetId) + " is " +
+                          (isCopy ? "the DR copy" : "the protected target") + " of " +
+                          NameOf(plan) + "; delete the plan first"};
 }
 
 Status CheckReleased(const Store& store, const std::string& targetId, const std::string& snapId) {

@@ -38,7 +38,7 @@ Status HostPlan::Find(const std::string& planId) {
   std::optional<PlanRow> found;
   Status status = host_.store ? Records().GetPlan(planId, found) : Status();
   if (!status.IsOk()) return status;
-  if (!found || found->state != RecordState::kWhole) {
+  if (!found) {
     return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};
   }
   row_ = std::move(*found);

@@ -1,7 +1,7 @@
 #include "store/plan_store.h"
 
-#include <algorithm>
 #include <ctime>
+#include <map>
 
 #include "store/rows.h"
 
@@ -24,11 +24,26 @@ PlanRow ReadPlan(const SqliteValueList& values) {
   plan.SetDRSite(GetText(values, "dr_site"));
   plan.SetStatus(GetInt(values, "status"));
   plan.SetDirection(static_cast<DRPlanDirection>(GetInt(values, "direction")));
-  row.state = static_cast<RecordState>(GetInt(values, "state"));
   values.GetValue("is_reprotected", row.is_reprotected);
   row.hand_snap_id = GetText(values, "hand_snap_id");
   row.hand_failures = GetInt(values, "hand_failures");
   return row;
+}
+
+// Plans by the order in which they were made.
+using OrderedPlans = std::map<long, PlanRow>;
+
+// Adds the plans that the condition selects and that are in the state.
+bool AddPlans(const Database& db, const SqliteCondition& condition, RecordState state,
+              OrderedPlans& plans) {
+  return db.Get().SelectEach(Select(kPlans, condition, nullptr), [&](const SqliteValueList& row) {
+    if (GetInt(row, "state") == static_cast<int>(state)) plans.emplace(GetSeq(row), ReadPlan(row));
+    return true;
+  });
+}
+
+void Append(OrderedPlans& plans, std::vector<PlanRow>& rows) {
+  for (auto& [seq, row] : plans) rows.push_back(std::move(row));
 }
 
 JournalRow ReadJournal(const SqliteValueList& values) {
@@ -86,35 +101,30 @@ SqliteValueList ValuesOf(const std::string& planId, const SyncRow& row) {
 }  // namespace
 
 Status PlanStore::ListPlans(std::vector<PlanRow>& rows) const {
-  return db_.Result(SelectInto(db_, Select(kPlans, {}, "seq"), ReadPlan, rows));
+  OrderedPlans found;
+  if (!AddPlans(db_, {}, RecordState::kWhole, found)) return db_.Result(false);
+  Append(found, rows);
+  return {};
 }
 
-Status PlanStore::SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows) const {
-  std::vector<std::pair<long, PlanRow>> found;
-  const auto add = [&found](const SqliteValueList& values) {
-    long seq = 0;
-    values.GetValue("seq", seq);
-    found.emplace_back(seq, ReadPlan(values));
-    return true;
-  };
+Status PlanStore::SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows,
+                              RecordState state) const {
+  OrderedPlans found;
   for (const char* side : {"protected_target_id", "dr_target_id"}) {
-    if (!db_.Get().SelectEach(Select(kPlans, SqliteEqual(side, targetId), nullptr), add)) {
-      return db_.Result(false);
-    }
+    if (!AddPlans(db_, SqliteEqual(side, targetId), state, found)) return db_.Result(false);
   }
-  std::sort(found.begin(), found.end(),
-            [](const auto& a, const auto& b) { return a.first < b.first; });
-  for (auto& [seq, row] : found) rows.push_back(std::move(row));
+  Append(found, rows);
   return {};
 }
 
 Status PlanStore::GetPlan(const std::string& planId, std::optional<PlanRow>& row) const {
   row.reset();
-  std::vector<PlanRow> rows;
-  Status status = db_.Result(
-      SelectInto(db_, Select(kPlans, SqliteEqual("id", planId), nullptr), ReadPlan, rows));
-  if (!rows.empty()) row = std::move(rows.front());
-  return status;
+  OrderedPlans found;
+  if (!AddPlans(db_, SqliteEqual("id", planId), RecordState::kWhole, found)) {
+    return db_.Result(false);
+  }
+  if (!found.empty()) row = std::move(found.begin()->second);
+  return {};
 }
 
 Status PlanStore::FinishChange(const PlanRow& row, const std::string& message) const {

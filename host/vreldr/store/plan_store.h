@@ -15,7 +15,6 @@ namespace VrelDR {
 
 struct PlanRow {
   DRPlan plan;
-  RecordState state = RecordState::kBuilding;
   bool is_reprotected = false;  // turned by a reprotection, and nothing has arrived since
   // The snapshot of the source that is being sent, or was when the sync ended early; empty when
   // there is none.
@@ -55,10 +54,13 @@ class PlanStore {
   // The database must outlive the object.
   explicit PlanStore(const Database& db) : db_(db) {}
 
-  // Oldest first, in every state.
+  // Only plans that are whole exist for whoever asks; nothing is found on a failure.
+
+  // Oldest first.
   Status ListPlans(std::vector<PlanRow>& rows) const;
-  // Those that have the target on one of their sides.
-  Status SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows) const;
+  // Those that have the target on one of their sides, oldest first; or those in another state.
+  Status SelectPlans(const std::string& targetId, std::vector<PlanRow>& rows,
+                     RecordState state = RecordState::kWhole) const;
   Status GetPlan(const std::string& planId, std::optional<PlanRow>& row) const;
   // Writes what operations change of a plan: status, direction and the flag of a reprotection. The
   // operation in its journal has reached its end by that, with this to tell.
