@@ -37,7 +37,7 @@ using OrderedPlans = std::map<long, PlanRow>;
 bool AddPlans(const Database& db, const SqliteCondition& condition, RecordState state,
               OrderedPlans& plans) {
   return db.Get().SelectEach(Select(kPlans, condition, nullptr), [&](const SqliteValueList& row) {
-    if (GetInt(row, "state") == static_cast<int>(state)) plans.emplace(GetSeq(row), ReadPlan(row));
+    if (GetState(row) == state) plans.emplace(GetSeq(row), ReadPlan(row));
     return true;
   });
 }
@@ -143,11 +143,9 @@ Status PlanStore::FinishChange(const PlanRow& row, const std::string& message) c
 }
 
 Status PlanStore::BeginRemoval(const std::string& planId, const std::string& targetId) const {
-  const int state = static_cast<int>(RecordState::kDeleting);
-  UpdateCommand plan = Update(kPlans, SqliteEqual("id", planId));
-  plan.AddFieldValue("state", state);
-  UpdateCommand target = Update("targets", SqliteEqual("id", targetId));
-  target.AddFieldValue("state", state);
+  const UpdateCommand plan = UpdateState(kPlans, SqliteEqual("id", planId), RecordState::kDeleting);
+  const UpdateCommand target =
+      UpdateState(kTargets, SqliteEqual("id", targetId), RecordState::kDeleting);
   return db_.Transact([&] {
     return db_.Get().UpdateRecord(plan) && db_.Get().UpdateRecord(target) &&
            RemoveLocksWithin(planId, {});
@@ -159,12 +157,10 @@ Status PlanStore::RemovePlan(const std::string& planId) const {
 }
 
 Status PlanStore::GetJournal(const std::string& planId, JournalRow& row) const {
-  row = {};
-  std::vector<JournalRow> rows;
-  Status status = db_.Result(SelectInto(
-      db_, Select(kJournals, SqliteEqual("plan_id", planId), nullptr), ReadJournal, rows));
-  if (!rows.empty()) row = std::move(rows.front());
-  return status;
+  std::optional<JournalRow> found;
+  const bool good = SelectOne(db_, kJournals, SqliteEqual("plan_id", planId), ReadJournal, found);
+  row = std::move(found).value_or(JournalRow());
+  return db_.Result(good);
 }
 
 Status PlanStore::WriteJournal(const std::string& planId, const JournalRow& row) const {
@@ -186,12 +182,7 @@ Status PlanStore::AskToStop(const std::string& planId) const {
 }
 
 Status PlanStore::GetSyncReport(const std::string& planId, std::optional<SyncRow>& row) const {
-  row.reset();
-  std::vector<SyncRow> rows;
-  Status status = db_.Result(SelectInto(
-      db_, Select(kSyncReports, SqliteEqual("plan_id", planId), nullptr), ReadSync, rows));
-  if (!rows.empty()) row = std::move(rows.front());
-  return status;
+  return db_.Result(SelectOne(db_, kSyncReports, SqliteEqual("plan_id", planId), ReadSync, row));
 }
 
 Status PlanStore::WriteSyncReport(const std::string& planId, const SyncRow& row,

@@ -87,17 +87,14 @@ Status PlanStore::CountHandFailure(const std::string& planId) const {
 }
 
 bool PlanStore::FinishWithin(const std::string& drTargetId) const {
-  UpdateCommand command = Update(kPlans, SqliteEqual("dr_target_id", drTargetId));
-  command.AddFieldValue("state", static_cast<int>(RecordState::kWhole));
-  return db_.Get().UpdateRecord(command);
+  return db_.Get().UpdateRecord(
+      UpdateState(kPlans, SqliteEqual("dr_target_id", drTargetId), RecordState::kWhole));
 }
 
 bool PlanStore::RemoveUnfinishedWithin(const std::string& targetId) const {
   std::vector<std::string> unfinished;
   const auto look = [&unfinished](const SqliteValueList& values) {
-    if (GetInt(values, "state") != static_cast<int>(RecordState::kWhole)) {
-      unfinished.push_back(GetText(values, "id"));
-    }
+    if (GetState(values) != RecordState::kWhole) unfinished.push_back(GetText(values, "id"));
     return true;
   };
   for (const char* side : {"protected_target_id", "dr_target_id"}) {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "store/database.h"
+#include "store/record_state.h"
 #include "vreldrcore/sqlite_command.h"
 
 // Short forms of reading and writing the rows of one table.
@@ -18,6 +20,8 @@ using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 using VrelDRCore::UpdateCommand;
 
+inline constexpr const char* kTargets = "targets";
+inline constexpr const char* kSnapshots = "snapshots";
 inline constexpr const char* kPlans = "plans";
 inline constexpr const char* kLocks = "retention_locks";
 inline constexpr const char* kPending = "pending_snaps";
@@ -42,6 +46,10 @@ inline std::uint64_t GetSize(const SqliteValueList& values, const char* name) {
   return static_cast<std::uint64_t>(number);
 }
 
+inline RecordState GetState(const SqliteValueList& values) {
+  return static_cast<RecordState>(GetInt(values, "state"));
+}
+
 inline SelectCommand Select(const char* table, const SqliteCondition& condition,
                             const char* order) {
   SelectCommand command;
@@ -55,6 +63,13 @@ inline UpdateCommand Update(const char* table, const SqliteCondition& condition)
   UpdateCommand command;
   command.SetTable(SqliteTableHandler(table));
   command.SetCondition(condition);
+  return command;
+}
+
+inline UpdateCommand UpdateState(const char* table, const SqliteCondition& condition,
+                                 RecordState state) {
+  UpdateCommand command = Update(table, condition);
+  command.AddFieldValue("state", static_cast<int>(state));
   return command;
 }
 
@@ -95,6 +110,17 @@ bool SelectInto(const Database& db, const SelectCommand& command,
   return db.Get().SelectEach(command, [&](const SqliteValueList& values) {
     rows.push_back(read(values));
     return true;
+  });
+}
+
+// Puts what `read` makes of the first row into `row`, which is empty when there is none.
+template <class Row>
+bool SelectOne(const Database& db, const char* table, const SqliteCondition& condition,
+               Row (*read)(const SqliteValueList&), std::optional<Row>& row) {
+  row.reset();
+  return db.Get().SelectEach(Select(table, condition, nullptr), [&](const SqliteValueList& values) {
+    row = read(values);
+    return false;
   });
 }
 

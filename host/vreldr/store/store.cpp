@@ -4,40 +4,19 @@
 #include <iterator>
 
 #include "foundation/records.h"
+#include "store/rows.h"
 
 namespace VrelDR {
 
+using namespace Rows;  // short forms of commands on rows
+
 namespace {
-
-using VrelDRCore::InsertCommand;
-using VrelDRCore::SelectCommand;
-using VrelDRCore::SqliteEqual;
-using VrelDRCore::SqliteTableHandler;
-using VrelDRCore::SqliteValueList;
-using VrelDRCore::UpdateCommand;
-
-SqliteTableHandler Targets() {
-  return SqliteTableHandler("targets");
-}
-SqliteTableHandler Snapshots() {
-  return SqliteTableHandler("snapshots");
-}
-
-RecordState ReadState(const SqliteValueList& row) {
-  int state = 0;
-  row.GetValue("state", state);
-  return static_cast<RecordState>(state);
-}
 
 TargetRow ReadTarget(const SqliteValueList& values) {
   TargetRow row;
-  std::string id;
-  int type = 0;
-  values.GetValue("id", id);
-  values.GetValue("type", type);
-  row.target = Target(id, type);
-  values.GetValue("volume", row.volume);
-  row.state = ReadState(values);
+  row.target = Target(GetText(values, "id"), GetInt(values, "type"));
+  row.volume = GetText(values, "volume");
+  row.state = GetState(values);
   values.GetValue("last_snap_time", row.last_snap_time);
   return row;
 }
@@ -45,17 +24,15 @@ TargetRow ReadTarget(const SqliteValueList& values) {
 SnapshotRow ReadSnapshot(const SqliteValueList& values) {
   SnapshotRow row;
   Operation::Snapshot& snapshot = row.snapshot;
-  long seq = 0;
-  values.GetValue("seq", seq);
-  snapshot.sequence = static_cast<std::uint64_t>(seq);
-  values.GetValue("snap_id", snapshot.snap_id);
+  snapshot.sequence = static_cast<std::uint64_t>(GetSeq(values));
+  snapshot.snap_id = GetText(values, "snap_id");
   values.GetValue("create_time", snapshot.create_time);
-  values.GetValue("description", snapshot.meta.description);
+  snapshot.meta.description = GetText(values, "description");
   values.GetValue("is_locked", snapshot.meta.is_locked);
   values.GetValue("is_app_consistent", snapshot.meta.is_app_consistent);
-  values.GetValue("taken_by", snapshot.meta.taken_by);
-  values.GetValue("maker", snapshot.maker);
-  row.state = ReadState(values);
+  snapshot.meta.taken_by = GetText(values, "taken_by");
+  snapshot.maker = GetText(values, "maker");
+  row.state = GetState(values);
   return row;
 }
 
@@ -80,10 +57,8 @@ SqliteValueList ValuesOf(const std::string& targetId, const Operation::Snapshot&
 
 // Of the newest snapshot of a target.
 UpdateCommand RememberTime(const std::string& targetId, std::uint32_t time) {
-  UpdateCommand command;
-  command.SetTable(Targets());
+  UpdateCommand command = Update(kTargets, SqliteEqual("id", targetId));
   command.AddFieldValue("last_snap_time", static_cast<long>(time));
-  command.SetCondition(SqliteEqual("id", targetId));
   return command;
 }
 
@@ -115,24 +90,11 @@ Status Database::Result(bool good) const {
 }
 
 Status Store::ListTargets(std::vector<TargetRow>& rows) const {
-  SelectCommand command;
-  command.SetTable(Targets());
-  command.AddOrderField("id");
-  return db_.Result(db_.Get().SelectEach(command, [&rows](const SqliteValueList& values) {
-    rows.push_back(ReadTarget(values));
-    return true;
-  }));
+  return db_.Result(SelectInto(db_, Select(kTargets, {}, "id"), ReadTarget, rows));
 }
 
 Status Store::GetTarget(const std::string& targetId, std::optional<TargetRow>& row) const {
-  row.reset();
-  SelectCommand command;
-  command.SetTable(Targets());
-  command.SetCondition(SqliteEqual("id", targetId));
-  return db_.Result(db_.Get().SelectEach(command, [&row](const SqliteValueList& values) {
-    row = ReadTarget(values);
-    return false;
-  }));
+  return db_.Result(SelectOne(db_, kTargets, SqliteEqual("id", targetId), ReadTarget, row));
 }
 
 Status Store::AddTarget(const TargetRow& row, const DRPlan* plan) const {
@@ -141,11 +103,8 @@ Status Store::AddTarget(const TargetRow& row, const DRPlan* plan) const {
   values.AddValue("type", row.target.GetType());
   values.AddValue("volume", row.volume);
   values.AddValue("state", static_cast<int>(row.state));
-  InsertCommand command;
-  command.SetTable(Targets());
-  command.SetFieldValues(values);
   return db_.Transact([&] {
-    return db_.Get().InsertRecord(command) && (plan == nullptr || Plans().AddWithin(*plan));
+    return Insert(db_, kTargets, values) && (plan == nullptr || Plans().AddWithin(*plan));
   });
 }
 
@@ -160,48 +119,34 @@ Status Store::MarkTargetDeleting(const std::string& targetId) const {
 }
 
 bool Store::SetTargetState(const std::string& targetId, RecordState state) const {
-  UpdateCommand command;
-  command.SetTable(Targets());
-  command.AddFieldValue("state", static_cast<int>(state));
-  command.SetCondition(SqliteEqual("id", targetId));
-  return db_.Get().UpdateRecord(command);
+  return db_.Get().UpdateRecord(UpdateState(kTargets, SqliteEqual("id", targetId), state));
 }
 
 Status Store::RemoveTarget(const std::string& targetId) const {
   return db_.Transact([&] {
     return Plans().RemoveUnfinishedWithin(targetId) &&
-           db_.Get().DeleteRecord(Snapshots(), SqliteEqual("target_id", targetId)) &&
-           db_.Get().DeleteRecord(Targets(), SqliteEqual("id", targetId));
+           Delete(db_, kSnapshots, SqliteEqual("target_id", targetId)) &&
+           Delete(db_, kTargets, SqliteEqual("id", targetId));
   });
 }
 
 Status Store::ListSnapshots(const std::string& targetId, std::vector<SnapshotRow>& rows) const {
-  SelectCommand command;
-  command.SetTable(Snapshots());
-  command.SetCondition(SqliteEqual("target_id", targetId));
-  command.AddOrderField("seq");
-  return db_.Result(db_.Get().SelectEach(command, [&rows](const SqliteValueList& values) {
-    rows.push_back(ReadSnapshot(values));
-    return true;
-  }));
+  return db_.Result(SelectInto(db_, Select(kSnapshots, SqliteEqual("target_id", targetId), "seq"),
+                               ReadSnapshot, rows));
 }
 
 Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
                           const DRPlan* plan) const {
-  InsertCommand insert;
-  insert.SetTable(Snapshots());
-  insert.SetFieldValues(ValuesOf(targetId, snapshot, RecordState::kBuilding));
+  const SqliteValueList values = ValuesOf(targetId, snapshot, RecordState::kBuilding);
   // The sequence number of a row just inserted is the largest one of the table.
-  SelectCommand select;
-  select.SetTable(Snapshots());
+  SelectCommand select = Select(kSnapshots, {}, "seq");
   select.AddField("seq");
-  select.AddOrderField("seq");
   select.SetOrderByDESC();
   select.SetLimit(1);
   SqliteValueList row;
   long seq = 0;
   Status status = db_.Transact([&] {
-    return db_.Get().InsertRecord(insert) && db_.Get().SelectRecord(select, row) &&
+    return Insert(db_, kSnapshots, values) && db_.Get().SelectRecord(select, row) &&
            row.GetValue("seq", seq) &&
            (plan == nullptr || Plans().TakeInHandWithin(*plan, snapshot.snap_id));
   });
@@ -212,53 +157,41 @@ Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snap
 Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,
                          const DRPlan& plan, bool isNewest) const {
   const std::string& targetId = replica.target.GetId();
-  InsertCommand insert;
-  insert.SetTable(Snapshots());
-  insert.SetFieldValues(ValuesOf(targetId, snapshot, RecordState::kWhole));
+  const SqliteValueList values = ValuesOf(targetId, snapshot, RecordState::kWhole);
   const UpdateCommand remember =
       RememberTime(targetId, std::max(replica.last_snap_time, snapshot.create_time));
   return db_.Transact([&] {
-    return RemoveSnapshotWithin(targetId, snapshot.snap_id) && db_.Get().InsertRecord(insert) &&
+    return RemoveSnapshotWithin(targetId, snapshot.snap_id) && Insert(db_, kSnapshots, values) &&
            db_.Get().UpdateRecord(remember) && Plans().KeepWithin(plan, snapshot.snap_id, isNewest);
   });
 }
 
 bool Store::RemoveSnapshotWithin(const std::string& targetId, const std::string& snapId) const {
-  SelectCommand command;
-  command.SetTable(Snapshots());
-  command.SetCondition(SqliteEqual("target_id", targetId));
-  std::optional<Operation::Snapshot> found;
+  std::vector<long> found;
   const auto look = [&](const SqliteValueList& values) {
-    SnapshotRow row = ReadSnapshot(values);
-    if (row.snapshot.snap_id == snapId) found = std::move(row.snapshot);
-    return !found;
+    if (GetText(values, "snap_id") == snapId) found.push_back(GetSeq(values));
+    return found.empty();
   };
-  return db_.Get().SelectEach(command, look) &&
-         (!found || db_.Get().DeleteRecord(Snapshots(), BySequence(*found)));
+  const SelectCommand ofTarget = Select(kSnapshots, SqliteEqual("target_id", targetId), nullptr);
+  return db_.Get().SelectEach(ofTarget, look) && DeleteAll(db_, kSnapshots, found);
 }
 
 Status Store::FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                              std::uint32_t time) const {
-  UpdateCommand finish;
-  finish.SetTable(Snapshots());
-  finish.AddFieldValue("state", static_cast<int>(RecordState::kWhole));
+  UpdateCommand finish = UpdateState(kSnapshots, BySequence(snapshot), RecordState::kWhole);
   finish.AddFieldValue("create_time", static_cast<long>(time));
-  finish.SetCondition(BySequence(snapshot));
   const UpdateCommand remember = RememberTime(targetId, time);
   return db_.Transact(
       [&] { return db_.Get().UpdateRecord(finish) && db_.Get().UpdateRecord(remember); });
 }
 
 Status Store::MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
-  UpdateCommand command;
-  command.SetTable(Snapshots());
-  command.AddFieldValue("state", static_cast<int>(RecordState::kDeleting));
-  command.SetCondition(BySequence(snapshot));
-  return db_.Result(db_.Get().UpdateRecord(command));
+  return db_.Result(db_.Get().UpdateRecord(
+      UpdateState(kSnapshots, BySequence(snapshot), RecordState::kDeleting)));
 }
 
 Status Store::RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-  return db_.Result(db_.Get().DeleteRecord(Snapshots(), BySequence(snapshot)));
+  return db_.Result(Delete(db_, kSnapshots, BySequence(snapshot)));
 }
 
 }  // namespace VrelDR
