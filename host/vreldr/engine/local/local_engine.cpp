@@ -49,13 +49,21 @@ Status LocalEngine::OpenAny(Fd& volume) const {
   return errno == ENOENT || errno == ENOTDIR ? Missing(path_) : StatusOfErrno(errno, path_);
 }
 
-Status LocalEngine::Open(Fd& volume, Fd& own) const {
-  Status status = Open(volume);
-  if (!status.IsOk()) return status;
-  own = OpenDir(volume.Get(), kOwnDir);
-  if (own) return {};
+LocalEngine::Opened LocalEngine::Open() const {
+  Opened opened;
+  opened.status = Open(opened.volume);
+  if (!opened.status.IsOk()) return opened;
+  opened.own = OpenDir(opened.volume.Get(), kOwnDir);
+  if (opened.own) return opened;
   const std::string path = path_ + "/" + kOwnDir;
-  return errno == ENOENT ? Missing(path) : StatusOfErrno(errno, path);
+  opened.status = errno == ENOENT ? Missing(path) : StatusOfErrno(errno, path);
+  return opened;
+}
+
+LocalEngine::Opened LocalEngine::Open(std::string_view failPoint, const Target& target) const {
+  Opened failed;
+  failed.status = FailPoint(failPoint, target.GetId());
+  return failed.status.IsOk() ? Open() : std::move(failed);
 }
 
 Status LocalEngine::Describe(VolumeDescription& description) const {
@@ -113,10 +121,7 @@ Status LocalEngine::PreparePlace(const Target& target) const {
 }
 
 Status LocalEngine::CreateTarget(const Target& target, const TargetContent& content) const {
-  Fd volume;
-  Fd own;
-  Status status = FailPoint(kFailCreate, target.GetId());
-  if (status.IsOk()) status = Open(volume, own);
+  auto [volume, own, status] = Open(kFailCreate, target);
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
@@ -183,18 +188,14 @@ Status LocalEngine::CheckArea(int ownFd, const char* area, const Target& target)
 }
 
 Status LocalEngine::FindMounts(const Target& target, std::vector<std::string>& paths) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const int error = Local::FindMounts(volume.Get(), target.GetId(), paths);
   return error == 0 ? Status() : StatusOfErrno(error, path_);
 }
 
 Status LocalEngine::CheckPlace(const Target& target, PlaceUse use) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const std::string path = path_ + "/" + target.GetId();
   std::vector<const char*> areas;
@@ -219,9 +220,7 @@ Status LocalEngine::CheckPlace(const Target& target, PlaceUse use) const {
 
 Status LocalEngine::FindTarget(const Target& target, bool& found) const {
   found = false;
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   struct stat st;
   if (fstatat(volume.Get(), target.GetId().c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -232,10 +231,7 @@ Status LocalEngine::FindTarget(const Target& target, bool& found) const {
 }
 
 Status LocalEngine::RemoveTarget(const Target& target) const {
-  Fd volume;
-  Fd own;
-  Status status = FailPoint(kFailRemove, target.GetId());
-  if (status.IsOk()) status = Open(volume, own);
+  auto [volume, own, status] = Open(kFailRemove, target);
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kRemoval);
   if (!status.IsOk()) return status;
   int error = RemoveArea(own.Get(), kSnapshots, target);
@@ -250,10 +246,7 @@ Status LocalEngine::RemoveTarget(const Target& target) const {
 
 Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId,
                                  Watcher* watcher) const {
-  Fd volume;
-  Fd own;
-  Status status = FailPoint(kFailTake, target.GetId());
-  if (status.IsOk()) status = Open(volume, own);
+  auto [volume, own, status] = Open(kFailTake, target);
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kSnapshot);
   if (!status.IsOk()) return status;
   // What was written before and never reached the disk would be missing from the snapshot.
@@ -307,9 +300,7 @@ Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId
 }
 
 Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& snapIds) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   std::vector<std::string> names;
@@ -324,9 +315,7 @@ Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& s
 }
 
 Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snapId) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
@@ -338,9 +327,7 @@ Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snap
 }
 
 Status LocalEngine::CleanUp(const Target& target) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (status.IsOk()) status = CheckArea(own.Get(), kTmp, target);
   if (!status.IsOk()) return status;
   const int error = RemoveArea(own.Get(), kTmp, target);

@@ -4,6 +4,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "base/fd.h"
 #include "engine/engine.h"
@@ -71,8 +72,16 @@ class LocalEngine : public StorageEngine {
   Status Open(Fd& volume) const;
   Status OpenAny(Fd& volume) const;
   Status CheckIdentity(int volumeFd) const;
-  // Also opens the volume's ".vreldr".
-  Status Open(Fd& volume, Fd& own) const;
+  // The volume as a call works with it: one descriptor of it, and one of its ".vreldr", from the
+  // call's beginning to its end. On a failure, which `status` tells, what is open is of no use.
+  struct Opened {
+    Fd volume;
+    Fd own;
+    Status status;
+  };
+  Opened Open() const;
+  // The same, unless a test lets this step fail for the target.
+  Opened Open(std::string_view failPoint, const Target& target) const;
   Status CopySnapshot(const Target& target, const std::string& snapId, int sourceFd, int ownFd,
                       int snapshotsFd, Local::WriteBack& writeBack, Watcher* watcher) const;
   // Good when nothing is mounted on an entry of the volume, or below it; `path` leads to it from

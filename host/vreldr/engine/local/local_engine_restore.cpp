@@ -98,9 +98,7 @@ Status LocalEngine::CopyFromSnapshot(const Target& target, const std::string& sn
 }
 
 Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& snapId) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kReplacement);
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
@@ -138,9 +136,7 @@ Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& sna
 
 Status LocalEngine::CloneSnapshot(const Target& target, const std::string& snapId,
                                   const Target& clone) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, clone);

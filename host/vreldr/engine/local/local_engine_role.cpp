@@ -46,10 +46,7 @@ int MakeUnwritable(int ownFd, const Target& target, int dirFd) {
 }  // namespace
 
 Status LocalEngine::Demote(const Target& target) const {
-  Fd volume;
-  Fd own;
-  Status status = FailPoint(kFailDemote, target.GetId());
-  if (status.IsOk()) status = Open(volume, own);
+  auto [volume, own, status] = Open(kFailDemote, target);
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kDemotion);
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
@@ -68,10 +65,8 @@ Status LocalEngine::Promote(const Target& target, const std::string& snapId) con
     // The snapshot's bytes come as new ones, which anybody may write.
     status = RestoreSnapshot(target, snapId);
   } else {
-    Fd volume;
-    Fd own;
-    status = Open(volume, own);
-    if (!status.IsOk()) return status;
+    auto [volume, own, opened] = Open();
+    if (!opened.IsOk()) return opened;
     WriteBack writeBack(volume.Get(), path_);
     const Fd dir = OpenDir(volume.Get(), target.GetId());
     const int error = dir ? MakeWritable(own.Get(), target, dir.Get()) : errno;

@@ -77,10 +77,11 @@ struct LocalEngine::Route {
   const std::string& base_id;
   std::string from_path = {};       // the snapshot
   std::string from_base_path = {};  // the base beside it; empty when there is none in both places
-  std::string incoming_dir_path = {};                             // where the snapshot arrives,
-  std::string incoming_path = {};                                 // under this name
-  Fd from = {};                                                   // the snapshot
-  Fd to_volume = {}, to_own = {}, snapshots = {}, incoming = {};  // of the replica
+  std::string incoming_dir_path = {};  // where the snapshot arrives,
+  std::string incoming_path = {};      // under this name
+  Fd from = {};                        // the snapshot
+  Opened there = {};                   // the replica's volume,
+  Fd snapshots = {}, incoming = {};    // and what it has of the replica
 
   // Finds out what is there already; nobody else changes that meanwhile.
   Status Look();
@@ -112,11 +113,11 @@ Status LocalEngine::Ship(const Target& source, const std::string& snapId, const 
   if (!status.IsOk()) return status;
   KillPoint(kShipBegun);
 
-  WriteBack writeBack(route.to_volume.Get(), there->path_);
+  WriteBack writeBack(route.there.volume.Get(), there->path_);
   status = route.Look();
   if (status.IsOk()) status = Arrive(route, watcher, writeBack);
   if (!status.IsOk()) return status;
-  const int error = RemoveIncoming(route.to_own.Get(), replica);
+  const int error = RemoveIncoming(route.there.own.Get(), replica);
   if (error != 0) return StatusOfErrno(error, there->path_);
   KillPoint(kShipDone);
   return {};
@@ -154,10 +155,10 @@ Status LocalEngine::Arrive(const Route& route, Watcher& watcher, WriteBack& writ
 }
 
 Status LocalEngine::OpenRoute(const Target& source, Route& route) const {
-  Fd volume, own;
-  Status status = Open(volume, own);
-  if (status.IsOk()) status = route.to.Open(route.to_volume, route.to_own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
+  route.there = route.to.Open();
+  if (!route.there.status.IsOk()) return route.there.status;
   const auto dirOf = [](const LocalEngine& engine, const char* area, const Target& target) {
     return engine.path_ + "/" + kOwnDir + "/" + area + "/" + target.GetId();
   };
@@ -172,12 +173,12 @@ Status LocalEngine::OpenRoute(const Target& source, Route& route) const {
   const std::string replicaId = route.replica.GetId();
   for (const char* area : {kSnapshots, kIncoming, kTmp}) {
     if (!status.IsOk()) return status;
-    status = route.to.CheckUnmounted(route.to_own.Get(), std::string(area) + "/" + replicaId);
+    status = route.to.CheckUnmounted(route.there.own.Get(), std::string(area) + "/" + replicaId);
   }
   if (!status.IsOk()) return status;
-  route.snapshots = OpenOrMakeArea(route.to_own.Get(), kSnapshots, route.replica);
+  route.snapshots = OpenOrMakeArea(route.there.own.Get(), kSnapshots, route.replica);
   if (route.snapshots) {
-    route.incoming = OpenOrMakeArea(route.to_own.Get(), kIncoming, route.replica);
+    route.incoming = OpenOrMakeArea(route.there.own.Get(), kIncoming, route.replica);
   }
   if (!route.incoming) return StatusOfErrno(errno, route.to.path_);
   if (route.base_id.empty()) return {};
@@ -241,7 +242,7 @@ Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
     return made ? Status() : StatusOfErrno(errno, route.to.path_);
   }
   // Half a copy of the base would hide from the next call what the base has: it arrives as a whole.
-  const Fd tmp = OpenOrMakeArea(route.to_own.Get(), kTmp, route.replica);
+  const Fd tmp = OpenOrMakeArea(route.there.own.Get(), kTmp, route.replica);
   if (!tmp) return StatusOfErrno(errno, route.to.path_);
   int error = RemoveTree(tmp.Get(), route.snap_id);
   if (error == 0 && mkdirat(tmp.Get(), route.snap_id.c_str(), 0700) != 0) error = errno;
@@ -254,14 +255,12 @@ Status LocalEngine::PrepareIncoming(const Route& route, Watch& watch) {
   if (renameat(tmp.Get(), route.snap_id.c_str(), incoming, route.snap_id.c_str()) != 0) {
     error = errno;
   }
-  if (error == 0) error = RemoveArea(route.to_own.Get(), kTmp, route.replica);
+  if (error == 0) error = RemoveArea(route.there.own.Get(), kTmp, route.replica);
   return error == 0 ? Status() : StatusOfErrno(error, route.to.path_);
 }
 
 Status LocalEngine::DropShipments(const Target& replica, const std::string& keepSnapId) const {
-  Fd volume;
-  Fd own;
-  Status status = Open(volume, own);
+  auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
   if (!incoming) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
