@@ -13,6 +13,19 @@ namespace VrelHost {
 
 using VrelDR::Fd;
 
+int SyncFd(int fd) {
+  return fsync(fd) == 0 ? 0 : errno;
+}
+
+int WriteAndSync(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t done = write(fd, text.data(), text.size());
+    if (done < 0 && errno != EINTR) return errno;
+    if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
+  }
+  return SyncFd(fd);
+}
+
 Status StateFailure(const std::string& what, int error) {
   return {VrelDR::kErrStore, what + ": " + VrelDR::StatusOfErrno(error, {}).message};
 }
@@ -24,18 +37,15 @@ Status MakeDirs(const std::string& dir) {
 
 Status SyncDir(const std::string& dir) {
   const Fd fd(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd && fsync(fd.Get()) == 0) return {};
-  return StateFailure("cannot bring " + VrelDR::Quoted(dir) + " to disk", errno);
+  const int error = fd ? SyncFd(fd.Get()) : errno;
+  return error == 0 ? Status()
+                    : StateFailure("cannot bring " + VrelDR::Quoted(dir) + " to disk", error);
 }
 
 Status WriteNewFile(const std::string& path, const std::string& text) {
   const Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-  errno = fd ? 0 : errno;
-  if (fd && write(fd.Get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-      fsync(fd.Get()) == 0) {
-    return {};
-  }
-  return StateFailure("cannot write " + VrelDR::Quoted(path), errno == 0 ? ENOSPC : errno);
+  const int error = fd ? WriteAndSync(fd.Get(), text) : errno;
+  return error == 0 ? Status() : StateFailure("cannot write " + VrelDR::Quoted(path), error);
 }
 
 Status IsThere(const std::string& path, bool& there) {

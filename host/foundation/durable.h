@@ -1,13 +1,23 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include "base/status.h"
 
-// Changes of directories that are on disk when the call returns. Every failure is kErrStore.
+// Changes that are on disk when the call returns.
 namespace VrelHost {
 
+// Brings what was written to an open file, or the names in an open directory, to disk. 0 or an
+// errno.
+int SyncFd(int fd);
+// Writes the text to an open file and brings it to disk. 0 or an errno, and then any part of it may
+// be written.
+int WriteAndSync(int fd, std::string_view text);
+
 using VrelDR::Status;
+
+// For the state directory: every failure is kErrStore.
 
 // Why `what` of the state directory could not be used, as `error` says.
 Status StateFailure(const std::string& what, int error);

@@ -1,12 +1,11 @@
 #include "engine/local/area.h"
 
-#include <unistd.h>
-
 #include <cerrno>
 #include <vector>
 
 #include "engine/local/directory.h"
 #include "engine/local/tree_remove.h"
+#include "foundation/durable.h"
 
 namespace VrelDR::Local {
 
@@ -33,7 +32,7 @@ int RemoveArea(int ownFd, const char* areaName, const Target& target) {
     if (const int error = RemoveTree(area.Get(), name)) return error;
   }
   if (const int error = RemoveTree(parent.Get(), target.GetId())) return error;
-  return fsync(parent.Get()) == 0 ? 0 : errno;
+  return VrelHost::SyncFd(parent.Get());
 }
 
 }  // namespace VrelDR::Local

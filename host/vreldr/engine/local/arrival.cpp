@@ -11,8 +11,11 @@
 #include "engine/local/area.h"
 #include "engine/local/directory.h"
 #include "engine/local/tree_remove.h"
+#include "foundation/durable.h"
 
 namespace VrelDR::Local {
+
+using VrelHost::SyncFd;
 
 namespace {
 
@@ -21,10 +24,6 @@ constexpr const char* kMark = ".whole.";
 
 std::string MarkOf(const std::string& snapId) {
   return kMark + snapId;
-}
-
-int Synced(int fd) {
-  return fsync(fd) == 0 ? 0 : errno;
 }
 
 }  // namespace
@@ -39,8 +38,8 @@ int MarkWhole(int incomingFd, const std::string& snapId) {
   const Fd mark(openat(incomingFd, MarkOf(snapId).c_str(),
                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!mark) return errno;
-  const int error = Synced(mark.Get());
-  return error == 0 ? Synced(incomingFd) : error;
+  const int error = SyncFd(mark.Get());
+  return error == 0 ? SyncFd(incomingFd) : error;
 }
 
 int IsMarkedWhole(int incomingFd, const std::string& snapId, bool& whole) {
@@ -51,7 +50,7 @@ int IsMarkedWhole(int incomingFd, const std::string& snapId, bool& whole) {
 int Unmark(int incomingFd, const std::string& snapId) {
   if (unlinkat(incomingFd, MarkOf(snapId).c_str(), 0) != 0 && errno != ENOENT) return errno;
   // Also when it is not there: whoever removed it may not have come to this.
-  return Synced(incomingFd);
+  return SyncFd(incomingFd);
 }
 
 int DropArrived(int incomingFd, const std::string& keepSnapId) {
@@ -65,11 +64,11 @@ int DropArrived(int incomingFd, const std::string& keepSnapId) {
     if (error != 0 || name.front() != '.' || isKept(name)) continue;
     error = RemoveTree(incomingFd, name);
   }
-  if (error == 0) error = Synced(incomingFd);
+  if (error == 0) error = SyncFd(incomingFd);
   for (const std::string& name : names) {
     if (error == 0 && !isKept(name)) error = RemoveTree(incomingFd, name);
   }
-  return error == 0 ? Synced(incomingFd) : error;
+  return error == 0 ? SyncFd(incomingFd) : error;
 }
 
 int RemoveIncoming(int ownFd, const Target& target) {

@@ -13,8 +13,11 @@
 #include "engine/local/area.h"
 #include "engine/local/directory.h"
 #include "engine/local/freeze.h"
+#include "foundation/durable.h"
 
 namespace VrelDR::Local {
+
+using VrelHost::SyncFd;
 
 namespace {
 
@@ -38,15 +41,6 @@ int ReadAll(int fd, std::string& text) {
   }
 }
 
-int WriteAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t done = write(fd, text.data(), text.size());
-    if (done < 0 && errno != EINTR) return errno;
-    if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
-  }
-  return fsync(fd) == 0 ? 0 : errno;
-}
-
 }  // namespace
 
 int KeepUsersFlags(int ownFd, const Target& target, int dirFd) {
@@ -65,11 +59,12 @@ int KeepUsersFlags(int ownFd, const Target& target, int dirFd) {
   if (!area) return errno;
   const Fd file(openat(area.Get(), kNewFile, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
   if (!file) return errno;
-  if (const int error = WriteAll(file.Get(), text)) return error;
+  if (const int error = VrelHost::WriteAndSync(file.Get(), text)) return error;
   if (renameat(area.Get(), kNewFile, area.Get(), kFile) != 0) return errno;
   const Fd parent = OpenDir(ownFd, kFrozen);
-  return parent && fsync(area.Get()) == 0 && fsync(parent.Get()) == 0 && fsync(ownFd) == 0 ? 0
-                                                                                           : errno;
+  int error = parent ? SyncFd(area.Get()) : errno;
+  if (error == 0) error = SyncFd(parent.Get());
+  return error == 0 ? SyncFd(ownFd) : error;
 }
 
 int FindUsersFlags(int ownFd, const Target& target, int dirFd, bool& found,
@@ -95,7 +90,7 @@ int DropUsersFlags(int ownFd, const Target& target) {
   const Fd area = OpenArea(ownFd, kFrozen, target);
   if (!area) return errno == ENOENT ? 0 : errno;
   if (unlinkat(area.Get(), kFile, 0) != 0) return errno == ENOENT ? 0 : errno;
-  return fsync(area.Get()) == 0 ? 0 : errno;
+  return SyncFd(area.Get());
 }
 
 }  // namespace VrelDR::Local

@@ -26,11 +26,13 @@
 #include "engine/local/tree_remove.h"
 #include "engine/local/write_back.h"
 #include "engine/support/watch.h"
+#include "foundation/durable.h"
 #include "vreldrcore/json.h"
 
 namespace VrelDR {
 
 using namespace Local;  // the parts of this engine
+using VrelHost::SyncFd;
 
 Status LocalEngine::Missing(const std::string& path) const {
   return {kErrVolumeMissing, Quoted(path) +
@@ -150,16 +152,15 @@ Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& ta
     return StatusOfErrno(errno, path_ + "/" + target.GetId());
   }
   KillPoint(kCreateRenamed);
-  if (fsync(volumeFd) != 0) {
-    Status status = StatusOfErrno(errno, path_);
+  int error = SyncFd(volumeFd);
+  if (error != 0) {
     (void)RemoveTree(volumeFd, target.GetId());
-    return status;
+    return StatusOfErrno(error, path_);
   }
-  int error = 0;
   if (topFlags != 0) {
     const Fd dir = OpenDir(volumeFd, target.GetId());
     error = dir ? AddFlags(dir.Get(), topFlags) : errno;
-    if (error == 0 && fsync(dir.Get()) != 0) error = errno;
+    if (error == 0) error = SyncFd(dir.Get());
   }
   if (error == 0) error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, path_);
@@ -237,7 +238,7 @@ Status LocalEngine::RemoveTarget(const Target& target) const {
   int error = RemoveArea(own.Get(), kSnapshots, target);
   KillPoint(kForgetSnapshotsGone);
   if (error == 0) error = RemoveTree(volume.Get(), target.GetId());
-  if (error == 0 && fsync(volume.Get()) != 0) error = errno;
+  if (error == 0) error = SyncFd(volume.Get());
   if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
   if (error == 0) error = RemoveIncoming(own.Get(), target);
   if (error == 0) error = RemoveArea(own.Get(), kFrozen, target);
@@ -322,7 +323,7 @@ Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snap
   status = CheckUnmounted(snapshots.Get(), snapId);
   if (!status.IsOk()) return status;
   int error = RemoveTree(snapshots.Get(), snapId);
-  if (error == 0 && fsync(snapshots.Get()) != 0) error = errno;
+  if (error == 0) error = SyncFd(snapshots.Get());
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 

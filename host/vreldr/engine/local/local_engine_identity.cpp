@@ -11,6 +11,7 @@
 #include "engine/local/area.h"
 #include "engine/local/directory.h"
 #include "engine/local/local_engine.h"
+#include "foundation/durable.h"
 
 namespace VrelDR {
 
@@ -52,9 +53,7 @@ int LookIntoVolume(int volumeFd, int ownFd, bool& empty) {
 int WriteFile(int dirFd, const std::string& name, const std::string& text) {
   const Fd file(openat(dirFd, name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
   if (!file) return errno;
-  const ssize_t written = write(file.Get(), text.data(), text.size());
-  if (written != static_cast<ssize_t>(text.size())) return written == -1 ? errno : ENOSPC;
-  return fsync(file.Get()) == 0 ? 0 : errno;
+  return VrelHost::WriteAndSync(file.Get(), text);
 }
 
 // Puts the identity in its place. EEXIST when there is one and it is not to be made anew.
@@ -120,10 +119,11 @@ Status LocalEngine::Mark(const VolumeIdentity& identity, bool anew) const {
     }
   }
   // Also of a file that was there: whoever placed it may not have come to this.
-  if (error == 0 && (fsync(own.Get()) != 0 || fsync(volume.Get()) != 0)) {
-    error = errno;
+  if (error == 0) {
+    error = VrelHost::SyncFd(own.Get());
+    if (error == 0) error = VrelHost::SyncFd(volume.Get());
     // The failure is told only once: nobody may take the file for one that is on disk.
-    if (placed && !anew) unlinkat(own.Get(), kIdentityFile, 0);
+    if (error != 0 && placed && !anew) unlinkat(own.Get(), kIdentityFile, 0);
   }
   if (error != 0) return StatusOfErrno(error, path);
   KillPoint(kVolumeMarked);

@@ -18,10 +18,12 @@
 #include "engine/local/tree_copy.h"
 #include "engine/local/tree_remove.h"
 #include "engine/local/write_back.h"
+#include "foundation/durable.h"
 
 namespace VrelDR {
 
 using namespace Local;  // the parts of this engine
+using VrelHost::SyncFd;
 
 namespace {
 
@@ -30,9 +32,9 @@ namespace {
 int Exchange(int oneDir, const char* one, int otherDir, const char* other) {
   if (renameat2(oneDir, one, otherDir, other, RENAME_EXCHANGE) != 0) return errno;
   KillPoint(kRestoreExchanged);
-  if (fsync(otherDir) == 0 && fsync(oneDir) == 0) return 0;
-  const int error = errno;
-  (void)renameat2(oneDir, one, otherDir, other, RENAME_EXCHANGE);
+  int error = SyncFd(otherDir);
+  if (error == 0) error = SyncFd(oneDir);
+  if (error != 0) (void)renameat2(oneDir, one, otherDir, other, RENAME_EXCHANGE);
   return error;
 }
 
@@ -124,7 +126,7 @@ Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& sna
   const struct timespec times[] = {st.st_atim, st.st_mtim};
   (void)futimens(restored.Get(), times);
   if (topFlags != 0) error = AddFlags(restored.Get(), topFlags);
-  if (error == 0 && topFlags != 0 && fsync(restored.Get()) != 0) error = errno;
+  if (error == 0 && topFlags != 0) error = SyncFd(restored.Get());
   // What was written down of the old bytes is not of these.
   if (error == 0) error = DropUsersFlags(own.Get(), target);
   if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
