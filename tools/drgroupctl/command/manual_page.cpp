@@ -2,7 +2,6 @@
 
 #include "command/help.h"
 #include "command/verb.h"
-#include "groups/group_store.h"
 #include "output/exit_code.h"
 #include "output/text.h"
 
@@ -60,7 +59,7 @@ std::string VerbSection(const Verb& verb) {
 
 }  // namespace
 
-std::string ManualPage() {
+std::string ManualPage(const std::string& linkPath) {
   std::string out =
       ".TH DRGROUPCTL 1 \"\" \"drgroupctl " DRGROUPCTL_VERSION "\" \"User Commands\"\n";
   out += ".SH NAME\ndrgroupctl \\- group snapshots and replication of disaster recovery groups\n";
@@ -107,7 +106,7 @@ std::string ManualPage() {
   out += ".SH FILES\n";
   out += Tagged("/etc/vreldr/vreldr.json",
                 "The host's configuration: its state directory and its volumes.");
-  out += Tagged(LinkPath("GROUP"), "The link to the group's catalogue.");
+  out += Tagged(linkPath, "The link to the group's catalogue.");
   out += Tagged("drgroup.db, group.json",
                 "The group's catalogue and its definition, in the group's directory.");
   return out;

@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <iostream>
 #include <system_error>
 
 #include "output/failure.h"
@@ -65,23 +64,6 @@ void PrintOut(const std::string& text) {
     throw Failure(ExitCode::kFailed,
                   "cannot write to standard output: " + std::generic_category().message(error) +
                       "; what the verb did is done, only its report is lost");
-  }
-}
-
-void Confirm(const Arguments& args, const std::string& loss, const std::string& details) {
-  if (args.Has("--yes")) {
-    (void)WriteAll(STDERR_FILENO, details);
-    return;
-  }
-  if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-    throw Failure(ExitCode::kRefused,
-                  "this would " + loss + ": run it with --yes to go on without being asked");
-  }
-  (void)WriteAll(STDERR_FILENO, details + "This will " + loss + ". Go on? [y/N] ");
-  std::string answer;
-  std::getline(std::cin, answer);
-  if (answer != "y" && answer != "Y" && answer != "yes") {
-    throw Failure(ExitCode::kRefused, "not confirmed: nothing was changed");
   }
 }
 

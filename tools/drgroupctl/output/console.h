@@ -3,8 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "command/verb.h"
-
 // Standard output, standard error and the terminal.
 namespace drgroupctl {
 
@@ -22,12 +20,6 @@ void PrintOnTerminal(const std::string& text);
 
 // Writes all of `text` to standard output; throws when that fails.
 void PrintOut(const std::string& text);
-
-// Returns when --yes was given or whoever sits at the terminal agrees; throws a refusal otherwise.
-// `loss` says what would be lost, as the start of a question: "delete group snapshot \"x\"". The
-// lines of `details` are shown on standard error before anything else, unless it is refused.
-void Confirm(const Arguments& args, const std::string& loss,
-             const std::string& details = std::string());
 
 // While it lives, what this process and the programs it starts write to standard error is kept
 // instead of shown: the database script tells its troubles there, and the tool tells them once.

@@ -7,6 +7,7 @@
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"
+#include "command/confirm.h"
 #include "host/host.h"
 #include "output/console.h"
 #include "output/text.h"

@@ -6,6 +6,7 @@
 
 #include "action/group_action.h"
 #include "action/takeover.h"
+#include "command/confirm.h"
 #include "groups/catalogue_view.h"
 #include "groups/gsnap_completeness.h"
 #include "output/console.h"

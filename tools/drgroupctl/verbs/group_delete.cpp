@@ -9,6 +9,7 @@
 #include <set>
 #include <system_error>
 
+#include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/file_write.h"

@@ -1,7 +1,7 @@
 #include <vreldr/host_state.h>
 
+#include "command/confirm.h"
 #include "host/host.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

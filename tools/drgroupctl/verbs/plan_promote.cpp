@@ -3,7 +3,7 @@
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/takeover.h"
-#include "output/console.h"
+#include "command/confirm.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"

@@ -2,8 +2,8 @@
 #include <vreldrgroup/replication/replica_op.h>
 
 #include "action/plans.h"
+#include "command/confirm.h"
 #include "host/arrived.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

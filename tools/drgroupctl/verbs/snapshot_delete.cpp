@@ -1,10 +1,10 @@
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
+#include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_removal.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

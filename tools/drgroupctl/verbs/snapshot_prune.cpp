@@ -6,6 +6,7 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "command/confirm.h"
 #include "groups/group_store.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"

@@ -3,13 +3,13 @@
 
 #include <set>
 
+#include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_completeness.h"
 #include "groups/gsnap_removal.h"
 #include "groups/repair_plan.h"
 #include "groups/repair_sight.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

@@ -2,12 +2,12 @@
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
 #include "action/plans.h"
+#include "command/confirm.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_check.h"
 #include "groups/gsnap_completeness.h"
 #include "host/host.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

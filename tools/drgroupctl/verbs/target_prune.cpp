@@ -6,10 +6,10 @@
 #include <set>
 
 #include "action/plans.h"
+#include "command/confirm.h"
 #include "groups/group_store.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"

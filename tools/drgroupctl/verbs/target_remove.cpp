@@ -1,4 +1,5 @@
 #include "action/removal.h"
+#include "command/confirm.h"
 #include "groups/group_store.h"
 #include "host/host.h"
 #include "output/console.h"

@@ -1,5 +1,5 @@
+#include "command/confirm.h"
 #include "host/host.h"
-#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
