@@ -13,8 +13,10 @@ namespace {
 namespace fs = std::filesystem;
 using host_test::ReadFile;
 using host_test::WriteFile;
+using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
+using testing::Not;
 
 class GroupTest : public ToolTest {
  protected:
@@ -209,6 +211,11 @@ TEST_F(GroupTest, AKilledDeletionIsFinishedByTheSameCommand) {
                                                   {"group", "rename", "g", "h"}}) {
       RunBadly(kCatalogue, words, {"\"g\"", "drgroupctl group delete g"});
     }
+    // The catalogue may be there still.
+    const Result listed = Run({"snapshot", "list", "g"});
+    EXPECT_EQ(listed.code, step == std::string("delete.begun") ? kDone : kCatalogue);
+    EXPECT_THAT(listed.err, AllOf(HasSubstr("drgroupctl group delete g"), Not(HasSubstr("relink")),
+                                  Not(HasSubstr("backup"))));
     RunWell({"group", "delete", "g", "--yes"});
     EXPECT_TRUE(Traces().empty());
   }

@@ -141,6 +141,9 @@ std::optional<CatalogueProblem> ExamineDatabase(const std::string& path, Access 
 void RequireCatalogue(const std::string& groupId, Access access) {
   CheckOwner(groupId);
   if (const auto problem = ExamineCatalogue(groupId, access, kPatience)) {
+    const std::string dir = GroupDirectory(groupId);
+    const auto begun = InterruptedDeletion(groupId, dir);
+    if (begun && IsDeletedUpToItsLink(dir)) throw Failure(*begun);
     throw Failure(problem->code, "group " + Quote(groupId) + ": " + problem->text);
   }
 }

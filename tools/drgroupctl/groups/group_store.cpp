@@ -109,6 +109,13 @@ bool IsDeletedUpToItsLink(const std::string& dir) {
          IsNothing(DatabasePath(dir));
 }
 
+std::optional<Failure> InterruptedDeletion(const std::string& groupId, const std::string& dir) {
+  if (!IsThere(DeletionPath(dir)) || !IsNothing(DefinitionPath(dir))) return std::nullopt;
+  return BadGroup(
+      groupId,
+      "its deletion was interrupted: finish it with \"drgroupctl group delete " + groupId + "\"");
+}
+
 std::string DefaultDirectory(const std::string& groupId) {
   return StateDirectory() + "/groups/" + groupId;
 }
@@ -180,11 +187,7 @@ Group LoadGroup(const std::string& groupId) {
   const std::string dir = GroupDirectory(groupId);
   Group group;
   if (!ReadDefinition(dir, group)) {
-    if (IsThere(DeletionPath(dir))) {
-      throw BadGroup(groupId,
-                     "its deletion was interrupted: finish it with \"drgroupctl group delete " +
-                         groupId + "\"");
-    }
+    if (const auto begun = InterruptedDeletion(groupId, dir)) throw Failure(*begun);
     if (const auto astray = ExamineOwner(groupId, dir, {})) throw Failure(*astray);
     throw BadGroup(groupId, Quote(DefinitionPath(dir)) +
                                 " is missing, which names its targets: restore it from a backup, "

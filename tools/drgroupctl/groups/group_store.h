@@ -2,8 +2,11 @@
 
 #include <vreldr/target.h>
 
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "output/failure.h"
 
 // Groups as the tool keeps them: the group's link directory leads to its database directory, and
 // "group.json" beside the database names its targets. There is no other registry.
@@ -30,6 +33,8 @@ std::string DeletionPath(const std::string& dir);
 // Whether a deletion that was interrupted has left neither the database nor the definition in
 // `dir`.
 bool IsDeletedUpToItsLink(const std::string& dir);
+// What to tell of a group whose definition in `dir` is gone because its deletion was interrupted.
+std::optional<Failure> InterruptedDeletion(const std::string& groupId, const std::string& dir);
 
 // Where a group's database is unless somebody wants it elsewhere.
 std::string DefaultDirectory(const std::string& groupId);

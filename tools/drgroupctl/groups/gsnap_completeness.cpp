@@ -27,10 +27,13 @@ std::string Names(const std::vector<std::string>& targets) {
 std::optional<std::vector<VrelDR::Target>> DefinedTargets(const std::string& groupId) {
   const std::string dir = GroupDirectory(groupId);
   Group group;
-  std::string problem = "group " + Quote(groupId) + ": its link leads to " + Quote(dir) +
-                        ", which has no definition (group.json), as after another program pointed "
-                        "it there: \"drgroupctl group relink\" lets it lead to the group's own "
-                        "directory again";
+  const auto begun = InterruptedDeletion(groupId, dir);
+  std::string problem =
+      begun ? begun->message
+            : "group " + Quote(groupId) + ": its link leads to " + Quote(dir) +
+                  ", which has no definition (group.json), as after another program pointed "
+                  "it there: \"drgroupctl group relink\" lets it lead to the group's own "
+                  "directory again";
   try {
     if (ReadDefinition(dir, group)) return group.targets;
   } catch (const Failure& failure) {
