@@ -94,7 +94,8 @@ TEST_F(HostInitTest, AHostIsMadeAnewOnlyWhenThatIsConfirmed) {
   MakeGroup();
   const std::string node = ReadFile(Root() + "/state/node_id");
   WriteFile(Records(), "junk");
-  RunBadly(kRefused, {"host", "init"}, {Records(), "damaged", "\"v1\"", "--yes"});
+  RunUnasked({"host", "init"}, {Records(), "damaged", "\"v1\""},
+             {"Traces of a host:", "To be moved aside:"});
   EXPECT_EQ(ReadFile(Records()), "junk");
   const Json::Value report = RunWell({"host", "init", "--yes", "--json"}).Json();
   EXPECT_EQ(report["node_id"].asString() + "\n", node);
@@ -175,7 +176,8 @@ TEST_F(HostInitTest, DataThatHasMovedIsAdoptedAfterItWasShownAndConfirmed) {
   fs::rename(VolumePath() + "/guest", Root() + "/guest");
   RunBadly(kStorage, {"snapshot", "create", "g"}, {"volume init v1 --adopt"});
   RunBadly(kStorage, {"volume", "init", "v1"}, {"\"v1\"", "no identity"});
-  RunBadly(kRefused, {"volume", "init", "v1", "--adopt"}, {"3 recorded targets", "1 ", "--yes"});
+  RunUnasked({"volume", "init", "v1", "--adopt"}, {"3 recorded targets", "1 "},
+             {"target \"guest\" is NOT there"});
   const Result result = RunWell({"volume", "init", "v1", "--adopt", "--yes", "--json"});
   EXPECT_THAT(result.err, HasSubstr("target \"guest\" is NOT there"));
   EXPECT_THAT(result.err, HasSubstr("target \"lun\" is there, with 1 of 1 snapshot"));

@@ -168,6 +168,12 @@ TEST_P(PlanLifeTest, AForcedFailoverNeedsNothingOfTheMainSide) {
   const Result asked = Run({"failover", "g", "--force"});
   EXPECT_EQ(asked.code, kRefused);
   EXPECT_THAT(asked.err, HasSubstr("--yes"));
+  EXPECT_THAT(asked.out, AllOf(HasSubstr("target \"lun\": \"lun-dr\" takes over with snapshot"),
+                               HasSubstr("target \"guest\": \"guest-dr\" takes over"),
+                               HasSubstr("everything written since 20")));
+  const Json::Value losses = Run({"failover", "g", "--force", "--json"}).Json()["error"]["losses"];
+  ASSERT_EQ(losses.size(), 3U);
+  EXPECT_THAT(losses[1].asString(), HasSubstr("\"share-dr\" takes over"));
 
   const Result checked = RunWell({"failover", "g", "--force", "--dry-run", "--json"});
   const Json::Value takeover = checked.Json()["takeover"];

@@ -129,8 +129,8 @@ TEST_F(RepairTest, HalfRecordedOnesAreDeletedAndWhatStaysIsNamed) {
 
 TEST_F(RepairTest, ItShowsWhatItIsGoingToDoBeforeItDoesIt) {
   LoseSnapshot("lun");
-  RunBadly(kRefused, {"snapshot", "repair", "g"},
-           {"set the status of 1 group snapshot", "--dry-run", "--yes"});
+  RunUnasked({"snapshot", "repair", "g"}, {"set the status of 1 group snapshot", "--dry-run"},
+             {"Set group snapshot \"" + id_ + "\" from ready to bad"});
   EXPECT_EQ(Status(), "ready");
   const Result result = RunWell({"snapshot", "repair", "g", "--yes"});
   EXPECT_THAT(result.err, HasSubstr("Set group snapshot \"" + id_ + "\" from ready to bad"));

@@ -34,6 +34,19 @@ std::string ReadAll(int fd) {
   return text;
 }
 
+// Expects a failure whose one line on standard error has all `parts`.
+void ExpectOneLine(const Result& result, Code code, const std::vector<std::string>& words,
+                   const std::vector<std::string>& parts) {
+  const std::string about = testing::PrintToString(words) + "\n" + result.err;
+  EXPECT_EQ(result.code, code) << about;
+  EXPECT_EQ(result.err.rfind("drgroupctl: ", 0), 0U) << about;
+  std::string line = result.err;
+  // A warning may stand before the one line that tells the failure.
+  if (line.rfind("drgroupctl: warning: ", 0) == 0) line.erase(0, line.find('\n') + 1);
+  EXPECT_EQ(line.find('\n'), line.size() - 1) << "not one line: " << about;
+  for (const std::string& part : parts) EXPECT_THAT(line, testing::HasSubstr(part)) << about;
+}
+
 }  // namespace
 
 Json::Value Result::Json() const {
@@ -140,16 +153,18 @@ Result ToolTest::RunWell(const std::vector<std::string>& words) {
 Result ToolTest::RunBadly(Code code, const std::vector<std::string>& words,
                           const std::vector<std::string>& parts) {
   Result result = Run(words);
-  const std::string about = testing::PrintToString(words) + "\n" + result.err;
-  EXPECT_EQ(result.code, code) << about;
-  EXPECT_EQ(result.err.rfind("drgroupctl: ", 0), 0U) << about;
-  std::string line = result.err;
-  // A warning may stand before the one line that tells the failure.
-  if (line.rfind("drgroupctl: warning: ", 0) == 0) line.erase(0, line.find('\n') + 1);
-  EXPECT_EQ(line.find('\n'), line.size() - 1) << "not one line: " << about;
-  EXPECT_EQ(result.out, "") << about;
-  for (const std::string& part : parts) EXPECT_THAT(line, testing::HasSubstr(part)) << about;
+  ExpectOneLine(result, code, words, parts);
+  EXPECT_EQ(result.out, "") << testing::PrintToString(words);
   return result;
+}
+
+void ToolTest::RunUnasked(const std::vector<std::string>& words,
+                          const std::vector<std::string>& parts,
+                          const std::vector<std::string>& losses) {
+  const Result result = Run(words);
+  ExpectOneLine(result, kRefused, words, parts);
+  EXPECT_THAT(result.err, testing::HasSubstr("--yes"));
+  for (const std::string& loss : losses) EXPECT_THAT(result.out, testing::HasSubstr(loss));
 }
 
 void ToolTest::MakeGroup(const std::string& volume) {

@@ -58,6 +58,11 @@ class ToolTest : public testing::Test {
   static Result RunWell(const std::vector<std::string>& words);
   static Result RunBadly(Code code, const std::vector<std::string>& words,
                          const std::vector<std::string>& parts);
+  // The same for a refusal to go on without being told so, which has all `losses` on standard
+  // output.
+  static void RunUnasked(const std::vector<std::string>& words,
+                         const std::vector<std::string>& parts,
+                         const std::vector<std::string>& losses);
 
   // A lun, a share with a few files and a guest on `volume`, and the group "g" of the three.
   void MakeGroup(const std::string& volume = "v1");

@@ -92,7 +92,8 @@ std::string ManualPage(const std::string& linkPath) {
              "has a document with the member \"error\", which has \"exit_code\", \"kind\" and "
              "\"message\", and where they are known \"target_id\" (the target that failed), "
              "\"targets\" (what became of each), \"checks\" (what was found before anything was "
-             "done), \"left_snapshots\" (target snapshots that stay), "
+             "done), \"losses\" (what would be given up, in lines for people), \"left_snapshots\" "
+             "(target snapshots that stay), "
              "\"left_clones\" (clones that stay), \"deleted\" and \"changed\" (what was repaired) "
              "and \"groups\" (what became of each).") +
          '\n';
