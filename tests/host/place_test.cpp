@@ -174,6 +174,28 @@ TEST_P(PlaceTest, AShipmentWithAMountInItIsNotGoneOnWith) {
   ExpectSame(A(), B(), "1");
 }
 
+TEST_P(PlaceTest, WhatIsMountedOnAnAreaOfTheVolumeIsNamed) {
+  Take(A(), "1");
+  const std::string tmp = A().path + "/.vreldr/tmp";
+  const std::string incoming = B().path + "/.vreldr/incoming";
+  fs::create_directories(tmp);
+  fs::create_directories(incoming);
+  {
+    const BindMount onTmp(outside_, tmp);
+    const BindMount onIncoming(outside_, incoming);
+    TestWatcher watcher;
+    const auto refused = VrelDR::kErrUnsupported;
+    ExpectStatus(Create(Target("new", 2), {}), refused, tmp);
+    ExpectStatus(A().engine->RestoreSnapshot(A().target, "1"), refused, tmp);
+    ExpectStatus(A().engine->RemoveTarget(A().target), refused, tmp);
+    ExpectStatus(A().engine->CleanUp(A().target), refused, tmp);
+    ExpectStatus(TryShip(A(), "1", "", B(), watcher), refused, incoming);
+    ExpectStatus(B().engine->DropShipments(B().target, ""), refused, incoming);
+    ExpectOutsideUntouched();
+  }
+  Ship(A(), "1", "", B());
+}
+
 // Mounts something the first time that a shipment tells of itself.
 class MountingWatcher : public TestWatcher {
  public:

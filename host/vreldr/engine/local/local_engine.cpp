@@ -127,7 +127,7 @@ Status LocalEngine::CreateTarget(const Target& target, const TargetContent& cont
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
-  if (!tmp) return StatusOfErrno(errno, path_);
+  if (!tmp) return AreaFailure(errno, own.Get(), kTmp, target);
   int error = 0;
   if (IsBtrfs(tmp.Get())) {
     error = MakeSubvolume(tmp.Get(), kNewTarget);
@@ -170,6 +170,13 @@ Status LocalEngine::CheckUnmounted(int volumeFd, const std::string& path) const 
   std::vector<std::string> mounts;
   const int error = Local::FindMounts(volumeFd, path, mounts);
   return error == 0 ? MountedOn(mounts) : StatusOfErrno(error, path_);
+}
+
+Status LocalEngine::AreaFailure(int error, int ownFd, const char* area,
+                                const Target& target) const {
+  Status status;
+  if (error == EXDEV) status = CheckUnmounted(ownFd, std::string(area) + "/" + target.GetId());
+  return status.IsOk() ? StatusOfErrno(error, path_) : status;
 }
 
 Status LocalEngine::CheckArea(int ownFd, const char* area, const Target& target) const {
@@ -255,7 +262,7 @@ Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId
   const Fd source = OpenDir(volume.Get(), target.GetId());
   if (!source) return StatusOfErrno(errno, path_ + "/" + target.GetId());
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
-  if (!snapshots) return StatusOfErrno(errno, {});
+  if (!snapshots) return AreaFailure(errno, own.Get(), kSnapshots, target);
   if (!IsSubvolume(source.Get())) {
     return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), writeBack,
                         watcher);
@@ -273,7 +280,8 @@ Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId
                                  int ownFd, int snapshotsFd, WriteBack& writeBack,
                                  Watcher* watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
-  if (!tmp || mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
+  if (!tmp) return AreaFailure(errno, ownFd, kTmp, target);
+  if (mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
   const Fd copy = OpenDir(tmp.Get(), snapId);
   if (!copy) return StatusOfErrno(errno, {});
   Watch watch(watcher);
@@ -319,7 +327,8 @@ Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snap
   auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
-  if (!snapshots) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
+  if (!snapshots && errno == ENOENT) return {};
+  if (!snapshots) return AreaFailure(errno, own.Get(), kSnapshots, target);
   status = CheckUnmounted(snapshots.Get(), snapId);
   if (!status.IsOk()) return status;
   int error = RemoveTree(snapshots.Get(), snapId);

@@ -84,9 +84,12 @@ class LocalEngine : public StorageEngine {
   Opened Open(std::string_view failPoint, const Target& target) const;
   Status CopySnapshot(const Target& target, const std::string& snapId, int sourceFd, int ownFd,
                       int snapshotsFd, Local::WriteBack& writeBack, Watcher* watcher) const;
-  // Good when nothing is mounted on an entry of the volume, or below it; `path` leads to it from
-  // the volume.
+  // Good when nothing is mounted on an entry of the volume, on the way to it or below it; `path`
+  // leads to it from the volume.
   Status CheckUnmounted(int volumeFd, const std::string& path) const;
+  // Why the target's directory of an area could not be used, from an errno: what is mounted there
+  // is named.
+  Status AreaFailure(int error, int ownFd, const char* area, const Target& target) const;
   // Good when what is in the target's directory of an area can be removed: nothing is mounted
   // there, and no subvolume is nested in what is there.
   Status CheckArea(int ownFd, const char* area, const Target& target) const;

@@ -142,7 +142,7 @@ Status LocalEngine::CloneSnapshot(const Target& target, const std::string& snapI
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), path_);
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, clone);
-  if (!tmp) return StatusOfErrno(errno, path_);
+  if (!tmp) return AreaFailure(errno, own.Get(), kTmp, clone);
   unsigned topFlags = 0;
   status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kNewTarget, topFlags);
   if (!status.IsOk()) return status;

@@ -263,7 +263,8 @@ Status LocalEngine::DropShipments(const Target& replica, const std::string& keep
   auto [volume, own, status] = Open();
   if (!status.IsOk()) return status;
   const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
-  if (!incoming) return errno == ENOENT ? Status() : StatusOfErrno(errno, path_);
+  if (!incoming && errno == ENOENT) return {};
+  if (!incoming) return AreaFailure(errno, own.Get(), kIncoming, replica);
   status = CheckUnmounted(own.Get(), std::string(kIncoming) + "/" + replica.GetId());
   if (!status.IsOk()) return status;
   const int error = DropArrived(incoming.Get(), keepSnapId);

@@ -59,7 +59,8 @@ int FindMounts(int dirFd, const std::string& name, std::vector<std::string>& pat
     std::string skipped, place;
     fields >> skipped >> skipped >> skipped >> skipped >> place;
     place = Unescape(place);
-    if ((place + "/").compare(0, below.size(), below) != 0 || place.size() < dir.size()) continue;
+    const bool isOnTheWay = below.starts_with(place + "/") || (place + "/").starts_with(below);
+    if (!isOnTheWay || place.size() < dir.size()) continue;
     // The list has places, too, over which something else is mounted by now.
     if (!OpenEntry(dirFd, place.substr(dir.size()), O_PATH) && errno == EXDEV) found.insert(place);
   }

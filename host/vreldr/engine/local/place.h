@@ -10,8 +10,8 @@ namespace VrelDR::Local {
 
 // What stands in a directory and is no part of it.
 
-// Appends the paths of all that is mounted on the entry `name` of the directory `dirFd`, or below
-// it, whatever `name` leads to. 0 or an errno.
+// Appends the paths of all that is mounted on the entry `name` of the directory `dirFd`, on the way
+// to it or below it, whatever `name` leads to. 0 or an errno.
 int FindMounts(int dirFd, const std::string& name, std::vector<std::string>& paths);
 
 // The same for what is mounted below the directory `dirFd`, and not on that itself.
