@@ -12,6 +12,7 @@ using testing::ElementsAre;
 using testing::Gt;
 using testing::HasSubstr;
 using testing::Lt;
+using testing::Not;
 
 class PlanLifeTest : public PlanTest {};
 
@@ -190,6 +191,40 @@ TEST_P(PlanLifeTest, AForcedFailoverNeedsNothingOfTheMainSide) {
   EXPECT_EQ(States(), AllFailedOver());
   EXPECT_EQ(CopyContents(), synced);
   ChangeCopies();
+}
+
+TEST_P(PlanLifeTest, AForcedFailoverAfterAReprotectionSaysThatItTakesThatBack) {
+  MakeProtected();
+  RunWell({"failover", "g"});
+  ChangeCopies();
+  const auto wanted = CopyContents();
+  RunWell({"reprotect", "g"});
+  const std::string gsnap =
+      RunWell({"snapshot", "create", "gd", "--json"}).Json()["gsnap_id"].asString();
+  for (const std::vector<std::string>& more : {std::vector<std::string>{}, {"--snapshot", gsnap}}) {
+    std::vector<std::string> words{"failover", "g", "--force"};
+    words.insert(words.end(), more.begin(), more.end());
+    RunUnasked(words, {"back into the failover"},
+               {"target \"lun\": \"lun-dr\" goes on working; lost is nothing"});
+    EXPECT_THAT(Run(words).err, Not(HasSubstr("give up")));
+    words.emplace_back("--yes");
+    words.emplace_back("--json");
+    const Json::Value done = RunWell(words).Json();
+    EXPECT_EQ(done["takeover"][1]["working_target_id"], "share-dr");
+    EXPECT_EQ(done["takeover"][1]["is_going_back"], true);
+    EXPECT_EQ(done["targets"][1]["state"], "failed over, share-dr works");
+    EXPECT_EQ(States(), AllFailedOver());
+    EXPECT_EQ(CopyContents(), wanted);
+    RunWell({"reprotect", "g"});
+  }
+  RunUnasked({"plan", "promote", "lun"}, {"back into the failover"},
+             {"\"lun-dr\" goes on working"});
+  // Without --force, and once something was sent, the replicas take over.
+  EXPECT_EQ(
+      RunWell({"failover", "g", "--dry-run", "--json"}).Json()["takeover"][1]["is_going_back"],
+      false);
+  RunWell({"sync", "g"});
+  RunUnasked({"failover", "g", "--force"}, {"give up"}, {"target \"lun\": \"lun\" takes over"});
 }
 
 TEST_P(PlanLifeTest, TheDrCopiesMoveToAnotherVolume) {

@@ -4,6 +4,7 @@
 
 #include "plan_fixture.h"
 #include "tree.h"
+#include "vreldr/arrived.h"
 #include "vreldr/protected_target.h"
 
 // The life of a plan: what is true after each operation, bytes compared.
@@ -199,11 +200,16 @@ TEST_P(PlanLifeTest, AReprotectionCanBeTakenBackBeforeTheNextSync) {
   Change("a-dr", "new life");
   const Tree working = Bytes("a-dr");
   ExpectRun(PlanReprotect(planId, "this node", false));
+  VrelDR::ArrivedSnapshots arrived;
+  EXPECT_TRUE(VrelDR::ArrivedReporter(planId).Read(arrived));
+  EXPECT_TRUE(arrived.is_going_back);
   ExpectRun(PlanForcedFailover(planId, "no such snapshot", Json::Value()));
   ExpectFailedOver(planId, VrelDR::kMainToDR, working);
   ExpectRun(PlanReprotect(planId, "this node", true));
   ExpectNormal(planId, VrelDR::kDRToMain, working);
   EXPECT_EQ(BytesOf("a", Last(planId)), working);
+  EXPECT_TRUE(VrelDR::ArrivedReporter(planId).Read(arrived));
+  EXPECT_FALSE(arrived.is_going_back);
   ExpectRefused(PlanForcedFailover(planId, "no such snapshot", Json::Value()),
                 VrelDR::kErrSnapshotMissing, {"no such snapshot"});
 }

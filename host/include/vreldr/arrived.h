@@ -17,6 +17,9 @@ struct VREL_API ArrivedSnapshots {
   // The newest snapshot that arrived and is there; an empty one when there is none. It is another
   // one than the recorded one when that is gone, and when one has arrived that is not recorded yet.
   Operation::Snapshot newest;
+  // Whether a forced failover would put the plan back into the failover that it was reprotected
+  // from (Operation::PlanForcedFailover): then none of these is taken over with.
+  bool is_going_back = false;
 };
 
 // Looks which of a plan's snapshots the replica really has. The library needs nothing of this; it

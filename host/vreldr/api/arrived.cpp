@@ -2,6 +2,7 @@
 #include "vreldr/arrived.h"
 
 #include "base/boundary.h"
+#include "plan/checks.h"
 #include "plan/host_plan.h"
 #include "vreldr/snapshot_history.h"
 
@@ -35,7 +36,10 @@ bool ArrivedReporter::Read(ArrivedSnapshots& arrived) const {
   return RunAndRecord(*this, [&] {
     HostPlan plan;
     Status status = plan.OpenToRead(plan_id_);
-    return status.IsOk() ? plan.LookAtArrived(arrived) : status;
+    if (!status.IsOk()) return status;
+    status = plan.LookAtArrived(arrived);
+    arrived.is_going_back = Check::GoesBack(plan);
+    return status;
   });
 }
 

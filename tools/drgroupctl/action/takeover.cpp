@@ -47,6 +47,19 @@ void LookAtSource(Takeover& takeover) {
       VrelDR::SnapshotHistory::NewerThan(snapshots, takeover.snap_id, takeover.snap_time);
 }
 
+Takeover GoingBack(Takeover takeover) {
+  takeover.is_going_back = true;
+  takeover.is_source_known = true;
+  takeover.is_source_alive = true;
+  return takeover;
+}
+
+// The target that works afterwards.
+const std::string& WorksAfter(const Takeover& takeover) {
+  return takeover.is_going_back ? takeover.plan.GetSourceTargetId()
+                                : takeover.plan.GetReplicaTargetId();
+}
+
 // When it takes over with nothing, why.
 std::string NothingThere(const Takeover& takeover) {
   const std::string& replica = takeover.plan.GetReplicaTargetId();
@@ -59,12 +72,13 @@ std::string NothingThere(const Takeover& takeover) {
 }  // namespace
 
 Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
-                            const VrelDR::DRPlan& plan) {
+                            const VrelDR::DRPlan& plan, bool isForced) {
   Takeover takeover;
   takeover.target = target;
   takeover.driven = target;
   takeover.plan = plan;
   takeover.arrived = LookAtArrived(plan);
+  if (isForced && takeover.arrived.is_going_back) return GoingBack(takeover);
   takeover.snap_id = takeover.arrived.snap_id;
   takeover.snap_time = takeover.arrived.time;
   // One that cannot be asked is refused for that.
@@ -95,13 +109,15 @@ void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
 }
 
 std::vector<Takeover> PlanTakeover(const Group& group,
-                                   const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap) {
+                                   const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap,
+                                   bool isForced) {
   std::vector<Takeover> takeovers;
   for (const VrelDR::Target& target : group.targets) {
     const std::string& id = target.GetId();
     const VrelDR::DRPlan plan = RequireOnePlan(id);
     if (!gsnap) {
-      takeovers.push_back(PlanTakeoverToLast("failover of group " + Quote(group.id), id, plan));
+      takeovers.push_back(
+          PlanTakeoverToLast("failover of group " + Quote(group.id), id, plan, isForced));
       continue;
     }
     Takeover takeover;
@@ -109,6 +125,10 @@ std::vector<Takeover> PlanTakeover(const Group& group,
     takeover.plan = plan;
     const VrelDRGroup::TargetSnapshot snapshot = FindSnapshot(*gsnap, plan);
     takeover.driven = snapshot.target.GetId();
+    if (isForced && LookAtArrived(plan).is_going_back) {
+      takeovers.push_back(GoingBack(takeover));
+      continue;
+    }
     takeover.snap_id = snapshot.tsnap_id;
     takeover.snap_time = TimeOfSnapshot(plan, takeover.snap_id);
     LookAtSource(takeover);
@@ -117,23 +137,32 @@ std::vector<Takeover> PlanTakeover(const Group& group,
   return takeovers;
 }
 
+bool IsGoingBack(const std::vector<Takeover>& takeovers) {
+  return std::all_of(takeovers.begin(), takeovers.end(),
+                     [](const Takeover& each) { return each.is_going_back; });
+}
+
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers) {
   return std::any_of(takeovers.begin(), takeovers.end(), [](const Takeover& each) {
-    return each.arrived.presence == Presence::kMissing;
+    return each.arrived.presence == Presence::kMissing && !each.is_going_back;
   });
 }
 
 std::string LossDetails(const std::vector<Takeover>& takeovers) {
   std::string text;
   for (const Takeover& each : takeovers) {
-    text += "target " + Quote(each.target) + ": " + Quote(each.plan.GetReplicaTargetId()) +
-            " takes over with snapshot " + Printable(each.snap_id) + "; lost is " + LostText(each) +
-            "\n";
+    text += "target " + Quote(each.target) + ": " + Quote(WorksAfter(each)) +
+            (each.is_going_back ? " goes on working"
+                                : " takes over with snapshot " + Printable(each.snap_id)) +
+            "; lost is " + LostText(each) + "\n";
   }
   return text;
 }
 
 std::string LostText(const Takeover& takeover) {
+  if (takeover.is_going_back) {
+    return "nothing: nothing has been sent since the reprotection, which is taken back";
+  }
   std::string text =
       "everything written since " +
       (takeover.snap_time == 0 ? "the snapshot was taken"
@@ -155,7 +184,8 @@ void AddTakeover(Report& report, const std::vector<Takeover>& takeovers) {
   for (const Takeover& each : takeovers) {
     Json::Value row(Json::objectValue);
     row["target_id"] = each.target;
-    row["working_target_id"] = each.plan.GetReplicaTargetId();
+    row["working_target_id"] = WorksAfter(each);
+    row["is_going_back"] = each.is_going_back;
     row["snap_id"] = each.snap_id;
     row["snap_time"] = each.snap_time;
     SetAge(each.snap_time, row);
@@ -169,7 +199,7 @@ void AddTakeover(Report& report, const std::vector<Takeover>& takeovers) {
   }
   report.AddTable({"takeover", "Takeover"},
                   {{"target_id", "TARGET"},
-                   {"working_target_id", "TAKES OVER"},
+                   {"working_target_id", "WORKS THEN"},
                    {"snap_id", "SNAPSHOT"},
                    {"age_seconds", "AGE", Shown::kAge},
                    {"lost", "WHAT IT HAS NOT"}},

@@ -26,6 +26,9 @@ struct Takeover {
   std::vector<std::string> newer;  // snapshots that the source has and that would be lost
   bool is_source_known = false;    // whether `newer` is all of them
   bool is_source_alive = false;
+  // The source goes on working instead: the plan was reprotected, nothing has been sent since, and
+  // a forced failover takes that back. Then there is no snapshot, and nothing is lost.
+  bool is_going_back = false;
 };
 
 // Takes those targets out of the group of which the group snapshot has no part, with a warning:
@@ -36,13 +39,17 @@ void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap);
 // which may be of the group itself or of its DR copies, or without one the last that arrived and is
 // there. Throws when a target has no plan or no such snapshot.
 std::vector<Takeover> PlanTakeover(const Group& group,
-                                   const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap);
+                                   const std::optional<VrelDRGroup::GsnapshotInfo>& gsnap,
+                                   bool isForced);
 
 // The same for one plan without a group snapshot; `what` is what a failure refuses.
 Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
-                            const VrelDR::DRPlan& plan);
+                            const VrelDR::DRPlan& plan, bool isForced);
 
-// Whether the last snapshot that arrived is gone from a replica.
+// Whether all of them take reprotections back.
+bool IsGoingBack(const std::vector<Takeover>& takeovers);
+
+// Whether the last snapshot that arrived is gone from a replica that takes over.
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers);
 
 // What is given up, a line for each target.

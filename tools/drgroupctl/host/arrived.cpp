@@ -15,6 +15,7 @@ Arrived LookAtArrived(const VrelDR::DRPlan& plan) {
   const bool isKnown = reporter.Read(found);
   Arrived arrived;
   arrived.recorded = found.recorded_id;
+  arrived.is_going_back = found.is_going_back;
   if (isKnown) {
     arrived.presence = found.is_gone ? Presence::kMissing : Presence::kPresent;
     arrived.snap_id = found.newest.snap_id;

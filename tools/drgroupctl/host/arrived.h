@@ -21,6 +21,8 @@ struct Arrived {
   // asked; empty when there is none.
   std::string snap_id;
   std::uint32_t time = 0;  // of that one, 0 when nobody can tell
+  // Whether a forced failover takes a reprotection back instead of all this.
+  bool is_going_back = false;
 };
 
 Arrived LookAtArrived(const VrelDR::DRPlan& plan);

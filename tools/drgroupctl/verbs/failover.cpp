@@ -74,14 +74,16 @@ Report RunFailover(const Arguments& args) {
     gsnap = RequireGsnap(gsnapId);
     if (!RequireComplete(*gsnap, "failed over to", isForced).empty()) KeepCovered(group, *gsnap);
   }
-  const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap);
+  const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
                                   : PrepareToLast(group, takeovers, isForced);
   std::optional<Report> report = CheckFirst(prepared, args);
-  const std::string hint = IsSourceWell(takeovers) ? "every source of group " + Quote(groupId) +
-                                                         " is there: \"drgroupctl switchover " +
-                                                         groupId + "\" would lose nothing"
-                                                   : std::string();
+  const bool isGoingBack = IsGoingBack(takeovers);
+  const std::string hint = IsSourceWell(takeovers) && !isGoingBack
+                               ? "every source of group " + Quote(groupId) +
+                                     " is there: \"drgroupctl switchover " + groupId +
+                                     "\" would lose nothing"
+                               : std::string();
   if (report) {
     if (!hint.empty()) PrintWarning(hint);
     AddTakeover(*report, takeovers);
@@ -91,11 +93,14 @@ Report RunFailover(const Arguments& args) {
   if (isForced || isOlder) {
     // Said where there is still a choice.
     if (!hint.empty() && !args.Has("--yes")) PrintWarning(hint);
-    Confirm(args,
-            "fail group " + Quote(groupId) +
-                " over and give up what was written since those snapshots were taken" +
-                (isOlder ? ", as the last ones that arrived are gone" : ""),
-            LossDetails(takeovers));
+    Confirm(
+        args,
+        isGoingBack
+            ? "put group " + Quote(groupId) + " back into the failover that it was reprotected from"
+            : "fail group " + Quote(groupId) +
+                  " over and give up what was written since those snapshots were taken" +
+                  (isOlder ? ", as the last ones that arrived are gone" : ""),
+        LossDetails(takeovers));
   }
   const Course course = Run(prepared, args);
   report = CourseReport(prepared, course, "Failed over group " + Quote(groupId) + ".");
@@ -114,7 +119,9 @@ Verb Failover() {
            "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
            "copies that work; while the sources are well, a switchover loses nothing.",
            "With --force nothing is needed of the sources, which may be gone; what would be lost "
-           "is told target by target, and has to be agreed to.",
+           "is told target by target, and has to be agreed to. A group that was reprotected and "
+           "not synced since is put back into the failover that it came from, and nothing is lost: "
+           "no snapshot has what the copies that work have.",
            kAllOrNothing, kRunAgain},
           "Which copies work. What was written since the snapshots is given up.",
           {GroupArgument("the group")},

@@ -15,7 +15,7 @@ namespace {
 Report RunPlanPromote(const Arguments& args) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const Takeover takeover = PlanTakeoverToLast("promotion of plan " + Quote(plan.GetPlanId()),
-                                               plan.GetProtectedTargetId(), plan);
+                                               plan.GetProtectedTargetId(), plan, true);
   // The snapshot that is shown is the one that is taken.
   const auto make = [&](const std::string&) {
     return std::make_unique<VrelDR::Operation::PlanForcedFailover>(plan.GetPlanId(),
@@ -26,12 +26,16 @@ Report RunPlanPromote(const Arguments& args) {
     AddTakeover(*report, {takeover});
     return *report;
   }
-  Confirm(args,
-          "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
-              Quote(plan.GetSourceTargetId()) + " with snapshot " + Quote(takeover.snap_id) +
-              " and give up what was written since that was taken" +
-              (IsOlderThanRecorded({takeover}) ? ", as the last one that arrived is gone" : ""),
-          LossDetails({takeover}));
+  Confirm(
+      args,
+      takeover.is_going_back
+          ? "put plan " + Quote(plan.GetPlanId()) +
+                " back into the failover that it was reprotected from"
+          : "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
+                Quote(plan.GetSourceTargetId()) + " with snapshot " + Quote(takeover.snap_id) +
+                " and give up what was written since that was taken" +
+                (IsOlderThanRecorded({takeover}) ? ", as the last one that arrived is gone" : ""),
+      LossDetails({takeover}));
   Run(prepared, args);
 
   const VrelDR::DRPlan now = RequirePlan(plan.GetPlanId());
