@@ -80,9 +80,10 @@ SqliteDB RecordsAt(const std::string& path) {
 }
 
 Status RecordsFailure(const SqliteDB& db) {
-  return {VrelDR::kErrStore, "the host's records " + Quoted(db.GetPath()) + " could not be used: " +
-                                 VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) +
-                                 AdviceFor(db.GetErrCode())};
+  const bool isHeld = (db.GetErrCode() & 0xff) == SQLITE_BUSY;
+  return {isHeld ? VrelDR::kErrBusy : VrelDR::kErrStore,
+          "the host's records " + Quoted(db.GetPath()) + " could not be used: " +
+              VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) + AdviceFor(db.GetErrCode())};
 }
 
 Status MakeRecords(const std::string& path) {

@@ -14,7 +14,8 @@ using VrelDR::Status;
 // A connection to the records at `path`; nothing is opened yet.
 VrelDRCore::SqliteDB RecordsAt(const std::string& path);
 
-// kErrStore, with what the connection recorded last and what to do.
+// kErrStore, or kErrBusy when another process holds the records, with what the connection recorded
+// last and what to do.
 Status RecordsFailure(const VrelDRCore::SqliteDB& db);
 
 // Makes the file, which must not be there, with the newest schema. It appears whole; it is the

@@ -41,8 +41,8 @@ TEST_F(HostInitTest, RepairSetsNothingBadWhileTheRecordsAreAway) {
     SCOPED_TRACE(text == nullptr ? "missing" : text);
     fs::remove(Records());
     if (text != nullptr) WriteFile(Records(), text);
-    RunBadly(kFailed, {"target", "list"}, {Records(), "host init"});
-    RunBadly(kFailed, {"target", "create", "new", "--volume", "v2", "--type", "share"},
+    RunBadly(kStorage, {"target", "list"}, {Records(), "host init"});
+    RunBadly(kStorage, {"target", "create", "new", "--volume", "v2", "--type", "share"},
              {Records(), "host init"});
     EXPECT_NE(Run({"snapshot", "delete", gsnapId, "--yes"}).code, kDone);
     EXPECT_NE(Run({"snapshot", "restore", gsnapId, "--yes"}).code, kDone);
@@ -64,7 +64,7 @@ TEST_F(HostInitTest, RepairSetsNothingBadWithAWrongStateDirectory) {
   std::string wrong = config;
   wrong.replace(wrong.find("/state\""), 7, "/elsewhere\"");
   WriteFile(Root() + "/config.json", wrong);
-  RunBadly(kFailed, {"target", "list"}, {Root() + "/elsewhere", "\"v1\"", "state_dir"});
+  RunBadly(kStorage, {"target", "list"}, {Root() + "/elsewhere", "\"v1\"", "state_dir"});
   Run({"snapshot", "repair", "g", "--yes"});
   EXPECT_NE(StatusOf(gsnapId), "bad");
   // Not even where nothing at all says that there was a host.

@@ -10,16 +10,16 @@ namespace VrelDR {
 // The codes of the replication library. Callers store and compare them: never change a value.
 enum ErrCode : int {
   kErrNone = 0,
-  kErrBadArgument = 401,      // an argument is empty or not allowed
-  kErrStore = 404,            // there is no host, or its records could not be read or written
-  kErrNotRun = 407,           // the operation has not run to its end
-  kErrConfig = 410,           // the configuration is missing, unreadable or wrong
+  kErrBadArgument = 401,  // an argument is empty or not allowed
+  kErrStore = 404,        // there is no host in order, or its records could not be read or written
+  kErrNotRun = 407,       // the operation has not run to its end
+  kErrConfig = 410,       // the configuration is missing, unreadable or wrong
   kErrVolumeMissing = 411,    // no such volume, or it is out of reach: gone, or another one
   kErrNoSpace = 412,          // the volume is full
   kErrReadOnly = 413,         // the volume cannot be written
   kErrIo = 414,               // reading or writing failed otherwise
   kErrExists = 415,           // something of that name is there already
-  kErrBusy = 416,             // another process works on the target or the plan
+  kErrBusy = 416,             // another process works on the target or the plan, or has the records
   kErrStopped = 417,          // ended because somebody asked for it
   kErrLocked = 418,           // a retention lock, or a plan, holds it
   kErrUnsupported = 419,      // this host, or the engine of the volume, cannot do that

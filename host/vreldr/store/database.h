@@ -7,7 +7,8 @@
 
 namespace VrelDR {
 
-// The file of the host's records, shared by the tables' classes. Every failure is kErrStore.
+// The file of the host's records, shared by the tables' classes. Every failure is kErrStore,
+// or kErrBusy when another process has held it for too long.
 class Database {
  public:
   explicit Database(VrelDRCore::SqliteDB&& db) : db_(std::move(db)) {}

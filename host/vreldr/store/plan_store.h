@@ -48,7 +48,7 @@ struct LockRow {
 
 // The records of plans: the tables that only plans have. Every call is one transaction, on disk
 // when it returns, but for those whose name ends with "Within": they are part of a transaction of
-// the caller's and return whether to go on with it. Every failure is kErrStore.
+// the caller's and return whether to go on with it. Every failure is of Store's codes.
 class PlanStore {
  public:
   // The database must outlive the object.

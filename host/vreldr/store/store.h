@@ -38,7 +38,8 @@ struct VolumeRow {
 };
 
 // The host's records: the SQLite file "replica.db" in the state directory. Every call is one
-// transaction, on disk when it returns; every failure is kErrStore.
+// transaction, on disk when it returns; every failure is kErrStore, or kErrBusy when
+// another process has held the file for too long.
 class Store {
  public:
   // Opens the records of a host that was found, and brings an older schema up to date. Two

@@ -22,7 +22,9 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
       {ExitCode::kConfiguration, "configuration",
        "The host's configuration is missing, unreadable or wrong."},
       {ExitCode::kStorage, "storage",
-       "A volume or file system is gone, full, read-only or failing."},
+       "A volume, a file system, or what the host keeps of itself is gone, damaged, full, "
+       "read-only "
+       "or failing."},
       {ExitCode::kStopped, "stopped",
        "Ended before its end because somebody asked for it; the same command goes on."},
   };
@@ -39,6 +41,7 @@ ExitCode FromHostError(int code) {
       return ExitCode::kUsage;
     case VrelDR::kErrConfig:
       return ExitCode::kConfiguration;
+    case VrelDR::kErrStore:
     case VrelDR::kErrVolumeMissing:
     case VrelDR::kErrNoSpace:
     case VrelDR::kErrReadOnly:
