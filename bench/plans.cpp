@@ -53,11 +53,11 @@ class Groups {
       target.Set("ID", {targets.back()});
       target.Set("--volume", {"a"});
       target.Set("--type", {"share"});
-      drgroupctl::TargetCreate(target);
+      drgroupctl::TargetCreate().run(target);
     }
     group.Set("ID", {Name(size)});
     group.Set("--target", targets);
-    drgroupctl::GroupCreate(group);
+    drgroupctl::GroupCreate().run(group);
     drgroupctl::Arguments protect = Args(size);
     protect.Set("--volume", {"b"});
     protect.Set("--json", {});  // no progress
