@@ -266,7 +266,8 @@ TEST_P(PlanRefusalTest, OneTargetCanBePromotedOrRolledBack) {
   EXPECT_NE(rolled["last_snap_id"], rolled["dropped_snap_id"]);
   EXPECT_NE(rolled["last_snap_id"], "");
   RunWell({"sync", "g"});
-  RunBadly(kRefused, {"plan", "promote", "share"}, {"\"share-dr\" take over", "--yes"});
+  RunUnasked({"plan", "promote", "share"}, {"\"share-dr\" take over"},
+             {"everything written since"});
   RunWell({"plan", "promote", "share", "--yes"});
   EXPECT_EQ(States()[1], "failed over share-dr");
   EXPECT_EQ(CopyContents().at("share"), MainContents().at("share"));
