@@ -6,29 +6,27 @@ namespace drgroupctl {
 
 namespace {
 
-// Whether a plan is where the task brings it, seeing that the group's first plan is `first`.
-bool IsThere(const std::string& task, const VrelDR::DRPlan& plan, const VrelDR::DRPlan& first) {
+// Whether a plan is where a task with the goal brings it, seeing that the group's first plan is
+// `first`.
+bool IsThere(Goal goal, const VrelDR::DRPlan& plan, const VrelDR::DRPlan& first) {
   const bool isFailedOver = plan.GetStatus() == VrelDR::kPlanFailover;
-  if (task == "failover") return isFailedOver;
-  if (task == "reprotect") return !isFailedOver;
+  if (goal == Goal::kFailedOver) return isFailedOver;
+  if (goal == Goal::kProtected) return !isFailedOver;
   return !isFailedOver && plan.GetDirection() == first.GetDirection();
 }
 
 }  // namespace
 
-std::map<std::string, std::string> DoneBefore(const std::string& task,
+std::map<std::string, std::string> DoneBefore(const Task& task,
                                               const std::vector<std::string>& targets) {
   std::map<std::string, std::string> done;
-  if (task != "failover" && task != "reprotect" && task != "switchover" &&
-      task != "tmp_switchover") {
-    return done;
-  }
+  if (task.goal == Goal::kNone) return done;
   std::vector<VrelDR::DRPlan> plans;
   for (const std::string& target : targets) {
     const std::vector<VrelDR::DRPlan> found = PlansOf(target);
     if (found.size() != 1) return {};  // the action itself refuses that
     plans.push_back(found.front());
-    if (IsThere(task, plans.back(), plans.front())) {
+    if (IsThere(task.goal, plans.back(), plans.front())) {
       done[target] = "was done before: it is " + DescribeState(found);
     }
   }

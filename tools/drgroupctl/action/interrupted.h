@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "action/task.h"
+
 namespace drgroupctl {
 
 // The targets that an earlier run of the task has brought where it brings them before it was
@@ -12,7 +14,7 @@ namespace drgroupctl {
 //
 // Targets are taken in their order. After an interrupted switchover the first target therefore has
 // the direction that all were to have, and after one that was being reverted the one that all had.
-std::map<std::string, std::string> DoneBefore(const std::string& task,
+std::map<std::string, std::string> DoneBefore(const Task& task,
                                               const std::vector<std::string>& targets);
 
 }  // namespace drgroupctl

@@ -9,12 +9,9 @@ namespace drgroupctl {
 
 namespace {
 
-bool IsChecker(const std::string& task) {
-  return task.starts_with("can_");
-}
-
 // Asks one operation; a checker is asked by running it, another only whether it would be refused.
-Check Ask(const std::string& task, const std::function<Step()>& make, const std::string& target) {
+Check Ask(const std::string& task, bool isChecker, const std::function<Step()>& make,
+          const std::string& target) {
   Check check{target, task, true, {}, ExitCode::kDone};
   const auto refuse = [&check](const Failure& failure) {
     check.passed = false;
@@ -27,7 +24,7 @@ Check Ask(const std::string& task, const std::function<Step()>& make, const std:
       refuse(*step.failure);
     } else if (!step.operation) {
       check.evidence = step.nothing;
-    } else if (!step.operation->Run(!IsChecker(task))) {
+    } else if (!step.operation->Run(!isChecker)) {
       refuse(OperationFailure(*step.operation, target));
     }
   } catch (const Failure& failure) {
@@ -57,13 +54,13 @@ std::vector<Check> CheckTargets(const Prepared& prepared) {
     const bool isPassedOver = prepared.passed_over.count(target) != 0;
     if (prepared.checker && !isPassedOver) {
       checks.push_back(Ask(
-          prepared.checker->GetTaskName(),
+          prepared.checker->GetTaskName(), true,
           [&] { return MakeStep(*prepared.checker, false, target); }, target));
       // What the checker refuses the operation refuses for the same reason.
       if (!checks.back().passed) continue;
     }
     checks.push_back(Ask(
-        prepared.name, [&] { return MakeStep(prepared, target); }, target));
+        prepared.name, prepared.is_checker, [&] { return MakeStep(prepared, target); }, target));
   }
   return checks;
 }

@@ -4,6 +4,7 @@
 
 #include <set>
 
+#include "action/action_words.h"
 #include "action/interrupted.h"
 #include "action/plans.h"
 #include "command/identifier.h"
@@ -16,16 +17,17 @@ namespace drgroupctl {
 namespace {
 
 // The library says only that it failed.
-[[noreturn]] void ThrowNotPrepared(const std::string& task, const std::vector<std::string>& targets,
+[[noreturn]] void ThrowNotPrepared(const Task& task, const std::vector<std::string>& targets,
                                    const Json::Value& params) {
   using VrelDRCore::JsonUtil::AsText;
   using VrelDRCore::JsonUtil::Member;
-  if (task == "failover") {
-    const std::string gsnapId = AsText(Member(params, "gsnap_id"));
+  if (task.needs_gsnap) {
+    const std::string gsnapId = AsText(Member(params, Param::kGsnap));
     if (gsnapId.empty()) {
       throw Failure(ExitCode::kUsage,
-                    "task \"failover\" needs the parameter \"gsnap_id\", a group snapshot such as "
-                    "g1-gsnap-1700000000; the verb \"failover\" goes without one");
+                    "task " + Quote(task.name) + " needs the parameter " + Quote(Param::kGsnap) +
+                        ", a group snapshot such as "
+                        "g1-gsnap-1700000000; the verb \"failover\" goes without one");
     }
     CheckGsnapId(gsnapId);
     RequireGsnap(gsnapId);
@@ -34,7 +36,7 @@ namespace {
     const std::vector<VrelDR::DRPlan> plans = PlansOf(target);
     if (plans.empty()) throw NoOnePlan(target, plans);
   }
-  throw Failure(ExitCode::kFailed, "the parameters of task " + Quote(task) +
+  throw Failure(ExitCode::kFailed, "the parameters of task " + Quote(task.name) +
                                        " could not be taken in: the system log says more");
 }
 
@@ -54,12 +56,14 @@ Prepared Prepare(const Task& task, const std::string& group,
   prepared.targets = targets;
   prepared.is_reverted = task.is_reverted;
   prepared.may_pass_over = task.may_pass_over;
-  prepared.passed_over = DoneBefore(task.name, targets);
+  prepared.is_checker = task.is_checker;
+  prepared.is_sync = task.is_sync;
+  prepared.passed_over = DoneBefore(task, targets);
   const std::set<std::string> all(targets.begin(), targets.end());
-  if (prepared.action->PreAct(all, params) != 0) ThrowNotPrepared(task.name, targets, params);
+  if (prepared.action->PreAct(all, params) != 0) ThrowNotPrepared(task, targets, params);
   // A failover that is forced needs nothing of the side that its checker asks.
   const bool isForced =
-      VrelDRCore::JsonUtil::AsBool(VrelDRCore::JsonUtil::Member(params, "is_forced"));
+      VrelDRCore::JsonUtil::AsBool(VrelDRCore::JsonUtil::Member(params, Param::kIsForced));
   if (!task.checker.empty() && !isForced) {
     prepared.checker = FindTask(task.checker).make();
     prepared.checker->PreAct(all, params);
@@ -67,15 +71,16 @@ Prepared Prepare(const Task& task, const std::string& group,
   return prepared;
 }
 
-Prepared PrepareDirect(std::unique_ptr<Action> action, const std::string& group,
-                       const std::vector<std::string>& targets) {
+Prepared PrepareDirect(const Task& task, const DirectAction::Make& make, const std::string& group,
+                       const std::vector<std::string>& targets, const DirectAction::Undo& undo) {
   Prepared prepared;
-  prepared.action = std::move(action);
-  prepared.name = prepared.action->GetTaskName();
+  prepared.action = std::make_unique<DirectAction>(task.name, make, undo);
+  prepared.name = task.name;
   prepared.group = group;
   prepared.title = TitleOf(prepared.name, group);
   prepared.targets = targets;
-  prepared.passed_over = DoneBefore(prepared.name, targets);
+  prepared.is_sync = task.is_sync;
+  prepared.passed_over = DoneBefore(task, targets);
   return prepared;
 }
 

@@ -24,6 +24,8 @@ struct Prepared {
   std::unique_ptr<Action> checker;  // of the same targets; empty when the task has none
   bool is_reverted = false;         // as of a Task
   bool may_pass_over = false;
+  bool is_checker = false;
+  bool is_sync = false;
   // Targets that the action leaves alone, with the reason.
   std::map<std::string, std::string> passed_over = {};
   // The plan of each target where it is not the target's first, by target.
@@ -35,10 +37,11 @@ struct Prepared {
 Prepared Prepare(const Task& task, const std::string& group,
                  const std::vector<std::string>& targets, Json::Value& params);
 
-// The same for operations that the library has no action for, on the targets of a group or on one
-// of none.
-Prepared PrepareDirect(std::unique_ptr<Action> action, const std::string& group,
-                       const std::vector<std::string>& targets);
+// The same for operations that the library has no action for: on the targets of a group, where they
+// do what the task does, or on one of none.
+Prepared PrepareDirect(const Task& task, const DirectAction::Make& make, const std::string& group,
+                       const std::vector<std::string>& targets,
+                       const DirectAction::Undo& undo = {});
 Prepared PrepareOnPlan(std::unique_ptr<Action> action, const VrelDR::DRPlan& plan);
 
 // What an action has to run for a target: an operation, or nothing, or the reason why neither.

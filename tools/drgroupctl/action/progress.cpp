@@ -97,7 +97,7 @@ Progress::Progress(const Prepared& prepared, const Arguments& args)
     : task_(prepared.name),
       group_(prepared.group),
       prepared_(prepared),
-      is_sync_(task_ == "sync" || task_ == "tmp_sync") {
+      is_sync_(prepared.is_sync) {
   if (!args.Has("--json")) mode_ = isatty(STDERR_FILENO) != 0 ? Mode::kBar : Mode::kLines;
   last_line_ = Now();
   if (is_sync_) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "action/action_words.h"
 #include "action/plans.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -26,6 +27,10 @@ struct Traits {
   bool is_reverted = false;
   bool may_pass_over = false;
   bool needs_no_lock = false;
+  bool is_sync = false;
+  bool needs_gsnap = false;
+  Loss loss = Loss::kNothing;
+  Goal goal = Goal::kNone;
 };
 
 template <class Tag>
@@ -39,27 +44,35 @@ Task MakeTask(const Traits& traits) {
           name.starts_with("can_"),
           traits.is_reverted,
           traits.may_pass_over,
-          traits.needs_no_lock};
+          traits.needs_no_lock,
+          traits.is_sync,
+          traits.needs_gsnap,
+          traits.loss,
+          traits.goal};
 }
 
 std::vector<TaskParam> CreationParams() {
-  return {{"dst_vol", Kind::kText}, {"dr_node_id", Kind::kText},  {"dst_ip", Kind::kText},
-          {"src_ip", Kind::kText},  {"src_cred_id", Kind::kText}, {"dst_cred_id", Kind::kText}};
+  return {{Param::kVolume, Kind::kText},
+          {Param::kNode, Kind::kText},
+          {Param::kDestinationAddress, Kind::kText},
+          {Param::kSourceAddress, Kind::kText},
+          {Param::kSourceCredential, Kind::kText},
+          {Param::kDestinationCredential, Kind::kText}};
 }
 
 std::vector<TaskParam> EditPrepareParams() {
   std::vector<TaskParam> params = CreationParams();
-  params.push_back({"target_plan_map", Kind::kObject});
+  params.push_back({Param::kTargetPlans, Kind::kObject});
   return params;
 }
 
 const std::vector<TaskParam>& SyncParams() {
-  static const std::vector<TaskParam> params = {{"is_encrypted", Kind::kFlag}};
+  static const std::vector<TaskParam> params = {{Param::kIsEncrypted, Kind::kFlag}};
   return params;
 }
 
 const std::vector<TaskParam>& ReprotectParams() {
-  static const std::vector<TaskParam> params = {{"is_mainsite", Kind::kFlag}};
+  static const std::vector<TaskParam> params = {{Param::kIsMainSite, Kind::kFlag}};
   return params;
 }
 
@@ -87,31 +100,38 @@ const std::vector<Task>& Tasks() {
   static const std::vector<Task> tasks = {
       MakeTask<Policy::CreatePartial>({.params = CreationParams(), .is_reverted = true, .may_pass_over = true}),
       MakeTask<Policy::Create>({.params = CreationParams(), .is_reverted = true, .may_pass_over = true}),
-      MakeTask<Policy::Sync>({.checker = "can_sync", .params = SyncParams()}),
+      MakeTask<Policy::Sync>({.checker = "can_sync", .params = SyncParams(), .is_sync = true}),
       MakeTask<Policy::Del>({.checker = "can_delete",
-                             .params = {{"is_site_del", Kind::kFlag}, {"is_data_deleted", Kind::kFlag},
-                                        {"is_drsite_deleted", Kind::kFlag}}}),
+                             .params = {{Param::kIsSiteDeleted, Kind::kFlag}, {Param::kIsDataDeleted, Kind::kFlag},
+                                        {Param::kIsDrSiteDeleted, Kind::kFlag}},
+                             .loss = Loss::kCopiesIfAsked}),
       MakeTask<Policy::Stop>({.needs_no_lock = true}),
       MakeTask<Policy::Switchover>({.checker = "can_switchover",
-                                    .params = {{"is_encrypted", Kind::kFlag}, {"target_map", Kind::kObject}},
-                                    .is_reverted = true}),
+                                    .params = {{Param::kIsEncrypted, Kind::kFlag}, {Param::kQuietTargets, Kind::kObject}},
+                                    .is_reverted = true,
+                                    .goal = Goal::kTurned}),
       MakeTask<Policy::Failover>({.checker = "can_failover",
-                                  .params = {{"gsnap_id", Kind::kText}, {"is_forced", Kind::kFlag}},
-                                  .is_reverted = true}),
-      MakeTask<Policy::Reprotect>({.checker = "can_reprotect", .params = ReprotectParams(), .is_reverted = true}),
+                                  .params = {{Param::kGsnap, Kind::kText}, {Param::kIsForced, Kind::kFlag}},
+                                  .is_reverted = true,
+                                  .needs_gsnap = true,
+                                  .loss = Loss::kUnsent,
+                                  .goal = Goal::kFailedOver}),
+      MakeTask<Policy::Reprotect>({.checker = "can_reprotect", .params = ReprotectParams(), .is_reverted = true,
+                                   .goal = Goal::kProtected}),
       MakeTask<Policy::EditPrepare>({.params = EditPrepareParams(), .is_reverted = true}),
-      MakeTask<Policy::EditCleanup>({.params = {{"is_site_del", Kind::kFlag}, {"target_plan_map", Kind::kObject}},
-                                     .may_pass_over = true}),
+      MakeTask<Policy::EditCleanup>({.params = {{Param::kIsSiteDeleted, Kind::kFlag}, {Param::kTargetPlans, Kind::kObject}},
+                                     .may_pass_over = true,
+                                     .loss = Loss::kReplaced}),
       MakeTask<Policy::SyncChecker>({.needs_no_lock = true}),
       MakeTask<Policy::DelChecker>({.needs_no_lock = true}),
       MakeTask<Policy::SwitchoverChecker>({.needs_no_lock = true}),
       MakeTask<Policy::FailoverChecker>({.needs_no_lock = true}),
       MakeTask<Policy::ReprotectChecker>({.params = ReprotectParams(), .needs_no_lock = true}),
       MakeTask<Policy::TmpCreate>({.params = CreationParams(), .may_pass_over = true}),
-      MakeTask<Policy::TmpSync>({.checker = "can_sync"}),
+      MakeTask<Policy::TmpSync>({.checker = "can_sync", .is_sync = true}),
       MakeTask<Policy::TmpSyncStop>({.needs_no_lock = true}),
-      MakeTask<Policy::TmpSwitchover>({.checker = "can_switchover"}),
-      MakeTask<Policy::TmpDel>({.checker = "can_delete"}),
+      MakeTask<Policy::TmpSwitchover>({.checker = "can_switchover", .goal = Goal::kTurned}),
+      MakeTask<Policy::TmpDel>({.checker = "can_delete", .loss = Loss::kCopies}),
   };
   // clang-format on
   return tasks;
@@ -145,31 +165,38 @@ void CheckParams(const Task& task, const Json::Value& params, const std::string&
   }
 }
 
-std::string LossOf(const std::string& task, const Json::Value& params) {
-  if (task == "failover" && AsBool(Member(params, "is_forced"))) {
+std::string LossOf(const Task& task, const Json::Value& params) {
+  if (task.loss == Loss::kUnsent && AsBool(Member(params, Param::kIsForced))) {
     return "give up what was written since the snapshots that the replicas have";
   }
   return {};
 }
 
-bool RemovesCopies(const std::string& task, const Json::Value& params) {
+bool RemovesCopies(const Task& task, const Json::Value& params) {
   const auto flag = [&params](const char* name) { return AsBool(Member(params, name)); };
-  return task == "tmp_del" || task == "edit" ||
-         (task == "delete" && flag("is_data_deleted") &&
-          (flag("is_drsite_deleted") || flag("is_site_del")));
+  switch (task.loss) {
+    case Loss::kCopies:
+    case Loss::kReplaced:
+      return true;
+    case Loss::kCopiesIfAsked:
+      return flag(Param::kIsDataDeleted) &&
+             (flag(Param::kIsDrSiteDeleted) || flag(Param::kIsSiteDeleted));
+    default:
+      return false;
+  }
 }
 
-std::vector<VrelDR::DRPlan> PlansLostBy(const std::string& task, const Json::Value& params,
+std::vector<VrelDR::DRPlan> PlansLostBy(const Task& task, const Json::Value& params,
                                         const std::vector<std::string>& targets) {
   std::vector<VrelDR::DRPlan> lost;
   if (!RemovesCopies(task, params)) return lost;
   for (const std::string& target : targets) {
-    if (task != "edit") {
+    if (task.loss != Loss::kReplaced) {
       for (const VrelDR::DRPlan& plan : PlansOf(target)) lost.push_back(plan);
       continue;
     }
     // The plan that the target had before it was edited, unless it is gone already.
-    const std::string planId = AsText(Member(Member(params, "target_plan_map"), target));
+    const std::string planId = AsText(Member(Member(params, Param::kTargetPlans), target));
     VrelDR::DRPlan plan;
     if (!planId.empty() && VrelDR::PlanAPI::GetPlan(planId, plan) == 0) lost.push_back(plan);
   }

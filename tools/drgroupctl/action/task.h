@@ -17,7 +17,20 @@ struct TaskParam {
   Kind kind;
 };
 
-// What the tool knows of an action of the library.
+// What running a task gives up, when its parameters ask for that.
+enum class Loss {
+  kNothing,
+  kUnsent,         // when forced, what was written since the snapshots that the replicas have
+  kCopies,         // copies, with their plans
+  kCopiesIfAsked,  // the same, when the parameters say so
+  kReplaced,       // the copies of the plans that its parameters name
+};
+
+// Where a task brings every plan. A run that was interrupted is finished by running it again, which
+// passes over the plans that are there; not so for a task without a goal.
+enum class Goal { kNone, kFailedOver, kProtected, kTurned };
+
+// What the tool knows of an action of the library: nothing else compares names of tasks.
 struct Task {
   std::string name;
   std::unique_ptr<Action> (*make)();
@@ -30,6 +43,11 @@ struct Task {
   bool may_pass_over = false;
   // Whether it runs while another process works on the group.
   bool needs_no_lock = false;
+  // Whether it sends data: its progress is told in bytes, and it can be asked to stop.
+  bool is_sync = false;
+  bool needs_gsnap = false;  // the parameter of that name
+  Loss loss = Loss::kNothing;
+  Goal goal = Goal::kNone;
 };
 
 // Every action of the library, in its order.
@@ -44,12 +62,12 @@ void CheckParams(const Task& task, const Json::Value& params, const std::string&
 
 // What running the task with these parameters gives up beside copies, as the start of a question;
 // empty when that is nothing.
-std::string LossOf(const std::string& task, const Json::Value& params);
+std::string LossOf(const Task& task, const Json::Value& params);
 
 // Whether the task with these parameters removes copies, with their plans.
-bool RemovesCopies(const std::string& task, const Json::Value& params);
+bool RemovesCopies(const Task& task, const Json::Value& params);
 // The plans with which copies go when the task runs on these targets.
-std::vector<VrelDR::DRPlan> PlansLostBy(const std::string& task, const Json::Value& params,
+std::vector<VrelDR::DRPlan> PlansLostBy(const Task& task, const Json::Value& params,
                                         const std::vector<std::string>& targets);
 
 }  // namespace drgroupctl

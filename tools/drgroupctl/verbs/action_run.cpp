@@ -7,6 +7,7 @@
 #include <sstream>
 #include <system_error>
 
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"
@@ -54,7 +55,7 @@ void WriteParams(const std::string& path, const Json::Value& params) {
 
 // Throws unless every plan that is to go is one of its target's, which then has another one.
 void CheckReplacedPlans(const Json::Value& params, const Group& group) {
-  const Json::Value plans = VrelDRCore::JsonUtil::Member(params, "target_plan_map");
+  const Json::Value plans = VrelDRCore::JsonUtil::Member(params, Param::kTargetPlans);
   if (!plans.isObject()) return;
   const std::vector<std::string> targets = TargetIds(group);
   for (const std::string& target : plans.getMemberNames()) {
@@ -125,13 +126,13 @@ Report RunActionRun(const Arguments& args) {
   std::optional<ActionLock> lock;
   if (!task.needs_no_lock) lock.emplace(groupId, args);
   const Group group = LoadGroup(groupId);
-  if (task.name == "edit") CheckReplacedPlans(params, group);
+  if (task.loss == Loss::kReplaced) CheckReplacedPlans(params, group);
   const Prepared prepared = Prepare(task, groupId, TargetIds(group), params);
   if (task.is_checker) return CheckerReport(prepared);
   std::optional<Report> checked = CheckFirst(prepared, args);
   std::optional<Removal> removal;
-  if (RemovesCopies(task.name, params)) {
-    removal.emplace(PlansLostBy(task.name, params, prepared.targets), prepared.targets);
+  if (RemovesCopies(task, params)) {
+    removal.emplace(PlansLostBy(task, params, prepared.targets), prepared.targets);
     removal->RequireUnclaimed(prepared.title, args);
     if (checked) removal->AddTo(*checked);
   }
@@ -139,7 +140,7 @@ Report RunActionRun(const Arguments& args) {
   if (removal && !removal->IsEmpty()) {
     Confirm(args, "remove " + removal->Text() + ", in group " + Quote(groupId));
   }
-  const std::string loss = LossOf(task.name, params);
+  const std::string loss = LossOf(task, params);
   if (!loss.empty()) Confirm(args, loss + ", in group " + Quote(groupId));
   const Course course = Run(prepared, args);
   if (removal) removal->Finish();

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"
@@ -61,10 +62,10 @@ EditState LookAt(const Group& group, const std::string& volume) {
 
 Prepared PreparePlans(const Group& group, const EditState& state, const std::string& volume,
                       Json::Value& params) {
-  params["dst_vol"] = volume;
-  params["dr_node_id"] = VrelDRNode::DRNode::getLocalNodeId();
+  params[Param::kVolume] = volume;
+  params[Param::kNode] = VrelDRNode::DRNode::getLocalNodeId();
   for (const std::string& target : state.begun) {
-    params["target_plan_map"][target] = state.old_plans.at(target).GetPlanId();
+    params[Param::kTargetPlans][target] = state.old_plans.at(target).GetPlanId();
   }
   Prepared prepared = Prepare(FindTask("edit_prepare"), group.id, state.fresh, params);
   prepared.title = Title(group);
@@ -77,7 +78,7 @@ Prepared PrepareOldOnes(const Group& group, const EditState& state) {
     return std::make_unique<VrelDR::Operation::PlanDelete>(state.old_plans.at(target).GetPlanId(),
                                                            true, true, true);
   };
-  return PrepareDirect(std::make_unique<DirectAction>("edit", make), group.id, state.Open());
+  return PrepareDirect(FindTask("edit"), make, group.id, state.Open());
 }
 
 // The first sync of the new plans: the action "sync" would refuse targets with two.
@@ -88,11 +89,10 @@ Prepared PrepareFirstSync(const Group& group, const EditState& state) {
   }
   const auto make = [plans](const std::string& target) {
     VrelDR::DataSyncParam param;
-    param.meta = {"By vreldrgroup", false, false, ""};
+    param.meta = {kTakenByActions, false, false, ""};
     return std::make_unique<VrelDR::Operation::PlanSync>(plans.at(target), param);
   };
-  Prepared prepared =
-      PrepareDirect(std::make_unique<DirectAction>("sync", make), group.id, state.Open());
+  Prepared prepared = PrepareDirect(FindTask("sync"), make, group.id, state.Open());
   prepared.title = Title(group);
   prepared.plans = plans;
   return prepared;
@@ -135,7 +135,7 @@ void FillCopies(const Prepared& making, const Group& group, const EditState& sta
 void RemoveOldPlans(const Group& group, const EditState& state, const Json::Value& map,
                     const Arguments& args) {
   Json::Value params(Json::objectValue);
-  params["target_plan_map"] = map;
+  params[Param::kTargetPlans] = map;
   try {
     Run(Prepare(FindTask("edit"), group.id, state.Open(), params), args);
   } catch (Failure& failure) {
@@ -183,7 +183,7 @@ Report RunEdit(const Arguments& args) {
                       " of group " + Quote(groupId) + " by new ones, and remove " + removal.Text());
     Run(making, args);
     FillCopies(making, group, state, args);
-    RemoveOldPlans(group, state, params["target_plan_map"], args);
+    RemoveOldPlans(group, state, params[Param::kTargetPlans], args);
   }
   removal.Finish();
 

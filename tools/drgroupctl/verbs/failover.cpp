@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/takeover.h"
 #include "command/confirm.h"
@@ -40,8 +41,7 @@ Prepared PrepareToLast(const Group& group, const std::vector<Takeover>& takeover
   const auto undo = [&task](std::set<std::string>& targets) {
     return task.make()->Revert(targets);
   };
-  Prepared prepared = PrepareDirect(std::make_unique<DirectAction>(task.name, make, undo), group.id,
-                                    TargetIds(group));
+  Prepared prepared = PrepareDirect(task, make, group.id, TargetIds(group), undo);
   prepared.is_reverted = true;
   if (!isForced) prepared.checker = FindTask(task.checker).make();
   return prepared;
@@ -50,8 +50,8 @@ Prepared PrepareToLast(const Group& group, const std::vector<Takeover>& takeover
 Prepared PrepareToGsnap(const Group& group, const std::string& gsnapId,
                         const std::vector<Takeover>& takeovers, bool isForced) {
   Json::Value params(Json::objectValue);
-  params["gsnap_id"] = gsnapId;
-  params["is_forced"] = isForced;
+  params[Param::kGsnap] = gsnapId;
+  params[Param::kIsForced] = isForced;
   std::vector<std::string> targets;
   targets.reserve(takeovers.size());
   for (const Takeover& each : takeovers) targets.push_back(each.driven);

@@ -2,6 +2,7 @@
 
 #include <set>
 
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "groups/group_creation.h"
@@ -52,13 +53,13 @@ void CheckHalves(const Group& group, const Halves& halves, const Arguments& args
 
 Json::Value CreationParams(const Arguments& args) {
   Json::Value params(Json::objectValue);
-  params["dst_vol"] = args.Text("--volume");
-  params["dr_node_id"] =
+  params[Param::kVolume] = args.Text("--volume");
+  params[Param::kNode] =
       args.Has("--node") ? args.Text("--node") : VrelDRNode::DRNode::getLocalNodeId();
-  params["dst_ip"] = args.Text("--dst-ip");
-  params["src_ip"] = args.Text("--src-ip");
-  params["src_cred_id"] = args.Text("--src-cred");
-  params["dst_cred_id"] = args.Text("--dst-cred");
+  params[Param::kDestinationAddress] = args.Text("--dst-ip");
+  params[Param::kSourceAddress] = args.Text("--src-ip");
+  params[Param::kSourceCredential] = args.Text("--src-cred");
+  params[Param::kDestinationCredential] = args.Text("--dst-cred");
   return params;
 }
 

@@ -1,3 +1,4 @@
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -9,7 +10,7 @@ namespace {
 // The side that took over asks.
 Report RunReprotect(const Arguments& args) {
   Json::Value params(Json::objectValue);
-  params["is_mainsite"] = false;
+  params[Param::kIsMainSite] = false;
   return RunOnGroup("reprotect", args, "Reprotected", params);
 }
 

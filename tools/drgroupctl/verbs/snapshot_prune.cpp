@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <set>
 
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "command/confirm.h"
@@ -21,9 +22,6 @@ namespace drgroupctl {
 namespace {
 
 using VrelDR::Operation::Snapshot;
-
-// What the snapshots say that actions take.
-constexpr char kTakenByActions[] = "By vreldrgroup";
 
 // A snapshot to be deleted.
 struct Surplus {

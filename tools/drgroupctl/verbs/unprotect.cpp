@@ -1,3 +1,4 @@
+#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"
@@ -32,12 +33,13 @@ Report RunUnprotect(const Arguments& args) {
   const bool withData = args.Has("--delete-data");
   const ActionLock lock(groupId, args);
   Json::Value params(Json::objectValue);
-  params["is_data_deleted"] = withData;
-  params["is_drsite_deleted"] = withData;
+  params[Param::kIsDataDeleted] = withData;
+  params[Param::kIsDrSiteDeleted] = withData;
   const Prepared prepared = PrepareOnGroup("delete", LoadGroup(groupId), params);
   std::size_t plans = 0;
   for (const std::string& target : prepared.targets) plans += PlansOf(target).size();
-  const Removal removal(PlansLostBy("delete", params, prepared.targets), prepared.targets);
+  const Removal removal(PlansLostBy(FindTask("delete"), params, prepared.targets),
+                        prepared.targets);
   if (plans == 0 && (removal.IsEmpty() || !withData)) {
     throw Failure(ExitCode::kNotFound,
                   "group " + Quote(groupId) + " is not protected: no target of it has a plan" +
