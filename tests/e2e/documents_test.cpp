@@ -90,8 +90,8 @@ TEST_F(DocumentsTest, HelpListsEveryVerb) {
                   "snapshot restore", "snapshot clone", "snapshot delete", "snapshot repair",
                   "snapshot ship", "snapshot sync", "snapshot prune", "protect", "sync", "stop",
                   "status", "switchover", "failover", "reprotect", "edit", "unprotect", "plan list",
-                  "plan show", "plan delete", "plan promote", "plan drop-shipment", "plan rollback",
-                  "action run"));
+                  "plan show", "plan delete", "plan promote", "plan drop-arrived",
+                  "plan drop-shipment", "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {

@@ -268,12 +268,12 @@ TEST_P(PlanDamageTest, OfAReplicaOutOfReachItIsSaidThatItCannotBeTold) {
   BringVolumeBack("v2");
 }
 
-TEST_P(PlanDamageTest, ASnapshotThatIsGoneCanBeRolledBack) {
+TEST_P(PlanDamageTest, ASnapshotThatIsGoneCanBeDropped) {
   MakeProtected();
   const std::string first = LastOf(1);
   RunWell({"sync", "g"});
   LoseBytes("share-dr", LastOf(1));
-  const Result result = RunWell({"plan", "rollback", "share", "--yes", "--json"});
+  const Result result = RunWell({"plan", "drop-arrived", "share", "--yes", "--json"});
   EXPECT_EQ(result.Json()["last_snap_id"], first);
   EXPECT_EQ(StatusOf("share")["last_snap_state"], "present");
 }

@@ -257,12 +257,13 @@ TEST_P(PlanRefusalTest, PlansAreListedShownAndOffered) {
   EXPECT_EQ(status[3]["target_id"], "lun-dr");
 }
 
-TEST_P(PlanRefusalTest, OneTargetCanBePromotedOrRolledBack) {
+TEST_P(PlanRefusalTest, OneTargetCanBePromotedOrItsLastSnapshotDropped) {
   MakeProtected();
   ChangeMain();
   RunWell({"sync", "g"});
-  RunBadly(kRefused, {"plan", "rollback", "lun"}, {"drop snapshot", "\"lun-dr\"", "--yes"});
-  const Json::Value rolled = RunWell({"plan", "rollback", "lun", "--yes", "--json"}).Json();
+  RunBadly(kRefused, {"plan", "drop-arrived", "lun"}, {"drop snapshot", "\"lun-dr\"", "--yes"});
+  RunBadly(kUsage, {"plan", "rollback", "lun", "--yes"}, {"\"plan drop-arrived\""});
+  const Json::Value rolled = RunWell({"plan", "drop-arrived", "lun", "--yes", "--json"}).Json();
   EXPECT_NE(rolled["last_snap_id"], rolled["dropped_snap_id"]);
   EXPECT_NE(rolled["last_snap_id"], "");
   RunWell({"sync", "g"});

@@ -16,6 +16,9 @@ namespace {
 
 using Words = std::vector<std::string>;
 
+// What "plan drop-arrived" was called in an earlier version.
+constexpr char kDropArrivedOnce[] = "plan rollback";
+
 Failure UsageFailure(const std::string& text, const std::string& verb = std::string()) {
   return {ExitCode::kUsage,
           text + "; see \"drgroupctl help" + (verb.empty() ? "" : " " + verb) + "\""};
@@ -44,6 +47,11 @@ const Verb& FindVerb(const Words& words) {
   Words known;
   for (const Verb& verb : Verbs()) {
     if (verb.name.starts_with(noun + " ")) known.push_back(verb.name.substr(noun.size() + 1));
+  }
+  if (BeginsWith(words, kDropArrivedOnce)) {
+    throw UsageFailure(
+        "the verb " + Quote(kDropArrivedOnce) + " is called \"plan drop-arrived\" now: run that",
+        "plan drop-arrived");
   }
   const bool named = words.size() > 1 && !words[1].starts_with('-');
   throw UsageFailure((named ? "there is no verb " + Quote(noun + " " + words[1])

@@ -46,8 +46,8 @@ Verb PlanList();
 Verb PlanShow();
 Verb PlanDelete();
 Verb PlanPromote();
+Verb PlanDropArrived();
 Verb PlanDropShipment();
-Verb PlanRollback();
 Verb ActionRun();
 
 }  // namespace drgroupctl

@@ -13,7 +13,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunPlanRollback(const Arguments& args) {
+Report RunPlanDropArrived(const Arguments& args) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const std::string& replica = plan.GetReplicaTargetId();
   const std::string snapId = LastArrived(plan.GetPlanId());
@@ -44,14 +44,14 @@ Report RunPlanRollback(const Arguments& args) {
 
 }  // namespace
 
-Verb PlanRollback() {
-  return {"plan rollback",
+Verb PlanDropArrived() {
+  return {"plan drop-arrived",
           "drop the last snapshot that arrived for one target",
           {"Afterwards the one before it is the last that arrived."},
           "The snapshot of the replica is lost.",
           {PlanTarget()},
           {Yes()},
-          RunPlanRollback};
+          RunPlanDropArrived};
 }
 
 }  // namespace drgroupctl
