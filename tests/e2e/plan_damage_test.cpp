@@ -268,6 +268,34 @@ TEST_P(PlanDamageTest, OfAReplicaOutOfReachItIsSaidThatItCannotBeTold) {
   BringVolumeBack("v2");
 }
 
+TEST_P(PlanDamageTest, AnArrivedSnapshotThatIsRecordedIsNotDroppedUnlessForced) {
+  MakeProtected();
+  RunWell({"sync", "g"});
+  RunWell({"snapshot", "sync", "gd", "--lock"});
+  const std::string last = LastOf(1);
+  RunBadly(kRefused, {"plan", "drop-arrived", "share", "--yes"},
+           {"recorded in group snapshot", "locked", "--force"});
+  EXPECT_EQ(LastOf(1), last);
+  RunWell({"plan", "drop-arrived", "share", "--yes", "--force"});
+  EXPECT_NE(LastOf(1), last);
+}
+
+// What was written to the old source and never sent is nowhere else.
+TEST_P(PlanDamageTest, WhatAReprotectionKeepsDoesNotGoBeforeTheNextSyncUnlessForced) {
+  MakeProtected();
+  RunWell({"sync", "g"});
+  ChangeMain();
+  const auto only = MainContents();
+  RunWell({"failover", "g", "--yes"});
+  RunWell({"reprotect", "g"});
+  const Result result = Run({"unprotect", "g", "--delete-data", "--yes"});
+  EXPECT_EQ(result.code, kRefused);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("before the reprotection"), HasSubstr("--force")));
+  EXPECT_EQ(MainContents(), only);
+  RunWell({"sync", "g"});
+  RunWell({"unprotect", "g", "--delete-data", "--yes"});
+}
+
 TEST_P(PlanDamageTest, ASnapshotThatIsGoneCanBeDropped) {
   MakeProtected();
   const std::string first = LastOf(1);

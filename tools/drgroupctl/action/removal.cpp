@@ -11,6 +11,7 @@
 #include "groups/group_link.h"
 #include "groups/group_store.h"
 #include "groups/known_snapshots.h"
+#include "host/arrived.h"
 #include "host/host.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -113,6 +114,10 @@ std::vector<VrelDR::TargetRemains> RemainsOf(const std::string& target,
   return found;
 }
 
+std::vector<std::string> ClaimsOn(const std::string& target, const Snapshot& snapshot) {
+  return ClaimsOn(target, std::vector<Snapshot>{snapshot}, ReadCatalogues());
+}
+
 Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
                  const std::vector<std::string>& targets) {
   const std::vector<VrelDR::TargetRemains> all = ListRemains();
@@ -132,6 +137,11 @@ Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
     const std::vector<Snapshot> snapshots = operation.ListSnapshots();
     if (operation.GetErrCode() == 0) copy.snapshots = snapshots.size();
     copy.claims = ClaimsOn(copy.target_id, snapshots, records);
+    if (LookAtArrived(plan).is_going_back) {
+      copy.claims.push_back("target " + Quote(copy.target_id) +
+                            " may hold what was written there before the reprotection, and nothing "
+                            "has been sent to it since: a sync would end that");
+    }
     copies_.push_back(std::move(copy));
   }
 }

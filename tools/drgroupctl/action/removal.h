@@ -2,6 +2,7 @@
 
 #include <json/value.h>
 #include <vreldr/plan.h>
+#include <vreldr/snapshot.h>
 #include <vreldr/target_manager.h>
 
 #include <cstdint>
@@ -19,6 +20,11 @@ std::string RemainsText(const VrelDR::TargetRemains& remains);
 // The remains among `all` of the target itself, or of the other copy of a plan that it had.
 std::vector<VrelDR::TargetRemains> RemainsOf(const std::string& target,
                                              const std::vector<VrelDR::TargetRemains>& all);
+
+// Who locks or records a snapshot of the target, each with its evidence. A catalogue that cannot be
+// read may record it.
+std::vector<std::string> ClaimsOn(const std::string& target,
+                                  const VrelDR::Operation::Snapshot& snapshot);
 
 // The copies that go with plans: exactly what is lost, who has a claim on it, and what earlier
 // removals have left to be finished.

@@ -2,6 +2,7 @@
 #include <vreldrgroup/replication/replica_op.h>
 
 #include "action/plans.h"
+#include "action/removal.h"
 #include "command/confirm.h"
 #include "host/arrived.h"
 #include "output/failure.h"
@@ -13,6 +14,14 @@ namespace drgroupctl {
 
 namespace {
 
+void RequireUnclaimed(const std::string& target, const VrelDR::Operation::Snapshot& snapshot) {
+  const std::vector<std::string> claims = ClaimsOn(target, snapshot);
+  if (claims.empty()) return;
+  throw Failure(ExitCode::kRefused, "snapshot " + Quote(snapshot.snap_id) + " of target " +
+                                        Quote(target) + " was not dropped: " + Join(claims, "; ") +
+                                        "; add --force to lose it all the same");
+}
+
 Report RunPlanDropArrived(const Arguments& args) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const std::string& replica = plan.GetReplicaTargetId();
@@ -21,6 +30,9 @@ Report RunPlanDropArrived(const Arguments& args) {
     throw Failure(ExitCode::kNotFound, "no snapshot has arrived at target " + Quote(replica) +
                                            " yet: there is nothing to drop");
   }
+  const VrelDR::Operation::Snapshot snapshot =
+      VrelDR::TargetOperation(plan.GetProtectedTargetType(), replica).GetSnapshot(snapId);
+  if (!snapshot.snap_id.empty() && !args.Has("--force")) RequireUnclaimed(replica, snapshot);
   const bool wasGone = LookAtArrived(plan).presence == Presence::kMissing;
   Confirm(args,
           "drop snapshot " + Quote(snapId) + ", the last that arrived at target " + Quote(replica));
@@ -45,13 +57,15 @@ Report RunPlanDropArrived(const Arguments& args) {
 }  // namespace
 
 Verb PlanDropArrived() {
-  return {"plan drop-arrived",
-          "drop the last snapshot that arrived for one target",
-          {"Afterwards the one before it is the last that arrived."},
-          "The snapshot of the replica is lost.",
-          {PlanTarget()},
-          {Yes()},
-          RunPlanDropArrived};
+  return {
+      "plan drop-arrived",
+      "drop the last snapshot that arrived for one target",
+      {"Afterwards the one before it is the last that arrived. Refused without --force when it is "
+       "locked or recorded in any group's catalogue, or when a catalogue cannot be read."},
+      "The snapshot of the replica is lost.",
+      {PlanTarget()},
+      {Flag("--force", "drop it although it is locked or recorded"), Yes()},
+      RunPlanDropArrived};
 }
 
 }  // namespace drgroupctl
