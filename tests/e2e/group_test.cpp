@@ -126,6 +126,18 @@ TEST_F(GroupTest, ADirectoryWithAnotherCatalogueIsRefused) {
   EXPECT_EQ(Traces(), before);
 }
 
+// It would be rolled back and removed with the target.
+TEST_F(GroupTest, ADirectoryOnAVolumeIsRefused) {
+  MakeGroup();
+  for (const char* below : {"/share/records", "/.vreldr/snapshots/share", "/new"}) {
+    const std::string dir = VolumePath() + below;
+    RunBadly(kRefused, {"group", "create", "h", "--target", "lun", "--dir", dir},
+             {"\"v1\"", "outside the volumes"});
+    EXPECT_FALSE(fs::exists(dir));
+  }
+  RunBadly(kNotFound, {"group", "show", "h"}, {"\"h\""});
+}
+
 TEST_F(GroupTest, ALostLinkIsMadeAgainForTheSameTargets) {
   MakeGroup();
   const std::string id = TakeSnapshot();

@@ -1,4 +1,6 @@
+#include <filesystem>
 #include <set>
+#include <system_error>
 
 #include "groups/directory_argument.h"
 #include "groups/group_creation.h"
@@ -26,10 +28,26 @@ std::vector<VrelDR::Target> FindTargets(const std::vector<std::string>& ids) {
   return targets;
 }
 
+// A catalogue in a target would be rolled back and removed with it.
+void RequireOutsideVolumes(const std::string& dir) {
+  std::error_code error;
+  const std::string path = std::filesystem::weakly_canonical(dir, error).string() + "/";
+  for (const VrelDR::VolumeInfo& each : ListVolumes()) {
+    const std::string where = std::filesystem::weakly_canonical(each.where, error).string() + "/";
+    if (!path.starts_with(where)) continue;
+    throw Failure(ExitCode::kRefused,
+                  "--dir " + Quote(dir) + ": it is on volume " + Quote(each.name) +
+                      ", which is for targets and snapshots; choose a directory "
+                      "outside the volumes");
+  }
+}
+
 // The absolute path of the group's directory, from the command line or the host's state directory.
 std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
   if (!args.Has("--dir")) return DefaultDirectory(groupId);
-  return DirectoryArgument("--dir", args.Text("--dir"));
+  std::string dir = DirectoryArgument("--dir", args.Text("--dir"));
+  RequireOutsideVolumes(dir);
+  return dir;
 }
 
 Report RunGroupCreate(const Arguments& args) {
