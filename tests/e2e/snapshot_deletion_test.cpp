@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 
 #include "bind_mount.h"
@@ -203,6 +204,33 @@ TEST_F(SnapshotDeletionTest, ADeletionThatIsKilledCanBeRunAgain) {
     for (const auto& [target, path] : paths) EXPECT_FALSE(fs::exists(path)) << target << step;
   }
   ExpectNoTargetSnapshots();
+}
+
+// A creation that fails takes back what has its name.
+TEST_F(SnapshotDeletionTest, ACreationNeverTakesTheNameOfAnotherGroupSnapshot) {
+  MakeGroup();
+  std::vector<std::string> taken;
+  std::vector<std::string> paths;
+  // As a clock leaves it that was ahead for a while.
+  const std::string ahead = std::to_string(std::time(nullptr) + 1000);
+  RunSql(Root() + "/state/replica.db", "UPDATE targets SET last_snap_time = " + ahead);
+  for (int at = 0; at < 2; ++at) {
+    taken.push_back(TakeSnapshot({"--lock"}));
+    paths.push_back(SnapshotPaths(taken.back()).at("share"));
+  }
+  RunWell({"target", "remove", "lun", "--with-snapshots", "--yes"});
+  RunWell({"target", "create", "lun", "--volume", "v1", "--type", "lun", "--size", "1M"});
+  RunBadly(kRefused, {"snapshot", "create", "g"}, {"ahead of this host's clock", "\"lun\""});
+  EXPECT_EQ(ListSnapshots(), taken);
+  for (const std::string& path : paths) EXPECT_TRUE(fs::exists(path)) << path;
+}
+
+TEST_F(SnapshotDeletionTest, WhatIsNotThereIsNotCountedAsDeleted) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  RunWell({"target", "remove", "lun", "--with-snapshots", "--yes"});
+  const Json::Value report = RunWell({"snapshot", "delete", id, "--yes", "--json"}).Json();
+  EXPECT_EQ(report["deleted_count"], 2);
 }
 
 TEST_F(SnapshotDeletionTest, WhatIsOutOfReachIsNotForgottenWithoutForce) {

@@ -5,6 +5,7 @@
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <set>
 
@@ -153,6 +154,15 @@ void CheckReachable(const VrelDRGroup::GsnapshotInfo& info) {
                         "delete --force\"");
     }
   }
+}
+
+std::vector<TargetSnapshot> Present(const std::vector<TargetSnapshot>& snapshots) {
+  std::vector<TargetSnapshot> present;
+  std::copy_if(snapshots.begin(), snapshots.end(), std::back_inserter(present),
+               [](const TargetSnapshot& each) {
+                 return AskSnapshot(each.target, each.tsnap_id).presence == Presence::kPresent;
+               });
+  return present;
 }
 
 Json::Value StillThere(const std::vector<VrelDRGroup::TargetSnapshot>& snapshots) {

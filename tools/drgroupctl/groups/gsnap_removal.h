@@ -20,6 +20,10 @@ enum class OutOfReach { kFail, kForget };
 void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
                  OutOfReach outOfReach);
 
+// Those of `snapshots` that exist.
+std::vector<VrelDRGroup::TargetSnapshot> Present(
+    const std::vector<VrelDRGroup::TargetSnapshot>& snapshots);
+
 // Those of `snapshots` that exist, or may exist for all that the host can tell, as rows of a
 // report.
 Json::Value StillThere(const std::vector<VrelDRGroup::TargetSnapshot>& snapshots);

@@ -2,8 +2,12 @@
 #include <vreldrgroup/record/target_group.h>
 #include <vreldrgroup/snapshot/gsnap_create.h>
 
+#include <chrono>
+#include <cstdint>
+#include <ctime>
 #include <map>
 #include <set>
+#include <thread>
 
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
@@ -121,11 +125,36 @@ Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& opera
   return failure;
 }
 
+// A group snapshot is called by the time of its first target's, which is later than that of any
+// before it on that target. Waits for a moment, and then throws, when it could be one that the
+// catalogue has: its creation would fail, and take back the one that was there.
+void RequireNewName(const Group& group) {
+  const std::vector<VrelDRGroup::Gsnapshot> latest = ListGsnaps(group.id, true);
+  const std::int64_t newest = latest.empty() ? 0 : latest.front().gsnap_time;
+  if (newest < std::time(nullptr)) return;
+  const VrelDR::Target& first = group.targets.front();
+  const VrelDR::TargetOperation operation(first);
+  for (const VrelDR::Operation::Snapshot& each : operation.ListSnapshots()) {
+    if (each.create_time >= newest) return;
+  }
+  for (int tries = 0; tries < 15; ++tries) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    if (newest < std::time(nullptr)) return;
+  }
+  throw Failure(ExitCode::kRefused,
+                "group " + Quote(group.id) + " has group snapshots of times up to " +
+                    FormatTime(newest) + ", which lie ahead of this host's clock (" +
+                    FormatTime(std::time(nullptr)) + "), and target " + Quote(first.GetId()) +
+                    " has none so late: a new one could get the name of one of them; run it again "
+                    "after that time, or see to the clock");
+}
+
 Report RunSnapshotCreate(const Arguments& args) {
   const GroupLock lock(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
   RequireCatalogue(group.id, Access::kWrite);
   const SnapshotIds before = ListSnapshotIds(group);
+  RequireNewName(group);
   for (const VrelDR::Target& target : group.targets) {
     RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
   }

@@ -30,6 +30,7 @@ Report RunSnapshotDelete(const Arguments& args) {
   }
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
                     Count(info.target_snapshots.size(), "target snapshot"));
+  const std::vector<VrelDRGroup::TargetSnapshot> there = Present(info.target_snapshots);
   RemoveGsnap(groupId, info, args.Has("--force") ? OutOfReach::kForget : OutOfReach::kFail);
 
   const Json::Value left = StillThere(info.target_snapshots);
@@ -37,7 +38,7 @@ Report RunSnapshotDelete(const Arguments& args) {
   report.AddText("Deleted group snapshot " + Quote(gsnapId) + ".");
   report.AddField({"gsnap_id", "Snapshot"}, gsnapId);
   report.AddField({"deleted_count", "Target snapshots deleted"},
-                  Json::UInt64(info.target_snapshots.size() - left.size()));
+                  Json::UInt64(there.size() - StillThere(there).size()));
   report.AddTable({"left_snapshots", "Left"},
                   {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}}, left);
   return report;
