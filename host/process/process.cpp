@@ -4,7 +4,6 @@
 #include <linux/futex.h>
 #include <pthread.h>
 #include <sched.h>
-#include <sys/eventfd.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -95,7 +94,11 @@ struct Process::Keeper {
   ProcessSpec spec;
   pid_t parent = -1;
   char* stacks = nullptr;
-  int release_fd = -1;  // tells the keeper that nobody needs the program's identifier any more
+  // A pipe: a byte in it, or its end, tells the keeper that nobody needs the program's identifier
+  // any more. The byte alone could fail to get there, and the end alone could wait for another
+  // process that has a copy.
+  int release_fd = -1;  // the keeper's end
+  int hold_fd = -1;     // this process'
 
   pid_t id = -1;       // the keeper's
   int left = 0;        // the same until it has ended; the system writes it
@@ -151,7 +154,7 @@ ON_THE_SIDE int Process::Keeper::Keep(void* argument) {
   // From here on the thread that waited for this goes on, with the same errno: what follows does
   // not fail.
   if (runs) {
-    std::uint64_t released;
+    char released;
     (void)syscall(SYS_read, 0, &released, sizeof released);
     (void)syscall(SYS_wait4, keeper->pid, &keeper->status, 0, nullptr);
   }
@@ -176,8 +179,10 @@ int Process::Keeper::Begin() {
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
   if (memory == MAP_FAILED) return errno;
   stacks = static_cast<char*>(memory);
-  release_fd = eventfd(0, EFD_CLOEXEC);
-  if (release_fd == -1) return errno;
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return errno;
+  release_fd = ends[0];
+  hold_fd = ends[1];
   // None of this process' handlers may run in the keeper, nor in its thread while the two share an
   // errno; a signal that comes meanwhile waits for the end of this.
   sigset_t all;
@@ -199,7 +204,9 @@ void Process::Keeper::Join() {
   while (id != -1 && waitpid(id, nullptr, __WALL) == -1 && errno == EINTR) {
   }
   if (stacks != nullptr) (void)munmap(stacks, 2 * kStack);
-  if (release_fd != -1) close(release_fd);
+  for (const int each : {release_fd, hold_fd}) {
+    if (each != -1) close(each);
+  }
 }
 
 Process::Process() = default;
@@ -227,8 +234,9 @@ pid_t Process::GetPid() const {
 
 int Process::Wait() {
   if (!keeper_) return -1;
-  const std::uint64_t released = 1;
-  (void)!write(keeper_->release_fd, &released, sizeof released);
+  // This process has the other end too, so that nothing is signalled when the keeper is gone.
+  (void)!write(keeper_->hold_fd, "", 1);
+  close(std::exchange(keeper_->hold_fd, -1));
   keeper_->Join();
   const int status = keeper_->status;
   keeper_.reset();
