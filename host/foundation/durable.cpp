@@ -21,6 +21,7 @@ int WriteAndSync(int fd, std::string_view text) {
   while (!text.empty()) {
     const ssize_t done = write(fd, text.data(), text.size());
     if (done < 0 && errno != EINTR) return errno;
+    if (done == 0) return ENOSPC;  // what takes nothing never will
     if (done > 0) text.remove_prefix(static_cast<std::size_t>(done));
   }
   return SyncFd(fd);

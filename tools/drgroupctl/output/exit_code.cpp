@@ -14,8 +14,7 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
        "exist, or a target has no plan."},
       {ExitCode::kRefused, "refused",
        "Refused: it exists already, is locked, is in use, the state of a plan does not allow it, "
-       "this "
-       "host cannot do it, or it needs --yes or --force."},
+       "this host cannot do it, or it needs --yes or --force."},
       {ExitCode::kCatalogue, "catalogue",
        "The group's catalogue, its link or its group.json cannot be used."},
       {ExitCode::kBusy, "busy", "Another process works on the same thing; try again later."},
@@ -23,8 +22,7 @@ const std::vector<ExitCodeInfo>& ExitCodes() {
        "The host's configuration is missing, unreadable or wrong."},
       {ExitCode::kStorage, "storage",
        "A volume, a file system, or what the host keeps of itself is gone, damaged, full, "
-       "read-only "
-       "or failing."},
+       "read-only or failing."},
       {ExitCode::kStopped, "stopped",
        "Ended before its end because somebody asked for it; the same command goes on."},
   };
