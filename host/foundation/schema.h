@@ -93,6 +93,11 @@ CREATE TABLE volumes (
 ALTER TABLE snapshots ADD COLUMN maker TEXT NOT NULL DEFAULT '';
 ALTER TABLE plans ADD COLUMN hand_failures INTEGER NOT NULL DEFAULT 0;
 )",
+    // Where a target is, as the engine of its volume says it: until now by its identifier.
+    R"(
+ALTER TABLE targets ADD COLUMN locator TEXT NOT NULL DEFAULT '';
+UPDATE targets SET locator = id;
+)",
 };
 
 }  // namespace VrelHost

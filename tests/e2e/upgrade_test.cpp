@@ -2,7 +2,7 @@
 
 #include "tool_fixture.h"
 
-// Bringing catalogues to the current schema.
+// Bringing catalogues and the host's records to the current schema.
 
 namespace e2e {
 namespace {
@@ -70,6 +70,43 @@ TEST_F(UpgradeTest, OneGroupsFailureDoesNotStopTheOthers) {
   EXPECT_FALSE(fs::exists(DatabaseOf("g"))) << "a lost catalogue is not made anew";
   RunBadly(kCatalogue, {"group", "upgrade", "g"}, {"\"g\"", DatabaseOf("g"), "missing"});
   RunBadly(kNotFound, {"group", "upgrade", "x"}, {"\"x\""});
+}
+
+class RecordsUpgradeTest : public ToolTest {
+ protected:
+  void SetUp() override {
+    ToolTest::SetUp();
+    WriteConfiguration({"v1", "v2"});
+    MakeGroup();
+    RunWell({"protect", "g", "--volume", "v2", "--dr-group", "gd"});
+    RunWell({"sync", "g"});
+  }
+  std::string Records() const { return Root() + "/state/replica.db"; }
+};
+
+TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
+  const std::string plans = RunWell({"plan", "list", "--json"}).out;
+  RunSql(Records(),
+         "BEGIN; ALTER TABLE targets DROP COLUMN locator;"
+         "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT");
+  EXPECT_EQ(RunWell({"plan", "list", "--json"}).out, plans);
+  RunWell({"sync", "g"});
+  RunWell({"switchover", "g"});
+  RunWell({"target", "create", "late", "--volume", "v1", "--type", "share"});
+  RunSql(Records(),
+         "CREATE TEMP TABLE checked (ok CHECK (ok)); "
+         "INSERT INTO checked SELECT count(*) = 7 AND min(locator = id) FROM targets; "
+         "INSERT INTO checked SELECT value = 4 FROM vreldrcore_db_info WHERE key = 'version'");
+}
+
+TEST_F(RecordsUpgradeTest, RecordsOfALaterProgramAreRefusedAndLeftAlone) {
+  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '5' WHERE key = 'version'");
+  const auto before = Tree(Root());
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {"target", "list"}, {"plan", "list"}, {"snapshot", "create", "g"}}) {
+    RunBadly(kStorage, words, {Records(), "version 5"});
+  }
+  EXPECT_EQ(Tree(Root()), before);
 }
 
 }  // namespace

@@ -16,6 +16,7 @@ TargetRow ReadTarget(const SqliteValueList& values) {
   TargetRow row;
   row.target = Target(GetText(values, "id"), GetInt(values, "type"));
   row.volume = GetText(values, "volume");
+  row.locator = GetText(values, "locator");
   row.state = GetState(values);
   values.GetValue("last_snap_time", row.last_snap_time);
   return row;
@@ -102,6 +103,7 @@ Status Store::AddTarget(const TargetRow& row, const DRPlan* plan) const {
   values.AddValue("id", row.target.GetId());
   values.AddValue("type", row.target.GetType());
   values.AddValue("volume", row.volume);
+  values.AddValue("locator", row.locator);
   values.AddValue("state", static_cast<int>(row.state));
   return db_.Transact([&] {
     return Insert(db_, kTargets, values) && (plan == nullptr || Plans().AddWithin(*plan));

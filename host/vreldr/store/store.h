@@ -17,6 +17,7 @@ namespace VrelDR {
 struct TargetRow {
   Target target;
   std::string volume;
+  std::string locator;  // how the volume's engine reaches it; given by the engine when it was made
   RecordState state = RecordState::kBuilding;
   std::uint32_t last_snap_time = 0;  // of the newest snapshot ever taken
 };

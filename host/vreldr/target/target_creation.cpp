@@ -80,6 +80,7 @@ Status CreateTarget(Host& host, const Target& target, const std::string& volume,
   TargetRow row;
   row.target = target;
   row.volume = volume;
+  row.locator = target.GetId();
   status = host.store->AddTarget(row, plan);
   if (!status.IsOk()) return status;
   KillPoint(kCreateRecorded);
