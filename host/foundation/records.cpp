@@ -1,6 +1,5 @@
 #include "foundation/records.h"
 
-#include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include "foundation/durable.h"
 #include "foundation/schema.h"
 #include "vreldrcore/json.h"
+#include "vreldrcore/sqlite_failure.h"
 
 namespace VrelHost {
 
@@ -19,35 +19,43 @@ namespace {
 using VrelDR::KillPoint;
 using VrelDR::Quoted;
 using VrelDRCore::SqliteDB;
+using VrelDRCore::SqliteFailure;
 
 constexpr unsigned int kBusySeconds = 20;
 constexpr const char* kInfoTable = "vreldrcore_db_info";
 constexpr int kNewest = static_cast<int>(kRecordsSchema.size());
 
-const char* AdviceFor(int sqliteCode) {
-  switch (sqliteCode & 0xff) {
-    case SQLITE_BUSY:
+SqliteFailure FailureOf(const SqliteDB& db) {
+  return VrelDRCore::ToSqliteFailure(db.GetErrCode());
+}
+
+const char* AdviceFor(SqliteFailure failure) {
+  switch (failure) {
+    case SqliteFailure::kHeld:
       return "; another process holds them, run it again when that has finished";
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
+    case SqliteFailure::kDamaged:
+    case SqliteFailure::kNotDatabase:
       return "; put back a copy of the file, or run \"drgroupctl host init\" to begin anew";
-    case SQLITE_FULL:
+    case SqliteFailure::kFull:
       return "; free space and run it again";
     default:
       return "";
   }
 }
 
-// What a file says of itself whose version could not be read or means nothing.
-bool HoldsNoRecords(const SqliteDB& db) {
-  const int code = db.GetErrCode() & 0xff;  // SQLITE_ERROR: it has no such table
-  return code == SQLITE_OK || code == SQLITE_ERROR || code == SQLITE_NOTADB ||
-         code == SQLITE_CORRUPT;
+// Of a file whose version means nothing or could not be read: whether it is sound, but empty or of
+// something else; and whether it holds no records at any rate.
+bool IsOfSomethingElse(SqliteFailure failure) {
+  return failure == SqliteFailure::kNone || failure == SqliteFailure::kStatement;
+}
+
+bool HoldsNoRecords(SqliteFailure failure) {
+  return IsOfSomethingElse(failure) || failure == SqliteFailure::kNotDatabase ||
+         failure == SqliteFailure::kDamaged;
 }
 
 Status NoRecords(const SqliteDB& db) {
-  const int code = db.GetErrCode() & 0xff;
-  if (code != SQLITE_OK && code != SQLITE_ERROR) return RecordsFailure(db);
+  if (!IsOfSomethingElse(FailureOf(db))) return RecordsFailure(db);
   return {VrelDR::kErrStore, "the host's records " + Quoted(db.GetPath()) +
                                  " are empty or not a database of records; put back a copy of the "
                                  "file, or run \"drgroupctl host init\" to begin anew"};
@@ -80,10 +88,10 @@ SqliteDB RecordsAt(const std::string& path) {
 }
 
 Status RecordsFailure(const SqliteDB& db) {
-  const bool isHeld = (db.GetErrCode() & 0xff) == SQLITE_BUSY;
-  return {isHeld ? VrelDR::kErrBusy : VrelDR::kErrStore,
+  const SqliteFailure failure = FailureOf(db);
+  return {failure == SqliteFailure::kHeld ? VrelDR::kErrBusy : VrelDR::kErrStore,
           "the host's records " + Quoted(db.GetPath()) + " could not be used: " +
-              VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) + AdviceFor(db.GetErrCode())};
+              VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) + AdviceFor(failure)};
 }
 
 Status MakeRecords(const std::string& path) {
@@ -114,11 +122,8 @@ Status MakeRecords(const std::string& path) {
 
 Status UpgradeRecords(const SqliteDB& db) {
   int version = 0;
-  if (!db.GetSchemaVersion(version)) {
-    return HoldsNoRecords(db) ? NoRecords(db) : RecordsFailure(db);
-  }
+  if (!db.GetSchemaVersion(version) || version < 1) return NoRecords(db);
   if (version == kNewest) return {};
-  if (version < 1) return NoRecords(db);
   if (version > kNewest) return OfLaterVersion(db, version);
 
   if (!db.Exec("BEGIN IMMEDIATE")) return RecordsFailure(db);
@@ -139,7 +144,7 @@ Status UpgradeRecords(const SqliteDB& db) {
 Status ExamineRecords(const std::string& path, RecordsCondition& condition) {
   const SqliteDB db = RecordsAt(path);
   int version = 0;
-  if (!db.GetSchemaVersion(version) && !HoldsNoRecords(db)) return RecordsFailure(db);
+  if (!db.GetSchemaVersion(version) && !HoldsNoRecords(FailureOf(db))) return RecordsFailure(db);
   condition = version < 1         ? RecordsCondition::kDamaged
               : version > kNewest ? RecordsCondition::kNewer
                                   : RecordsCondition::kGood;

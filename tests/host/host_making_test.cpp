@@ -1,5 +1,4 @@
 #include <gmock/gmock.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <filesystem>

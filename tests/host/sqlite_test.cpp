@@ -13,6 +13,7 @@
 
 #include "host_fixture.h"
 #include "tree.h"
+#include "vreldrcore/sqlite_failure.h"
 
 namespace host_test {
 namespace {
@@ -27,10 +28,12 @@ using VrelDRCore::InsertCommand;
 using VrelDRCore::SelectCommand;
 using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteEqual;
+using VrelDRCore::SqliteFailure;
 using VrelDRCore::SqliteIsNull;
 using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValue;
 using VrelDRCore::SqliteValueList;
+using VrelDRCore::ToSqliteFailure;
 using VrelDRCore::UpdateCommand;
 
 class SqliteTest : public testing::Test {
@@ -389,6 +392,52 @@ TEST_F(SqliteTest, ManyWritersAtOnceAllGetThrough) {
   });
   EXPECT_EQ(result, 0);
   EXPECT_THAT(Texts(Open(), SelectAll()), SizeIs(kWriters * kRows));
+}
+
+TEST_F(SqliteTest, CodesAreToldApartByWhatThereIsToDo) {
+  const std::map<int, SqliteFailure> expected{
+      {SQLITE_OK, SqliteFailure::kNone},
+      {SQLITE_ERROR, SqliteFailure::kStatement},
+      {SQLITE_ERROR_RETRY, SqliteFailure::kStatement},
+      {SQLITE_PERM, SqliteFailure::kNotOpened},
+      {SQLITE_BUSY, SqliteFailure::kHeld},
+      {SQLITE_BUSY_RECOVERY, SqliteFailure::kHeld},
+      {SQLITE_LOCKED, SqliteFailure::kOther},
+      {SQLITE_NOMEM, SqliteFailure::kOther},
+      {SQLITE_READONLY, SqliteFailure::kReadOnly},
+      {SQLITE_READONLY_DIRECTORY, SqliteFailure::kReadOnly},
+      {SQLITE_IOERR, SqliteFailure::kIo},
+      {SQLITE_IOERR_FSYNC, SqliteFailure::kIo},
+      {SQLITE_CORRUPT, SqliteFailure::kDamaged},
+      {SQLITE_CORRUPT_INDEX, SqliteFailure::kDamaged},
+      {SQLITE_FULL, SqliteFailure::kFull},
+      {SQLITE_CANTOPEN, SqliteFailure::kNotOpened},
+      {SQLITE_CANTOPEN_ISDIR, SqliteFailure::kNotOpened},
+      {SQLITE_CONSTRAINT, SqliteFailure::kOther},
+      {SQLITE_MISUSE, SqliteFailure::kOther},
+      {SQLITE_NOTADB, SqliteFailure::kNotDatabase},
+  };
+  for (const auto& [code, failure] : expected) EXPECT_EQ(ToSqliteFailure(code), failure) << code;
+}
+
+TEST_F(SqliteTest, WhatFailsIsRecordedWithACodeThatTellsWhatThereIsToDo) {
+  const auto after = [](const SqliteDB& db, const std::string& sql) {
+    EXPECT_FALSE(db.Exec(sql)) << sql;
+    return ToSqliteFailure(db.GetErrCode());
+  };
+  const SqliteDB db = OpenWithTable();
+  EXPECT_EQ(ToSqliteFailure(db.GetErrCode()), SqliteFailure::kNone);
+  EXPECT_EQ(after(db, "INSERT INTO lost VALUES (1)"), SqliteFailure::kStatement);
+  ASSERT_TRUE(db.Exec("PRAGMA max_page_count = 3"));
+  EXPECT_EQ(after(db, "INSERT INTO \"group\" VALUES (zeroblob(99999), 1, 1)"),
+            SqliteFailure::kFull);
+  ASSERT_TRUE(db.Exec("BEGIN EXCLUSIVE"));
+  EXPECT_EQ(after(Open(), "DELETE FROM \"group\""), SqliteFailure::kHeld);
+  ASSERT_TRUE(db.Exec("COMMIT; PRAGMA query_only = 1"));
+  EXPECT_EQ(after(db, "DELETE FROM \"group\""), SqliteFailure::kReadOnly);
+  EXPECT_EQ(after(SqliteDB(dir_ + "/missing.db", 0, "info"), "CREATE TABLE t (a)"),
+            SqliteFailure::kNotOpened);
+  EXPECT_EQ(after(SqliteDB(dir_, 0, "info"), "CREATE TABLE t (a)"), SqliteFailure::kNotOpened);
 }
 
 TEST_F(SqliteTest, TellsTheSchemaVersionOfTheInfoTable) {

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 #include <vreldrcore/json.h>
+#include <vreldrcore/sqlite_failure.h>
 #include <vreldrgroup/db.h>
 
 #include <filesystem>
@@ -15,47 +16,37 @@ namespace fs = std::filesystem;
 
 namespace {
 
+using VrelDRCore::SqliteFailure;
+
 constexpr char kScript[] = "/var/packages/Guestora/target/sbin//vreldrgroup_db.sh";
 constexpr char kInfoTable[] = "vreldrcore_db_info";
 
-// SQLite's primary result codes, which the core library records. They never change.
-constexpr int kSqliteError = 1;
-constexpr int kSqlitePerm = 3;
-constexpr int kSqliteBusy = 5;
-constexpr int kSqliteReadOnly = 8;
-constexpr int kSqliteIo = 10;
-constexpr int kSqliteCorrupt = 11;
-constexpr int kSqliteFull = 13;
-constexpr int kSqliteCannotOpen = 14;
-constexpr int kSqliteNotADatabase = 26;
-
-CatalogueProblem Explain(const std::string& path, int code, const std::string& said,
+CatalogueProblem Explain(const std::string& path, SqliteFailure failure, const std::string& said,
                          unsigned int seconds) {
   const std::string file = "the catalogue " + Quote(path);
-  switch (code & 0xFF) {
-    case kSqliteBusy:
+  switch (failure) {
+    case SqliteFailure::kHeld:
       return {ExitCode::kBusy,
               file + " is locked by another process" +
                   (seconds == 0 ? std::string()
                                 : " for longer than " + std::to_string(seconds) + " seconds") +
                   ": run it again when that has finished"};
-    case kSqliteNotADatabase:
+    case SqliteFailure::kNotDatabase:
       return {ExitCode::kCatalogue, file + " is not an SQLite database: restore it from a backup"};
-    case kSqliteCorrupt:
+    case SqliteFailure::kDamaged:
       return {ExitCode::kCatalogue, file + " is truncated or damaged: restore it from a backup"};
-    case kSqliteReadOnly:
+    case SqliteFailure::kReadOnly:
       return {ExitCode::kStorage,
               file + " cannot be written: make it, its directory and their file system writable"};
-    case kSqliteFull:
+    case SqliteFailure::kFull:
       return {ExitCode::kStorage, file + " has no room to grow: free space on its file system"};
-    case kSqliteIo:
+    case SqliteFailure::kIo:
       return {ExitCode::kStorage,
               file + " cannot be read or written (" + said + "): check its file system"};
-    case kSqlitePerm:
-    case kSqliteCannotOpen:
+    case SqliteFailure::kNotOpened:
       return {ExitCode::kCatalogue,
               file + " cannot be opened: check the permissions of the file and its directory"};
-    case kSqliteError: {
+    case SqliteFailure::kStatement: {
       const std::string lost = "no such table: ";
       const std::size_t at = said.find(lost);
       if (at != std::string::npos) {
@@ -73,8 +64,8 @@ CatalogueProblem Explain(const std::string& path, int code, const std::string& s
 
 CatalogueProblem Explain(const VrelDRCore::SqliteDB& db, const std::string& path,
                          unsigned int seconds) {
-  return Explain(path, db.GetErrCode(), Printable(VrelDRCore::JsonUtil::AsText(db.GetErrMsg())),
-                 seconds);
+  return Explain(path, VrelDRCore::ToSqliteFailure(db.GetErrCode()),
+                 Printable(VrelDRCore::JsonUtil::AsText(db.GetErrMsg())), seconds);
 }
 
 // Reads one row of every table.
