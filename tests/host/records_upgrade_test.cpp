@@ -1,14 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 #include <vreldr/error.h>
 
 #include <array>
-#include <chrono>
 #include <filesystem>
-#include <thread>
 
 #include "base/kill_point.h"
+#include "behind_writer.h"
 #include "foundation/records.h"
 #include "foundation/schema.h"
 #include "host_fixture.h"
@@ -118,26 +116,6 @@ Content Upgraded(Content content, int version) {
   return content;
 }
 
-// Lets processes wait for each other.
-class Gate {
- public:
-  Gate() { EXPECT_EQ(pipe(ends_), 0); }
-  Gate(const Gate&) = delete;
-  Gate& operator=(const Gate&) = delete;
-  ~Gate() {
-    close(ends_[0]);
-    close(ends_[1]);
-  }
-  void Open() const { EXPECT_EQ(write(ends_[1], "x", 1), 1); }  // for one who waits
-  void Wait() const {
-    char byte = 0;
-    EXPECT_EQ(read(ends_[0], &byte, 1), 1);
-  }
-
- private:
-  int ends_[2] = {-1, -1};
-};
-
 class RecordsUpgradeTest : public HostTest {
  protected:
   std::string Records() const { return Root() + "/replica.db"; }
@@ -170,33 +148,6 @@ class RecordsUpgradeTest : public HostTest {
   int UpgradeKilledAt(std::string_view point) const {
     return RunInChild({{"VRELDR_KILL_POINT", std::string(point)}},
                       [this] { return Upgrade(Records()).IsOk() ? 0 : 1; });
-  }
-
-  // Runs `body` in two processes while a third holds the right to write, which runs `last` before
-  // it lets go; expects all to end well.
-  void RunBehindAWriter(const std::string& last, const std::function<bool()>& body) const {
-    Gate held;
-    Gate begun;
-    Gate released;
-    const pid_t holder = StartChild({}, [&] {
-      const SqliteDB db = VrelHost::RecordsAt(Records());
-      if (!db.Exec("BEGIN IMMEDIATE")) return 1;
-      held.Open();
-      released.Wait();
-      return db.Exec(last + "COMMIT") ? 0 : 1;
-    });
-    held.Wait();
-    std::vector<pid_t> processes{holder};
-    for (int i = 0; i < 2; ++i) {
-      processes.push_back(StartChild({}, [&] {
-        begun.Open();
-        return body() ? 0 : 1;
-      }));
-    }
-    for (int i = 0; i < 2; ++i) begun.Wait();
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));  // for both to stand in line
-    released.Open();
-    for (const pid_t each : processes) EXPECT_EQ(WaitFor(each), 0);
   }
 };
 
@@ -285,14 +236,15 @@ TEST_P(RecordsUpgradeTest, TwoProcessesThatBothSawTheEarlierVersionBothSucceed) 
     SCOPED_TRACE(version);
     MakeVersion(version, true);
     const Content before = ContentOf(Records());
-    RunBehindAWriter("", [this] { return Upgrade(Records()).IsOk(); });
+    RunBehindAWriter(Records(), "", 2, [this] { return Upgrade(Records()).IsOk(); });
     EXPECT_EQ(ContentOf(Records()), Upgraded(before, version));
   }
 }
 
 TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNothingBack) {
   MakeVersion(kNewest - 1, true);
-  RunBehindAWriter("UPDATE vreldrcore_db_info SET value = '5'; CREATE TABLE later (a);", [this] {
+  const std::string last = "UPDATE vreldrcore_db_info SET value = '5'; CREATE TABLE later (a)";
+  RunBehindAWriter(Records(), last, 2, [this] {
     const VrelDR::Status status = Upgrade(Records());
     return status.code == VrelDR::kErrStore &&
            status.message.find("are of version 5,") != std::string::npos;

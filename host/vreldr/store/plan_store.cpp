@@ -164,14 +164,15 @@ Status PlanStore::GetJournal(const std::string& planId, JournalRow& row) const {
 }
 
 Status PlanStore::WriteJournal(const std::string& planId, const JournalRow& row) const {
-  std::optional<SyncRow> sync;
-  Status status = GetSyncReport(planId, sync);
-  if (!status.IsOk()) return status;
-  const bool wasLeft = sync && sync->state == OPState::kRunning;
-  if (wasLeft) sync->state = OPState::kInterrupted;
   return db_.Transact([&] {
-    return Replace(db_, kJournals, planId, ValuesOf(planId, row)) &&
-           (!wasLeft || Replace(db_, kSyncReports, planId, ValuesOf(planId, *sync)));
+    std::optional<SyncRow> sync;
+    if (!Replace(db_, kJournals, planId, ValuesOf(planId, row)) ||
+        !SelectOne(db_, kSyncReports, SqliteEqual("plan_id", planId), ReadSync, sync)) {
+      return false;
+    }
+    if (!sync || sync->state != OPState::kRunning) return true;
+    sync->state = OPState::kInterrupted;
+    return Replace(db_, kSyncReports, planId, ValuesOf(planId, *sync));
   });
 }
 

@@ -78,12 +78,14 @@ Status PlanStore::DropShipment(const DRPlan& plan, const std::string& snapId) co
 }
 
 Status PlanStore::CountHandFailure(const std::string& planId) const {
-  std::optional<PlanRow> row;
-  Status status = GetPlan(planId, row);
-  if (!status.IsOk() || !row) return status;
-  UpdateCommand command = Update(kPlans, SqliteEqual("id", planId));
-  command.AddFieldValue("hand_failures", row->hand_failures + 1);
-  return db_.Result(db_.Get().UpdateRecord(command));
+  return db_.Transact([&] {
+    std::optional<PlanRow> row;
+    if (!GetPlan(planId, row).IsOk()) return false;
+    if (!row) return true;
+    UpdateCommand command = Update(kPlans, SqliteEqual("id", planId));
+    command.AddFieldValue("hand_failures", row->hand_failures + 1);
+    return db_.Get().UpdateRecord(command);
+  });
 }
 
 bool PlanStore::FinishWithin(const std::string& drTargetId) const {
