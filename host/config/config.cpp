@@ -90,11 +90,25 @@ bool ReadUnique(const Json::Value& entry, const std::string& list, const std::st
   return true;
 }
 
+// A list of objects that are told apart by their "id".
+bool ReadEntries(const Json::Value& root, const char* list, std::vector<Json::Value>& entries,
+                 std::string& problem) {
+  const Json::Value found = Member(root, list);
+  if (!IsObjects(found, list, problem)) return false;
+  std::set<std::string> seen;
+  for (const Json::Value& entry : found) {
+    std::string id;
+    if (!ReadUnique(entry, list, "id", seen, id, problem)) return false;
+    entries.push_back(entry);
+  }
+  return true;
+}
+
 bool Interpret(const Json::Value& root, Config& config, std::string& problem) {
   for (const std::string& name : root.getMemberNames()) {
-    if (name != "state_dir" && name != "volumes" && name != "credentials") {
+    if (name != "state_dir" && name != "volumes" && name != "nodes" && name != "credentials") {
       problem = "it has an unknown member " + Quoted(name) +
-                "; known are \"state_dir\", \"volumes\" and \"credentials\"";
+                "; known are \"state_dir\", \"volumes\", \"nodes\" and \"credentials\"";
       return false;
     }
   }
@@ -105,10 +119,7 @@ bool Interpret(const Json::Value& root, Config& config, std::string& problem) {
     return false;
   }
   const Json::Value volumes = Member(root, "volumes");
-  const Json::Value credentials = Member(root, "credentials");
-  if (!IsObjects(volumes, "volumes", problem) || !IsObjects(credentials, "credentials", problem)) {
-    return false;
-  }
+  if (!IsObjects(volumes, "volumes", problem)) return false;
   std::set<std::string> seen;
   for (const Json::Value& entry : volumes) {
     VolumeConfig volume;
@@ -122,13 +133,8 @@ bool Interpret(const Json::Value& root, Config& config, std::string& problem) {
     volume.settings = entry;
     config.volumes.push_back(volume);
   }
-  seen.clear();
-  for (const Json::Value& entry : credentials) {
-    std::string id;
-    if (!ReadUnique(entry, "credentials", "id", seen, id, problem)) return false;
-    config.credentials.push_back(entry);
-  }
-  return true;
+  return ReadEntries(root, "nodes", config.nodes, problem) &&
+         ReadEntries(root, "credentials", config.credentials, problem);
 }
 
 }  // namespace

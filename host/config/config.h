@@ -18,6 +18,7 @@ struct Config {
   std::string file;       // where it was read from
   std::string state_dir;  // absolute
   std::vector<VolumeConfig> volumes;
+  std::vector<Json::Value> nodes;        // the other ones; objects with a unique text "id"
   std::vector<Json::Value> credentials;  // objects with a unique text "id"
 };
 
@@ -28,8 +29,8 @@ std::string ConfigPath();
 // the file, what is wrong with it and what to do.
 //
 // The file is one JSON object: "state_dir" (an absolute path; /var/lib/vreldr when it is left out),
-// "volumes" (objects with a unique "name", an "engine" and what that engine asks for) and
-// "credentials" (objects with a unique "id"). A member of another name is refused, so that a
+// "volumes" (objects with a unique "name", an "engine" and what that engine asks for), "nodes" and
+// "credentials" (objects with a unique "id" each). A member of another name is refused, so that a
 // misspelt one is not silently without effect.
 bool ReadConfig(Config& config, std::string& problem);
 

@@ -77,7 +77,7 @@ TEST_P(PlanFailureTest, ASyncKeepsWhatHasArrived) {
 TEST_P(PlanFailureTest, ASwitchoverIsTakenBackWithoutALoss) {
   MakeProtected();
   for (const auto& [step, suffix] : std::vector<std::pair<std::string, std::string>>{
-           {"demote", ""}, {"ship", "-dr"}, {"promote", "-dr"}}) {
+           {"quiesce", ""}, {"ship", "-dr"}, {"promote", "-dr"}}) {
     ChangeMain();
     const auto wanted = MainContents();
     AtEachTarget(step, suffix, {"switchover", "g"}, "reverted", [&](std::size_t) {
@@ -109,7 +109,7 @@ TEST_P(PlanFailureTest, AReprotectionIsTakenBack) {
   RunWell({"failover", "g"});
   ChangeCopies();
   const auto wanted = CopyContents();
-  for (const char* step : {"take", "demote"}) {
+  for (const char* step : {"take", "quiesce"}) {
     AtEachTarget(step, "", {"reprotect", "g"}, "reverted", [&](std::size_t) {
       EXPECT_EQ(States(), AllFailedOver());
       EXPECT_EQ(CopyContents(), wanted);

@@ -74,10 +74,10 @@ TEST_P(PlanKillTest, ASwitchoverThatIsKilledIsFinished) {
   MakeProtected();
   TargetContents wanted;
   AtEach(
-      {"demote.done", "switchover.demoted", "sync.recorded", "sync.taken", "ship.data",
-       "ship.renamed", "sync.shipped", "sync.arrived", "switchover.synced", "restore.copied",
-       "restore.synced", "restore.exchanged", "restore.done", "promote.done", "switchover.promoted",
-       "switchover.turned"},
+      {"quiesce.done", "switchover.quiet", "sync.recorded", "sync.taken", "ship.data",
+       "ship.renamed", "sync.shipped", "sync.arrived", "switchover.synced", "switchover.demoted",
+       "restore.copied", "restore.synced", "restore.exchanged", "restore.done", "promote.done",
+       "switchover.promoted", "switchover.turned"},
       {"switchover", "g"},
       [&] {
         ChangeMain();

@@ -30,8 +30,8 @@ using Steps = std::vector<std::string_view>;
 const Steps kTakeSteps = {VrelDR::kTakeRecorded, VrelDR::kCopyFile,   VrelDR::kTakeCopied,
                           VrelDR::kTakeSynced,   VrelDR::kTakeFrozen, VrelDR::kTakeRenamed,
                           VrelDR::kTakeWhole,    VrelDR::kTakeDone};
-const Steps kDeleteSteps = {VrelDR::kDeleteMarked, VrelDR::kRemoveEntry, VrelDR::kDeleteBytesGone,
-                            VrelDR::kDeleteDone};
+const Steps kDeleteSteps = {VrelDR::kDeleteMarked, VrelDR::kDeleteMovedOut, VrelDR::kRemoveEntry,
+                            VrelDR::kDeleteBytesGone, VrelDR::kDeleteDone};
 const Steps kCreateSteps = {VrelDR::kCreateRecorded, VrelDR::kCopyFile,      VrelDR::kCreateCopied,
                             VrelDR::kCreateSynced,   VrelDR::kCreateRenamed, VrelDR::kCreateWhole,
                             VrelDR::kCreateDone};
@@ -45,7 +45,8 @@ class CrashTest : public HostTest {
   bool IsReached(std::string_view step) const {
     return !IsBtrfs() || (step != VrelDR::kCopyFile && step != VrelDR::kTakeCopied &&
                           step != VrelDR::kTakeSynced && step != VrelDR::kTakeFrozen &&
-                          step != VrelDR::kTakeRenamed && step != VrelDR::kRemoveEntry);
+                          step != VrelDR::kTakeRenamed && step != VrelDR::kRemoveEntry &&
+                          step != VrelDR::kDeleteMovedOut);
   }
 
   static void ExpectKilledAt(std::string_view step, const std::function<bool()>& call) {

@@ -161,7 +161,7 @@ TEST_P(FlagsTest, ADemotedTargetsSnapshotHasThoseOfItsUser) {
 }
 
 TEST_P(CopiedFlagsTest, ADemotionThatWasKilledForgetsNone) {
-  for (const std::string_view step : {VrelDR::kDemoteKept, VrelDR::kDemoteDone}) {
+  for (const std::string_view step : {VrelDR::kQuiesceKept, VrelDR::kQuiesceDone}) {
     EXPECT_EQ(RunInChild({{"VRELDR_KILL_POINT", std::string(step)}},
                          [this] { return A().engine->Demote(A().target).IsOk() ? 0 : 1; }),
               128 + SIGKILL);

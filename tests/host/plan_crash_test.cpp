@@ -31,16 +31,18 @@ const Steps kShipping = {
     VrelDR::kShipSent,     VrelDR::kShipSynced,  VrelDR::kShipMarked,   VrelDR::kShipFrozen,
     VrelDR::kShipRenamed,  VrelDR::kShipDone,    VrelDR::kSyncRecorded, VrelDR::kSyncTaken,
     VrelDR::kSyncShipped,  VrelDR::kSyncArrived, VrelDR::kSyncReported};
-const Steps kRestoring = {VrelDR::kDemoteDone, VrelDR::kRestoreCopied, VrelDR::kRestoreSynced,
+const Steps kRestoring = {VrelDR::kQuiesceDone, VrelDR::kRestoreCopied, VrelDR::kRestoreSynced,
                           VrelDR::kRestoreExchanged, VrelDR::kPromoteDone};
-const Steps kSwitching = {VrelDR::kSwitchoverDemoted, VrelDR::kSwitchoverSynced,
-                          VrelDR::kSwitchoverPromoted, VrelDR::kSwitchoverTurned};
+const Steps kSwitching = {VrelDR::kSwitchoverQuiet, VrelDR::kSwitchoverSynced,
+                          VrelDR::kSwitchoverDemoted, VrelDR::kSwitchoverPromoted,
+                          VrelDR::kSwitchoverTurned};
 const Steps kFailingOver = {VrelDR::kFailoverDemoted, VrelDR::kFailoverPromoted,
                             VrelDR::kFailoverTurned};
-const Steps kReverting = {VrelDR::kDemoteKept,    VrelDR::kDemoteDone,     VrelDR::kPromoteDone,
+const Steps kReverting = {VrelDR::kQuiesceKept,   VrelDR::kQuiesceDone,    VrelDR::kPromoteDone,
                           VrelDR::kRevertDemoted, VrelDR::kRevertPromoted, VrelDR::kRevertTurned};
-const Steps kReprotecting = {VrelDR::kDemoteDone, VrelDR::kTakeRecorded,  VrelDR::kTakeWhole,
-                             VrelDR::kTakeDone,   VrelDR::kReprotectKept, VrelDR::kReprotectTurned};
+const Steps kReprotecting = {VrelDR::kQuiesceDone,   VrelDR::kTakeRecorded,
+                             VrelDR::kTakeWhole,     VrelDR::kTakeDone,
+                             VrelDR::kReprotectKept, VrelDR::kReprotectTurned};
 
 Steps operator+(Steps left, const Steps& right) {
   left.insert(left.end(), right.begin(), right.end());
@@ -217,7 +219,7 @@ TEST_P(PlanCrashTest, TakingAFailoverBackThatWasKilledIsTakenBackOrDone) {
   for (const std::string_view step : kReverting) {
     SCOPED_TRACE(step);
     // A subvolume is made unwritable as a whole: there is nothing of its user's to be kept.
-    if (step == VrelDR::kDemoteKept && std::string_view(GetParam()) == "btrfs") continue;
+    if (step == VrelDR::kQuiesceKept && std::string_view(GetParam()) == "btrfs") continue;
     const Case used = MakeCase();
     ExpectRun(PlanFailover(used.plan, used.first, Json::Value()));
     const auto revert = [&] { return Run(DRSiteReprotect(Plan(used.plan), VrelDR::kOpFailover)); };
@@ -261,7 +263,7 @@ TEST_P(PlanCrashTest, AReprotectionThatWasKilledIsTakenBackOrDone) {
 TEST_P(PlanCrashTest, ADeletionThatKeepsDataAndWasKilledIsTakenBackOrDone) {
   for (const std::string_view step :
        kRestoring + Steps{VrelDR::kPlanDeletePromoted, VrelDR::kPlanDeleteDone}) {
-    if (step == VrelDR::kDemoteDone) continue;  // nothing is
+    if (step == VrelDR::kQuiesceDone) continue;  // nothing is
     SCOPED_TRACE(step);
     const Case used = MakeCase();
     const auto remove = [](const Case& each) {
@@ -307,7 +309,7 @@ TEST_P(PlanCrashTest, ADeletionOfTheCopyThatWasKilledIsFinishedByTheNextCreation
 TEST_P(PlanCrashTest, APlanBeingMadeIsThereAsAWholeOrNotAtAll) {
   for (const std::string_view step :
        Steps{VrelDR::kCreateRecorded, VrelDR::kCreateCopied, VrelDR::kCreateRenamed,
-             VrelDR::kDemoteDone, VrelDR::kCreateWhole, VrelDR::kCreateDone}) {
+             VrelDR::kQuiesceDone, VrelDR::kCreateWhole, VrelDR::kCreateDone}) {
     SCOPED_TRACE(step);
     const std::string name = "new-" + std::string(step);
     MakeShare(name);

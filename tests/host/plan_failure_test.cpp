@@ -105,7 +105,7 @@ TEST_P(PlanFailureTest, ASwitchoverThatFailsLeavesTheSourceWorking) {
   Change("a", "more");
   const Tree tree = Bytes("a");
   for (const char* point :
-       {"demote@a", "take@a", "ship@a-dr", "ship.middle@a-dr", "promote@a-dr"}) {
+       {"quiesce@a", "take@a", "ship@a-dr", "ship.middle@a-dr", "promote@a-dr"}) {
     ExpectFails(PlanSwitchover(planId, {}, Stopping()), point);
     ExpectNormal(planId, VrelDR::kMainToDR, tree);
     ExpectFails(PlanSwitchover(planId, {}, {}), point);
@@ -121,13 +121,13 @@ TEST_P(PlanFailureTest, AFailoverThatFailsLeavesTheSourceWorking) {
   const Tree sent = Bytes("a");
   Change("a", "more");
   const Tree tree = Bytes("a");
-  for (const char* point : {"demote@a", "promote@a-dr"}) {
+  for (const char* point : {"quiesce@a", "promote@a-dr"}) {
     ExpectFails(PlanFailover(planId, Last(planId), {}), point);
     ExpectNormal(planId, VrelDR::kMainToDR, tree);
   }
   ExpectFails(PlanForcedFailover(planId, Last(planId), {}), "promote@a-dr");
   ExpectNormal(planId, VrelDR::kMainToDR, tree);
-  const Failing failing("demote@a");
+  const Failing failing("quiesce@a");
   ExpectRun(PlanForcedFailover(planId, Last(planId), {}));
   EXPECT_EQ(Bytes("a-dr"), sent);
   EXPECT_EQ(Plan(planId).GetStatus(), VrelDR::kPlanFailover);
@@ -140,7 +140,7 @@ TEST_P(PlanFailureTest, WhatFollowsAFailoverFailsWithoutChangingAnything) {
   Change("a", "more");
   const Tree unsent = Bytes("a");
   ExpectRun(PlanFailover(planId, Last(planId), {}));
-  for (const char* point : {"demote@a-dr", "promote@a"}) {
+  for (const char* point : {"quiesce@a-dr", "promote@a"}) {
     ExpectFails(DRSiteReprotect(Plan(planId), VrelDR::kOpFailover), point);
     ExpectFailedOver(planId, VrelDR::kMainToDR, sent);
   }
@@ -165,7 +165,7 @@ TEST_P(PlanFailureTest, ADeletionThatKeepsDataAndFailsLeavesThePlan) {
 TEST_P(PlanFailureTest, ACreationThatFailsLeavesNothing) {
   MakeShare("a");
   const Tree tree = Bytes("a");
-  for (const char* point : {"create@a-dr", "demote@a-dr"}) {
+  for (const char* point : {"create@a-dr", "quiesce@a-dr"}) {
     ExpectFails(Creation("a", "v2", ""), point);
     EXPECT_THAT(PlansOf("a"), SizeIs(0));
     EXPECT_FALSE(TargetOperation(2, "a-dr").IsExisted());

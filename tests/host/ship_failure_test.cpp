@@ -174,7 +174,7 @@ TEST_P(ShipFailureTest, EachCallFailsForTheTargetThatIsNamed) {
     TestWatcher watcher;
     return TryShip(a, "s1", "", b, watcher);
   });
-  expectFailure(VrelDR::kFailDemote, "replica", [&] { return b.engine->Demote(b.target); });
+  expectFailure(VrelDR::kFailQuiesce, "replica", [&] { return b.engine->Demote(b.target); });
   expectFailure(VrelDR::kFailPromote, "replica", [&] { return b.engine->Promote(b.target, "s1"); });
   expectFailure(VrelDR::kFailRemove, "replica", [&] { return b.engine->RemoveTarget(b.target); });
   expectFailure(VrelDR::kFailCreate, "replica",

@@ -23,7 +23,7 @@ bool IsLikely(const std::string& verb, const std::string& point) {
       {"restore", "snapshot restore, switchover, failover, unprotect"},
       {"ship", "sync, switchover, edit"},
       {"sync", "sync, switchover, edit"},
-      {"demote", "switchover, failover"},
+      {"quiesce", "switchover, failover"},
       {"promote", "switchover, failover, unprotect"},
       {"create", "target create, target import, snapshot clone, protect, edit"},
       {"forget", "target remove, unprotect, edit"},

@@ -31,12 +31,13 @@ Status CreateTarget(const TargetSpec& spec) {
   Host host;
   status = host.Open(Making::kWhenAbsent);
   if (!status.IsOk()) return status;
-  return CreateTarget(host, spec.target, spec.volume, [&spec](const StorageEngine& engine) {
-    if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
-      return Status{kErrBadArgument, "a lun needs an image file or a size; give one of them"};
-    }
-    return engine.CreateTarget(spec.target, {spec.size_bytes, spec.sources});
-  });
+  return CreateTarget(
+      host, spec.target, spec.volume, [&](const StorageEngine& engine, const TargetPlace& place) {
+        if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
+          return Status{kErrBadArgument, "a lun needs an image file or a size; give one of them"};
+        }
+        return engine.CreateTarget(place, {spec.size_bytes, spec.sources}, host.watcher);
+      });
 }
 
 // Whether the target may be removed: its volume can be reached and written, and no snapshots are in
@@ -44,10 +45,11 @@ Status CreateTarget(const TargetSpec& spec) {
 Status CheckRemovable(const HostTarget& opened, bool withSnapshots) {
   bool found = false;
   std::vector<Operation::Snapshot> snapshots;
-  Status status = opened.GetEngine().FindTarget(opened.GetTarget(), found);
-  if (status.IsOk()) status = opened.GetEngine().CheckWritable();
+  Status status = opened.GetEngine().FindTarget(opened.GetPlace(), found, opened.GetWatcher());
+  if (status.IsOk()) status = opened.GetEngine().CheckWritable(opened.GetWatcher());
   if (status.IsOk()) {
-    status = opened.GetEngine().CheckPlace(opened.GetTarget(), PlaceUse::kRemoval);
+    status =
+        opened.GetEngine().CheckPlace(opened.GetPlace(), PlaceUse::kRemoval, opened.GetWatcher());
   }
   status = InContext(opened.Cannot("remove"), status);
   if (status.IsOk()) status = opened.ListSnapshots(snapshots);
@@ -95,9 +97,9 @@ TargetEntry Describe(Host& host, const TargetRow& row) {
   HostTarget opened(host);
   Status status = opened.Adopt(row);
   if (status.IsOk()) {
-    entry.path = opened.GetEngine().GetTargetPath(row.target);
+    entry.path = opened.GetEngine().GetTargetPath(PlaceOf(row));
     status = InContext(opened.Cannot("look at"),
-                       opened.GetEngine().FindTarget(row.target, entry.is_existed));
+                       opened.GetEngine().FindTarget(PlaceOf(row), entry.is_existed, host.watcher));
   }
   std::vector<Operation::Snapshot> snapshots;
   if (status.IsOk()) status = opened.ListSnapshots(snapshots);
@@ -170,7 +172,8 @@ bool TargetManager::CheckPlace(const std::string& targetId, PlaceUse use) const 
                              : use == PlaceUse::kReplacement ? "restore"
                              : use == PlaceUse::kRemoval     ? "remove"
                                                              : "make unwritable";
-    return InContext(opened.Cannot(what), opened.GetEngine().CheckPlace(opened.GetTarget(), use));
+    return InContext(opened.Cannot(what),
+                     opened.GetEngine().CheckPlace(opened.GetPlace(), use, host.watcher));
   });
 }
 
@@ -179,7 +182,8 @@ bool TargetManager::FindMounts(const std::string& targetId, std::vector<std::str
     Host host;
     HostTarget opened(host);
     Status status = opened.OpenToRead(targetId);
-    return status.IsOk() ? opened.GetEngine().FindMounts(opened.GetTarget(), paths) : status;
+    return status.IsOk() ? opened.GetEngine().FindLeftOut(opened.GetPlace(), paths, host.watcher)
+                         : status;
   });
 }
 

@@ -54,9 +54,9 @@ Status Restore(const Target& target, const std::string& snapId) {
   }
   if (!status.IsOk()) return status;
   status = InContext(opened.Cannot("restore"),
-                     opened.GetEngine().RestoreSnapshot(opened.GetTarget(), snapId));
+                     opened.GetEngine().RestoreSnapshot(opened.GetPlace(), snapId, host.watcher));
   // What cannot be cleaned up now goes with the next change of the target.
-  if (!status.IsOk()) (void)opened.GetEngine().CleanUp(opened.GetTarget());
+  if (!status.IsOk()) (void)opened.GetEngine().CleanUp(opened.GetPlace(), host.watcher);
   return status;
 }
 
@@ -72,11 +72,12 @@ Status Clone(const Target& target, const std::string& snapId, const std::string&
   if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
   if (!status.IsOk()) return status;
   const Target clone(uuid, opened.GetTarget().GetType());
-  return InContext(
-      opened.Cannot("clone a snapshot of"),
-      CreateTarget(host, clone, opened.GetRow().volume, [&](const StorageEngine& engine) {
-        return engine.CloneSnapshot(opened.GetTarget(), snapId, clone);
-      }));
+  return InContext(opened.Cannot("clone a snapshot of"),
+                   CreateTarget(host, clone, opened.GetRow().volume,
+                                [&](const StorageEngine& engine, const TargetPlace& place) {
+                                  return engine.CloneSnapshot(opened.GetPlace(), snapId, place,
+                                                              host.watcher);
+                                }));
 }
 
 Status List(const Target& target, std::vector<Snapshot>& snapshots) {

@@ -14,9 +14,9 @@ VolumeInfo Describe(Host& host, Volume& volume) {
   VolumeInfo info;
   info.name = volume.name;
   info.engine = volume.engine_name;
-  info.where = volume.engine->GetWhere();
+  info.where = volume.where;
   VolumeDescription description;
-  Status status = volume.engine->Describe(description);
+  Status status = host.EngineOf(volume).Describe(description, host.watcher);
   if (status.IsOk() && host.store) status = AdmitVolume(host, volume);
   info.method = description.method;
   info.is_atomic = description.is_atomic;
@@ -29,7 +29,7 @@ VolumeInfo Describe(Host& host, Volume& volume) {
 
 // What of the recorded targets is there. `engine` expects nothing of the volume; one that cannot be
 // looked into has nothing.
-Status FindRecorded(const Host& host, const Volume& volume, const StorageEngine& engine,
+Status FindRecorded(Host& host, const Volume& volume, const StorageEngine& engine,
                     std::vector<RecordedTarget>& targets) {
   std::vector<TargetRow> rows;
   Status status = host.store->ListTargets(rows);
@@ -41,8 +41,8 @@ Status FindRecorded(const Host& host, const Volume& volume, const StorageEngine&
     target.target_id = row.target.GetId();
     if (status.IsOk()) status = host.store->ListSnapshots(target.target_id, recorded);
     if (!status.IsOk()) return status;
-    (void)engine.FindTarget(row.target, target.is_existed);
-    (void)engine.ListSnapshots(row.target, existing);
+    (void)engine.FindTarget(PlaceOf(row), target.is_existed, host.watcher);
+    (void)engine.ListSnapshots(PlaceOf(row), existing, host.watcher);
     for (const SnapshotRow& each : recorded) {
       if (each.state != RecordState::kWhole) continue;
       const std::string& id = each.snapshot.snap_id;
@@ -53,15 +53,6 @@ Status FindRecorded(const Host& host, const Volume& volume, const StorageEngine&
   return status;
 }
 
-// An engine of the volume that expects nothing of it.
-Status OpenAsItIs(const Host& host, const std::string& name,
-                  std::unique_ptr<StorageEngine>& engine) {
-  for (const VrelHost::VolumeConfig& each : host.config.volumes) {
-    if (each.name == name) return MakeEngine(each, engine);
-  }
-  return {};
-}
-
 struct Sighted {
   Volume* volume = nullptr;
   VolumeSight sight;
@@ -70,12 +61,13 @@ struct Sighted {
 
 Status Examine(Host& host, const std::string& name, Sighted& seen, VolumeExamination& found) {
   Status status = host.FindVolume(name, seen.volume);
-  if (status.IsOk()) status = OpenAsItIs(host, name, seen.engine);
-  if (status.IsOk()) status = seen.engine->Look(seen.sight);
   if (!status.IsOk()) return status;
-  found.where = seen.engine->GetWhere();
+  seen.engine = host.MakeEngine(*seen.volume);
+  status = seen.engine->Look(seen.sight, host.watcher);
+  if (!status.IsOk()) return status;
+  found.where = seen.volume->where;
   if (!seen.volume->row.id.empty()) {
-    status = seen.volume->engine->CheckWritable();
+    status = host.EngineOf(*seen.volume).CheckWritable(host.watcher);
     found.is_initialised = status.IsOk();
     found.needs_adoption = status.code == kErrVolumeMissing;
     found.why = status.message;
@@ -93,12 +85,13 @@ Status Examine(Host& host, const std::string& name, Sighted& seen, VolumeExamina
 // kErrExists when another volume of the configuration shows the identity that this one has.
 Status CheckNotShared(Host& host, const Sighted& seen) {
   if (!seen.sight.identity) return {};
-  for (const Volume& each : host.volumes) {
+  for (Volume& each : host.volumes) {
     VolumeSight other;
-    if (each.name == seen.volume->name || !each.engine->Look(other).IsOk()) continue;
+    if (each.name == seen.volume->name || !host.EngineOf(each).Look(other, host.watcher).IsOk())
+      continue;
     if (!other.identity || other.identity->id != seen.sight.identity->id) continue;
-    return {kErrExists, Quoted(seen.engine->GetWhere()) + " has the identity of volume " +
-                            Quoted(each.name) + ", which is at " + Quoted(each.engine->GetWhere()) +
+    return {kErrExists, Quoted(seen.volume->where) + " has the identity of volume " +
+                            Quoted(each.name) + ", which is at " + Quoted(each.where) +
                             " now; unmount or remove one of them"};
   }
   return {};

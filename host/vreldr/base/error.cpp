@@ -30,6 +30,8 @@ std::string DRErrRecorder::GetErrCodeStr(int code) const {
       return "held by a lock or by a plan";
     case kErrUnsupported:
       return "not supported";
+    case kErrUnreachable:
+      return "the volume does not answer";
     case kErrPlanMissing:
       return "the plan does not exist";
     case kErrPlanState:

@@ -29,9 +29,21 @@ Status Copy(HostPlan& plan, const std::string& targetId) {
   HostTarget target(plan.GetHost());
   Status status = target.OpenToRead(targetId);
   if (status.IsOk()) {
-    status = InContext(target.Cannot("change"), target.GetEngine().CheckWritable());
+    status =
+        InContext(target.Cannot("change"), target.GetEngine().CheckWritable(target.GetWatcher()));
   }
   return InContext(SideOf(plan.Get(), targetId), status);
+}
+
+// The source's bytes can be replicated to where the replica is, or the other way round.
+Status Linked(HostPlan& plan, const std::string& fromId, const std::string& toId) {
+  HostTarget from(plan.GetHost());
+  HostTarget to(plan.GetHost());
+  std::unique_ptr<Link> link;
+  Status status = from.OpenToRead(fromId);
+  if (status.IsOk()) status = to.OpenToRead(toId);
+  if (status.IsOk()) status = FindLink(from, to, link);
+  return status.IsOk() ? link->Check(from.GetPlace(), from.GetWatcher()) : status;
 }
 
 // What is to be done to a copy's place can be done to it.
@@ -39,8 +51,8 @@ Status Place(HostPlan& plan, const std::string& targetId, PlaceUse use) {
   HostTarget target(plan.GetHost());
   Status status = target.OpenToRead(targetId);
   if (status.IsOk()) {
-    status =
-        InContext(target.Cannot("change"), target.GetEngine().CheckPlace(target.GetTarget(), use));
+    status = InContext(target.Cannot("change"),
+                       target.GetEngine().CheckPlace(target.GetPlace(), use, target.GetWatcher()));
   }
   return InContext(SideOf(plan.Get(), targetId), status);
 }
@@ -144,6 +156,9 @@ Status Sync(HostPlan& plan) {
     status = Works(plan.GetStore(), plan.Get(), plan.Get().GetSourceTargetId());
   }
   if (status.IsOk()) status = BothCopies(plan);
+  if (status.IsOk()) {
+    status = Linked(plan, plan.Get().GetSourceTargetId(), plan.Get().GetReplicaTargetId());
+  }
   return status.IsOk() ? Place(plan, plan.Get().GetSourceTargetId(), PlaceUse::kSnapshot) : status;
 }
 
@@ -200,6 +215,9 @@ Status Reprotect(HostPlan& plan, const std::string& siteId) {
   }
   Status status = FailedOver(record);
   if (status.IsOk()) status = BothCopies(plan);
+  if (status.IsOk()) {
+    status = Linked(plan, record.GetReplicaTargetId(), record.GetSourceTargetId());
+  }
   return status.IsOk() ? Place(plan, record.GetSourceTargetId(), PlaceUse::kSnapshot) : status;
 }
 

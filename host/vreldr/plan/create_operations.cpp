@@ -15,18 +15,34 @@ std::string CannotProtect(const DRPlan& plan, const std::string& volume) {
          " with its DR copy on volume " + Quoted(volume);
 }
 
+// Makes the bytes of the copy, a replica from the beginning, and a pair of it and its source.
+Status MakeReplica(const StorageEngine& engine, const Link& link, const TargetPlace& source,
+                   const TargetPlace& copy, Watcher& watcher) {
+  Status status = engine.CreateTarget(copy, TargetContent(), watcher);
+  if (!status.IsOk()) return status;
+  status = engine.Quiesce(copy, watcher);
+  if (status.IsOk()) status = engine.Demote(copy, watcher);
+  if (status.IsOk()) status = link.Attach(source, copy, watcher);
+  if (!status.IsOk()) {
+    (void)link.Detach(source, copy, watcher);
+    (void)engine.RemoveTarget(copy, watcher);
+  }
+  return status;
+}
+
 // Makes the copy and the plan, under the name if it is free.
-Status MakeCopy(Host& host, DRPlan plan, const Target& copy, const std::string& volume) {
+Status MakeCopy(const HostTarget& source, DRPlan plan, const Target& copy,
+                const std::string& volume) {
+  Host& host = source.GetHost();
   plan.SetPlanId(VrelDRCore::GenerateUUID());
   plan.SetDRTargetId(copy.GetId());
   plan.SetStatus(kPlanNormal);
   plan.SetDirection(kMainToDR);
-  const auto makeBytes = [&copy](const StorageEngine& engine) {
-    Status status = engine.CreateTarget(copy, TargetContent());
-    if (!status.IsOk()) return status;
-    status = engine.Demote(copy);
-    if (!status.IsOk()) (void)engine.RemoveTarget(copy);
-    return status;
+  std::unique_ptr<Link> link;
+  Status status = host.FindLink(source.GetRow().volume, volume, link);
+  if (!status.IsOk()) return status;
+  const auto makeBytes = [&](const StorageEngine& engine, const TargetPlace& place) {
+    return MakeReplica(engine, *link, source.GetPlace(), place, host.watcher);
   };
   return CreateTarget(host, copy, volume, makeBytes, &plan);
 }
@@ -55,11 +71,14 @@ Status CheckCreation(Host& host, const HostTarget& target, const std::string& vo
                                  "; choose a name of 1 to 200 bytes, none of them \"/\" or a "
                                  "control character, that does not begin with \".\""};
   }
-  status = engine->CheckWritable();
+  std::unique_ptr<Link> link;
+  status = host.FindLink(target.GetRow().volume, volume, link);
+  if (status.IsOk()) status = link->Check(target.GetPlace(), host.watcher);
+  if (status.IsOk()) status = engine->CheckWritable(host.watcher);
   return status.IsOk() && !copyId.empty() ? CheckNameFree(host, copyId) : status;
 }
 
-Status MakeNamedCopy(Host& host, const DRPlan& plan, int type, const std::string& volume) {
+Status MakeNamedCopy(const HostTarget& source, const DRPlan& plan, const std::string& volume) {
   constexpr int kMostNames = 1000;
   const std::string name = plan.GetProtectedTargetId() + "-dr";
   Status status;
@@ -69,7 +88,7 @@ Status MakeNamedCopy(Host& host, const DRPlan& plan, int type, const std::string
       return {kErrBadArgument, "the DR copy cannot be called " + Quoted(tried) +
                                    ", which is too long; choose its name"};
     }
-    status = MakeCopy(host, plan, Target(tried, type), volume);
+    status = MakeCopy(source, plan, Target(tried, source.GetTarget().GetType()), volume);
     if (status.code != kErrExists) break;
   }
   return status;
@@ -83,9 +102,8 @@ Status CreateLocal(const DRPlan& plan, const std::string& volume, const std::str
   Status status = checkOnly ? target.OpenToRead(id) : target.OpenToWrite(id);
   if (status.IsOk()) status = CheckCreation(host, target, volume, copyId);
   if (!status.IsOk() || checkOnly) return status;
-  const int type = target.GetTarget().GetType();
-  return copyId.empty() ? MakeNamedCopy(host, plan, type, volume)
-                        : MakeCopy(host, plan, Target(copyId, type), volume);
+  if (copyId.empty()) return MakeNamedCopy(target, plan, volume);
+  return MakeCopy(target, plan, Target(copyId, target.GetTarget().GetType()), volume);
 }
 
 }  // namespace

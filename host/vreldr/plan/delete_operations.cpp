@@ -15,6 +15,7 @@ namespace {
 Status DeleteWithData(HostPlan& plan) {
   HostTarget replica(plan.GetHost());
   Status status = plan.OpenToWrite(plan.Get().GetReplicaTargetId(), replica);
+  if (status.IsOk()) status = plan.Detach();
   if (status.IsOk()) status = plan.BeginRemoval(replica.GetTarget().GetId());
   if (!status.IsOk()) return status;
   KillPoint(kPlanDeleteMarked);
@@ -32,13 +33,17 @@ Status DeleteKeepingData(HostPlan& plan) {
   ArrivedSnapshots arrived;
   Status status;
   if (!failedOver) status = plan.LookAtArrived(arrived);
-  if (status.IsOk()) status = plan.MakeWritable(copyId, arrived.newest.snap_id);
-  if (status.code == kErrVolumeMissing || status.code == kErrTargetMissing) status = {};
+  if (status.IsOk()) {
+    // Forced: the other copy goes on working, and the two are a pair no more.
+    status = plan.Promote(copyId, arrived.newest.snap_id, Manner::kForced);
+  }
+  if (IsOutOfReach(status) || status.code == kErrTargetMissing) status = {};
   KillPoint(kPlanDeletePromoted);
+  if (status.IsOk()) status = plan.Detach();
   if (status.IsOk()) status = plan.Remove();
   if (!status.IsOk()) return status;
   HostTarget copy(plan.GetHost());
-  if (copy.OpenToWrite(copyId).IsOk()) (void)copy.GetEngine().DropShipments(copy.GetTarget(), {});
+  if (copy.OpenToWrite(copyId).IsOk()) (void)plan.DropShipments(copy, {});
   return {};
 }
 

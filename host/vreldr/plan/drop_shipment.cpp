@@ -14,8 +14,7 @@ Status HostPlan::DropShipment(std::string& snapId) {
     HostTarget replica(host_);
     Status status = OpenToWrite(Get().GetReplicaTargetId(), replica);
     if (status.IsOk()) {
-      status = InContext(replica.Cannot("drop what is on its way to"),
-                         replica.GetEngine().DropShipments(replica.GetTarget(), {}));
+      status = InContext(replica.Cannot("drop what is on its way to"), DropShipments(replica, {}));
     }
     if (!status.IsOk()) return status;
   }

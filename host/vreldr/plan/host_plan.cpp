@@ -20,12 +20,6 @@ using Operation::Snapshot;
 
 constexpr std::chrono::seconds kPatience(5);
 
-class Unwatched : public Watcher {
- public:
-  void Tell(std::uint64_t /*done*/, std::uint64_t /*total*/, std::uint64_t /*sent*/) override {}
-  bool GoesOn() override { return true; }
-};
-
 // Whether the operation changes which copy can be written.
 bool ChangesRoles(DRPlanOPStatus op) {
   return op == kOpSwitchover || op == kOpFailover || op == kOpPromote || op == kOpReprotect ||
@@ -193,33 +187,82 @@ Status HostPlan::ListHeld(std::vector<std::string>& snapIds) const {
   return status;
 }
 
-Status HostPlan::MakeWritable(const std::string& targetId, const std::string& snapId) {
+Status HostPlan::Quiesce(const std::string& targetId) {
+  HostTarget target(host_);
+  Status status = OpenToWrite(targetId, target);
+  if (!status.IsOk()) return status;
+  return InContext(target.Cannot("make unwritable"),
+                   target.GetEngine().Quiesce(target.GetPlace(), host_.watcher));
+}
+
+Status HostPlan::Demote(const std::string& targetId) {
+  Status status = Quiesce(targetId);
+  HostTarget target(host_);
+  if (status.IsOk()) status = OpenToWrite(targetId, target);
+  if (!status.IsOk()) return status;
+  return InContext(target.Cannot("make a replica of"),
+                   target.GetEngine().Demote(target.GetPlace(), host_.watcher));
+}
+
+Status HostPlan::Promote(const std::string& targetId, const std::string& snapId, Manner manner) {
   HostTarget target(host_);
   Status status = OpenToWrite(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make writable"),
-                   target.GetEngine().Promote(target.GetTarget(), snapId));
+                   target.GetEngine().Promote(target.GetPlace(), snapId, manner, host_.watcher));
 }
 
-Status HostPlan::MakeUnwritable(const std::string& targetId) {
-  HostTarget target(host_);
-  Status status = OpenToWrite(targetId, target);
+Status HostPlan::OpenPair(Pair& pair) const {
+  std::optional<TargetRow> source;
+  std::optional<TargetRow> replica;
+  Status status = GetStore().GetTarget(Get().GetSourceTargetId(), source);
+  if (status.IsOk()) status = GetStore().GetTarget(Get().GetReplicaTargetId(), replica);
   if (!status.IsOk()) return status;
-  return InContext(target.Cannot("make unwritable"), target.GetEngine().Demote(target.GetTarget()));
+  if (!source) return NoSuchTarget(Get().GetSourceTargetId());
+  if (!replica) return NoSuchTarget(Get().GetReplicaTargetId());
+  pair.source = PlaceOf(*source);
+  pair.replica = PlaceOf(*replica);
+  return host_.FindLink(source->volume, replica->volume, pair.link);
+}
+
+Status HostPlan::Detach() {
+  Pair pair;
+  Status status = OpenPair(pair);
+  if (status.IsOk()) status = pair.link->Detach(pair.source, pair.replica, host_.watcher);
+  return IsOutOfReach(status) ? Status() : status;
+}
+
+Status HostPlan::DropShipments(const HostTarget& replica, const std::string& keepSnapId) {
+  Pair pair;
+  Status status = OpenPair(pair);
+  if (!status.IsOk()) return status;
+  return pair.link->Drop(replica.GetPlace(), keepSnapId, host_.watcher);
 }
 
 Status HostPlan::SetRight() {
   const std::string working = Get().GetWorkingTargetId();
   const std::string other =
       working == Get().GetSourceTargetId() ? Get().GetReplicaTargetId() : Get().GetSourceTargetId();
-  Status status = MakeWritable(working, {});
-  const Status unwritable = MakeUnwritable(other);
-  if (status.IsOk()) status = unwritable;
+  Status status;
+  if (journal_.op == kOpDelete) status = Attach();
+  // Unwritable first. One that is known not to be there is written by nobody; of one that could not
+  // be asked nobody knows.
+  const Status quiet = Demote(other);
+  if (status.IsOk()) status = quiet;
+  if (quiet.code == kErrUnreachable) return status;
+  const Status writable = Promote(working, {}, Manner::kOrderly);
+  if (!writable.IsOk()) status = writable;
   if (!status.IsOk() || journal_.snap_id.empty()) return status;
   HostTarget target(host_);
   status = OpenToWrite(other, target);
   if (status.IsOk()) status = DeleteSnapshotOf(target, journal_.snap_id);
   return status.code == kErrSnapshotMissing ? Status() : status;
+}
+
+Status HostPlan::Attach() {
+  Pair pair;
+  Status status = OpenPair(pair);
+  return status.IsOk() ? pair.link->Attach(pair.source, pair.replica, host_.watcher) : status;
 }
 
 Status HostPlan::FindArrived(Snapshot& snapshot) {
@@ -229,7 +272,9 @@ Status HostPlan::FindArrived(Snapshot& snapshot) {
   std::vector<SnapshotRow> recorded;
   std::vector<SnapshotRow> sent;
   Status status = replica.OpenToRead(Get().GetReplicaTargetId());
-  if (status.IsOk()) status = replica.GetEngine().ListSnapshots(replica.GetTarget(), existing);
+  if (status.IsOk()) {
+    status = replica.GetEngine().ListSnapshots(replica.GetPlace(), existing, host_.watcher);
+  }
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), recorded);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
   if (!status.IsOk() || existing.count(row_.hand_snap_id) == 0 ||
@@ -251,9 +296,12 @@ Status HostPlan::AdoptArrived() {
   status = OpenToWrite(Get().GetReplicaTargetId(), replica);
   if (status.IsOk() && source.OpenToRead(Get().GetSourceTargetId()).IsOk()) {
     // Finds all of it there, and does what a crash may have left to be done after that.
-    Unwatched unwatched;
-    status = source.GetEngine().Ship(source.GetTarget(), arrived.snap_id, {}, replica.GetEngine(),
-                                     replica.GetTarget(), unwatched);
+    std::unique_ptr<Link> link;
+    status = FindLink(source, replica, link);
+    if (status.IsOk()) {
+      status =
+          link->Ship(source.GetPlace(), arrived.snap_id, {}, replica.GetPlace(), host_.watcher);
+    }
   }
   if (status.IsOk()) status = IsNewest(*this, replica, arrived, newest);
   if (status.IsOk()) status = GetStore().AddArrived(replica.GetRow(), arrived, Get(), newest);

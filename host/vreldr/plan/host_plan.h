@@ -42,7 +42,7 @@ class HostPlan {
   Status Report(const SyncRow& sync, int progress);
   bool IsStopAsked() const;
 
-  Host& GetHost() { return host_; }
+  Host& GetHost() const { return host_; }
   const Store& GetStore() const { return *host_.store; }
   PlanStore Records() const { return host_.store->Plans(); }
   const PlanRow& GetRow() const { return row_; }
@@ -53,9 +53,24 @@ class HostPlan {
   // Opens one of the plan's targets to change it. Somebody who works on it is waited for a few
   // seconds.
   Status OpenToWrite(const std::string& targetId, HostTarget& target) const;
-  // Makes a copy writable with a snapshot's bytes, or with those it has when `snapId` is empty.
-  Status MakeWritable(const std::string& targetId, const std::string& snapId);
-  Status MakeUnwritable(const std::string& targetId);
+  // Nobody writes a copy from now on; it still is what it was.
+  Status Quiesce(const std::string& targetId);
+  // The same, and it gives up its part.
+  Status Demote(const std::string& targetId);
+  // Lets a copy work with a snapshot's bytes, or with those it has when `snapId` is empty.
+  Status Promote(const std::string& targetId, const std::string& snapId, Manner manner);
+
+  // What links the plan's copies, by the direction that its record has. Neither is reached.
+  struct Pair {
+    TargetPlace source, replica;
+    std::unique_ptr<Link> link;
+  };
+  Status OpenPair(Pair& pair) const;
+  // The copies are no pair any more, as far as they can be reached.
+  Status Detach();
+  // Removes what is on its way to the replica, which was opened to be changed, but not what belongs
+  // to `keepSnapId`, which may be empty.
+  Status DropShipments(const HostTarget& replica, const std::string& keepSnapId);
   // The snapshots that the plan holds on its replica: what it holds on the source alone has not
   // arrived yet. In the order in which it came to hold them.
   Status ListHeld(std::vector<std::string>& snapIds) const;
@@ -76,6 +91,8 @@ class HostPlan {
   // Makes the copies what the plan's record says: the one that works writable, the other one not,
   // and deletes the operation's snapshot of that one.
   Status SetRight();
+  // Makes the copies a pair again.
+  Status Attach();
   // The snapshot that the plan holds on its replica; an empty one when there is none. Only its
   // identifier is known when neither side has a record of it.
   Status FindRecorded(Operation::Snapshot& recorded) const;
@@ -83,7 +100,7 @@ class HostPlan {
   Status FindArrived(Operation::Snapshot& snapshot);
   Status AdoptArrived();
 
-  Host host_;
+  mutable Host host_;  // what it knows of volumes grows with use
   PlanRow row_;
   PlanLock lock_;
   JournalRow journal_;

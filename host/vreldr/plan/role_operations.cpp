@@ -23,12 +23,15 @@ Status SwitchOver(HostPlan& plan, const DataSyncParam& param) {
   const std::string source = plan.Get().GetSourceTargetId();
   std::string snapId;
   Status status;
-  if (param.stop_source) status = plan.MakeUnwritable(source);
-  KillPoint(kSwitchoverDemoted);
+  if (param.stop_source) status = plan.Quiesce(source);
+  KillPoint(kSwitchoverQuiet);
   if (status.IsOk()) status = PlanSyncer(plan, param, kShareOfSync).Run(snapId);
   KillPoint(kSwitchoverSynced);
-  if (status.IsOk() && !param.stop_source) status = plan.MakeUnwritable(source);
-  if (status.IsOk()) status = plan.MakeWritable(plan.Get().GetReplicaTargetId(), snapId);
+  if (status.IsOk()) status = plan.Demote(source);
+  KillPoint(kSwitchoverDemoted);
+  if (status.IsOk()) {
+    status = plan.Promote(plan.Get().GetReplicaTargetId(), snapId, Manner::kOrderly);
+  }
   KillPoint(kSwitchoverPromoted);
   if (!status.IsOk()) return status;
   PlanRow changed = plan.GetRow();
@@ -45,9 +48,9 @@ void DropShipments(HostPlan& plan, const PlanRow& before) {
   if (!before.hand_snap_id.empty()) {
     (void)plan.Records().DropHand(before.plan, before.hand_snap_id);
   }
-  HostTarget target(plan.GetHost());
-  if (plan.OpenToWrite(before.plan.GetReplicaTargetId(), target).IsOk()) {
-    (void)target.GetEngine().DropShipments(target.GetTarget(), {});
+  HostTarget replica(plan.GetHost());
+  if (plan.OpenToWrite(before.plan.GetReplicaTargetId(), replica).IsOk()) {
+    (void)plan.DropShipments(replica, {});
   }
 }
 
@@ -59,17 +62,17 @@ Status CommitFailover(HostPlan& plan, PlanRow changed) {
   return status;
 }
 
-// The replica takes over at the snapshot. Without `isForced` the source has to be made unwritable.
-Status FailOver(HostPlan& plan, const std::string& snapId, bool isForced) {
+// The replica takes over at the snapshot. In an orderly way the source has to give up its part.
+Status FailOver(HostPlan& plan, const std::string& snapId, Manner manner) {
   // Without a snapshot the replica would work with whatever bytes it has.
   if (snapId.empty()) {
     return {kErrSnapshotMissing, "no snapshot that has arrived is recorded; run it again"};
   }
   const PlanRow before = plan.GetRow();
-  Status status = plan.MakeUnwritable(before.plan.GetSourceTargetId());
-  if (isForced) status = {};
+  Status status = plan.Demote(before.plan.GetSourceTargetId());
+  if (manner == Manner::kForced) status = {};
   KillPoint(kFailoverDemoted);
-  if (status.IsOk()) status = plan.MakeWritable(before.plan.GetReplicaTargetId(), snapId);
+  if (status.IsOk()) status = plan.Promote(before.plan.GetReplicaTargetId(), snapId, manner);
   KillPoint(kFailoverPromoted);
   if (status.IsOk()) status = CommitFailover(plan, before);
   if (status.IsOk()) DropShipments(plan, before);
@@ -77,7 +80,7 @@ Status FailOver(HostPlan& plan, const std::string& snapId, bool isForced) {
 }
 
 Status FailOverForced(HostPlan& plan, const std::string& snapId) {
-  if (!Check::GoesBack(plan)) return FailOver(plan, snapId, true);
+  if (!Check::GoesBack(plan)) return FailOver(plan, snapId, Manner::kForced);
   PlanRow changed = plan.GetRow();
   changed.plan.SetDirection(Turned(changed.plan.GetDirection()));
   return CommitFailover(plan, changed);
@@ -85,14 +88,17 @@ Status FailOverForced(HostPlan& plan, const std::string& snapId) {
 
 Status Reprotect(HostPlan& plan, const std::string& snapId) {
   const DRPlan before = plan.Get();
-  Status status = plan.MakeUnwritable(before.GetSourceTargetId());
-  if (!status.IsOk()) return status;
+  Status status;
   {
     HostTarget target(plan.GetHost());
     SnapshotOrder order;
     order.snap_id = snapId;
     order.meta.description = SnapshotHistory::kBeforeReprotect;
     order.meta.taken_by = GetRetentionLocker(before.GetPlanId());
+    order.make = [&plan](const StorageEngine& engine, const TargetPlace& place,
+                         const std::string& keptId) {
+      return engine.Rejoin(place, keptId, plan.GetHost().watcher);
+    };
     Snapshot taken;
     status = plan.OpenToWrite(before.GetSourceTargetId(), target);
     if (status.IsOk()) status = TakeSnapshotOf(target, order, taken);
@@ -110,9 +116,11 @@ Status Reprotect(HostPlan& plan, const std::string& snapId) {
 
 Status Revert(HostPlan& plan) {
   PlanRow changed = plan.GetRow();
-  Status status = plan.MakeUnwritable(changed.plan.GetReplicaTargetId());
+  Status status = plan.Demote(changed.plan.GetReplicaTargetId());
   KillPoint(kRevertDemoted);
-  if (status.IsOk()) status = plan.MakeWritable(changed.plan.GetSourceTargetId(), {});
+  if (status.IsOk()) {
+    status = plan.Promote(changed.plan.GetSourceTargetId(), {}, Manner::kOrderly);
+  }
   KillPoint(kRevertPromoted);
   if (!status.IsOk()) return status;
   changed.plan.SetStatus(kPlanNormal);
@@ -150,7 +158,7 @@ bool PlanFailover::Run(bool checkOnly) {
     work.op = kOpFailover;
     work.what = "fail over";
     work.check = [&](HostPlan& plan) { return Check::Failover(plan, snap_id_); };
-    work.act = [&](HostPlan& plan) { return FailOver(plan, snap_id_, false); };
+    work.act = [&](HostPlan& plan) { return FailOver(plan, snap_id_, Manner::kOrderly); };
     return RunPlanWork(plan_id_, checkOnly, work);
   });
 }

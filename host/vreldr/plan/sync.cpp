@@ -188,15 +188,18 @@ Status PlanSyncer::Send(const std::string& snapId) {
   report_.snap_id = snapId;
   before_ = report_.record;
   // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
-  (void)replica.GetEngine().DropShipments(replica.GetTarget(), snapId);
+  (void)plan_.DropShipments(replica, snapId);
   const std::string base =
       param_.is_full ? std::string() : SnapshotHistory::NewestCommon(sent, arrived);
   const std::string cannot = source.Cannot("send a snapshot of") + " to target " +
                              Quoted(replica.GetTarget().GetId()) + " on volume " +
                              Quoted(replica.GetRow().volume);
-  status =
-      InContext(cannot, source.GetEngine().Ship(source.GetTarget(), snapId, base,
-                                                replica.GetEngine(), replica.GetTarget(), *this));
+  std::unique_ptr<Link> link;
+  status = FindLink(source, replica, link);
+  if (status.IsOk()) {
+    status = link->Ship(source.GetPlace(), snapId, base, replica.GetPlace(), *this);
+  }
+  status = InContext(cannot, status);
   KillPoint(kSyncShipped);
   if (status.code == kErrNoSpace) {
     CountNoRoom();

@@ -4,18 +4,19 @@
 #include <map>
 #include <set>
 
+#include "engine/tables.h"
 #include "target/volume_admission.h"
 
 namespace VrelDR {
-
-namespace {
 
 Status NoSuchTarget(const std::string& targetId) {
   return {kErrTargetMissing,
           "target " + Quoted(targetId) + " does not exist; correct the name or create it"};
 }
 
-}  // namespace
+bool IsOutOfReach(const Status& status) {
+  return status.code == kErrVolumeMissing || status.code == kErrUnreachable;
+}
 
 bool IsAllowedId(const std::string& id) {
   constexpr std::size_t kLongest = 200;
@@ -32,10 +33,13 @@ Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
   const std::string about = "configuration " + Quoted(config.file);
   std::map<std::string, std::string> places;
   for (const VrelHost::VolumeConfig& each : config.volumes) {
-    Volume volume{each.name, each.engine, nullptr};
-    Status status = MakeEngine(each, volume.engine);
+    Volume volume;
+    volume.name = each.name;
+    volume.engine_name = each.engine;
+    const EngineRow* row = nullptr;
+    Status status = FindEngineRow(each, config, row, volume.where);
     if (!status.IsOk()) return InContext(about, status);
-    const auto [place, isNew] = places.emplace(volume.engine->GetWhere(), each.name);
+    const auto [place, isNew] = places.emplace(volume.where, each.name);
     if (!isNew) {
       return {kErrConfig, about + ": volumes " + Quoted(place->second) + " and " +
                               Quoted(each.name) + " are both at " + Quoted(place->first) +
@@ -55,7 +59,7 @@ Status Host::OpenIfMade() {
   if (!status.IsOk() || !standing.is_there) return status;
   node_id = standing.node_id;
   status = Store::Open(config.state_dir, store);
-  if (status.IsOk()) status = ExpectIdentities();
+  if (status.IsOk()) status = ReadIdentities();
   if (!status.IsOk()) store.reset();
   return status;
 }
@@ -73,13 +77,12 @@ Status Host::Open(Making making) {
                          ", create the first target or run \"drgroupctl host init\""};
 }
 
-Status Host::ExpectIdentities() {
+Status Host::ReadIdentities() {
   std::vector<VolumeRow> rows;
   Status status = store->ListVolumes(rows);
   for (Volume& volume : volumes) {
     for (VolumeRow& row : rows) {
       if (row.name != volume.name) continue;
-      volume.engine->Expect(IdentityOf(row));
       volume.is_admitted = true;
       volume.row = std::move(row);
     }
@@ -98,12 +101,52 @@ Status Host::FindVolume(const std::string& name, Volume*& volume) {
   return {};
 }
 
+const VrelHost::VolumeConfig& Host::ConfigOf(const Volume& volume) const {
+  return *std::find_if(
+      config.volumes.begin(), config.volumes.end(),
+      [&](const VrelHost::VolumeConfig& each) { return each.name == volume.name; });
+}
+
+std::unique_ptr<StorageEngine> Host::MakeEngine(const Volume& volume) const {
+  const VrelHost::VolumeConfig& settings = ConfigOf(volume);
+  const EngineRow* row = nullptr;
+  std::string where;
+  (void)FindEngineRow(settings, config, row, where);  // was found good when the host was opened
+  return row->make(settings, config);
+}
+
+StorageEngine& Host::EngineOf(Volume& volume) {
+  if (!volume.engine) {
+    volume.engine = MakeEngine(volume);
+    if (!volume.row.id.empty()) volume.engine->Expect(IdentityOf(volume.row));
+  }
+  return *volume.engine;
+}
+
+LinkEnd Host::EndOf(const Volume& volume) const {
+  LinkEnd end{ConfigOf(volume), {}};
+  if (!volume.row.id.empty()) end.identity = IdentityOf(volume.row);
+  return end;
+}
+
+Status Host::FindLink(const std::string& from, const std::string& to, std::unique_ptr<Link>& link) {
+  Volume* source = nullptr;
+  Volume* replica = nullptr;
+  Status status = FindVolume(from, source);
+  if (status.IsOk()) status = FindVolume(to, replica);
+  return status.IsOk() ? MakeLink(EndOf(*source), EndOf(*replica), config, link) : status;
+}
+
 Status Host::FindEngine(const std::string& name, const StorageEngine*& engine) {
   Volume* volume = nullptr;
   Status status = FindVolume(name, volume);
   if (status.IsOk()) status = AdmitVolume(*this, *volume);
-  if (status.IsOk()) engine = volume->engine.get();
+  if (status.IsOk()) engine = &EngineOf(*volume);
   return status;
+}
+
+TargetPlace PlaceOf(const TargetRow& row) {
+  return {row.target.GetId(), row.target.GetType(), row.locator};
 }
 
 Status HostTarget::FindRow(const std::string& targetId) {
@@ -124,7 +167,7 @@ Status HostTarget::Adopt(const TargetRow& row) {
 
 Status HostTarget::FindBytes() const {
   bool found = false;
-  Status status = engine_->FindTarget(row_.target, found);
+  Status status = engine_->FindTarget(GetPlace(), found, GetWatcher());
   if (!status.IsOk()) return InContext(Cannot("look at"), status);
   if (found) return {};
   return {kErrTargetMissing, "the bytes of target " + Quoted(row_.target.GetId()) + " on volume " +
@@ -152,9 +195,9 @@ Status HostTarget::OpenToWrite(const std::string& targetId) {
   Status status = Claim(targetId);
   if (status.IsOk()) status = CheckWhole();
   if (status.IsOk()) status = FindBytes();
-  if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable());
+  if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable(GetWatcher()));
   if (!status.IsOk()) return status;
-  return InContext(Cannot("clean up"), CleanUpSnapshots(GetStore(), *engine_, row_.target));
+  return InContext(Cannot("clean up"), CleanUpSnapshots(*this));
 }
 
 Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const {
@@ -162,12 +205,13 @@ Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) co
   Status status = host_.store->ListSnapshots(row_.target.GetId(), rows);
   if (!status.IsOk() || rows.empty()) return status;
   std::set<std::string> existing;
-  status = engine_->ListSnapshots(row_.target, existing);
+  status = engine_->ListSnapshots(GetPlace(), existing, GetWatcher());
   if (!status.IsOk()) return InContext(Cannot("list the snapshots of"), status);
+  const TargetPlace place = GetPlace();
   for (SnapshotRow& each : rows) {
     Operation::Snapshot& snapshot = each.snapshot;
     if (each.state != RecordState::kWhole || existing.count(snapshot.snap_id) == 0) continue;
-    snapshot.path = engine_->GetSnapshotPath(row_.target, snapshot.snap_id);
+    snapshot.path = engine_->GetSnapshotPath(place, snapshot.snap_id);
     snapshots.push_back(std::move(snapshot));
   }
   std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
@@ -179,15 +223,22 @@ std::string HostTarget::Cannot(const std::string& what) const {
          Quoted(row_.volume);
 }
 
-Status CleanUpSnapshots(const Store& store, const StorageEngine& engine, const Target& target) {
+Status FindLink(const HostTarget& from, const HostTarget& to, std::unique_ptr<Link>& link) {
+  return from.GetHost().FindLink(from.GetRow().volume, to.GetRow().volume, link);
+}
+
+Status CleanUpSnapshots(const HostTarget& opened) {
+  const StorageEngine& engine = opened.GetEngine();
+  const TargetPlace place = opened.GetPlace();
   std::vector<SnapshotRow> rows;
-  Status status = store.ListSnapshots(target.GetId(), rows);
+  Status status = opened.GetStore().ListSnapshots(place.id, rows);
   for (const SnapshotRow& each : rows) {
     if (each.state == RecordState::kWhole) continue;
-    if (status.IsOk()) status = engine.RemoveSnapshot(target, each.snapshot.snap_id);
-    if (status.IsOk()) status = store.RemoveSnapshot(each.snapshot);
+    const std::string& snapId = each.snapshot.snap_id;
+    if (status.IsOk()) status = engine.RemoveSnapshot(place, snapId, opened.GetWatcher());
+    if (status.IsOk()) status = opened.GetStore().RemoveSnapshot(each.snapshot);
   }
-  return status.IsOk() ? engine.CleanUp(target) : status;
+  return status.IsOk() ? engine.CleanUp(place, opened.GetWatcher()) : status;
 }
 
 }  // namespace VrelDR

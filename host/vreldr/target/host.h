@@ -8,6 +8,7 @@
 #include "base/status.h"
 #include "config/config.h"
 #include "engine/engine.h"
+#include "engine/link.h"
 #include "foundation/foundation.h"
 #include "store/store.h"
 #include "target/target_lock.h"
@@ -15,16 +16,20 @@
 
 namespace VrelDR {
 
+// A volume of the configuration.
 struct Volume {
   std::string name;
   std::string engine_name;
-  std::unique_ptr<StorageEngine> engine;
+  std::string where;         // for people
   VolumeRow row = {};        // its recorded identity; empty while it has none
   bool is_admitted = false;  // may be used by this host; see AdmitVolume
+
+  // Its engine, which is made when it is first asked for and expects the recorded identity.
+  std::unique_ptr<StorageEngine> engine;
 };
 
-// Reads the configuration and makes the engines of its volumes. kErrConfig when anything is wrong
-// with it, also with one volume only.
+// Reads the configuration and what it says of volumes. kErrConfig when anything is wrong with it,
+// also with one volume only.
 Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes);
 
 using VrelHost::Making;
@@ -35,6 +40,8 @@ struct Host {
   std::string node_id;
   std::vector<Volume> volumes;
   std::optional<Store> store;
+  // Of calls that nobody else watches.
+  Watcher watcher;
 
   // kErrStore when there is no host, or a damaged one.
   Status Open(Making making = Making::kNever);
@@ -42,17 +49,35 @@ struct Host {
   Status OpenIfMade();
   // A volume of the configuration; kErrVolumeMissing when there is none of that name.
   Status FindVolume(const std::string& name, Volume*& volume);
+  // A volume's engine, whether or not it may be used; the host keeps it.
+  StorageEngine& EngineOf(Volume& volume);
+  // One that expects nothing of the volume.
+  std::unique_ptr<StorageEngine> MakeEngine(const Volume& volume) const;
   // The engine of a volume that may be used; the host keeps it. kErrVolumeMissing when the volume
   // is out of reach.
   Status FindEngine(const std::string& volume, const StorageEngine*& engine);
+  // The link from one volume to another, both of which need not be reached. kErrUnsupported when
+  // there is none.
+  Status FindLink(const std::string& from, const std::string& to, std::unique_ptr<Link>& link);
   // What is expected of a volume whose identity is recorded.
   VolumeIdentity IdentityOf(const VolumeRow& row) const {
     return {node_id, row.name, row.id, row.file_system};
   }
 
  private:
-  Status ExpectIdentities();
+  Status ReadIdentities();
+  const VrelHost::VolumeConfig& ConfigOf(const Volume& volume) const;
+  LinkEnd EndOf(const Volume& volume) const;
 };
+
+// Says that there is no such target.
+Status NoSuchTarget(const std::string& targetId);
+
+// Whether a volume is not there or does not answer, which says nothing of what is on it.
+bool IsOutOfReach(const Status& status);
+
+// The target as its engine knows it.
+TargetPlace PlaceOf(const TargetRow& row);
 
 // One target of the host for the time of one call.
 class HostTarget {
@@ -74,7 +99,11 @@ class HostTarget {
 
   const TargetRow& GetRow() const { return row_; }
   const Target& GetTarget() const { return row_.target; }
+  TargetPlace GetPlace() const { return PlaceOf(row_); }
   const StorageEngine& GetEngine() const { return *engine_; }
+  Host& GetHost() const { return host_; }
+  // For calls of the engine that nobody else watches.
+  Watcher& GetWatcher() const { return host_.watcher; }
   const Store& GetStore() const { return *host_.store; }
 
   // The snapshots that are recorded as whole and really there, oldest first.
@@ -94,11 +123,14 @@ class HostTarget {
   TargetLock lock_;
 };
 
+// The link from one target's volume to another's.
+Status FindLink(const HostTarget& from, const HostTarget& to, std::unique_ptr<Link>& link);
+
 // Whether an identifier may name a target or a snapshot: it becomes a name in a directory.
 bool IsAllowedId(const std::string& id);
 
 // Removes what a crash left of snapshots of the target that were being taken or deleted. The caller
 // has the target's lock.
-Status CleanUpSnapshots(const Store& store, const StorageEngine& engine, const Target& target);
+Status CleanUpSnapshots(const HostTarget& opened);
 
 }  // namespace VrelDR

@@ -41,7 +41,7 @@ Status CheckUnrecorded(const Host& host, const Target& target) {
 Status ForgetTarget(Host& host, const TargetRow& row) {
   const StorageEngine* engine = nullptr;
   Status status = host.FindEngine(row.volume, engine);
-  if (status.IsOk()) status = engine->RemoveTarget(row.target);
+  if (status.IsOk()) status = engine->RemoveTarget(PlaceOf(row), host.watcher);
   KillPoint(kForgetBytesGone);
   if (status.IsOk()) status = host.store->RemoveTarget(row.target.GetId());
   KillPoint(kForgetDone);
@@ -58,9 +58,10 @@ Status RemoveMarkedTarget(Host& host, const HostTarget& target) {
   return status;
 }
 
-Status CreateTarget(Host& host, const Target& target, const std::string& volume,
-                    const std::function<Status(const StorageEngine&)>& makeBytes,
-                    const DRPlan* plan) {
+Status CreateTarget(
+    Host& host, const Target& target, const std::string& volume,
+    const std::function<Status(const StorageEngine&, const TargetPlace&)>& makeBytes,
+    const DRPlan* plan) {
   const std::string cannot =
       "cannot create target " + Quoted(target.GetId()) + " on volume " + Quoted(volume);
   const StorageEngine* engine = nullptr;
@@ -74,21 +75,22 @@ Status CreateTarget(Host& host, const Target& target, const std::string& volume,
   status = InContext(cannot, lock.Acquire(host.config.state_dir, target.GetId()));
   if (status.IsOk()) status = CheckUnrecorded(host, target);
   if (status.IsOk()) status = InContext(cannot, InitialiseVolume(host, *place));
-  if (status.IsOk()) status = InContext(cannot, engine->PreparePlace(target));
-  if (!status.IsOk()) return status;
-
   TargetRow row;
   row.target = target;
   row.volume = volume;
-  row.locator = target.GetId();
+  if (status.IsOk()) {
+    status = InContext(cannot, engine->PreparePlace(target, row.locator, host.watcher));
+  }
+  if (!status.IsOk()) return status;
   status = host.store->AddTarget(row, plan);
   if (!status.IsOk()) return status;
   KillPoint(kCreateRecorded);
-  status = InContext(cannot, makeBytes(*engine));
+  status = InContext(cannot, makeBytes(*engine, PlaceOf(row)));
   KillPoint(kCreateWhole);
   if (!status.IsOk()) {
     // What cannot be cleaned up now goes with the next call.
-    if (engine->CleanUp(target).IsOk()) (void)host.store->RemoveTarget(target.GetId());
+    if (engine->CleanUp(PlaceOf(row), host.watcher).IsOk())
+      (void)host.store->RemoveTarget(target.GetId());
     return status;
   }
   status = host.store->FinishTarget(target.GetId());

@@ -10,9 +10,10 @@ namespace VrelDR {
 // Makes a target of the host with its record, whole or not at all: `makeBytes` has the volume's
 // engine make its bytes. A plan whose DR copy the target is comes with it. Creations and removals
 // that crashes interrupted are finished first.
-Status CreateTarget(Host& host, const Target& target, const std::string& volume,
-                    const std::function<Status(const StorageEngine&)>& makeBytes,
-                    const DRPlan* plan = nullptr);
+Status CreateTarget(
+    Host& host, const Target& target, const std::string& volume,
+    const std::function<Status(const StorageEngine&, const TargetPlace&)>& makeBytes,
+    const DRPlan* plan = nullptr);
 
 // Removes the target's bytes and records; the caller has its lock and has marked its record.
 Status ForgetTarget(Host& host, const TargetRow& row);

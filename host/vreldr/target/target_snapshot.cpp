@@ -32,8 +32,11 @@ Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order, Snap
   if (!status.IsOk()) return status;
   KillPoint(kTakeRecorded);
   const std::time_t begun = std::time(nullptr);
-  status = InContext(opened.Cannot("take a snapshot of"),
-                     opened.GetEngine().TakeSnapshot(target, snapshot.snap_id, order.watcher));
+  Watcher& watcher = order.watcher != nullptr ? *order.watcher : opened.GetWatcher();
+  const StorageEngine& engine = opened.GetEngine();
+  status = order.make ? order.make(engine, opened.GetPlace(), snapshot.snap_id)
+                      : engine.TakeSnapshot(opened.GetPlace(), snapshot.snap_id, watcher);
+  status = InContext(opened.Cannot("take a snapshot of"), status);
   KillPoint(kTakeWhole);
   if (status.IsOk()) {
     snapshot.create_time = NextTime(begun, std::max(opened.GetRow().last_snap_time, order.after));
@@ -41,7 +44,7 @@ Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order, Snap
   }
   if (!status.IsOk()) {
     // What cannot be cleaned up now is not listed, and goes with the next change of the target.
-    (void)CleanUpSnapshots(store, opened.GetEngine(), target);
+    (void)CleanUpSnapshots(opened);
     return status;
   }
   KillPoint(kTakeDone);
@@ -70,8 +73,9 @@ Status DeleteSnapshotOf(const HostTarget& opened, const std::string& snapId) {
   status = store.MarkSnapshotDeleting(found);
   if (!status.IsOk()) return status;
   KillPoint(kDeleteMarked);
-  status = InContext(opened.Cannot("delete a snapshot of"),
-                     opened.GetEngine().RemoveSnapshot(opened.GetTarget(), snapId));
+  status =
+      InContext(opened.Cannot("delete a snapshot of"),
+                opened.GetEngine().RemoveSnapshot(opened.GetPlace(), snapId, opened.GetWatcher()));
   KillPoint(kDeleteBytesGone);
   if (status.IsOk()) status = store.RemoveSnapshot(found);
   KillPoint(kDeleteDone);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "target/host.h"
@@ -13,7 +14,10 @@ struct SnapshotOrder {
   Operation::SnapshotMeta meta;
   std::uint32_t after = 0;       // its time is later than this one
   const DRPlan* plan = nullptr;  // in whose hand it then is
-  Watcher* watcher = nullptr;
+  Watcher* watcher = nullptr;    // may be null
+  // Makes the bytes when that is not done by taking a snapshot of a target that works.
+  std::function<Status(const StorageEngine&, const TargetPlace&, const std::string& snapId)> make =
+      {};
 };
 
 // Takes a snapshot of a target that was opened to be written, whole or not at all. Its identifier,

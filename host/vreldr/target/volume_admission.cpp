@@ -10,7 +10,7 @@ namespace VrelDR {
 namespace {
 
 // Of a volume without an identity: by what is recorded on it, and whether that is there.
-Status JudgeUnidentified(const Host& host, const Volume& volume, const VolumeSight& sight,
+Status JudgeUnidentified(Host& host, Volume& volume, const VolumeSight& sight,
                          Admission& admission) {
   std::vector<TargetRow> rows;
   Status status = host.store->ListTargets(rows);
@@ -30,7 +30,7 @@ Status JudgeUnidentified(const Host& host, const Volume& volume, const VolumeSig
   for (const TargetRow& each : rows) {
     if (each.state != RecordState::kWhole) continue;  // of which nothing need be there
     bool found = false;
-    status = volume.engine->FindTarget(each.target, found);
+    status = host.EngineOf(volume).FindTarget(PlaceOf(each), found, host.watcher);
     if (!status.IsOk()) return status;
     if (found) continue;
     admission.why = "lacks target " + Quoted(each.target.GetId()) + ", which is recorded on it";
@@ -42,8 +42,7 @@ Status JudgeUnidentified(const Host& host, const Volume& volume, const VolumeSig
 
 }  // namespace
 
-Status JudgeVolume(const Host& host, const Volume& volume, const VolumeSight& sight,
-                   Admission& admission) {
+Status JudgeVolume(Host& host, Volume& volume, const VolumeSight& sight, Admission& admission) {
   admission = {};
   if (!sight.has_identity) return JudgeUnidentified(host, volume, sight, admission);
   if (!sight.identity) {
@@ -63,8 +62,8 @@ Status JudgeVolume(const Host& host, const Volume& volume, const VolumeSight& si
 
 namespace {
 
-Status JudgeNow(const Host& host, const Volume& volume, VolumeSight& sight, Admission& admission) {
-  Status status = volume.engine->Look(sight);
+Status JudgeNow(Host& host, Volume& volume, VolumeSight& sight, Admission& admission) {
+  Status status = host.EngineOf(volume).Look(sight, host.watcher);
   return status.IsOk() ? JudgeVolume(host, volume, sight, admission) : status;
 }
 
@@ -75,14 +74,14 @@ VolumeIdentity NewIdentity(const Host& host, const Volume& volume, const VolumeS
 }
 
 Status MarkVolume(Host& host, Volume& volume, const VolumeIdentity& identity, bool anew) {
-  Status status = volume.engine->Mark(identity, anew);
+  Status status = host.EngineOf(volume).Mark(identity, anew, host.watcher);
   if (status.IsOk()) {
     status = host.store->SetVolume({identity.name, identity.id, identity.file_system});
   }
   if (!status.IsOk()) return status;
   KillPoint(kVolumeRecorded);
   volume.row = {identity.name, identity.id, identity.file_system};
-  volume.engine->Expect(identity);
+  host.EngineOf(volume).Expect(identity);
   volume.is_admitted = true;
   return {};
 }
@@ -100,7 +99,7 @@ Status AdmitVolume(Host& host, Volume& volume) {
     status = JudgeNow(host, volume, sight, admission);
   }
   if (!status.IsOk()) return status;
-  const std::string place = Quoted(volume.engine->GetWhere());
+  const std::string place = Quoted(volume.where);
   switch (admission.kind) {
     case Admission::Kind::kOurs:
       return MarkVolume(host, volume, *sight.identity, false);
@@ -131,7 +130,7 @@ Status AdmitVolume(Host& host, Volume& volume) {
 Status InitialiseVolume(Host& host, Volume& volume) {
   if (!volume.row.id.empty()) return {};
   VolumeSight sight;
-  Status status = volume.engine->Look(sight);
+  Status status = host.EngineOf(volume).Look(sight, host.watcher);
   if (!status.IsOk()) return status;
   status = MarkVolume(host, volume, NewIdentity(host, volume, sight), false);
   if (status.code != kErrExists) return status;

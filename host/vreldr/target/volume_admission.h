@@ -30,8 +30,7 @@ struct Admission {
   Kind kind = Kind::kElsewhere;
   std::string why;  // of kUnknown and kElsewhere: what is wrong
 };
-Status JudgeVolume(const Host& host, const Volume& volume, const VolumeSight& sight,
-                   Admission& admission);
+Status JudgeVolume(Host& host, Volume& volume, const VolumeSight& sight, Admission& admission);
 
 // Gives the volume this identity, whatever it has when `anew`, and records it.
 Status MarkVolume(Host& host, Volume& volume, const VolumeIdentity& identity, bool anew);

@@ -41,6 +41,7 @@ ExitCode FromHostError(int code) {
       return ExitCode::kConfiguration;
     case VrelDR::kErrStore:
     case VrelDR::kErrVolumeMissing:
+    case VrelDR::kErrUnreachable:
     case VrelDR::kErrNoSpace:
     case VrelDR::kErrReadOnly:
     case VrelDR::kErrIo:

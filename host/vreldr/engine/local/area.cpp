@@ -9,20 +9,20 @@
 
 namespace VrelDR::Local {
 
-Fd OpenArea(int ownFd, const char* area, const Target& target) {
+Fd OpenArea(int ownFd, const char* area, const TargetPlace& target) {
   const Fd parent = OpenDir(ownFd, area);
-  return parent ? OpenDir(parent.Get(), target.GetId()) : Fd();
+  return parent ? OpenDir(parent.Get(), target.locator) : Fd();
 }
 
-Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target) {
+Fd OpenOrMakeArea(int ownFd, const char* area, const TargetPlace& target) {
   const Fd parent = OpenOrMakeDir(ownFd, area);
-  return parent ? OpenOrMakeDir(parent.Get(), target.GetId()) : Fd();
+  return parent ? OpenOrMakeDir(parent.Get(), target.locator) : Fd();
 }
 
-int RemoveArea(int ownFd, const char* areaName, const Target& target) {
+int RemoveArea(int ownFd, const char* areaName, const TargetPlace& target) {
   const Fd parent = OpenDir(ownFd, areaName);
   if (!parent) return errno == ENOENT ? 0 : errno;
-  const Fd area = OpenDir(parent.Get(), target.GetId());
+  const Fd area = OpenDir(parent.Get(), target.locator);
   if (!area && errno != ENOENT) return errno;
   std::vector<std::string> names;
   if (area) {
@@ -31,7 +31,7 @@ int RemoveArea(int ownFd, const char* areaName, const Target& target) {
   for (const std::string& name : names) {
     if (const int error = RemoveTree(area.Get(), name)) return error;
   }
-  if (const int error = RemoveTree(parent.Get(), target.GetId())) return error;
+  if (const int error = RemoveTree(parent.Get(), target.locator)) return error;
   return VrelHost::SyncFd(parent.Get());
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/fd.h"
+#include "engine/engine.h"
 #include "foundation/volume_identity.h"
-#include "vreldr/target.h"
 
 namespace VrelDR::Local {
 
@@ -20,14 +20,14 @@ inline constexpr const char* kNewTarget = "target";
 inline constexpr const char* kRestored = "restored";
 
 // Opens <own>/<area>/<target>. False with errno set on a failure.
-Fd OpenArea(int ownFd, const char* area, const Target& target);
+Fd OpenArea(int ownFd, const char* area, const TargetPlace& target);
 
 // The same, making what is missing. What is made is on disk once what is put into it has been
 // synced.
-Fd OpenOrMakeArea(int ownFd, const char* area, const Target& target);
+Fd OpenOrMakeArea(int ownFd, const char* area, const TargetPlace& target);
 
 // Removes <own>/<area>/<target> with all in it, subvolumes right in it, too, durably. 0 or an
 // errno; nothing there is fine.
-int RemoveArea(int ownFd, const char* areaName, const Target& target);
+int RemoveArea(int ownFd, const char* areaName, const TargetPlace& target);
 
 }  // namespace VrelDR::Local

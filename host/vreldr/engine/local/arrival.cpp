@@ -71,7 +71,7 @@ int DropArrived(int incomingFd, const std::string& keepSnapId) {
   return error == 0 ? SyncFd(incomingFd) : error;
 }
 
-int RemoveIncoming(int ownFd, const Target& target) {
+int RemoveIncoming(int ownFd, const TargetPlace& target) {
   const Fd incoming = OpenArea(ownFd, kIncoming, target);
   int error = incoming ? DropArrived(incoming.Get(), {}) : errno;
   if (error == ENOENT) error = 0;

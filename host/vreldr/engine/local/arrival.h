@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "vreldr/target.h"
+#include "engine/engine.h"
 
 namespace VrelDR::Local {
 
@@ -18,7 +18,7 @@ int IsMarkedWhole(int incomingFd, const std::string& snapId, bool& whole);
 // Takes that back, durably, before the snapshot is changed.
 int Unmark(int incomingFd, const std::string& snapId);
 // Removes, durably, <own>/incoming/<target> with all in it. Nothing there is fine.
-int RemoveIncoming(int ownFd, const Target& target);
+int RemoveIncoming(int ownFd, const TargetPlace& target);
 // Removes, durably, what has arrived of all snapshots but `keepSnapId`, which may be empty.
 int DropArrived(int incomingFd, const std::string& keepSnapId);
 

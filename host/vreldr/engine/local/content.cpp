@@ -55,8 +55,8 @@ bool IsBelow(const std::string& path, const std::string& dir) {
 }
 
 // A source that holds the volume would be copied into itself without end.
-Status CheckSource(const Target& target, const Source& source, const std::string& volumePath) {
-  if (source.is_dir && target.GetType() != kTargetShare) {
+Status CheckSource(const TargetPlace& target, const Source& source, const std::string& volumePath) {
+  if (source.is_dir && target.type != kTargetShare) {
     return {kErrBadArgument,
             Quoted(source.path) + " is a folder, which only a share can take; name files"};
   }
@@ -106,8 +106,8 @@ Status FillLun(const TargetContent& content, const std::vector<Source>& sources,
 
 }  // namespace
 
-Status FillTarget(const Target& target, const TargetContent& content, const std::string& volumePath,
-                  int dirFd) {
+Status FillTarget(const TargetPlace& target, const TargetContent& content,
+                  const std::string& volumePath, int dirFd, Watch& watch) {
   std::vector<Source> sources;
   std::set<std::string> names;
   Source volume;
@@ -123,8 +123,8 @@ Status FillTarget(const Target& target, const TargetContent& content, const std:
     }
     sources.push_back(std::move(source));
   }
-  TreeCopier copier(dirFd, Strictness::kAllowed, TreeCopier::FlagsOf::kForeign);
-  if (target.GetType() == kTargetLun) return FillLun(content, sources, copier, dirFd);
+  TreeCopier copier(dirFd, Strictness::kAllowed, TreeCopier::FlagsOf::kForeign, watch);
+  if (target.type == kTargetLun) return FillLun(content, sources, copier, dirFd);
   if (sources.size() == 1 && sources[0].is_dir) {
     const Fd folder(open(sources[0].path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     if (!folder) return StatusOfErrno(errno, sources[0].path);
@@ -137,8 +137,9 @@ Status FillTarget(const Target& target, const TargetContent& content, const std:
   return {};
 }
 
-Status CheckImage(const Target& target, int dirFd, const std::string& dirPath, Missing missing) {
-  if (target.GetType() != kTargetLun) return {};
+Status CheckImage(const TargetPlace& target, int dirFd, const std::string& dirPath,
+                  Missing missing) {
+  if (target.type != kTargetLun) return {};
   const std::string path = dirPath + "/" + kDiskImage;
   const std::string cannot = "the bytes of a lun have to be in the file " + Quoted(path);
   const Fd image = OpenEntry(dirFd, kDiskImage, O_PATH);

@@ -3,10 +3,12 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <sys/file.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <ctime>
 #include <memory>
 
 namespace VrelDR::Local {
@@ -57,6 +59,21 @@ int ListDir(int dirFd, std::vector<std::string>& names) {
     std::string name = entry->d_name;
     if (name != "." && name != "..") names.push_back(std::move(name));
   }
+}
+
+Status LockDir(int dirFd, const std::string& path, int mostTries, Watch& watch) {
+  for (int tries = 0; flock(dirFd, LOCK_EX | LOCK_NB) != 0; ++tries) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return StatusOfErrno(errno, path);
+    Status status = watch.Wait();
+    if (!status.IsOk()) return status;
+    if (tries == mostTries) {
+      return {kErrBusy, "another process still writes to " + Quoted(path) +
+                            "; wait for its end and run it again"};
+    }
+    const struct timespec pause = {0, 100'000'000};
+    nanosleep(&pause, nullptr);
+  }
+  return {};
 }
 
 }  // namespace VrelDR::Local

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/fd.h"
+#include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 
@@ -33,5 +34,9 @@ Fd OpenOrMakeDir(int parentFd, const std::string& name);
 
 // Appends the names in a directory, without "." and "..". 0 or an errno.
 int ListDir(int dirFd, std::vector<std::string>& names);
+
+// Takes the lock of a directory, trying ten times a second: kErrBusy when another process still has
+// it after `mostTries`. `path` names the directory.
+Status LockDir(int dirFd, const std::string& path, int mostTries, Watch& watch);
 
 }  // namespace VrelDR::Local

@@ -62,9 +62,9 @@ void StartWriting(int fd, off_t at, off_t count) {
   if (count >= kPiece) (void)sync_file_range(fd, at, count, SYNC_FILE_RANGE_WRITE);
 }
 
-int CopyRange(int from, int to, off_t at, off_t end, Watch* watch) {
+int CopyRange(int from, int to, off_t at, off_t end, Watch& watch) {
   while (at < end) {
-    if (watch != nullptr && !watch->GoesOn()) return ECANCELED;
+    if (!watch.GoesOn()) return ECANCELED;
     const off_t pieceEnd = std::min(end, at + kPiece);
     loff_t in = at;
     loff_t out = at;
@@ -85,7 +85,7 @@ int CopyRange(int from, int to, off_t at, off_t end, Watch* watch) {
 
 }  // namespace
 
-int CopyFileData(int from, int to, off_t size, Watch* watch) {
+int CopyFileData(int from, int to, off_t size, Watch& watch) {
   if (size == 0) return 0;
   if (ioctl(to, FICLONE, from) == 0) return 0;
   if (!IsNotForThisFile(errno)) return errno;

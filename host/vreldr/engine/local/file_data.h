@@ -8,8 +8,8 @@ namespace VrelDR::Local {
 
 // Gives the empty file `to` the `size` bytes of the file `from`: sharing its blocks where the file
 // system can, else copying what is data and leaving holes as holes. 0 or an errno: ECANCELED when
-// `watch`, which may be null, says to stop.
-int CopyFileData(int from, int to, off_t size, Watch* watch = nullptr);
+// `watch` says to stop.
+int CopyFileData(int from, int to, off_t size, Watch& watch);
 
 // Whether files opened with `fd`'s file system can share blocks. False when that cannot be tried.
 bool CanShareBlocks(int dirFd);

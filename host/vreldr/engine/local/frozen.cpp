@@ -43,7 +43,7 @@ int ReadAll(int fd, std::string& text) {
 
 }  // namespace
 
-int KeepUsersFlags(int ownFd, const Target& target, int dirFd) {
+int KeepUsersFlags(int ownFd, const TargetPlace& target, int dirFd) {
   bool found = false;
   std::set<std::string> paths;
   if (const int error = FindUsersFlags(ownFd, target, dirFd, found, paths)) return error;
@@ -67,7 +67,7 @@ int KeepUsersFlags(int ownFd, const Target& target, int dirFd) {
   return error == 0 ? SyncFd(ownFd) : error;
 }
 
-int FindUsersFlags(int ownFd, const Target& target, int dirFd, bool& found,
+int FindUsersFlags(int ownFd, const TargetPlace& target, int dirFd, bool& found,
                    std::set<std::string>& paths) {
   found = false;
   const Fd area = OpenArea(ownFd, kFrozen, target);
@@ -86,7 +86,7 @@ int FindUsersFlags(int ownFd, const Target& target, int dirFd, bool& found,
   return 0;
 }
 
-int DropUsersFlags(int ownFd, const Target& target) {
+int DropUsersFlags(int ownFd, const TargetPlace& target) {
   const Fd area = OpenArea(ownFd, kFrozen, target);
   if (!area) return errno == ENOENT ? 0 : errno;
   if (unlinkat(area.Get(), kFile, 0) != 0) return errno == ENOENT ? 0 : errno;

@@ -3,7 +3,7 @@
 #include <set>
 #include <string>
 
-#include "vreldr/target.h"
+#include "engine/engine.h"
 
 namespace VrelDR::Local {
 
@@ -12,13 +12,13 @@ namespace VrelDR::Local {
 // there, the target's flags are not its user's. Every call returns 0 or an errno.
 
 // Writes it down for the target's directory `dirFd`, durably; nothing when that has been done.
-int KeepUsersFlags(int ownFd, const Target& target, int dirFd);
+int KeepUsersFlags(int ownFd, const TargetPlace& target, int dirFd);
 
 // Whether it is there for the directory `dirFd`, and the paths below that; "" is the directory's
 // own.
-int FindUsersFlags(int ownFd, const Target& target, int dirFd, bool& found,
+int FindUsersFlags(int ownFd, const TargetPlace& target, int dirFd, bool& found,
                    std::set<std::string>& paths);
 
-int DropUsersFlags(int ownFd, const Target& target);
+int DropUsersFlags(int ownFd, const TargetPlace& target);
 
 }  // namespace VrelDR::Local

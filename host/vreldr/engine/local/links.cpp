@@ -25,7 +25,7 @@ int MakeOwnFile(int dirFd, const std::string& name, off_t size, Watch& watch) {
   if (!from || unlinkat(dirFd, name.c_str(), 0) != 0) return errno;
   const Fd to(
       openat(dirFd, name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-  return to ? CopyFileData(from.Get(), to.Get(), size, &watch) : errno;
+  return to ? CopyFileData(from.Get(), to.Get(), size, watch) : errno;
 }
 
 int Separate(int dirFd, int likeFd, Partners& partners, Watch& watch) {

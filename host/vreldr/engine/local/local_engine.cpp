@@ -34,46 +34,30 @@ namespace VrelDR {
 using namespace Local;  // the parts of this engine
 using VrelHost::SyncFd;
 
-Status LocalEngine::Missing(const std::string& path) const {
-  return {kErrVolumeMissing, Quoted(path) +
-                                 " is missing, so the volume is not there; mount it or "
-                                 "correct its path in the configuration"};
+namespace {
+
+// Moves a snapshot to what CleanUp removes, durably. 0 or an errno.
+int MoveOut(int snapshotFd, int snapshotsFd, const std::string& snapId, int ownFd,
+            const TargetPlace& target) {
+  const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
+  if (!tmp) return errno;
+  int error = RemoveTree(tmp.Get(), snapId);
+  if (error == 0) error = ClearGuards(snapshotFd);
+  if (error != 0) return error;
+  if (renameat(snapshotsFd, snapId.c_str(), tmp.Get(), snapId.c_str()) != 0) return errno;
+  KillPoint(kDeleteMovedOut);
+  error = SyncFd(tmp.Get());
+  return error == 0 ? SyncFd(snapshotsFd) : error;
 }
 
-Status LocalEngine::Open(Fd& volume) const {
-  Status status = OpenAny(volume);
-  return status.IsOk() && expected_ ? CheckIdentity(volume.Get()) : status;
-}
+}  // namespace
 
-Status LocalEngine::OpenAny(Fd& volume) const {
-  volume = Fd(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (volume) return {};
-  return errno == ENOENT || errno == ENOTDIR ? Missing(path_) : StatusOfErrno(errno, path_);
-}
-
-LocalEngine::Opened LocalEngine::Open() const {
-  Opened opened;
-  opened.status = Open(opened.volume);
-  if (!opened.status.IsOk()) return opened;
-  opened.own = OpenDir(opened.volume.Get(), kOwnDir);
-  if (opened.own) return opened;
-  const std::string path = path_ + "/" + kOwnDir;
-  opened.status = errno == ENOENT ? Missing(path) : StatusOfErrno(errno, path);
-  return opened;
-}
-
-LocalEngine::Opened LocalEngine::Open(std::string_view failPoint, const Target& target) const {
-  Opened failed;
-  failed.status = FailPoint(failPoint, target.GetId());
-  return failed.status.IsOk() ? Open() : std::move(failed);
-}
-
-Status LocalEngine::Describe(VolumeDescription& description) const {
+Status LocalEngine::Describe(VolumeDescription& description, Watcher& watcher) const {
   Fd volume;
-  Status status = Open(volume);
+  Status status = dir_.Open(volume, watcher);
   if (!status.IsOk()) return status;
   struct statvfs info;
-  if (fstatvfs(volume.Get(), &info) != 0) return StatusOfErrno(errno, path_);
+  if (fstatvfs(volume.Get(), &info) != 0) return StatusOfErrno(errno, dir_.GetPath());
   description.size_bytes = std::uint64_t{info.f_blocks} * info.f_frsize;
   description.free_bytes = std::uint64_t{info.f_bavail} * info.f_frsize;
   if (IsBtrfs(volume.Get())) {
@@ -84,60 +68,61 @@ Status LocalEngine::Describe(VolumeDescription& description) const {
     description.method = CanShareBlocks(volume.Get()) ? "reflink" : "copy";
     description.is_immutable = CanFreeze(volume.Get());
   }
-  return CheckWritable();
+  return CheckWritable(watcher);
 }
 
-Status LocalEngine::CheckWritable() const {
+Status LocalEngine::CheckWritable(Watcher& watcher) const {
   Fd volume;
-  Status status = Open(volume);
+  Status status = dir_.Open(volume, watcher);
   if (!status.IsOk()) return status;
   const bool writable = faccessat(volume.Get(), ".", W_OK, AT_EACCESS) == 0;
-  return writable ? Status() : StatusOfErrno(errno, path_);
+  return writable ? Status() : StatusOfErrno(errno, dir_.GetPath());
 }
 
-std::string LocalEngine::GetTargetPath(const Target& target) const {
-  const std::string dir = path_ + "/" + target.GetId();
-  return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
+std::string LocalEngine::GetTargetPath(const TargetPlace& target) const {
+  return BytesIn(dir_.PathOf(target), target);
 }
 
-std::string LocalEngine::SnapshotDir(const Target& target, const std::string& snapId) const {
-  return path_ + "/" + kOwnDir + "/" + kSnapshots + "/" + target.GetId() + "/" + snapId;
+std::string LocalEngine::GetSnapshotPath(const TargetPlace& target,
+                                         const std::string& snapId) const {
+  return BytesIn(dir_.SnapshotPath(target, snapId), target);
 }
 
-std::string LocalEngine::GetSnapshotPath(const Target& target, const std::string& snapId) const {
-  const std::string dir = SnapshotDir(target, snapId);
-  return target.GetType() == kTargetLun ? dir + "/" + kDiskImage : dir;
-}
-
-Status LocalEngine::PreparePlace(const Target& target) const {
+Status LocalEngine::PreparePlace(const Target& target, std::string& locator,
+                                 Watcher& watcher) const {
+  locator = target.GetId();
   Fd volume;
-  Status status = Open(volume);
+  Status status = dir_.Open(volume, watcher);
   if (!status.IsOk()) return status;
-  if (!OpenOrMakeDir(volume.Get(), kOwnDir)) return StatusOfErrno(errno, path_ + "/" + kOwnDir);
+  if (!OpenOrMakeDir(volume.Get(), kOwnDir))
+    return StatusOfErrno(errno, dir_.GetPath() + "/" + kOwnDir);
+  const std::string path = dir_.GetPath() + "/" + locator;
   struct stat st;
-  if (fstatat(volume.Get(), target.GetId().c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
-    return {kErrExists, Quoted(path_ + "/" + target.GetId()) +
-                            " is there already; move it away or choose another identifier"};
+  if (fstatat(volume.Get(), locator.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    return {kErrExists,
+            Quoted(path) + " is there already; move it away or choose another identifier"};
   }
-  return errno == ENOENT ? Status() : StatusOfErrno(errno, path_ + "/" + target.GetId());
+  return errno == ENOENT ? Status() : StatusOfErrno(errno, path);
 }
 
-Status LocalEngine::CreateTarget(const Target& target, const TargetContent& content) const {
-  auto [volume, own, status] = Open(kFailCreate, target);
+Status LocalEngine::CreateTarget(const TargetPlace& target, const TargetContent& content,
+                                 Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(kFailCreate, target, watcher);
   if (!status.IsOk()) return status;
-  WriteBack writeBack(volume.Get(), path_);
+  WriteBack writeBack(volume.Get(), dir_.GetPath());
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
-  if (!tmp) return AreaFailure(errno, own.Get(), kTmp, target);
+  if (!tmp) return dir_.AreaFailure(errno, own.Get(), kTmp, target);
   int error = 0;
   if (IsBtrfs(tmp.Get())) {
     error = MakeSubvolume(tmp.Get(), kNewTarget);
   } else if (mkdirat(tmp.Get(), kNewTarget, 0700) != 0) {
     error = errno;
   }
-  if (error != 0) return StatusOfErrno(error, path_);
+  if (error != 0) return StatusOfErrno(error, dir_.GetPath());
   const Fd dir = OpenDir(tmp.Get(), kNewTarget);
-  if (!dir || fchmod(dir.Get(), 0755) != 0) return StatusOfErrno(errno, path_);
-  status = FillTarget(target, content, path_, dir.Get());
+  if (!dir || fchmod(dir.Get(), 0755) != 0) return StatusOfErrno(errno, dir_.GetPath());
+  Watch watch(watcher);
+  status = FillTarget(target, content, dir_.GetPath(), dir.Get(), watch);
   if (!status.IsOk()) return status;
   KillPoint(kCreateCopied);
   status = writeBack.Sync();
@@ -146,75 +131,64 @@ Status LocalEngine::CreateTarget(const Target& target, const TargetContent& cont
   return Publish(volume.Get(), own.Get(), tmp.Get(), target);
 }
 
-Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const Target& target,
+Status LocalEngine::Publish(int volumeFd, int ownFd, int tmpFd, const TargetPlace& target,
                             unsigned topFlags) const {
-  if (renameat(tmpFd, kNewTarget, volumeFd, target.GetId().c_str()) != 0) {
-    return StatusOfErrno(errno, path_ + "/" + target.GetId());
+  if (renameat(tmpFd, kNewTarget, volumeFd, target.locator.c_str()) != 0) {
+    return StatusOfErrno(errno, dir_.PathOf(target));
   }
   KillPoint(kCreateRenamed);
   int error = SyncFd(volumeFd);
   if (error != 0) {
-    (void)RemoveTree(volumeFd, target.GetId());
-    return StatusOfErrno(error, path_);
+    (void)RemoveTree(volumeFd, target.locator);
+    return StatusOfErrno(error, dir_.GetPath());
   }
   if (topFlags != 0) {
-    const Fd dir = OpenDir(volumeFd, target.GetId());
+    const Fd dir = OpenDir(volumeFd, target.locator);
     error = dir ? AddFlags(dir.Get(), topFlags) : errno;
     if (error == 0) error = SyncFd(dir.Get());
   }
   if (error == 0) error = RemoveArea(ownFd, kTmp, target);
-  return error == 0 ? Status() : StatusOfErrno(error, path_);
+  return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
 }
 
-Status LocalEngine::CheckUnmounted(int volumeFd, const std::string& path) const {
-  std::vector<std::string> mounts;
-  const int error = Local::FindMounts(volumeFd, path, mounts);
-  return error == 0 ? MountedOn(mounts) : StatusOfErrno(error, path_);
-}
-
-Status LocalEngine::AreaFailure(int error, int ownFd, const char* area,
-                                const Target& target) const {
-  Status status;
-  if (error == EXDEV) status = CheckUnmounted(ownFd, std::string(area) + "/" + target.GetId());
-  return status.IsOk() ? StatusOfErrno(error, path_) : status;
-}
-
-Status LocalEngine::CheckArea(int ownFd, const char* area, const Target& target) const {
-  const std::string where = std::string(area) + "/" + target.GetId();
-  Status status = CheckUnmounted(ownFd, where);
+Status LocalEngine::CheckArea(int ownFd, const char* area, const TargetPlace& target) const {
+  const std::string where = std::string(area) + "/" + target.locator;
+  Status status = dir_.CheckUnmounted(ownFd, where);
   const Fd dir = status.IsOk() ? OpenArea(ownFd, area, target) : Fd();
-  if (!dir) return !status.IsOk() || errno == ENOENT ? status : StatusOfErrno(errno, path_);
+  if (!dir)
+    return !status.IsOk() || errno == ENOENT ? status : StatusOfErrno(errno, dir_.GetPath());
   std::vector<std::string> names;
   std::vector<std::string> nested;
-  const std::string path = path_ + "/" + kOwnDir + "/" + where + "/";
+  const std::string path = dir_.GetPath() + "/" + kOwnDir + "/" + where + "/";
   int error = ListDir(dir.Get(), names);
   for (const std::string& name : names) {
     const Fd entry = error == 0 ? OpenDir(dir.Get(), name) : Fd();
     if (entry) error = FindNested(entry.Get(), path + name, nested);
   }
-  return error == 0 ? NestedIn(nested) : StatusOfErrno(error, path_);
+  return error == 0 ? NestedIn(nested) : StatusOfErrno(error, dir_.GetPath());
 }
 
-Status LocalEngine::FindMounts(const Target& target, std::vector<std::string>& paths) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::FindLeftOut(const TargetPlace& target, std::vector<std::string>& paths,
+                                Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
-  const int error = Local::FindMounts(volume.Get(), target.GetId(), paths);
-  return error == 0 ? Status() : StatusOfErrno(error, path_);
+  const int error = FindMounts(volume.Get(), target.locator, paths);
+  return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
 }
 
-Status LocalEngine::CheckPlace(const Target& target, PlaceUse use) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::CheckPlace(const TargetPlace& target, PlaceUse use, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
-  const std::string path = path_ + "/" + target.GetId();
+  const std::string path = dir_.PathOf(target);
   std::vector<const char*> areas;
   if (use == PlaceUse::kReplacement) areas = {kTmp};
   if (use == PlaceUse::kRemoval) areas = {kTmp, kSnapshots, kIncoming};
-  if (!areas.empty()) status = CheckUnmounted(volume.Get(), target.GetId());
+  if (!areas.empty()) status = dir_.CheckUnmounted(volume.Get(), target.locator);
   for (const char* area : areas) {
     if (status.IsOk()) status = CheckArea(own.Get(), area, target);
   }
   if (!status.IsOk()) return status;
-  const Fd dir = OpenDir(volume.Get(), target.GetId());
+  const Fd dir = OpenDir(volume.Get(), target.locator);
   if (!dir && errno == ENOENT && use == PlaceUse::kRemoval) return {};
   if (!dir) return errno == EXDEV ? MountedOn({path}) : StatusOfErrno(errno, path);
   std::vector<std::string> nested;
@@ -226,43 +200,43 @@ Status LocalEngine::CheckPlace(const Target& target, PlaceUse use) const {
                     use == PlaceUse::kSnapshot ? Missing::kRefused : Missing::kAllowed);
 }
 
-Status LocalEngine::FindTarget(const Target& target, bool& found) const {
+Status LocalEngine::FindTarget(const TargetPlace& target, bool& found, Watcher& watcher) const {
   found = false;
-  auto [volume, own, status] = Open();
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
   struct stat st;
-  if (fstatat(volume.Get(), target.GetId().c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+  if (fstatat(volume.Get(), target.locator.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
     found = S_ISDIR(st.st_mode);
     return {};
   }
-  return errno == ENOENT ? Status() : StatusOfErrno(errno, path_ + "/" + target.GetId());
+  return errno == ENOENT ? Status() : StatusOfErrno(errno, dir_.PathOf(target));
 }
 
-Status LocalEngine::RemoveTarget(const Target& target) const {
-  auto [volume, own, status] = Open(kFailRemove, target);
-  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kRemoval);
+Status LocalEngine::RemoveTarget(const TargetPlace& target, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(kFailRemove, target, watcher);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kRemoval, watcher);
   if (!status.IsOk()) return status;
   int error = RemoveArea(own.Get(), kSnapshots, target);
   KillPoint(kForgetSnapshotsGone);
-  if (error == 0) error = RemoveTree(volume.Get(), target.GetId());
+  if (error == 0) error = RemoveTree(volume.Get(), target.locator);
   if (error == 0) error = SyncFd(volume.Get());
   if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
   if (error == 0) error = RemoveIncoming(own.Get(), target);
   if (error == 0) error = RemoveArea(own.Get(), kFrozen, target);
-  return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + target.GetId());
+  return error == 0 ? Status() : StatusOfErrno(error, dir_.PathOf(target));
 }
 
-Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId,
-                                 Watcher* watcher) const {
-  auto [volume, own, status] = Open(kFailTake, target);
-  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kSnapshot);
+Status LocalEngine::TakeSnapshot(const TargetPlace& target, const std::string& snapId,
+                                 Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(kFailTake, target, watcher);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kSnapshot, watcher);
   if (!status.IsOk()) return status;
   // What was written before and never reached the disk would be missing from the snapshot.
-  WriteBack writeBack(volume.Get(), path_);
-  const Fd source = OpenDir(volume.Get(), target.GetId());
-  if (!source) return StatusOfErrno(errno, path_ + "/" + target.GetId());
+  WriteBack writeBack(volume.Get(), dir_.GetPath());
+  const Fd source = OpenDir(volume.Get(), target.locator);
+  if (!source) return StatusOfErrno(errno, dir_.PathOf(target));
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
-  if (!snapshots) return AreaFailure(errno, own.Get(), kSnapshots, target);
+  if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
   if (!IsSubvolume(source.Get())) {
     return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), writeBack,
                         watcher);
@@ -270,31 +244,31 @@ Status LocalEngine::TakeSnapshot(const Target& target, const std::string& snapId
   const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId, Access::kReadOnly);
   if (error != 0) return StatusOfErrno(error, {});
   // Somebody may have nested one meanwhile.
-  status = CheckPlace(target, PlaceUse::kSnapshot);
+  status = CheckPlace(target, PlaceUse::kSnapshot, watcher);
   if (status.IsOk()) status = writeBack.Sync();
   if (!status.IsOk()) (void)RemoveSubvolume(snapshots.Get(), snapId);
   return status;
 }
 
-Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId, int sourceFd,
+Status LocalEngine::CopySnapshot(const TargetPlace& target, const std::string& snapId, int sourceFd,
                                  int ownFd, int snapshotsFd, WriteBack& writeBack,
-                                 Watcher* watcher) const {
+                                 Watcher& watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
-  if (!tmp) return AreaFailure(errno, ownFd, kTmp, target);
+  if (!tmp) return dir_.AreaFailure(errno, ownFd, kTmp, target);
   if (mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
   const Fd copy = OpenDir(tmp.Get(), snapId);
   if (!copy) return StatusOfErrno(errno, {});
   Watch watch(watcher);
-  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kTarget, &watch);
+  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kTarget, watch);
   copier.LeaveOutMounts();
   bool isFrozen = false;
   std::set<std::string> immutable;
   int error = FindUsersFlags(ownFd, target, sourceFd, isFrozen, immutable);
-  if (error != 0) return StatusOfErrno(error, path_);
+  if (error != 0) return StatusOfErrno(error, dir_.GetPath());
   if (isFrozen) copier.SetImmutable(&immutable);
   // The target's own bytes are also those over which something is mounted, where they can be seen.
   const Fd bare = OpenWithoutMounts(sourceFd);
-  Status status = copier.CopyContent(bare ? bare.Get() : sourceFd, path_ + "/" + target.GetId());
+  Status status = copier.CopyContent(bare ? bare.Get() : sourceFd, dir_.PathOf(target));
   // What is below something that was mounted meanwhile could not be made immutable.
   if (status.IsOk()) status = CheckNoMountsBelow(copy.Get());
   if (!status.IsOk()) return status;
@@ -302,14 +276,16 @@ Status LocalEngine::CopySnapshot(const Target& target, const std::string& snapId
   status = writeBack.Sync();
   if (!status.IsOk()) return status;
   KillPoint(kTakeSynced);
-  status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack, path_);
+  status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack,
+                  dir_.GetPath());
   if (!status.IsOk()) return status;
   error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
-Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& snapIds) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::string>& snapIds,
+                                  Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   std::vector<std::string> names;
@@ -320,49 +296,38 @@ Status LocalEngine::ListSnapshots(const Target& target, std::set<std::string>& s
     error = errno;
   }
   snapIds.insert(names.begin(), names.end());
-  return error == 0 ? Status() : StatusOfErrno(error, path_ + "/" + kOwnDir + "/" + kSnapshots);
+  return error == 0 ? Status()
+                    : StatusOfErrno(error, dir_.GetPath() + "/" + kOwnDir + "/" + kSnapshots);
 }
 
-Status LocalEngine::RemoveSnapshot(const Target& target, const std::string& snapId) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string& snapId,
+                                   Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots && errno == ENOENT) return {};
-  if (!snapshots) return AreaFailure(errno, own.Get(), kSnapshots, target);
-  status = CheckUnmounted(snapshots.Get(), snapId);
+  if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
+  status = dir_.CheckUnmounted(snapshots.Get(), snapId);
   if (!status.IsOk()) return status;
-  int error = RemoveTree(snapshots.Get(), snapId);
-  if (error == 0) error = SyncFd(snapshots.Get());
+  const Fd snapshot = OpenDir(snapshots.Get(), snapId);
+  int error = 0;
+  if (snapshot && !IsSubvolume(snapshot.Get())) {
+    // Its bytes go piece by piece: from before the first one it is no snapshot any more.
+    error = MoveOut(snapshot.Get(), snapshots.Get(), snapId, own.Get(), target);
+  } else {
+    error = RemoveTree(snapshots.Get(), snapId);
+    if (error == 0) error = SyncFd(snapshots.Get());
+  }
+  if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
-Status LocalEngine::CleanUp(const Target& target) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::CleanUp(const TargetPlace& target, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (status.IsOk()) status = CheckArea(own.Get(), kTmp, target);
   if (!status.IsOk()) return status;
   const int error = RemoveArea(own.Get(), kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
-}
-
-Status MakeLocalEngine(const VrelHost::VolumeConfig& volume,
-                       std::unique_ptr<StorageEngine>& engine) {
-  const std::string about = "volume " + Quoted(volume.name);
-  for (const std::string& member : volume.settings.getMemberNames()) {
-    if (member != "name" && member != "engine" && member != "path") {
-      return {kErrConfig, about + " has an unknown member " + Quoted(member) +
-                              "; a local volume has \"name\", \"engine\" and \"path\""};
-    }
-  }
-  const std::string path =
-      VrelDRCore::JsonUtil::AsText(VrelDRCore::JsonUtil::Member(volume.settings, "path"));
-  if (path.empty() || path.front() != '/') {
-    return {kErrConfig, about + " needs an absolute \"path\"; correct it"};
-  }
-  // Two ways to write one path must not make two volumes.
-  std::string plain = std::filesystem::path(path).lexically_normal().string();
-  while (plain.size() > 1 && plain.back() == '/') plain.pop_back();
-  engine = std::make_unique<LocalEngine>(plain);
-  return {};
 }
 
 }  // namespace VrelDR

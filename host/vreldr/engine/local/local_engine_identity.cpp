@@ -1,6 +1,5 @@
 // Which volume this is.
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -71,19 +70,12 @@ int PlaceIdentity(int ownFd, const VolumeIdentity& identity, bool anew) {
   return error;
 }
 
-int LockDir(int dirFd) {
-  while (flock(dirFd, LOCK_EX) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
-}
-
 }  // namespace
 
-Status LocalEngine::Look(VolumeSight& sight) const {
+Status LocalEngine::Look(VolumeSight& sight, Watcher& watcher) const {
   sight = {};
   Fd volume;
-  Status status = OpenAny(volume);
+  Status status = dir_.OpenAny(volume, watcher);
   if (!status.IsOk()) return status;
   int error = VrelHost::IdentifyFileSystem(volume.Get(), sight.file_system);
   const Fd own = error == 0 ? OpenDir(volume.Get(), kOwnDir) : Fd();
@@ -97,19 +89,22 @@ Status LocalEngine::Look(VolumeSight& sight) const {
     if (found != 0 && found != ENOENT && found != EBADMSG) error = found;
   }
   if (error == 0) error = LookIntoVolume(volume.Get(), own.Get(), sight.is_empty);
-  return error == 0 ? Status() : StatusOfErrno(error, path_);
+  return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
 }
 
-Status LocalEngine::Mark(const VolumeIdentity& identity, bool anew) const {
+Status LocalEngine::Mark(const VolumeIdentity& identity, bool anew, Watcher& watcher) const {
   Fd volume;
-  Status status = OpenAny(volume);
+  Status status = dir_.OpenAny(volume, watcher);
   if (!status.IsOk()) return status;
-  const std::string path = path_ + "/" + kOwnDir;
+  const std::string path = dir_.GetPath() + "/" + kOwnDir;
   const Fd own = OpenOrMakeDir(volume.Get(), kOwnDir);
   if (!own) return StatusOfErrno(errno, path);
   KillPoint(kVolumeOwnMade);
-  int error = LockDir(own.Get());
-  if (error == 0) error = PlaceIdentity(own.Get(), identity, anew);
+  constexpr int kMostTries = 300;
+  Watch watch(watcher);
+  status = LockDir(own.Get(), path, kMostTries, watch);
+  if (!status.IsOk()) return status;
+  int error = PlaceIdentity(own.Get(), identity, anew);
   const bool placed = error == 0;
   if (error == EEXIST) {
     VolumeIdentity found;
@@ -128,51 +123,6 @@ Status LocalEngine::Mark(const VolumeIdentity& identity, bool anew) const {
   if (error != 0) return StatusOfErrno(error, path);
   KillPoint(kVolumeMarked);
   return {};
-}
-
-void LocalEngine::Expect(const VolumeIdentity& identity) {
-  expected_ = identity;
-  expected_text_ = ToText(identity);
-}
-
-Status LocalEngine::CheckIdentity(int volumeFd) const {
-  const VolumeIdentity& expected = *expected_;
-  const Fd own = OpenDir(volumeFd, kOwnDir);
-  std::string text;
-  VolumeIdentity found;
-  std::string fileSystem;
-  int error = own ? VrelHost::ReadIdentity(own.Get(), text) : errno;
-  if (error == 0) error = VrelHost::IdentifyFileSystem(volumeFd, fileSystem);
-  if (error == 0 && text == expected_text_ && fileSystem == expected.file_system) return {};
-  if (error == 0) {
-    std::optional<VolumeIdentity> read = VrelHost::IdentityOf(text);
-    error = read ? 0 : EBADMSG;
-    if (read) found = std::move(*read);
-  }
-  std::string wrong;
-  if (error == ENOENT) {
-    wrong = "has no identity of a volume";
-  } else if (error == EBADMSG) {
-    wrong = "has a damaged identity of a volume";
-  } else if (error != 0) {
-    return StatusOfErrno(error, path_ + "/" + kOwnDir + "/" + kIdentityFile);
-  } else if (found.node != expected.node) {
-    wrong = "is a volume of another node, " + Quoted(found.node);
-  } else if (found.name != expected.name) {
-    wrong = "is volume " + Quoted(found.name);
-  } else if (found.id != expected.id) {
-    wrong = "is another volume of that name, with the identity " + Quoted(found.id);
-  } else if (fileSystem != expected.file_system) {
-    wrong = "is on another file system, " + Quoted(fileSystem) + " instead of " +
-            Quoted(expected.file_system);
-  } else {
-    return {};
-  }
-  return {kErrVolumeMissing,
-          Quoted(path_) + " " + wrong + ", so volume " + Quoted(expected.name) +
-              " is not there; mount it, or, where its data has moved here for good, run "
-              "\"drgroupctl volume init " +
-              expected.name + " --adopt\""};
 }
 
 }  // namespace VrelDR

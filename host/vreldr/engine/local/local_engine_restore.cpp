@@ -56,72 +56,60 @@ int ExchangeTops(int tmpFd, int volumeFd, const char* targetName) {
 
 }  // namespace
 
-Status LocalEngine::OpenSnapshot(const Target& target, const std::string& snapId, int ownFd,
-                                 Fd& snapshots, Fd& snapshot) const {
-  snapshots = OpenArea(ownFd, kSnapshots, target);
-  if (snapshots) {
-    Status status = CheckUnmounted(snapshots.Get(), snapId);
-    if (!status.IsOk()) return status;
-    snapshot = OpenDir(snapshots.Get(), snapId);
-  }
-  if (snapshot) {
-    return CheckImage(target, snapshot.Get(), SnapshotDir(target, snapId), Missing::kRefused);
-  }
-  const std::string path = GetSnapshotPath(target, snapId);
-  if (errno != ENOENT) return StatusOfErrno(errno, path);
-  return {kErrSnapshotMissing, Quoted(path) + " is missing; list the target's snapshots"};
-}
-
-Status LocalEngine::CopyFromSnapshot(const Target& target, const std::string& snapId, int ownFd,
-                                     int toFd, const char* name, unsigned& topFlags) const {
+Status LocalEngine::CopyFromSnapshot(const TargetPlace& target, const std::string& snapId,
+                                     int ownFd, int toFd, const char* name, unsigned& topFlags,
+                                     Watch& watch) const {
   Fd snapshots;
   Fd snapshot;
-  Status status = OpenSnapshot(target, snapId, ownFd, snapshots, snapshot);
+  Status status = dir_.OpenSnapshot(target, snapId, ownFd, snapshots, snapshot);
   if (!status.IsOk()) return status;
   if (IsSubvolume(snapshot.Get())) {
     int error = SnapshotSubvolume(snapshot.Get(), toFd, name, Access::kWritable);
     const Fd copy = error == 0 ? OpenDir(toFd, name) : Fd();
     if (error == 0 && !copy) error = errno;
-    if (error != 0) return StatusOfErrno(error, path_);
+    if (error != 0) return StatusOfErrno(error, dir_.GetPath());
     // A subvolume has flags of its own, and what came from another file system a record of them.
     const unsigned own = ReadFlags(copy.Get());
     error = ClearGuards(copy.Get());
     if (error == 0) error = TurnRecordIntoFlags(copy.Get(), topFlags);
     topFlags |= own;
-    return error == 0 ? Status() : StatusOfErrno(error, path_);
+    return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
   }
-  if (mkdirat(toFd, name, 0700) != 0) return StatusOfErrno(errno, path_);
+  if (mkdirat(toFd, name, 0700) != 0) return StatusOfErrno(errno, dir_.GetPath());
   const Fd copy = OpenDir(toFd, name);
-  if (!copy) return StatusOfErrno(errno, path_);
-  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kSnapshot);
-  status = copier.CopyContent(snapshot.Get(), SnapshotDir(target, snapId));
+  if (!copy) return StatusOfErrno(errno, dir_.GetPath());
+  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kSnapshot, watch);
+  status = copier.CopyContent(snapshot.Get(), dir_.SnapshotPath(target, snapId));
   topFlags = copier.GetTopFlags();
   return status;
 }
 
-Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& snapId) const {
-  auto [volume, own, status] = Open();
-  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kReplacement);
+Status LocalEngine::RestoreSnapshot(const TargetPlace& target, const std::string& snapId,
+                                    Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kReplacement, watcher);
   if (!status.IsOk()) return status;
-  WriteBack writeBack(volume.Get(), path_);
+  WriteBack writeBack(volume.Get(), dir_.GetPath());
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, target);
-  if (!tmp) return StatusOfErrno(errno, path_);
-  if (const int error = RemoveTree(tmp.Get(), kRestored)) return StatusOfErrno(error, path_);
+  if (!tmp) return StatusOfErrno(errno, dir_.GetPath());
+  if (const int error = RemoveTree(tmp.Get(), kRestored))
+    return StatusOfErrno(error, dir_.GetPath());
   unsigned topFlags = 0;
-  status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kRestored, topFlags);
+  Watch watch(watcher);
+  status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kRestored, topFlags, watch);
   if (!status.IsOk()) return status;
   KillPoint(kRestoreCopied);
   const Fd restored = OpenDir(tmp.Get(), kRestored);
   struct stat st;
-  if (!restored || fstat(restored.Get(), &st) != 0) return StatusOfErrno(errno, path_);
+  if (!restored || fstat(restored.Get(), &st) != 0) return StatusOfErrno(errno, dir_.GetPath());
   status = writeBack.Sync();
   if (!status.IsOk()) return status;
   KillPoint(kRestoreSynced);
   // A copy takes its time: what was mounted meanwhile would go with the old bytes.
-  status = CheckPlace(target, PlaceUse::kReplacement);
+  status = CheckPlace(target, PlaceUse::kReplacement, watcher);
   if (!status.IsOk()) return status;
-  int error = ExchangeTops(tmp.Get(), volume.Get(), target.GetId().c_str());
-  if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
+  int error = ExchangeTops(tmp.Get(), volume.Get(), target.locator.c_str());
+  if (error != 0) return StatusOfErrno(error, dir_.PathOf(target));
   // Some file systems take the move for a change of the directory.
   const struct timespec times[] = {st.st_atim, st.st_mtim};
   (void)futimens(restored.Get(), times);
@@ -129,22 +117,23 @@ Status LocalEngine::RestoreSnapshot(const Target& target, const std::string& sna
   if (error == 0 && topFlags != 0) error = SyncFd(restored.Get());
   // What was written down of the old bytes is not of these.
   if (error == 0) error = DropUsersFlags(own.Get(), target);
-  if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
+  if (error != 0) return StatusOfErrno(error, dir_.PathOf(target));
   // The target is restored. Old bytes that cannot be removed now go with its next change.
   (void)RemoveArea(own.Get(), kTmp, target);
   KillPoint(kRestoreDone);
   return {};
 }
 
-Status LocalEngine::CloneSnapshot(const Target& target, const std::string& snapId,
-                                  const Target& clone) const {
-  auto [volume, own, status] = Open();
+Status LocalEngine::CloneSnapshot(const TargetPlace& target, const std::string& snapId,
+                                  const TargetPlace& clone, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
-  WriteBack writeBack(volume.Get(), path_);
+  WriteBack writeBack(volume.Get(), dir_.GetPath());
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, clone);
-  if (!tmp) return AreaFailure(errno, own.Get(), kTmp, clone);
+  if (!tmp) return dir_.AreaFailure(errno, own.Get(), kTmp, clone);
   unsigned topFlags = 0;
-  status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kNewTarget, topFlags);
+  Watch watch(watcher);
+  status = CopyFromSnapshot(target, snapId, own.Get(), tmp.Get(), kNewTarget, topFlags, watch);
   if (!status.IsOk()) return status;
   KillPoint(kCreateCopied);
   status = writeBack.Sync();

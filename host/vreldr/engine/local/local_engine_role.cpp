@@ -20,7 +20,7 @@ using namespace Local;  // the parts of this engine
 namespace {
 
 // Puts back what the user had made immutable.
-int MakeWritable(int ownFd, const Target& target, int dirFd) {
+int MakeWritable(int ownFd, const TargetPlace& target, int dirFd) {
   if (IsSubvolume(dirFd)) return SetAccess(dirFd, Access::kWritable);
   bool isFrozen = false;
   std::set<std::string> kept;
@@ -34,10 +34,10 @@ int MakeWritable(int ownFd, const Target& target, int dirFd) {
   return error == 0 ? DropUsersFlags(ownFd, target) : error;
 }
 
-int MakeUnwritable(int ownFd, const Target& target, int dirFd) {
+int MakeUnwritable(int ownFd, const TargetPlace& target, int dirFd) {
   if (IsSubvolume(dirFd)) return SetAccess(dirFd, Access::kReadOnly);
   if (const int error = KeepUsersFlags(ownFd, target, dirFd)) return error;
-  KillPoint(kDemoteKept);
+  KillPoint(kQuiesceKept);
   // The top first: what is below it then stays where it is while it is gone through.
   if (const int error = SetFrozen(dirFd, true)) return error;
   return FreezeBelow(dirFd);
@@ -45,35 +45,50 @@ int MakeUnwritable(int ownFd, const Target& target, int dirFd) {
 
 }  // namespace
 
-Status LocalEngine::Demote(const Target& target) const {
-  auto [volume, own, status] = Open(kFailDemote, target);
-  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kDemotion);
+Status LocalEngine::Quiesce(const TargetPlace& target, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(kFailQuiesce, target, watcher);
+  if (status.IsOk()) status = CheckPlace(target, PlaceUse::kDemotion, watcher);
   if (!status.IsOk()) return status;
-  WriteBack writeBack(volume.Get(), path_);
-  const Fd dir = OpenDir(volume.Get(), target.GetId());
+  WriteBack writeBack(volume.Get(), dir_.GetPath());
+  const Fd dir = OpenDir(volume.Get(), target.locator);
   const int error = dir ? MakeUnwritable(own.Get(), target, dir.Get()) : errno;
-  if (error != 0) return StatusOfErrno(error, path_ + "/" + target.GetId());
+  if (error != 0) return StatusOfErrno(error, dir_.PathOf(target));
   status = writeBack.Sync();
-  if (status.IsOk()) KillPoint(kDemoteDone);
+  if (status.IsOk()) KillPoint(kQuiesceDone);
   return status;
 }
 
-Status LocalEngine::Promote(const Target& target, const std::string& snapId) const {
-  Status status = FailPoint(kFailPromote, target.GetId());
+// A quiet target and a replica are the same here.
+Status LocalEngine::Demote(const TargetPlace& /*target*/, Watcher& watcher) const {
+  return dir_.Open(watcher).status;
+}
+
+Status LocalEngine::Promote(const TargetPlace& target, const std::string& snapId, Manner /*manner*/,
+                            Watcher& watcher) const {
+  Status status = FailPoint(kFailPromote, target.id);
   if (!status.IsOk()) return status;
   if (!snapId.empty()) {
     // The snapshot's bytes come as new ones, which anybody may write.
-    status = RestoreSnapshot(target, snapId);
+    status = RestoreSnapshot(target, snapId, watcher);
   } else {
-    auto [volume, own, opened] = Open();
+    auto [volume, own, opened] = dir_.Open(watcher);
     if (!opened.IsOk()) return opened;
-    WriteBack writeBack(volume.Get(), path_);
-    const Fd dir = OpenDir(volume.Get(), target.GetId());
+    WriteBack writeBack(volume.Get(), dir_.GetPath());
+    const Fd dir = OpenDir(volume.Get(), target.locator);
     const int error = dir ? MakeWritable(own.Get(), target, dir.Get()) : errno;
-    status = error == 0 ? writeBack.Sync() : StatusOfErrno(error, path_ + "/" + target.GetId());
+    status = error == 0 ? writeBack.Sync() : StatusOfErrno(error, dir_.PathOf(target));
   }
   if (status.IsOk()) KillPoint(kPromoteDone);
   return status;
+}
+
+Status LocalEngine::Rejoin(const TargetPlace& target, const std::string& keptId,
+                           Watcher& watcher) const {
+  std::set<std::string> existing;
+  Status status = Quiesce(target, watcher);
+  if (status.IsOk()) status = ListSnapshots(target, existing, watcher);
+  if (!status.IsOk() || existing.count(keptId) != 0) return status;
+  return TakeSnapshot(target, keptId, watcher);
 }
 
 }  // namespace VrelDR

@@ -100,7 +100,7 @@ std::uint64_t WrittenBytes(pid_t pid) {
 
 }  // namespace
 
-Status Rsync(const std::string& from, const std::string& to, Shipment& shipment) {
+Status Rsync(const std::string& from, const std::string& to, int lockFd, Shipment& shipment) {
   Pipe output;
   if (!output.read_end || fcntl(output.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return StatusOfErrno(errno, {});
@@ -114,7 +114,7 @@ Status Rsync(const std::string& from, const std::string& to, Shipment& shipment)
   args.push_back(from + "/");
   args.push_back(to + "/");
   Child rsync;
-  status = rsync.Start(args, "rsync", {.out = output.write_end.Get(), .held = shipment.GetLock()});
+  status = rsync.Start(args, "rsync", {.out = output.write_end.Get(), .held = lockFd});
   output.write_end = Fd();
   Progress progress;
   Clock::time_point heard = Clock::now();
@@ -129,7 +129,8 @@ Status Rsync(const std::string& from, const std::string& to, Shipment& shipment)
     }
     rsync.IsRunning();
     isStuck = rsync.HasComplained() && Clock::now() - heard > kSilence;
-    status = shipment.Tell(progress.GetDone(), total, WrittenBytes(rsync.GetPid()));
+    status =
+        shipment.Tell(progress.GetDone(), total, WrittenBytes(rsync.GetPid()), rsync.GetActivity());
     if (got < 0) WaitReadable({output.read_end.Get(), rsync.GetErrorFd()}, kTickMs);
   }
   if (!status.IsOk()) {

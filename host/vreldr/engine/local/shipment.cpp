@@ -15,13 +15,12 @@ Status Shipment::BeginData() {
   return FailPoint(kFailShipMiddle, replica_id_);
 }
 
-Status Shipment::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
-  if (sent > 0) {
-    Status status = BeginData();
-    if (!status.IsOk()) return status;
-  }
-  return watch_.Tell(std::min(done, total), total, sent) ? write_back_.GetStatus()
-                                                         : Watch::Stopped();
+Status Shipment::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent,
+                      std::uint64_t activity) {
+  Status status;
+  if (sent > 0) status = BeginData();
+  if (status.IsOk()) status = watch_.Tell(std::min(done, total), total, sent, activity);
+  return status.IsOk() ? write_back_.GetStatus() : status;
 }
 
 Status Shipment::TellAll(std::uint64_t total, std::uint64_t sent) {

@@ -10,29 +10,26 @@
 
 namespace VrelDR::Local {
 
-// One call of Ship on its way, as those see it who move the bytes.
+// One shipment on its way, as those see it who move the bytes.
 class Shipment {
  public:
-  // `lockFd` is what the processes that write to the replica's volume hold, and `writeBack` is of
-  // that volume; both stay longer than this object.
-  Shipment(Watcher& watcher, const std::string& replicaId, int lockFd, const WriteBack& writeBack)
-      : watch_(&watcher), replica_id_(replicaId), lock_fd_(lockFd), write_back_(writeBack) {}
+  // `writeBack` is of the replica's volume, and stays longer than this object.
+  Shipment(Watcher& watcher, const std::string& replicaId, const WriteBack& writeBack)
+      : watch_(watcher), replica_id_(replicaId), write_back_(writeBack) {}
 
-  // To be called all the time while bytes move. kErrStopped when it shall end, and a failure once
-  // it is known that some of what was written is lost.
-  Status Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent);
+  // To be called all the time while bytes move; see Watch::Tell. A failure also once it is known
+  // that some of what was written is lost.
+  Status Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent, std::uint64_t activity);
   // The same at the end, when all has arrived.
   Status TellAll(std::uint64_t total, std::uint64_t sent);
 
   Watch& GetWatch() { return watch_; }
-  int GetLock() const { return lock_fd_; }
 
  private:
   Status BeginData();
 
   Watch watch_;
   std::string replica_id_;
-  int lock_fd_;
   const WriteBack& write_back_;
   bool has_data_ = false;
 };

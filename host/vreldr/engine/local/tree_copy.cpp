@@ -101,7 +101,7 @@ Status TreeCopier::MakeEmpty(int fromFd, int toFd, const std::string& name) {
 Status TreeCopier::Copy(Fd from, const Entry& to) {
   struct stat st;
   if (fstat(from.Get(), &st) != 0) return Fail(errno);
-  if (watch_ != nullptr && !watch_->GoesOn()) return Fail(ECANCELED);
+  if (!watch_.GoesOn()) return Fail(ECANCELED);
   if (S_ISSOCK(st.st_mode)) return {};
   if (S_ISDIR(st.st_mode)) return CopyDir(std::move(from), st, to);
 

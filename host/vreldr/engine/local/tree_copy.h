@@ -41,9 +41,9 @@ class TreeCopier {
     kArchived,  // the copy is a part of a snapshot, too: what is written down stays so
   };
 
-  // `watch`, which may be null, is asked between files and between pieces of large ones; told to
+  // `watch` is asked between files and between pieces of large ones; told to
   // stop, a copy ends with kErrStopped.
-  TreeCopier(int rootFd, Strictness strictness, FlagsOf flagsOf, Watch* watch = nullptr)
+  TreeCopier(int rootFd, Strictness strictness, FlagsOf flagsOf, Watch& watch)
       : root_fd_(rootFd), strictness_(strictness), flags_of_(flagsOf), watch_(watch) {}
 
   void LeaveOutMounts() { leaves_out_mounts_ = true; }
@@ -79,7 +79,7 @@ class TreeCopier {
   int root_fd_;
   Strictness strictness_;
   FlagsOf flags_of_;
-  Watch* watch_;
+  Watch& watch_;
   bool leaves_out_mounts_ = false;
   const std::set<std::string>* immutable_ = nullptr;
   unsigned top_flags_ = 0;

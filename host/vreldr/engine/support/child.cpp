@@ -12,6 +12,8 @@
 #include <ctime>
 #include <string_view>
 
+#include "engine/support/activity.h"
+
 namespace VrelDR {
 
 namespace {
@@ -107,6 +109,15 @@ bool Child::IsRunning() {
     }
   }
   return false;
+}
+
+std::uint64_t Child::GetActivity() {
+  const auto now = std::chrono::steady_clock::now();
+  if (now >= next_activity_ && GetPid() != -1) {
+    activity_ = ActivityOf(GetPid());
+    next_activity_ = now + std::chrono::seconds(1);
+  }
+  return activity_;
 }
 
 void Child::WaitForEnd(int timeoutMs) {

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include <chrono>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -39,6 +41,8 @@ class Child {
   bool HasComplained() const { return !errors_.empty(); }
   int GetErrorFd() const { return errors_fd_.Get(); }
   pid_t GetPid() const { return process_.GetPid(); }
+  // A number that changes as long as the program does something. It is found out every second.
+  std::uint64_t GetActivity();
 
   // Waits for all processes. Good when the program succeeded; otherwise its first complaint, with
   // the code that fits, and with what to do where that is known.
@@ -56,6 +60,8 @@ class Child {
   VrelHost::Process process_;
   Fd errors_fd_;
   std::string errors_;
+  std::uint64_t activity_ = 0;
+  std::chrono::steady_clock::time_point next_activity_;
 };
 
 // A pipe whose ends are closed in children; -1 with errno set in both on a failure.

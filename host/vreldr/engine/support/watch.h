@@ -4,50 +4,47 @@
 #include <cstdint>
 
 #include "base/status.h"
-#include "engine/engine.h"
+#include "engine/watcher.h"
 
 namespace VrelDR {
 
 // A watcher that can be turned to as often as one likes: it is really told and asked at most every
-// tenth of a second.
+// tenth of a second. Knows since when the call has made no progress.
 class Watch {
  public:
-  // `watcher` may be null: nobody ends the call then.
-  explicit Watch(Watcher* watcher) : watcher_(watcher) {}
+  explicit Watch(Watcher& watcher)
+      : watcher_(watcher), patience_(watcher.GetPatience()), moved_(Clock::now()) {}
 
-  // Whether to go on.
-  bool GoesOn() {
-    if (IsDue()) goes_on_ = watcher_->GoesOn();
-    return goes_on_;
-  }
+  // A step was made; whether there shall be another.
+  bool GoesOn();
 
-  // Tells how far the call is, and says whether to go on.
-  bool Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
-    if (IsDue()) {
-      watcher_->Tell(done, total, sent);
-      goes_on_ = watcher_->GoesOn();
-    }
-    return goes_on_;
-  }
+  // No step was made. kErrStopped when there is nothing to wait for any more, and kErrUnreachable
+  // when it has been so for too long.
+  Status Wait();
 
-  // Tells it in any case.
+  // Tells how far the call is, and returns what Wait would. It has made progress when that has
+  // changed, or `activity` has, which is of the programs that work for it.
+  Status Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent, std::uint64_t activity);
+
+  // Tells it at once.
   void TellNow(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
-    if (watcher_ != nullptr) watcher_->Tell(done, total, sent);
+    watcher_.Tell(done, total, sent);
   }
 
   static Status Stopped() { return {kErrStopped, "stopped, as was asked for"}; }
 
  private:
-  bool IsDue() {
-    const auto now = std::chrono::steady_clock::now();
-    if (watcher_ == nullptr || !goes_on_ || now < due_) return false;
-    due_ = now + std::chrono::milliseconds(100);
-    return true;
-  }
+  using Clock = std::chrono::steady_clock;
 
-  Watcher* watcher_;
+  bool IsDue(Clock::time_point now);
+  Status Judge(Clock::time_point now) const;
+
+  Watcher& watcher_;
+  std::chrono::milliseconds patience_;
   bool goes_on_ = true;
-  std::chrono::steady_clock::time_point due_;
+  std::uint64_t told_ = 0;  // a sum that changes with progress
+  Clock::time_point moved_;
+  Clock::time_point due_;
 };
 
 }  // namespace VrelDR

@@ -1,0 +1,113 @@
+#include "engine/local/ship_sink.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include "base/kill_point.h"
+#include "engine/local/area.h"
+#include "engine/local/arrival.h"
+#include "engine/local/directory.h"
+#include "engine/local/settle.h"
+#include "engine/local/subvolume.h"
+#include "engine/local/tree_copy.h"
+#include "engine/local/tree_remove.h"
+#include "engine/support/watch.h"
+
+namespace VrelDR::Local {
+
+namespace {
+
+constexpr SettleSteps kShipSteps{kShipFrozen, kShipRenamed};
+
+}  // namespace
+
+Status ShipSink::Open(Watcher& watcher) {
+  there_ = dir_.Open(watcher);
+  if (!there_.status.IsOk()) return there_.status;
+  // The programs that move the bytes would go into what is mounted there.
+  for (const char* area : {kSnapshots, kIncoming, kTmp}) {
+    Status status =
+        dir_.CheckUnmounted(there_.own.Get(), std::string(area) + "/" + replica_.locator);
+    if (!status.IsOk()) return status;
+  }
+  snapshots_ = OpenOrMakeArea(there_.own.Get(), kSnapshots, replica_);
+  if (snapshots_) incoming_ = OpenOrMakeArea(there_.own.Get(), kIncoming, replica_);
+  return incoming_ ? Status() : StatusOfErrno(errno, GetVolumePath());
+}
+
+Status ShipSink::Lock(Watch& watch) {
+  // Processes of a call that was killed hold it until they have ended too, which is soon.
+  constexpr int kMostTries = 100;
+  Status status = LockDir(incoming_.Get(), GetVolumePath(), kMostTries, watch);
+  if (!status.IsOk()) return status;
+  int error = FindEntry(snapshots_.Get(), snap_id_, is_there_);
+  if (error == 0) error = FindEntry(incoming_.Get(), snap_id_, has_arrived_);
+  if (error == 0) error = IsMarkedWhole(incoming_.Get(), snap_id_, is_whole_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+int ShipSink::HasSnapshot(const std::string& snapId, bool& has) const {
+  return FindEntry(snapshots_.Get(), snapId, has);
+}
+
+std::string ShipSink::GetIncomingDirPath() const {
+  return dir_.AreaPath(kIncoming, replica_);
+}
+
+Status ShipSink::Unmark() const {
+  const int error = Local::Unmark(incoming_.Get(), snap_id_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+Status ShipSink::Prepare(const std::string& baseId, Watch& watch) const {
+  const Fd base = baseId.empty() ? Fd() : OpenDir(snapshots_.Get(), baseId);
+  const int incoming = incoming_.Get();
+  if (IsBtrfs(incoming)) {
+    const int error = base && IsSubvolume(base.Get())
+                          ? SnapshotSubvolume(base.Get(), incoming, snap_id_, Access::kWritable)
+                          : MakeSubvolume(incoming, snap_id_);
+    return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+  }
+  if (!base) {
+    const bool made = mkdirat(incoming, snap_id_.c_str(), 0700) == 0;
+    return made ? Status() : StatusOfErrno(errno, GetVolumePath());
+  }
+  // Half a copy of the base would hide from the next call what the base has: it arrives as a whole.
+  const Fd tmp = OpenOrMakeArea(there_.own.Get(), kTmp, replica_);
+  if (!tmp) return StatusOfErrno(errno, GetVolumePath());
+  int error = RemoveTree(tmp.Get(), snap_id_);
+  if (error == 0 && mkdirat(tmp.Get(), snap_id_.c_str(), 0700) != 0) error = errno;
+  const Fd copy = error == 0 ? OpenDir(tmp.Get(), snap_id_) : Fd();
+  if (!copy) return StatusOfErrno(error != 0 ? error : errno, GetVolumePath());
+  TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kArchived, watch);
+  Status status = copier.CopyContent(base.Get(), dir_.SnapshotPath(replica_, baseId));
+  if (!status.IsOk()) return status;
+  if (renameat(tmp.Get(), snap_id_.c_str(), incoming, snap_id_.c_str()) != 0) error = errno;
+  if (error == 0) error = RemoveArea(there_.own.Get(), kTmp, replica_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+Status ShipSink::Discard() const {
+  const int error = RemoveTree(incoming_.Get(), snap_id_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+Status ShipSink::MarkWhole() const {
+  const int error = Local::MarkWhole(incoming_.Get(), snap_id_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+Status ShipSink::Settle(WriteBack& writeBack) const {
+  if (is_there_) return FinishSettling(snapshots_.Get(), snap_id_, writeBack, GetVolumePath());
+  return Local::Settle(incoming_.Get(), snap_id_, snapshots_.Get(), kShipSteps, writeBack,
+                       GetVolumePath());
+}
+
+Status ShipSink::Clear() const {
+  const int error = RemoveIncoming(there_.own.Get(), replica_);
+  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+}
+
+}  // namespace VrelDR::Local

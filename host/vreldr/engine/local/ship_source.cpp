@@ -1,0 +1,17 @@
+#include "engine/local/ship_source.h"
+
+#include "engine/local/arrival.h"
+
+namespace VrelDR::Local {
+
+Status ShipSource::Open(Watcher& watcher) {
+  auto [volume, own, status] = dir_.Open(watcher);
+  if (!status.IsOk()) return status;
+  return dir_.OpenSnapshot(source_, snap_id_, own.Get(), snapshots_, snapshot_);
+}
+
+int ShipSource::HasSnapshot(const std::string& snapId, bool& has) const {
+  return FindEntry(snapshots_.Get(), snapId, has);
+}
+
+}  // namespace VrelDR::Local

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "base/fd.h"
+#include "engine/engine.h"
+#include "engine/local/volume_dir.h"
+
+namespace VrelDR::Local {
+
+// The end of a shipment from which a snapshot goes, for the time of one call.
+class ShipSource {
+ public:
+  // All stay longer than this object.
+  ShipSource(const VolumeDir& dir, const TargetPlace& source, const std::string& snapId)
+      : dir_(dir), source_(source), snap_id_(snapId) {}
+
+  Status Open(Watcher& watcher);
+  // Whether the target has that snapshot. 0 or an errno.
+  int HasSnapshot(const std::string& snapId, bool& has) const;
+
+  int GetFd() const { return snapshot_.Get(); }
+  std::string GetPath() const { return PathOf(snap_id_); }
+  std::string PathOf(const std::string& snapId) const { return dir_.SnapshotPath(source_, snapId); }
+
+ private:
+  const VolumeDir& dir_;
+  const TargetPlace& source_;
+  const std::string& snap_id_;
+  Fd snapshots_, snapshot_;
+};
+
+}  // namespace VrelDR::Local
