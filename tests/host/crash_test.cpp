@@ -30,7 +30,7 @@ using Steps = std::vector<std::string_view>;
 const Steps kTakeSteps = {VrelDR::kTakeRecorded, VrelDR::kCopyFile,   VrelDR::kTakeCopied,
                           VrelDR::kTakeSynced,   VrelDR::kTakeFrozen, VrelDR::kTakeRenamed,
                           VrelDR::kTakeWhole,    VrelDR::kTakeDone};
-const Steps kDeleteSteps = {VrelDR::kDeleteMarked, VrelDR::kDeleteMovedOut, VrelDR::kRemoveEntry,
+const Steps kDeleteSteps = {VrelDR::kDeleteMarked, VrelDR::kDeleteRenamed, VrelDR::kRemoveEntry,
                             VrelDR::kDeleteBytesGone, VrelDR::kDeleteDone};
 const Steps kCreateSteps = {VrelDR::kCreateRecorded, VrelDR::kCopyFile,      VrelDR::kCreateCopied,
                             VrelDR::kCreateSynced,   VrelDR::kCreateRenamed, VrelDR::kCreateWhole,
@@ -46,7 +46,7 @@ class CrashTest : public HostTest {
     return !IsBtrfs() || (step != VrelDR::kCopyFile && step != VrelDR::kTakeCopied &&
                           step != VrelDR::kTakeSynced && step != VrelDR::kTakeFrozen &&
                           step != VrelDR::kTakeRenamed && step != VrelDR::kRemoveEntry &&
-                          step != VrelDR::kDeleteMovedOut);
+                          step != VrelDR::kDeleteRenamed);
   }
 
   static void ExpectKilledAt(std::string_view step, const std::function<bool()>& call) {

@@ -7,6 +7,7 @@
 #include "base/kill_point.h"
 #include "plan_fixture.h"
 #include "tree.h"
+#include "vreldrcore/sqlite_db.h"
 
 // The process is killed between the steps of each operation on a plan. Whatever the step, the plan
 // and its copies are then, or after the next operation, as before it or as after it.
@@ -85,6 +86,7 @@ class PlanCrashTest : public PlanTest {
   bool IsKilledAt(std::string_view step, const Call& call) const {
     const int code =
         RunInChild({{"VRELDR_KILL_POINT", std::string(step)}}, [&] { return call() ? 0 : 1; });
+    if (code == kKilled && ++kills_ % 2 == 0) GoBackToVersion3();
     if (code == kKilled) return true;
     EXPECT_EQ(code, 0) << step;
     EXPECT_TRUE(IsEngineStep(step)) << step << " was not reached";
@@ -120,6 +122,15 @@ class PlanCrashTest : public PlanTest {
   }
 
  private:
+  // As if a program had been killed whose records said nothing of locators.
+  void GoBackToVersion3() const {
+    const VrelDRCore::SqliteDB records(StateDir() + "/replica.db", 20, "vreldrcore_db_info");
+    EXPECT_TRUE(
+        records.Exec("BEGIN; ALTER TABLE targets DROP COLUMN locator;"
+                     "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT"))
+        << records.GetErr();
+  }
+
   static bool IsEngineStep(std::string_view step) {
     return step.substr(0, 5) == "take." || step.substr(0, 5) == "ship." ||
            step.substr(0, 8) == "restore." || step.substr(0, 7) == "create." ||
@@ -127,6 +138,7 @@ class PlanCrashTest : public PlanTest {
   }
 
   int cases_ = 0;
+  mutable int kills_ = 0;
 };
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, PlanCrashTest, testing::Values("ext4", "xfs", "btrfs"),

@@ -197,6 +197,7 @@ TEST_P(PlanFailureTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
                      "DROP TABLE pending_snaps; DROP TABLE sync_reports;"
                      "DROP TABLE journals; DROP TABLE volumes;"
                      "ALTER TABLE snapshots DROP COLUMN maker;"
+                     "ALTER TABLE targets DROP COLUMN locator;"
                      "UPDATE vreldrcore_db_info SET value = '1' WHERE key = 'version'"))
         << records.GetErr();
   }

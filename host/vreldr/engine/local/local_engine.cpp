@@ -36,18 +36,23 @@ using VrelHost::SyncFd;
 
 namespace {
 
-// Moves a snapshot to what CleanUp removes, durably. 0 or an errno.
-int MoveOut(int snapshotFd, int snapshotsFd, const std::string& snapId, int ownFd,
-            const TargetPlace& target) {
-  const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
-  if (!tmp) return errno;
-  int error = RemoveTree(tmp.Get(), snapId);
-  if (error == 0) error = ClearGuards(snapshotFd);
+// The name of a snapshot whose bytes are going. No identifier begins with a dot.
+std::string GoingName(const std::string& snapId) {
+  return ".going." + snapId;
+}
+
+// Makes a snapshot none from before its bytes go, which they do piece by piece. 0 or an errno.
+int BeginRemoval(int snapshotsFd, const std::string& snapId) {
+  const Fd snapshot = OpenDir(snapshotsFd, snapId);
+  if (!snapshot) return errno == ENOENT ? 0 : errno;
+  if (IsSubvolume(snapshot.Get())) return 0;  // goes at once
+  const int error = ClearGuards(snapshot.Get());
   if (error != 0) return error;
-  if (renameat(snapshotsFd, snapId.c_str(), tmp.Get(), snapId.c_str()) != 0) return errno;
-  KillPoint(kDeleteMovedOut);
-  error = SyncFd(tmp.Get());
-  return error == 0 ? SyncFd(snapshotsFd) : error;
+  if (renameat(snapshotsFd, snapId.c_str(), snapshotsFd, GoingName(snapId).c_str()) != 0) {
+    return errno == ENOSPC ? 0 : errno;  // there may be room for its removal alone
+  }
+  KillPoint(kDeleteRenamed);
+  return SyncFd(snapshotsFd);
 }
 
 }  // namespace
@@ -295,7 +300,9 @@ Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::strin
   } else if (errno != ENOENT) {
     error = errno;
   }
-  snapIds.insert(names.begin(), names.end());
+  for (std::string& name : names) {
+    if (name.front() != '.') snapIds.insert(std::move(name));
+  }
   return error == 0 ? Status()
                     : StatusOfErrno(error, dir_.GetPath() + "/" + kOwnDir + "/" + kSnapshots);
 }
@@ -309,16 +316,10 @@ Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string&
   if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
   status = dir_.CheckUnmounted(snapshots.Get(), snapId);
   if (!status.IsOk()) return status;
-  const Fd snapshot = OpenDir(snapshots.Get(), snapId);
-  int error = 0;
-  if (snapshot && !IsSubvolume(snapshot.Get())) {
-    // Its bytes go piece by piece: from before the first one it is no snapshot any more.
-    error = MoveOut(snapshot.Get(), snapshots.Get(), snapId, own.Get(), target);
-  } else {
-    error = RemoveTree(snapshots.Get(), snapId);
-    if (error == 0) error = SyncFd(snapshots.Get());
-  }
-  if (error == 0) error = RemoveArea(own.Get(), kTmp, target);
+  int error = BeginRemoval(snapshots.Get(), snapId);
+  if (error == 0) error = RemoveTree(snapshots.Get(), GoingName(snapId));
+  if (error == 0) error = RemoveTree(snapshots.Get(), snapId);
+  if (error == 0) error = SyncFd(snapshots.Get());
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 

@@ -14,7 +14,8 @@ namespace VrelDR::Local {
 //   <volume>/<target>/                               a target; a subvolume on btrfs
 //   <volume>/.vreldr/volume.json                     its identity
 //   <volume>/.vreldr/snapshots/<target>/<snapshot>/  its snapshots
-//   <volume>/.vreldr/tmp/<target>/                   copies that are being made, or are going
+//   <volume>/.vreldr/snapshots/<target>/.going.<snapshot>/  one that is being removed
+//   <volume>/.vreldr/tmp/<target>/                   copies that are being made
 //   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
 //   <volume>/.vreldr/incoming/<target>/.whole.<snapshot>  says that this is all, and on disk
 //   <volume>/.vreldr/frozen/<target>/                what its user had made immutable; see frozen.h
