@@ -7,6 +7,7 @@
 #include "vreldrgroup/record/target_group.h"
 #include "vreldrgroup/record/target_replica.h"
 #include "vreldrgroup/record/target_snapshot.h"
+#include "vreldrgroup/replication/action_words.h"
 #include "vreldrgroup/replication/replica.h"
 #include "vreldrgroup/replication/replica_op.h"
 #include "vreldrgroup/replication/replica_utils.h"

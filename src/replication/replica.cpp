@@ -37,7 +37,7 @@ void Set(VrelDR::DataSyncParam& param, const SyncFlags& flags) {
 }
 
 bool IsEncrypted(const Json::Value& params) {
-  return AsBool(Member(params, "is_encrypted"));
+  return AsBool(Member(params, Param::kIsEncrypted));
 }
 
 int PreSync(SyncState& state, const Targets& /*targets*/, Json::Value& params) {
@@ -52,7 +52,7 @@ int PreTmpSync(SyncState& state, const Targets& /*targets*/, Json::Value& /*para
 
 int PreSwitchover(SwitchoverState& state, const Targets& /*targets*/, Json::Value& params) {
   Set(state.sync_param, {true, {}, {}, IsEncrypted(params)});
-  state.target_map = Member(params, "target_map");
+  state.target_map = Member(params, Param::kQuietTargets);
   return 0;
 }
 
@@ -66,9 +66,9 @@ std::string LastOf(const Targets& targets) {
 }
 
 int PreDel(DeleteState& state, const Targets& targets, Json::Value& params) {
-  state.is_site_del = TakeFlag(params, "is_site_del");
-  state.is_data_deleted = TakeFlag(params, "is_data_deleted");
-  state.is_drsite_deleted = TakeFlag(params, "is_drsite_deleted");
+  state.is_site_del = TakeFlag(params, Param::kIsSiteDeleted);
+  state.is_data_deleted = TakeFlag(params, Param::kIsDataDeleted);
+  state.is_drsite_deleted = TakeFlag(params, Param::kIsDrSiteDeleted);
   state.last_target = LastOf(targets);
   return 0;
 }
@@ -79,14 +79,14 @@ int PreTmpDel(DeleteState& state, const Targets& targets, Json::Value& /*params*
 }
 
 int PreEditCleanup(EditCleanupState& state, const Targets& /*targets*/, Json::Value& params) {
-  state.is_site_del = TakeFlag(params, "is_site_del");
-  state.target_plan_map = TakeMember(params, "target_plan_map");
+  state.is_site_del = TakeFlag(params, Param::kIsSiteDeleted);
+  state.target_plan_map = TakeMember(params, Param::kTargetPlans);
   return 0;
 }
 
 int PreReprotectChecker(ReprotectCheckerState& state, const Targets& /*targets*/,
                         Json::Value& params) {
-  state.is_mainsite = TakeFlag(params, "is_mainsite");
+  state.is_mainsite = TakeFlag(params, Param::kIsMainSite);
   return 0;
 }
 
@@ -242,7 +242,7 @@ template <> constexpr Rules<TmpDel> kRules<TmpDel>{
 }  // namespace
 
 VrelDR::Operation::SnapshotMeta ActionSnapshotMeta() {
-  return {"By vreldrgroup", false, false, ""};
+  return {kTakenByActions, false, false, ""};
 }
 
 OperationPtr ReprotectOf(ReprotectState& state, const DRPlan& plan, const std::string& /*target*/) {

@@ -34,8 +34,8 @@ VrelDR::PlanRemoteConn MakeConn(const std::string& credId, const std::string& ad
 
 void ParseCreation(CreationState& state, const Json::Value& params) {
   const std::string localNode = VrelDRNode::DRNode::getLocalNodeId();
-  const std::string drNode = Text(params, "dr_node_id");
-  state.dst_vol = Text(params, "dst_vol");
+  const std::string drNode = Text(params, Param::kNode);
+  state.dst_vol = Text(params, Param::kVolume);
   state.schedule = VrelDR::AsyncSchedulePolicy();
   state.schedule.SetDisabled();
   state.plan.SetSolutionType(VrelDR::kSolutionGroup);
@@ -51,8 +51,10 @@ void ParseCreation(CreationState& state, const Json::Value& params) {
     return;
   }
   // Each side opens the other: its credential belongs to the address there.
-  state.src_conn = MakeConn(Text(params, "src_cred_id"), Text(params, "dst_ip"));
-  state.dst_conn = MakeConn(Text(params, "dst_cred_id"), Text(params, "src_ip"));
+  state.src_conn =
+      MakeConn(Text(params, Param::kSourceCredential), Text(params, Param::kDestinationAddress));
+  state.dst_conn =
+      MakeConn(Text(params, Param::kDestinationCredential), Text(params, Param::kSourceAddress));
 }
 
 OperationPtr CreationOf(CreationState& state, const std::string& target) {
@@ -85,7 +87,7 @@ int PreCreate(CreationState& state, const Targets& /*targets*/, Json::Value& par
 
 int PreEditPrepare(EditPrepareState& state, const Targets& targets, Json::Value& params) {
   Json::Value own;  // for parameters that can have no members
-  Json::Value& map = params.isNull() || params.isObject() ? params["target_plan_map"] : own;
+  Json::Value& map = params.isNull() || params.isObject() ? params[Param::kTargetPlans] : own;
   if (!map.isObject() && !map.isNull()) map = Json::Value();
   ParseCreation(state.creation, params);
   for (const std::string& target : targets) {

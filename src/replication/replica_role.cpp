@@ -39,7 +39,7 @@ bool FindSnapshot(const FailoverState& state, const std::string& target, std::st
 }  // namespace
 
 int PreFailover(FailoverState& state, const Targets& /*targets*/, Json::Value& params) {
-  const std::string gsnapId = AsText(TakeMember(params, "gsnap_id"));
+  const std::string gsnapId = AsText(TakeMember(params, Param::kGsnap));
   GsnapshotInfo info("");
   if (!Operation::GsnapshotInfoGet(gsnapId, info)) {
     LOG_SHORT_ERR("Failed to find records in drgroup.db by gsnap_id [%s]", gsnapId.c_str());
@@ -48,12 +48,12 @@ int PreFailover(FailoverState& state, const Targets& /*targets*/, Json::Value& p
   for (const TargetSnapshot& each : info.target_snapshots) {
     state.target_snap_map[each.target.GetId()] = each.tsnap_id;
   }
-  state.is_forced = AsBool(Member(params, "is_forced"));
+  state.is_forced = AsBool(Member(params, Param::kIsForced));
   return 0;
 }
 
 int PreReprotect(ReprotectState& state, const Targets& /*targets*/, Json::Value& params) {
-  state.is_mainsite = TakeFlag(params, "is_mainsite");
+  state.is_mainsite = TakeFlag(params, Param::kIsMainSite);
   state.reprotect_flag = false;
   return 0;
 }

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "vreldrgroup/export.h"
+#include "vreldrgroup/replication/action_words.h"
 
 namespace VrelDRGroup::ActionPolicy {
 
@@ -115,7 +116,7 @@ template <> struct StateOf<TmpDel>           { using Type = DeleteState; };
 // action: PreAct once, GenOperation for each target, and Revert for what has run when one fails.
 // One object belongs to one thread.
 //
-// The parameters of each action, all members of one JSON object:
+// The parameters of each action, all members of one JSON object, by the names of Param:
 //
 //   create, create_partial, tmp_create, edit_prepare
 //     "dst_vol"      the volume that takes the DR copies

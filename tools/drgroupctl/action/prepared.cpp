@@ -4,7 +4,6 @@
 
 #include <set>
 
-#include "action/action_words.h"
 #include "action/interrupted.h"
 #include "action/plans.h"
 #include "command/identifier.h"

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 
-#include "action/action_words.h"
 #include "action/plans.h"
 #include "output/failure.h"
 #include "output/text.h"

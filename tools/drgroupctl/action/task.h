@@ -1,6 +1,7 @@
 #pragma once
 
 #include <vreldr/plan.h>
+#include <vreldrgroup/replication/action_words.h>
 
 #include <memory>
 #include <string>
@@ -9,6 +10,9 @@
 #include "action/action.h"
 
 namespace drgroupctl {
+
+// The names of the parameters of actions.
+namespace Param = VrelDRGroup::ActionPolicy::Param;
 
 // A parameter of an action, as a member of its JSON object.
 struct TaskParam {

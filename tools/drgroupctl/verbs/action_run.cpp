@@ -7,7 +7,6 @@
 #include <sstream>
 #include <system_error>
 
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"

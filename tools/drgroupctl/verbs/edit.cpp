@@ -1,10 +1,10 @@
 #include <vreldr/operation.h>
+#include <vreldrgroup/replication/action_words.h>
 #include <vreldrnode/dr_node.h>
 
 #include <map>
 #include <set>
 
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "action/removal.h"
@@ -89,7 +89,7 @@ Prepared PrepareFirstSync(const Group& group, const EditState& state) {
   }
   const auto make = [plans](const std::string& target) {
     VrelDR::DataSyncParam param;
-    param.meta = {kTakenByActions, false, false, ""};
+    param.meta = {VrelDRGroup::ActionPolicy::kTakenByActions, false, false, ""};
     return std::make_unique<VrelDR::Operation::PlanSync>(plans.at(target), param);
   };
   Prepared prepared = PrepareDirect(FindTask("sync"), make, group.id, state.Open());

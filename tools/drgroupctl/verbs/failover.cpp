@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <map>
 
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/takeover.h"
 #include "command/confirm.h"

@@ -2,7 +2,6 @@
 
 #include <set>
 
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "groups/group_creation.h"

@@ -1,4 +1,3 @@
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"

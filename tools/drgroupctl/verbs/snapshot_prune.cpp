@@ -1,10 +1,10 @@
 #include <vreldr/snapshot_history.h>
 #include <vreldr/target_operation.h>
+#include <vreldrgroup/replication/action_words.h>
 
 #include <algorithm>
 #include <set>
 
-#include "action/action_words.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "command/confirm.h"
@@ -42,8 +42,8 @@ std::vector<Surplus> FindSurplus(const Group& group) {
     for (const std::string& id : {plans[i].GetProtectedTargetId(), plans[i].GetDRTargetId()}) {
       const VrelDR::Target target(id, group.targets[i].GetType());
       const VrelDR::TargetOperation operation(target);
-      const std::vector<Snapshot> leftovers =
-          VrelDR::SnapshotHistory::Leftovers(operation.ListSnapshots(), kTakenByActions, needed);
+      const std::vector<Snapshot> leftovers = VrelDR::SnapshotHistory::Leftovers(
+          operation.ListSnapshots(), VrelDRGroup::ActionPolicy::kTakenByActions, needed);
       if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
         PrintWarning("target " + Quote(id) + " is passed over: " + HostMessage(operation));
       }

@@ -1,12 +1,14 @@
 #pragma once
 
-// The words that the library's actions take and write, as their interface has them.
-namespace drgroupctl {
+// The words that the actions on the plans of a group take and write. Callers and what is on disk
+// hold them: never change one.
+namespace VrelDRGroup::ActionPolicy {
 
-// What an action writes on the snapshots that it takes.
+// By whom a snapshot says that it was taken when an action took it: its description. What carries
+// it nobody has described, so pruning may take it.
 inline constexpr char kTakenByActions[] = "By vreldrgroup";
 
-// The names of parameters.
+// The names of the parameters; which action takes which stands at ActionImpl.
 namespace Param {
 inline constexpr char kVolume[] = "dst_vol";
 inline constexpr char kNode[] = "dr_node_id";
@@ -25,4 +27,4 @@ inline constexpr char kIsDataDeleted[] = "is_data_deleted";
 inline constexpr char kIsDrSiteDeleted[] = "is_drsite_deleted";
 }  // namespace Param
 
-}  // namespace drgroupctl
+}  // namespace VrelDRGroup::ActionPolicy
