@@ -100,6 +100,24 @@ TEST_F(BadCatalogueTest, ARowWithoutATimeIsToldApartFromAMissingOne) {
   EXPECT_EQ(report["left_snapshots"].size(), 3U);
 }
 
+// Nothing is wrong with the file then, and running it again would not help.
+TEST_F(BadCatalogueTest, ARecordThatMeansNothingIsToldByItsTable) {
+  const auto expectTold = [&](const Words& words, const std::string& table) {
+    const Result result =
+        RunBadly(kCatalogue, words, {DatabaseOf("g"), "table \"" + table + "\"", "backup"});
+    EXPECT_THAT(result.err, testing::Not(HasSubstr("run it again")));
+    EXPECT_THAT(result.err, testing::Not(HasSubstr("system log")));
+  };
+  RunSql(DatabaseOf("g"), "UPDATE gsnap_meta SET gsnap_time = 0");
+  expectTold({"snapshot", "show", id_}, "gsnap_meta");
+  RunSql(DatabaseOf("g"), "UPDATE gsnap_meta SET gsnap_time = 1700000000");
+  RunSql(DatabaseOf("g"),
+         "INSERT INTO target_snap_list (target_id, target_type, tsnap_id, gsnap_id) "
+         "VALUES (NULL, NULL, NULL, NULL)");
+  expectTold({"snapshot", "repair", "g", "--dry-run"}, "target_snap_list");
+  expectTold({"snapshot", "list", "g"}, "target_snap_list");
+}
+
 TEST_F(BadCatalogueTest, ALinkThatIsNone) {
   fs::remove(LinkDirectory("g") + "/drgroup.db");
   fs::copy(DatabaseOf("g"), LinkDirectory("g") + "/drgroup.db");

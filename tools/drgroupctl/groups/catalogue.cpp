@@ -4,6 +4,9 @@
 #include <vreldrcore/json.h>
 #include <vreldrcore/sqlite_failure.h>
 #include <vreldrgroup/db.h>
+#include <vreldrgroup/record/gsnapshot.h>
+#include <vreldrgroup/record/target_replica.h>
+#include <vreldrgroup/record/target_snapshot.h>
 
 #include <filesystem>
 
@@ -102,6 +105,39 @@ std::string FindDamage(const VrelDRCore::SqliteDB& db) {
   return found == "ok" ? std::string() : found;
 }
 
+// Whether every row of a table is a valid record.
+template <class Record, class IsValid>
+bool HoldsValid(const VrelDRCore::SqliteDB& db, const VrelDRCore::SqliteTableHandler& table,
+                const Record& empty, IsValid&& isValid) {
+  VrelDRCore::SelectCommand command;
+  command.SetTable(table);
+  bool allValid = true;
+  db.SelectEach(command, [&](const VrelDRCore::SqliteValueList& row) {
+    Record record = empty;
+    allValid = record.FromSqliteValues(row) && isValid(record);
+    return allValid;
+  });
+  return allValid;
+}
+
+// The table that has a record which means nothing; empty when there is none.
+std::string FindInvalid(const VrelDRCore::SqliteDB& db) {
+  const auto isValid = [](const auto& record) { return record.IsValid(); };
+  const VrelDRGroup::GsnapMetadataSqliteTable meta;
+  const VrelDRGroup::TargetSnapListSqliteTable parts;
+  const VrelDRGroup::TargetReplicaListSqliteTable replicas;
+  if (!HoldsValid(db, meta, VrelDRGroup::Gsnapshot(""), [](const VrelDRGroup::Gsnapshot& each) {
+        return !each.gsnap_id.empty() && !each.tag.empty() && each.gsnap_time > 0;
+      })) {
+    return meta.GetTable();
+  }
+  if (!HoldsValid(db, parts, VrelDRGroup::TargetSnapshotRelationship(), isValid)) {
+    return parts.GetTable();
+  }
+  const bool allValid = HoldsValid(db, replicas, VrelDRGroup::TargetReplicaRelationship(), isValid);
+  return allValid ? std::string() : replicas.GetTable();
+}
+
 }  // namespace
 
 std::optional<CatalogueProblem> ExamineCatalogue(const std::string& groupId, Access access,
@@ -163,15 +199,23 @@ Failure CatalogueFailure(const std::string& groupId, const std::string& what,
                                     " is full: free space on it and run it again"};
   }
   if (!said.empty()) return {ExitCode::kCatalogue, about + said};
-  const std::string damage = FindDamage(VrelDRCore::SqliteDB(path, 0, kInfoTable));
+  const std::string file = "the catalogue " + Quote(path);
+  const VrelDRCore::SqliteDB db(path, 0, kInfoTable);
+  const std::string damage = FindDamage(db);
   if (!damage.empty()) {
-    return {ExitCode::kCatalogue, about + "the catalogue " + Quote(path) + " is damaged (" +
-                                      Printable(damage) + "): restore it from a backup"};
+    return {ExitCode::kCatalogue,
+            about + file + " is damaged (" + Printable(damage) + "): restore it from a backup"};
   }
-  return {ExitCode::kCatalogue,
-          about + "the catalogue " + Quote(path) +
-              " refused it, and looks sound now: run it again; if it fails again, the system log "
-              "says more"};
+  const std::string table = FindInvalid(db);
+  if (!table.empty()) {
+    return {ExitCode::kCatalogue, about + file + " has a record in its table " + Quote(table) +
+                                      " that means nothing: restore it from a backup"};
+  }
+  return {
+      ExitCode::kCatalogue,
+      about + file +
+          " refused it, and looks sound now: run it again; if it fails again, restore it from a "
+          "backup"};
 }
 
 }  // namespace drgroupctl
