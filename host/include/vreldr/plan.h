@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "vrelcore/export.h"
+#include "vreldr/error.h"
 #include "vreldr/snapshot.h"
 #include "vreldr/target.h"
 
@@ -176,6 +177,20 @@ VREL_API DRPlan GetPlan(const std::string& planId);
 VREL_API int ListPlans(std::vector<DRPlan>& plans);
 
 }  // namespace PlanAPI
+
+// The plans of this node as PlanAPI and Utils::SelectPlans tell them, with a message that says why
+// when they cannot be told. The library needs nothing of this; it is there for a tool that tells
+// people.
+class VREL_API PlanReader : public DRErrRecorder {
+ public:
+  // Appends every plan of this node, oldest first.
+  bool List(std::vector<DRPlan>& plans) const;
+  // Appends the plans that have the target on one of their sides, oldest first.
+  bool Select(const std::string& targetId, std::vector<DRPlan>& plans) const;
+  // Puts the plan into `plan`, which stays as it was on a failure; kErrPlanMissing when there is
+  // no such plan.
+  bool Get(const std::string& planId, DRPlan& plan) const;
+};
 
 namespace Utils {
 

@@ -1,22 +1,11 @@
-#include <exception>
-
+#include "vreldr/plan.h"
+#include "base/boundary.h"
 #include "plan/plan_lock.h"
 #include "target/host.h"
-#include "vreldr/plan.h"
 
 namespace VrelDR {
 
 namespace {
-
-// Runs `body`, which gives a code of ErrCode; nothing thrown gets past it.
-template <class Body>
-int CodeOf(Body&& body) noexcept {
-  try {
-    return body().code;
-  } catch (const std::exception&) {  // out of memory
-    return kErrIo;
-  }
-}
 
 Status Read(const std::function<Status(const PlanStore&, std::vector<PlanRow>&)>& read,
             std::vector<DRPlan>& plans) {
@@ -54,19 +43,41 @@ Status FindSiteStatus(const DRPlan& plan, DRSiteStatus& found) {
 
 }  // namespace
 
-namespace PlanAPI {
+bool PlanReader::List(std::vector<DRPlan>& plans) const {
+  return RunAndRecord(*this, [&] {
+    return Read([](const PlanStore& store, auto& rows) { return store.ListPlans(rows); }, plans);
+  });
+}
 
-int GetPlan(const std::string& planId, DRPlan& plan) {
-  return CodeOf([&]() -> Status {
+bool PlanReader::Select(const std::string& targetId, std::vector<DRPlan>& plans) const {
+  return RunAndRecord(*this, [&] {
+    return Read(
+        [&](const PlanStore& store, auto& rows) { return store.SelectPlans(targetId, rows); },
+        plans);
+  });
+}
+
+bool PlanReader::Get(const std::string& planId, DRPlan& plan) const {
+  return RunAndRecord(*this, [&]() -> Status {
     Host host;
     std::optional<PlanRow> row;
     Status status = host.OpenIfMade();
     if (host.store) status = host.store->Plans().GetPlan(planId, row);
     if (!status.IsOk()) return status;
-    if (!row) return {kErrPlanMissing, {}};
+    if (!row) {
+      return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};
+    }
     plan = std::move(row->plan);
     return {};
   });
+}
+
+namespace PlanAPI {
+
+int GetPlan(const std::string& planId, DRPlan& plan) {
+  const PlanReader reader;
+  (void)reader.Get(planId, plan);
+  return reader.GetErrCode();
 }
 
 DRPlan GetPlan(const std::string& planId) {
@@ -76,9 +87,9 @@ DRPlan GetPlan(const std::string& planId) {
 }
 
 int ListPlans(std::vector<DRPlan>& plans) {
-  return CodeOf([&] {
-    return Read([](const PlanStore& store, auto& rows) { return store.ListPlans(rows); }, plans);
-  });
+  const PlanReader reader;
+  (void)reader.List(plans);
+  return reader.GetErrCode();
 }
 
 }  // namespace PlanAPI
@@ -87,16 +98,12 @@ namespace Utils {
 
 bool SelectPlans(DRProtectedTargetType /*type*/, const std::string& targetId,
                  std::vector<DRPlan>& plans) {
-  return CodeOf([&] {
-           return Read([&](const PlanStore& store,
-                           auto& rows) { return store.SelectPlans(targetId, rows); },
-                       plans);
-         }) == kErrNone;
+  return PlanReader().Select(targetId, plans);
 }
 
 DRSiteStatus GetPlanLocalSiteStatus(const DRPlan& plan) {
   DRSiteStatus found = kSiteUnknown;
-  (void)CodeOf([&] { return FindSiteStatus(plan, found); });
+  (void)RunAndRecord(DRErrRecorder(), [&] { return FindSiteStatus(plan, found); });
   return found;
 }
 

@@ -3,6 +3,7 @@
 #include <vreldr/report.h>
 #include <vreldrgroup/replication/replica_op.h>
 
+#include <algorithm>
 #include <set>
 
 #include "action/plans.h"
@@ -70,13 +71,27 @@ std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
 // The last snapshot that arrived and is there: a failover would go to it.
 void SetLastArrived(const Arrived& arrived, Json::Value& row) {
   row["last_snap_id"] = arrived.snap_id;
-  row["last_snap_state"] = arrived.recorded.empty() && arrived.snap_id.empty() ? "none"
-                           : arrived.presence == Presence::kMissing            ? "gone"
-                           : arrived.presence == Presence::kUnknown            ? "unknown"
-                                                                               : "present";
+  const bool isNone =
+      arrived.is_recorded_known && arrived.recorded.empty() && arrived.snap_id.empty();
+  row["last_snap_state"] = isNone                                   ? "none"
+                           : arrived.presence == Presence::kMissing ? "gone"
+                           : arrived.presence == Presence::kUnknown ? "unknown"
+                                                                    : "present";
   row["gone_snap_id"] = arrived.presence == Presence::kMissing ? arrived.recorded : "";
   if (arrived.time != 0) row["last_snap_time"] = arrived.time;
   SetAge(arrived.time, row);
+}
+
+// Reads a report, which stays empty when there is none yet. False when it cannot be told: then the
+// reason is in `problems`.
+template <class Reporter, class Report>
+bool Read(const Reporter& reporter, Report& report, std::vector<std::string>& problems) {
+  if (reporter.ReadReport(report) || reporter.GetErrCode() == VrelDR::kErrNotRun) return true;
+  const std::string problem = HostMessage(reporter);
+  if (std::find(problems.begin(), problems.end(), problem) == problems.end()) {
+    problems.push_back(problem);
+  }
+  return false;
 }
 
 }  // namespace
@@ -129,8 +144,9 @@ Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
   const Arrived arrived = LookAtArrived(plan);
   SetLastArrived(arrived, row);
 
+  std::vector<std::string> unread;
   VrelDR::SiteOPJournal journal;
-  VrelDR::SiteOPJournalReporter(plan.GetPlanId()).ReadReport(journal);
+  Read(VrelDR::SiteOPJournalReporter(plan.GetPlanId()), journal, unread);
   if (status == VrelDR::kSiteWorking) {
     row["operation"] = VrelDR::Utils::ToString(journal.GetOPStatus());
     row["progress"] = journal.GetProgress();
@@ -138,12 +154,13 @@ Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
         row["operation"].asString() + " " + std::to_string(journal.GetProgress()) + " %";
   }
   VrelDR::PendingSnapReport pending;
-  VrelDR::PendingSnapReporter(plan.GetPlanId()).ReadReport(pending);
-  row["pending_count"] = Json::UInt64(pending.GetSnapshots().size());
-  std::vector<std::string> problems;
-  for (const std::string& each : {Problem(plan, status, journal), ArrivedProblem(plan, arrived)}) {
-    if (!each.empty()) problems.push_back(each);
-  }
+  const bool isPendingKnown = Read(VrelDR::PendingSnapReporter(plan.GetPlanId()), pending, unread);
+  row["pending_count"] =
+      isPendingKnown ? Json::Value(Json::UInt64(pending.GetSnapshots().size())) : Json::Value();
+  std::vector<std::string> problems = {Problem(plan, status, journal)};
+  problems.insert(problems.end(), unread.begin(), unread.end());
+  problems.push_back(ArrivedProblem(plan, arrived));
+  problems.erase(std::remove(problems.begin(), problems.end(), ""), problems.end());
   row["problem"] = Join(problems, "; ");
   return row;
 }

@@ -1,7 +1,6 @@
 #include "action/plans.h"
 
 #include <vreldr/report.h>
-#include <vreldrgroup/replication/replica_utils.h>
 
 #include "action/removal.h"
 #include "host/host.h"
@@ -13,40 +12,38 @@ namespace {
 
 using VrelDR::DRPlan;
 
-// The library tells only that it failed; the host, asked again, says why.
-Failure CannotRead(const std::string& what) {
-  const std::string about = "cannot look up " + what + ": ";
-  const VrelDR::TargetManager manager;
-  std::vector<VrelDR::TargetRemains> remains;
-  if (!manager.ListRemains(remains)) {
-    return {FromHostError(manager.GetErrCode()), about + HostMessage(manager)};
-  }
-  return {ExitCode::kFailed, about +
-                                 "the host's records could not be read and can be now: run it "
-                                 "again"};
+Failure CannotRead(const VrelDR::PlanReader& reader, const std::string& what) {
+  return {FromHostError(reader.GetErrCode()),
+          "cannot look up " + what + ": " + HostMessage(reader)};
 }
 
 }  // namespace
 
 std::vector<DRPlan> PlansOf(const std::string& target) {
+  const VrelDR::PlanReader reader;
   std::vector<DRPlan> plans;
-  if (VrelDRGroup::Utils::PlanSelect(target, plans) < 0) {
-    throw CannotRead("the plans of target " + Quote(target));
-  }
+  if (!reader.Select(target, plans))
+    throw CannotRead(reader, "the plans of target " + Quote(target));
   return plans;
 }
 
 std::vector<DRPlan> AllPlans() {
+  const VrelDR::PlanReader reader;
   std::vector<DRPlan> plans;
-  if (VrelDR::PlanAPI::ListPlans(plans) != 0) throw CannotRead("the plans of this host");
+  if (!reader.List(plans)) throw CannotRead(reader, "the plans of this host");
   return plans;
 }
 
-DRPlan RequirePlan(const std::string& planId) {
+std::optional<DRPlan> FindPlan(const std::string& planId) {
+  const VrelDR::PlanReader reader;
   DRPlan plan;
-  const int code = VrelDR::PlanAPI::GetPlan(planId, plan);
-  if (code == 0) return plan;
-  if (code != VrelDR::kErrPlanMissing) throw CannotRead("plan " + Quote(planId));
+  if (reader.Get(planId, plan)) return plan;
+  if (reader.GetErrCode() == VrelDR::kErrPlanMissing) return std::nullopt;
+  throw CannotRead(reader, "plan " + Quote(planId));
+}
+
+DRPlan RequirePlan(const std::string& planId) {
+  if (const std::optional<DRPlan> plan = FindPlan(planId)) return *plan;
   for (const VrelDR::TargetRemains& each : ListRemains()) {
     if (each.plan_id != planId) continue;
     throw Failure(ExitCode::kNotFound,
@@ -78,7 +75,8 @@ Failure NoOnePlan(const std::string& target, const std::vector<DRPlan>& plans) {
 
 std::string LastArrived(const std::string& planId) {
   VrelDR::RetentionLockReport report;
-  VrelDR::RetentionLockReporter(planId).ReadReport(report);
+  const VrelDR::RetentionLockReporter reporter(planId);
+  if (!reporter.ReadReport(report)) ThrowHostError(reporter);
   return report.GetLastSnapshot();
 }
 

@@ -2,6 +2,7 @@
 
 #include <vreldr/plan.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,6 +15,8 @@ namespace drgroupctl {
 // The plans of a target, oldest first; of a DR copy, those that it is the copy of.
 std::vector<VrelDR::DRPlan> PlansOf(const std::string& target);
 std::vector<VrelDR::DRPlan> AllPlans();
+// Nothing when there is no such plan.
+std::optional<VrelDR::DRPlan> FindPlan(const std::string& planId);
 VrelDR::DRPlan RequirePlan(const std::string& planId);
 // The one plan of the target; throws what NoOnePlan says when it has none or several.
 VrelDR::DRPlan RequireOnePlan(const std::string& target);

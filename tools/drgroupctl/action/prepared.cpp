@@ -35,8 +35,10 @@ namespace {
     const std::vector<VrelDR::DRPlan> plans = PlansOf(target);
     if (plans.empty()) throw NoOnePlan(target, plans);
   }
-  throw Failure(ExitCode::kFailed, "the parameters of task " + Quote(task.name) +
-                                       " could not be taken in: the system log says more");
+  throw Failure(ExitCode::kFailed,
+                "the parameters of task " + Quote(task.name) +
+                    " could not be taken in, and nothing is found wrong with them "
+                    "now: run it again; the system log says more");
 }
 
 std::string TitleOf(const std::string& task, const std::string& group) {

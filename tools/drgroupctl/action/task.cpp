@@ -196,8 +196,8 @@ std::vector<VrelDR::DRPlan> PlansLostBy(const Task& task, const Json::Value& par
     }
     // The plan that the target had before it was edited, unless it is gone already.
     const std::string planId = AsText(Member(Member(params, Param::kTargetPlans), target));
-    VrelDR::DRPlan plan;
-    if (!planId.empty() && VrelDR::PlanAPI::GetPlan(planId, plan) == 0) lost.push_back(plan);
+    if (planId.empty()) continue;
+    if (const auto plan = FindPlan(planId)) lost.push_back(*plan);
   }
   return lost;
 }

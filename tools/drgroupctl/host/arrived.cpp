@@ -22,6 +22,9 @@ Arrived LookAtArrived(const VrelDR::DRPlan& plan) {
     arrived.time = found.newest.create_time;
     return arrived;
   }
+  const int code = reporter.GetErrCode();
+  arrived.is_recorded_known =
+      !arrived.recorded.empty() || (code != VrelDR::kErrStore && code != VrelDR::kErrBusy);
   arrived.presence = Presence::kUnknown;
   arrived.problem = HostMessage(reporter);
   arrived.snap_id = arrived.recorded;
@@ -41,6 +44,9 @@ std::uint32_t TimeOfSnapshot(const VrelDR::DRPlan& plan, const std::string& snap
 std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived) {
   const std::string named = "the last snapshot that arrived, " + Quote(arrived.recorded) + ",";
   const std::string replica = "target " + Quote(plan.GetReplicaTargetId());
+  if (!arrived.is_recorded_known) {
+    return "which snapshots have arrived at " + replica + " cannot be told: " + arrived.problem;
+  }
   if (arrived.recorded.empty() || arrived.presence == Presence::kPresent) return {};
   if (arrived.presence == Presence::kUnknown) {
     return "whether " + named + " is still at " + replica + " cannot be told";

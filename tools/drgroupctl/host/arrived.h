@@ -12,8 +12,10 @@ namespace drgroupctl {
 
 // What the replica of a plan can take over with, as its bytes tell and not the records alone.
 struct Arrived {
-  // The snapshot that arrived last, as the records have it; empty when none has.
+  // The snapshot that arrived last, as the records have it; empty when none has, and when the
+  // records could not be read, which `is_recorded_known` tells.
   std::string recorded;
+  bool is_recorded_known = true;
   // Whether the replica has that one: kUnknown when it cannot be asked, with the reason.
   Presence presence = Presence::kPresent;
   std::string problem;
@@ -31,7 +33,7 @@ Arrived LookAtArrived(const VrelDR::DRPlan& plan);
 std::uint32_t TimeOfSnapshot(const VrelDR::DRPlan& plan, const std::string& snapId);
 
 // 'the last snapshot that arrived, "x", is gone from target "a-dr", ...', or that this cannot be
-// told; empty when it is there.
+// told; empty when it is there and when none has arrived.
 std::string ArrivedProblem(const VrelDR::DRPlan& plan, const Arrived& arrived);
 
 // Puts how long ago `time` was into the row, as "age_seconds", and whether it lies ahead of this

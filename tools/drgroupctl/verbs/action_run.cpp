@@ -63,8 +63,7 @@ void CheckReplacedPlans(const Json::Value& params, const Group& group) {
                                           ", which group " + Quote(group.id) + " does not have");
     }
     const std::string planId = VrelDRCore::JsonUtil::AsText(plans[target]);
-    VrelDR::DRPlan plan;
-    if (VrelDR::PlanAPI::GetPlan(planId, plan) != 0) continue;  // gone already, or told later
+    if (!FindPlan(planId)) continue;  // gone already
     const std::vector<VrelDR::DRPlan> own = PlansOf(target);
     const bool isOwn = std::any_of(own.begin(), own.end(), [&](const VrelDR::DRPlan& each) {
       return each.GetPlanId() == planId;

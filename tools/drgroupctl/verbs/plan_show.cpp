@@ -17,9 +17,11 @@ namespace {
 // The snapshots of both copies of a plan, with which of them each has and who waits.
 Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
   VrelDR::RetentionLockReport held;
-  VrelDR::RetentionLockReporter(plan.GetPlanId()).ReadReport(held);
+  const VrelDR::RetentionLockReporter locks(plan.GetPlanId());
+  if (!locks.ReadReport(held)) ThrowHostError(locks);
   VrelDR::PendingSnapReport pending;
-  VrelDR::PendingSnapReporter(plan.GetPlanId()).ReadReport(pending);
+  const VrelDR::PendingSnapReporter waiting(plan.GetPlanId());
+  if (!waiting.ReadReport(pending)) ThrowHostError(waiting);
   const std::set<std::string> heldIds(held.GetSnapshots().begin(), held.GetSnapshots().end());
   const std::set<std::string> pendingIds(pending.GetSnapshots().begin(),
                                          pending.GetSnapshots().end());

@@ -6,6 +6,7 @@
 
 #include "action/group_action.h"
 #include "action/plans.h"
+#include "host/host.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -21,7 +22,9 @@ Runs LookAtRuns(const std::vector<std::string>& targets) {
   Runs runs;
   for (const std::string& target : targets) {
     for (const VrelDR::DRPlan& plan : PlansOf(target)) {
-      VrelDR::SiteOPJournalReporter(plan.GetPlanId()).ReadReport(runs[plan.GetPlanId()]);
+      const VrelDR::SiteOPJournalReporter reporter(plan.GetPlanId());
+      const bool isRead = reporter.ReadReport(runs[plan.GetPlanId()]);
+      if (!isRead && reporter.GetErrCode() != VrelDR::kErrNotRun) ThrowHostError(reporter);
     }
   }
   return runs;
