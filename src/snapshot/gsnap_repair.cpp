@@ -17,6 +17,7 @@ namespace {
 
 constexpr char kUnit[] = "snapshot/gsnap_repair.cpp";
 
+using Reason = RepairVerdict::Reason;
 using VrelDRCore::SelectCommand;
 using VrelDRCore::SqliteValueList;
 
@@ -105,9 +106,38 @@ bool GsnapshotRepair::InitTargetSnapDict() {
   return readable;
 }
 
+std::optional<RepairVerdict> GsnapshotRepair::JudgeRecords(const std::string& gsnapId) const {
+  const auto recorded = groupSnapDict_.find(gsnapId);
+  if (recorded == groupSnapDict_.end()) return RepairVerdict{Reason::kNoMetadata, kGsnapUnknown};
+  if (targetSnapDict_.count(gsnapId) == 0) return RepairVerdict{Reason::kNoParts, kGsnapBad};
+  if (recorded->second == kGsnapBad) return RepairVerdict{Reason::kStaysBad, kGsnapBad};
+  return std::nullopt;
+}
+
+RepairVerdict GsnapshotRepair::JudgeParts(const std::string& gsnapId,
+                                          const std::vector<TargetSnapshot>& tsnaps) {
+  if (gsnapId.empty()) return {Reason::kNoId, kGsnapUnknown};
+  if (tsnaps.empty()) return {Reason::kNoParts, kGsnapBad};
+  for (const TargetSnapshot& tsnap : tsnaps) {
+    if (!SetTarget(tsnap.target)) return {Reason::kTargetUnknown, kGsnapUnknown, &tsnap};
+    const TargetInfo& info = targetDict_.at(tsnap.target);
+    if (!info.isExisted) return {Reason::kTargetGone, kGsnapBad, &tsnap};
+    if (info.snapshotIds.count(tsnap.tsnap_id) == 0) {
+      return {Reason::kSnapshotGone, kGsnapBad, &tsnap};
+    }
+  }
+  return {};
+}
+
+RepairVerdict GsnapshotRepair::Judge(const std::string& gsnapId) {
+  if (const auto verdict = JudgeRecords(gsnapId)) return *verdict;
+  return JudgeParts(gsnapId, targetSnapDict_.find(gsnapId)->second);
+}
+
 void GsnapshotRepair::RepairTargetSnapshotTable() {
   for (const auto& [gsnapId, tsnaps] : targetSnapDict_) {
-    if (groupSnapDict_.count(gsnapId) != 0) continue;
+    const auto verdict = JudgeRecords(gsnapId);
+    if (!verdict || verdict->reason != Reason::kNoMetadata) continue;
     LOG_LONG_WARN("Delete group snapshot [%s] since not in metadata of drgroup", gsnapId.c_str());
     GsnapshotDelete(gsnapId).Run();
   }
@@ -115,14 +145,14 @@ void GsnapshotRepair::RepairTargetSnapshotTable() {
 
 void GsnapshotRepair::RepairGroupSnapMetaTable() {
   for (const auto& [gsnapId, status] : groupSnapDict_) {
-    const auto found = targetSnapDict_.find(gsnapId);
-    if (found == targetSnapDict_.end()) {
+    const auto verdict = JudgeRecords(gsnapId);
+    if (verdict && verdict->IsDeleted()) {
       LOG_LONG_WARN("group snapshot [%s] has no target snapshots, delete it", gsnapId.c_str());
       GsnapshotDelete(gsnapId).Run();
       continue;
     }
-    if (status == kGsnapBad) continue;
-    const GsnapStatus newStatus = GetGsnapStatus(gsnapId, found->second);
+    if (verdict) continue;
+    const GsnapStatus newStatus = GetGsnapStatus(gsnapId, targetSnapDict_.find(gsnapId)->second);
     if (newStatus == status) continue;
     LOG_LONG_WARN("Set status of gsnapId[%s] as [%d] -> [%d]", gsnapId.c_str(),
                   static_cast<int>(status), static_cast<int>(newStatus));
@@ -132,35 +162,28 @@ void GsnapshotRepair::RepairGroupSnapMetaTable() {
 
 GsnapStatus GsnapshotRepair::GetGsnapStatus(const std::string& gsnapId,
                                             const std::vector<TargetSnapshot>& tsnaps) {
-  if (gsnapId.empty()) {
-    LOG_LONG_ERR("Empty gsnapId");
-    return kGsnapUnknown;
-  }
-  if (tsnaps.empty()) {
-    LOG_LONG_ERR("Empty target snapshots of gsnapId[%s]", gsnapId.c_str());
-    return kGsnapBad;
-  }
-  for (const TargetSnapshot& tsnap : tsnaps) {
-    if (!SetTarget(tsnap.target)) return kGsnapUnknown;
-    const auto found = targetDict_.find(tsnap.target);
-    if (found == targetDict_.end()) {
-      LOG_LONG_WARN("Failed to check tsnap [%s] of gsnapId[%s]",
-                    VrelDRCore::JsonUtil::ToString(tsnap.ToJson()).c_str(), gsnapId.c_str());
-      return kGsnapUnknown;
-    }
-    const TargetInfo& info = found->second;
-    if (!info.isExisted) {
+  const RepairVerdict verdict = JudgeParts(gsnapId, tsnaps);
+  switch (verdict.reason) {
+    case Reason::kNoId:
+      LOG_LONG_ERR("Empty gsnapId");
+      break;
+    case Reason::kNoParts:
+      LOG_LONG_ERR("Empty target snapshots of gsnapId[%s]", gsnapId.c_str());
+      break;
+    case Reason::kTargetGone:
       LOG_LONG_WARN("Detect BAD gsnapshot [%s] since target[%s] of tsnap [%s] is not existed",
-                    gsnapId.c_str(), Text(tsnap.target).c_str(), tsnap.tsnap_id.c_str());
-      return kGsnapBad;
-    }
-    if (info.snapshotIds.count(tsnap.tsnap_id) == 0) {
+                    gsnapId.c_str(), Text(verdict.part->target).c_str(),
+                    verdict.part->tsnap_id.c_str());
+      break;
+    case Reason::kSnapshotGone:
       LOG_LONG_WARN("Detect BAD gsnapshot [%s] since snapshot [%s] of target [%s] is not existed",
-                    gsnapId.c_str(), tsnap.tsnap_id.c_str(), Text(tsnap.target).c_str());
-      return kGsnapBad;
-    }
+                    gsnapId.c_str(), verdict.part->tsnap_id.c_str(),
+                    Text(verdict.part->target).c_str());
+      break;
+    default:  // SetTarget has told why a target cannot be asked
+      break;
   }
-  return kGsnapReady;
+  return verdict.status;
 }
 
 bool GsnapshotRepair::SetTarget(const VrelDR::Target& target) {

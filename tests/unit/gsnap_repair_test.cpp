@@ -1,6 +1,7 @@
 #include <vreldrgroup/snapshot/gsnap_repair.h>
 
 #include <filesystem>
+#include <tuple>
 
 #include "catalogue_test.h"
 #include "record_values.h"
@@ -13,6 +14,8 @@ namespace fs = std::filesystem;
 using VrelDR::Target;
 using VrelDRGroup::TargetSnapshot;
 using VrelDRGroup::Operation::GsnapshotRepair;
+using VrelDRGroup::Operation::RepairVerdict;
+using Reason = RepairVerdict::Reason;
 
 // A group "g1" with two ready group snapshots: the first of the targets t1 and t2, the second of t1
 // alone.
@@ -478,6 +481,47 @@ TEST_F(GsnapRepair, DoesNotRememberATargetWhoseSnapshotListCannotBeRead) {
   EXPECT_THAT(host.calls, testing::SizeIs(6));
   host.targets["t1"].failures.clear();
   EXPECT_TRUE(repair.SetTarget(Target("t1", 1)));
+}
+
+// A caller shows the verdicts before the repair carries them out.
+TEST_F(GsnapRepair, JudgesByTheCatalogueAloneWhatNoTargetDecides) {
+  const std::string orphan = "g1-gsnap-30";
+  const std::string bare = "g1-gsnap-40";
+  AddSnap("t1", 1, "s9", orphan);
+  AddMeta(bare, 40);
+  SetStatus(first, "2");
+  ASSERT_TRUE(repair.InitGroupSnapDict() && repair.InitTargetSnapDict());
+  EXPECT_EQ(repair.GetStatuses().size(), 3U);
+  EXPECT_EQ(repair.GetParts().size(), 3U);
+  EXPECT_EQ(repair.Judge(orphan).reason, Reason::kNoMetadata);
+  EXPECT_TRUE(repair.Judge(orphan).IsDeleted());
+  EXPECT_EQ(repair.Judge(bare).reason, Reason::kNoParts);
+  EXPECT_TRUE(repair.Judge(bare).IsDeleted());
+  EXPECT_EQ(repair.Judge(first).reason, Reason::kStaysBad);
+  EXPECT_EQ(repair.Judge(first).status, VrelDRGroup::kGsnapBad);
+  EXPECT_FALSE(repair.Judge(first).IsDeleted());
+  EXPECT_THAT(host.calls, IsEmpty());
+}
+
+TEST_F(GsnapRepair, JudgesByTheTargetsAndWritesNothing) {
+  const auto judge = [this](const std::string& gsnapId) {
+    GsnapshotRepair looking("g1");
+    EXPECT_TRUE(looking.InitGroupSnapDict() && looking.InitTargetSnapDict());
+    const RepairVerdict verdict = looking.Judge(gsnapId);
+    return std::make_tuple(verdict.reason, verdict.status,
+                           verdict.part == nullptr ? "" : verdict.part->tsnap_id);
+  };
+  const std::vector<std::string> before = Statuses();
+  EXPECT_EQ(judge(first), std::make_tuple(Reason::kAllThere, VrelDRGroup::kGsnapReady, ""));
+  host.targets["t1"].snapshots.clear();
+  EXPECT_EQ(judge(first), std::make_tuple(Reason::kSnapshotGone, VrelDRGroup::kGsnapBad, "s1"));
+  host.targets["t2"].exists = false;
+  EXPECT_EQ(judge(first), std::make_tuple(Reason::kTargetGone, VrelDRGroup::kGsnapBad, "s2"));
+  EXPECT_THAT(log.Entries(), IsEmpty());
+  host.targets["t2"].failures["IsExisted"] = {411, {}};
+  EXPECT_EQ(judge(first),
+            std::make_tuple(Reason::kTargetUnknown, VrelDRGroup::kGsnapUnknown, "s2"));
+  EXPECT_EQ(Statuses(), before);
 }
 
 TEST_F(GsnapRepair, HasCode407WhileItRuns) {

@@ -1,56 +1,66 @@
 #include "groups/repair_plan.h"
 
+#include <vreldrgroup/snapshot/gsnap_repair.h>
+
+#include "groups/catalogue.h"
 #include "output/text.h"
 
 namespace drgroupctl {
 
 namespace {
 
-struct Verdict {
-  VrelDRGroup::GsnapStatus status;
-  std::string reason;
-};
+using VrelDRGroup::Operation::GsnapshotRepair;
+using VrelDRGroup::Operation::RepairVerdict;
 
-// The first target snapshot that is not there, or cannot be asked about, decides.
-Verdict Judge(const std::string& gsnapId, const std::vector<VrelDRGroup::TargetSnapshot>& parts,
-              const RepairSight& sight) {
-  if (gsnapId.empty()) return {VrelDRGroup::kGsnapUnknown, "it has no identifier"};
-  for (const VrelDRGroup::TargetSnapshot& each : parts) {
-    const std::string target = "target " + Quote(each.target.GetId());
-    const auto found = sight.targets.find(each.target);
-    if (found == sight.targets.end() || !found->second) {
-      return {VrelDRGroup::kGsnapUnknown, target + " cannot be asked"};
-    }
-    if (!found->second->isExisted) return {VrelDRGroup::kGsnapBad, target + " does not exist"};
-    if (found->second->snapshotIds.count(each.tsnap_id) == 0) {
-      return {VrelDRGroup::kGsnapBad, target + " has no snapshot " + Quote(each.tsnap_id)};
-    }
+std::string ReasonText(const RepairVerdict& verdict) {
+  using Reason = RepairVerdict::Reason;
+  const std::string target =
+      verdict.part == nullptr ? std::string() : "target " + Quote(verdict.part->target.GetId());
+  switch (verdict.reason) {
+    case Reason::kNoMetadata:
+      return "only its target snapshots are recorded";
+    case Reason::kNoParts:
+      return "none of its target snapshots is recorded";
+    case Reason::kStaysBad:
+      return "it was bad before";
+    case Reason::kNoId:
+      return "it has no identifier";
+    case Reason::kTargetUnknown:
+      return target + " cannot be asked";
+    case Reason::kTargetGone:
+      return target + " does not exist";
+    case Reason::kSnapshotGone:
+      return target + " has no snapshot " + Quote(verdict.part->tsnap_id);
+    default:
+      return "all its target snapshots are there";
   }
-  return {VrelDRGroup::kGsnapReady, "all its target snapshots are there"};
+}
+
+RepairPlan PlanRepair(GsnapshotRepair& repair) {
+  RepairPlan plan;
+  const auto add = [&](const std::string& gsnapId, VrelDRGroup::GsnapStatus status) {
+    const RepairVerdict verdict = repair.Judge(gsnapId);
+    if (verdict.IsDeleted()) {
+      plan.deletions.push_back({gsnapId, ReasonText(verdict)});
+    } else if (verdict.status != status) {
+      plan.changes.push_back({gsnapId, status, verdict.status, ReasonText(verdict)});
+    }
+  };
+  for (const auto& [gsnapId, parts] : repair.GetParts()) {
+    if (repair.GetStatuses().count(gsnapId) == 0) add(gsnapId, VrelDRGroup::kGsnapUnknown);
+  }
+  for (const auto& [gsnapId, status] : repair.GetStatuses()) add(gsnapId, status);
+  return plan;
 }
 
 }  // namespace
 
-RepairPlan PlanRepair(const RepairSight& sight) {
-  RepairPlan plan;
-  for (const auto& [gsnapId, parts] : sight.parts) {
-    if (sight.statuses.count(gsnapId) == 0) {
-      plan.deletions.push_back({gsnapId, "only its target snapshots are recorded"});
-    }
+RepairSight LookForRepair(const std::string& groupId) {
+  GsnapshotRepair repair(groupId);
+  if (!repair.InitGroupSnapDict() || !repair.InitTargetSnapDict()) {
+    throw CatalogueFailure(groupId, "cannot read its records");
   }
-  for (const auto& [gsnapId, status] : sight.statuses) {
-    const auto parts = sight.parts.find(gsnapId);
-    if (parts == sight.parts.end()) {
-      plan.deletions.push_back({gsnapId, "none of its target snapshots is recorded"});
-      continue;
-    }
-    if (status == VrelDRGroup::kGsnapBad) continue;  // never looked at again
-    const Verdict verdict = Judge(gsnapId, parts->second, sight);
-    if (verdict.status != status) {
-      plan.changes.push_back({gsnapId, status, verdict.status, verdict.reason});
-    }
-  }
-  return plan;
+  return {repair.GetStatuses(), repair.GetParts(), PlanRepair(repair)};
 }
 
 }  // namespace drgroupctl

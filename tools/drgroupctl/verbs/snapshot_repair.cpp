@@ -9,7 +9,6 @@
 #include "groups/gsnap_completeness.h"
 #include "groups/gsnap_removal.h"
 #include "groups/repair_plan.h"
-#include "groups/repair_sight.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
@@ -34,9 +33,9 @@ void RefuseForeign(const std::string& groupId, const RepairPlan& plan) {
 
 // The target snapshots of group snapshots that are recorded only by them: the records go, they
 // stay.
-Json::Value Orphans(const RepairSight& sight, const RepairPlan& plan) {
+Json::Value Orphans(const RepairSight& sight) {
   std::vector<VrelDRGroup::TargetSnapshot> orphans;
-  for (const RepairPlan::Deletion& each : plan.deletions) {
+  for (const RepairPlan::Deletion& each : sight.plan.deletions) {
     const auto parts = sight.parts.find(each.gsnap_id);
     if (parts == sight.parts.end()) continue;
     orphans.insert(orphans.end(), parts->second.begin(), parts->second.end());
@@ -46,13 +45,12 @@ Json::Value Orphans(const RepairSight& sight, const RepairPlan& plan) {
 
 // The group snapshots that stay and have no part of some targets of the group, with those targets.
 // The library's repair looks at the parts that are recorded.
-Json::Value IncompleteRows(const std::string& groupId, const RepairSight& sight,
-                           const RepairPlan& plan) {
+Json::Value IncompleteRows(const std::string& groupId, const RepairSight& sight) {
   Json::Value rows(Json::arrayValue);
   const auto defined = DefinedTargets(groupId);
   if (!defined) return rows;
   std::set<std::string> going;
-  for (const RepairPlan::Deletion& each : plan.deletions) going.insert(each.gsnap_id);
+  for (const RepairPlan::Deletion& each : sight.plan.deletions) going.insert(each.gsnap_id);
   for (const auto& [gsnapId, status] : sight.statuses) {
     if (going.count(gsnapId) != 0) continue;
     std::set<std::string> parts;
@@ -134,8 +132,7 @@ void Repair(const std::string& groupId, const RepairPlan& plan) {
   VrelDRGroup::Operation::GsnapshotRepair operation(groupId);
   const bool ran = operation.Run("");
   const RepairSight after = LookForRepair(groupId);
-  const RepairPlan left = PlanRepair(after);
-  if (ran && left.Empty()) return;
+  if (ran && after.plan.Empty()) return;
   const RepairPlan done = Done(plan, after);
   Failure failure = CatalogueFailure(
       groupId, "of " + Count(plan.deletions.size() + plan.changes.size(), "change") + " " +
@@ -180,10 +177,10 @@ Report RunSnapshotRepair(const Arguments& args) {
   const GroupLock lock(groupId);
   RequireCatalogue(groupId, dryRun ? Access::kRead : Access::kWrite);
   const RepairSight sight = LookForRepair(groupId);
-  const RepairPlan plan = PlanRepair(sight);
+  const RepairPlan& plan = sight.plan;
   RefuseForeign(groupId, plan);
-  const Json::Value orphans = Orphans(sight, plan);
-  const Json::Value incomplete = IncompleteRows(groupId, sight, plan);
+  const Json::Value orphans = Orphans(sight);
+  const Json::Value incomplete = IncompleteRows(groupId, sight);
   if (!dryRun && !plan.Empty()) {
     Confirm(args, Loss(plan), args.Has("--json") ? std::string() : Preview(plan));
     Repair(groupId, plan);
