@@ -9,6 +9,7 @@
 #include "groups/group_store.h"
 #include "loop_volume.h"
 #include "measure.h"
+#include "output/console.h"
 #include "verbs/verbs.h"
 
 namespace bench {
@@ -45,6 +46,7 @@ class Groups {
   // Makes the group unless it is there.
   void Require(int size) const {
     if (std::filesystem::exists(drgroupctl::LinkDirectory(Name(size)))) return;
+    drgroupctl::Warnings warnings;
     drgroupctl::Arguments group;
     std::vector<std::string> targets;
     for (int i = 0; i < size; ++i) {
@@ -53,18 +55,18 @@ class Groups {
       target.Set("ID", {targets.back()});
       target.Set("--volume", {"a"});
       target.Set("--type", {"share"});
-      drgroupctl::TargetCreate().run(target);
+      drgroupctl::TargetCreate().run(target, warnings);
     }
     group.Set("ID", {Name(size)});
     group.Set("--target", targets);
-    drgroupctl::GroupCreate().run(group);
+    drgroupctl::GroupCreate().run(group, warnings);
     drgroupctl::Arguments protect = Args(size);
     protect.Set("--volume", {"b"});
     protect.Set("--json", {});  // no progress
-    drgroupctl::Protect().run(protect);
+    drgroupctl::Protect().run(protect, warnings);
     drgroupctl::Arguments sync = Args(size);
     sync.Set("--json", {});
-    drgroupctl::Sync().run(sync);
+    drgroupctl::Sync().run(sync, warnings);
   }
 
   static drgroupctl::Arguments Args(int size) {
@@ -129,8 +131,10 @@ void RegisterPlans(const std::filesystem::path& dir) {
           drgroupctl::PrepareOnGroup("sync", drgroupctl::LoadGroup(Groups::Name(size)));
       return !drgroupctl::RefusalOf(prepared.title, drgroupctl::CheckTargets(prepared));
     });
-    Register(place, "status", size,
-             [size] { return !drgroupctl::Status().run(Groups::Args(size)).Parts().empty(); });
+    Register(place, "status", size, [size] {
+      drgroupctl::Warnings warnings;
+      return !drgroupctl::Status().run(Groups::Args(size), warnings).Parts().empty();
+    });
   }
 }
 

@@ -16,20 +16,20 @@ std::unique_ptr<Formatter> MakeFormatter(bool json) {
   return json ? MakeJsonFormatter() : MakeTableFormatter();
 }
 
-void Run(const std::vector<std::string>& words) {
+void Run(const std::vector<std::string>& words, Warnings& warnings) {
   const Command command = ParseCommandLine(words);
   if (command.verb == nullptr) {
     PrintOut(WantsJson(words) ? FormatDocument(command.document) : command.text);
     return;
   }
-  const Report report = command.verb->run(command.arguments);
-  PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, PrintedWarnings()));
+  const Report report = command.verb->run(command.arguments, warnings);
+  PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, warnings.Printed()));
 }
 
-int Tell(const Failure& failure, const std::vector<std::string>& words) {
+int Tell(const Failure& failure, const std::vector<std::string>& words, const Warnings& warnings) {
   PrintError(failure.message);
   try {
-    PrintOut(MakeFormatter(WantsJson(words))->Format(failure, PrintedWarnings()));
+    PrintOut(MakeFormatter(WantsJson(words))->Format(failure, warnings.Printed()));
   } catch (const Failure&) {  // the line above and the exit code have told it
   }
   return static_cast<int>(failure.code);
@@ -38,12 +38,13 @@ int Tell(const Failure& failure, const std::vector<std::string>& words) {
 }  // namespace
 
 int RunTool(const std::vector<std::string>& words) {
+  Warnings warnings;
   try {
     try {
-      Run(words);
+      Run(words, warnings);
       return static_cast<int>(ExitCode::kDone);
     } catch (const Failure& failure) {
-      return Tell(failure, words);
+      return Tell(failure, words, warnings);
     }
   } catch (const std::bad_alloc&) {
     PrintError("out of memory: free some and run it again");

@@ -90,7 +90,7 @@ Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
   return takeover;
 }
 
-void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
+void KeepCovered(Warnings& warnings, Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
   std::vector<VrelDR::Target> covered;
   std::vector<std::string> others;
   for (const VrelDR::Target& each : group.targets) {
@@ -102,10 +102,10 @@ void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
   }
   if (covered.empty() || others.empty()) return;
   group.targets = covered;
-  PrintWarning("target " + Join(others, ", ") + " stays as it is, as group snapshot " +
-               Quote(gsnap.gsnap_id) +
-               " has nothing of it: \"drgroupctl plan promote\" lets its replica take over with "
-               "the last snapshot that arrived");
+  warnings.Print("target " + Join(others, ", ") + " stays as it is, as group snapshot " +
+                 Quote(gsnap.gsnap_id) +
+                 " has nothing of it: \"drgroupctl plan promote\" lets its replica take over with "
+                 "the last snapshot that arrived");
 }
 
 std::vector<Takeover> PlanTakeover(const Group& group,

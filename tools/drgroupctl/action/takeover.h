@@ -14,6 +14,8 @@
 
 namespace drgroupctl {
 
+class Warnings;
+
 // How the replica of one target would take over.
 struct Takeover {
   std::string target;  // of the group
@@ -33,7 +35,7 @@ struct Takeover {
 
 // Takes those targets out of the group of which the group snapshot has no part, with a warning:
 // they stay as they are. When it has none at all, the group stays whole.
-void KeepCovered(Group& group, const VrelDRGroup::GsnapshotInfo& gsnap);
+void KeepCovered(Warnings& warnings, Group& group, const VrelDRGroup::GsnapshotInfo& gsnap);
 
 // Which snapshot each target of the group would take over with: the one of the group snapshot,
 // which may be of the group itself or of its DR copies, or without one the last that arrived and is

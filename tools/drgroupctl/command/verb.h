@@ -9,6 +9,8 @@
 
 namespace drgroupctl {
 
+class Warnings;
+
 // What a value on the command line is: decides how it is checked and how a shell completes it.
 enum class Value {
   kFlag,
@@ -67,7 +69,7 @@ struct Verb {
   std::string changes;                   // what it may change
   std::vector<Parameter> arguments;
   std::vector<Parameter> options;
-  Report (*run)(const Arguments&);  // throws Failure
+  Report (*run)(const Arguments&, Warnings&);  // throws Failure
 
   // "GROUP [--latest]", as it stands behind the name.
   std::string Usage() const;

@@ -24,7 +24,8 @@ std::string Names(const std::vector<std::string>& targets) {
 
 }  // namespace
 
-std::optional<std::vector<VrelDR::Target>> DefinedTargets(const std::string& groupId) {
+std::optional<std::vector<VrelDR::Target>> DefinedTargets(Warnings& warnings,
+                                                          const std::string& groupId) {
   const std::string dir = GroupDirectory(groupId);
   Group group;
   const auto begun = InterruptedDeletion(groupId, dir);
@@ -39,7 +40,7 @@ std::optional<std::vector<VrelDR::Target>> DefinedTargets(const std::string& gro
   } catch (const Failure& failure) {
     problem = failure.message;
   }
-  PrintWarning("whether group snapshots are complete cannot be told: " + problem);
+  warnings.Print("whether group snapshots are complete cannot be told: " + problem);
   return std::nullopt;
 }
 
@@ -66,9 +67,9 @@ std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap,
   return isIncomplete ? kIncomplete : VrelDRGroup::ToString(gsnap.status);
 }
 
-std::vector<std::string> RequireComplete(const VrelDRGroup::GsnapshotInfo& info,
+std::vector<std::string> RequireComplete(Warnings& warnings, const VrelDRGroup::GsnapshotInfo& info,
                                          const std::string& done, bool isForced) {
-  const auto defined = DefinedTargets(VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
+  const auto defined = DefinedTargets(warnings, VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
   const std::string named = "group snapshot " + Quote(info.gsnap_id);
   if (!defined) {
     if (isForced) return {};
@@ -87,7 +88,7 @@ std::vector<std::string> RequireComplete(const VrelDRGroup::GsnapshotInfo& info,
     for (const std::string& each : missing) failure.details["missing_targets"].append(each);
     throw failure;
   }
-  PrintWarning(problem);
+  warnings.Print(problem);
   return missing;
 }
 

@@ -13,9 +13,12 @@
 // half way, or a repair of the catalogue, leaves fewer.
 namespace drgroupctl {
 
+class Warnings;
+
 // The targets of the group's definition. Nothing, after a warning that says why, when there is no
 // definition to be read.
-std::optional<std::vector<VrelDR::Target>> DefinedTargets(const std::string& groupId);
+std::optional<std::vector<VrelDR::Target>> DefinedTargets(Warnings& warnings,
+                                                          const std::string& groupId);
 
 // The identifiers of those of `defined` that are not in `parts`.
 std::vector<std::string> MissingTargets(const std::vector<VrelDR::Target>& defined,
@@ -32,7 +35,7 @@ std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap,
 // The targets that the group snapshot has no part of. Throws a refusal, which says what was not
 // `done` and names them, when there are any or when that cannot be told; with `isForced` a warning
 // takes its place.
-std::vector<std::string> RequireComplete(const VrelDRGroup::GsnapshotInfo& info,
+std::vector<std::string> RequireComplete(Warnings& warnings, const VrelDRGroup::GsnapshotInfo& info,
                                          const std::string& done, bool isForced);
 
 }  // namespace drgroupctl

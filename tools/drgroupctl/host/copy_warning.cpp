@@ -9,7 +9,7 @@
 
 namespace drgroupctl {
 
-void WarnOfCopies(const std::vector<VrelDR::Target>& asked) {
+void WarnOfCopies(Warnings& warnings, const std::vector<VrelDR::Target>& asked) {
   const std::vector<VrelDR::VolumeInfo> volumes = ListVolumes();
   std::vector<std::string> targets;
   for (const VrelDR::Target& target : asked) {
@@ -21,12 +21,12 @@ void WarnOfCopies(const std::vector<VrelDR::Target>& asked) {
     }
   }
   if (targets.empty()) return;
-  PrintWarning("the snapshots of target " + Join(targets, ", ") +
-               " are copies and not of one instant: they are only as consistent as the writers "
-               "are quiet");
+  warnings.Print("the snapshots of target " + Join(targets, ", ") +
+                 " are copies and not of one instant: they are only as consistent as the writers "
+                 "are quiet");
 }
 
-void WarnOfMounts(const std::vector<VrelDR::Target>& asked) {
+void WarnOfMounts(Warnings& warnings, const std::vector<VrelDR::Target>& asked) {
   for (const VrelDR::Target& target : asked) {
     const VrelDR::TargetManager manager;
     std::vector<std::string> paths;
@@ -36,8 +36,8 @@ void WarnOfMounts(const std::vector<VrelDR::Target>& asked) {
     for (const std::string& path : paths) {
       places += (places.empty() ? "" : ", ") + Quote(Printable(path));
     }
-    PrintWarning("what is mounted inside target " + Quote(target.GetId()) +
-                 " is not a part of it and is in none of its snapshots: " + places);
+    warnings.Print("what is mounted inside target " + Quote(target.GetId()) +
+                   " is not a part of it and is in none of its snapshots: " + places);
   }
 }
 

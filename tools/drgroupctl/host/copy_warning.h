@@ -6,11 +6,13 @@
 
 namespace drgroupctl {
 
+class Warnings;
+
 // Warns, once, of those targets whose snapshots are copies, which are made while somebody may
 // write.
-void WarnOfCopies(const std::vector<VrelDR::Target>& asked);
+void WarnOfCopies(Warnings& warnings, const std::vector<VrelDR::Target>& asked);
 
 // Warns when something is mounted inside targets that snapshots are taken of: that is in none.
-void WarnOfMounts(const std::vector<VrelDR::Target>& asked);
+void WarnOfMounts(Warnings& warnings, const std::vector<VrelDR::Target>& asked);
 
 }  // namespace drgroupctl

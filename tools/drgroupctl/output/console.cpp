@@ -28,12 +28,6 @@ int WriteAll(int fd, const std::string& text) {
   return 0;
 }
 
-// What standard error has been told, which like standard error itself there is one of.
-std::vector<std::string>& Warnings() {
-  static std::vector<std::string> warnings;
-  return warnings;
-}
-
 }  // namespace
 
 // Where standard error itself cannot be written there is nobody left to tell.
@@ -41,13 +35,9 @@ void PrintError(const std::string& text) {
   (void)WriteAll(STDERR_FILENO, "drgroupctl: " + text + "\n");
 }
 
-void PrintWarning(const std::string& text) {
-  Warnings().push_back(text);
+void Warnings::Print(const std::string& text) {
+  printed_.push_back(text);
   PrintError("warning: " + text);
-}
-
-const std::vector<std::string>& PrintedWarnings() {
-  return Warnings();
 }
 
 void PrintNote(const std::string& text) {

@@ -8,12 +8,20 @@ namespace drgroupctl {
 
 // One line on standard error: "drgroupctl: " and the text.
 void PrintError(const std::string& text);
-void PrintWarning(const std::string& text);
-// The warnings that this process has printed so far, in their order: programs get them with the
-// document.
-const std::vector<std::string>& PrintedWarnings();
 // The same for what is no failure.
 void PrintNote(const std::string& text);
+
+// The warnings of one run of the tool. Each is a line on standard error at once, and kept: programs
+// get them with the document.
+class Warnings {
+ public:
+  void Print(const std::string& text);
+  // Those that were printed, in their order.
+  const std::vector<std::string>& Printed() const { return printed_; }
+
+ private:
+  std::vector<std::string> printed_;
+};
 
 // Text for the terminal behind standard error, as it is: for what is drawn and cleared again.
 void PrintOnTerminal(const std::string& text);

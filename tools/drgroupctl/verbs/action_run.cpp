@@ -117,7 +117,7 @@ std::string RevertedActions() {
          Join(names, ", ") + "; what another action did stays.";
 }
 
-Report RunActionRun(const Arguments& args) {
+Report RunActionRun(const Arguments& args, Warnings& /*warnings*/) {
   const Task& task = FindTask(args.Text("TASK"));
   Json::Value params = ReadParams(task, args.Text("--params"));
   const std::string groupId = args.Text("GROUP");

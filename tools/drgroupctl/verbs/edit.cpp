@@ -144,14 +144,14 @@ void RemoveOldPlans(const Group& group, const EditState& state, const Json::Valu
   }
 }
 
-void WarnOfGroups(const EditState& state) {
+void WarnOfGroups(Warnings& warnings, const EditState& state) {
   std::set<std::string> groups;
   for (const auto& [target, plan] : state.old_plans) {
     for (const std::string& id : GroupsOfTarget(plan.GetDRTargetId())) groups.insert(id);
   }
   if (groups.empty()) return;
-  PrintWarning("group " + Quote(Join({groups.begin(), groups.end()}, ", ")) +
-               " has DR copies that are removed, and can be used no more without them");
+  warnings.Print("group " + Quote(Join({groups.begin(), groups.end()}, ", ")) +
+                 " has DR copies that are removed, and can be used no more without them");
 }
 
 Json::Value Rows(const Group& group, const EditState& state) {
@@ -166,7 +166,7 @@ Json::Value Rows(const Group& group, const EditState& state) {
   return rows;
 }
 
-Report RunEdit(const Arguments& args) {
+Report RunEdit(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const std::string volume = args.Text("--volume");
   const ActionLock lock(groupId, args);
@@ -178,7 +178,7 @@ Report RunEdit(const Arguments& args) {
   const Removal removal(state.OldPlans(), TargetIds(group));
   if (const auto report = CheckAll(group, making, state, removal, args)) return *report;
   if (!state.old_plans.empty()) {
-    WarnOfGroups(state);
+    WarnOfGroups(warnings, state);
     Confirm(args, "replace the DR copies of " + Count(state.old_plans.size(), "target") +
                       " of group " + Quote(groupId) + " by new ones, and remove " + removal.Text());
     Run(making, args);

@@ -62,7 +62,7 @@ bool IsSourceWell(const std::vector<Takeover>& takeovers) {
                      [](const Takeover& each) { return each.is_source_alive; });
 }
 
-Report RunFailover(const Arguments& args) {
+Report RunFailover(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const std::string gsnapId = args.Text("--snapshot");
   const bool isForced = args.Has("--force");
@@ -71,7 +71,8 @@ Report RunFailover(const Arguments& args) {
   std::optional<VrelDRGroup::GsnapshotInfo> gsnap;
   if (!gsnapId.empty()) {
     gsnap = RequireGsnap(gsnapId);
-    if (!RequireComplete(*gsnap, "failed over to", isForced).empty()) KeepCovered(group, *gsnap);
+    if (!RequireComplete(warnings, *gsnap, "failed over to", isForced).empty())
+      KeepCovered(warnings, group, *gsnap);
   }
   const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
@@ -84,14 +85,14 @@ Report RunFailover(const Arguments& args) {
                                      "\" would lose nothing"
                                : std::string();
   if (report) {
-    if (!hint.empty()) PrintWarning(hint);
+    if (!hint.empty()) warnings.Print(hint);
     AddTakeover(*report, takeovers);
     return *report;
   }
   const bool isOlder = IsOlderThanRecorded(takeovers);
   if (isForced || isOlder) {
     // Said where there is still a choice.
-    if (!hint.empty() && !args.Has("--yes")) PrintWarning(hint);
+    if (!hint.empty() && !args.Has("--yes")) warnings.Print(hint);
     Confirm(
         args,
         isGoingBack

@@ -50,7 +50,7 @@ std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
   return dir;
 }
 
-Report RunGroupCreate(const Arguments& args) {
+Report RunGroupCreate(const Arguments& args, Warnings& /*warnings*/) {
   Group group{args.Text("ID"), {}, {}};
   group.targets = FindTargets(args.List("--target"));
   group.directory = ChooseDirectory(args, group.id);

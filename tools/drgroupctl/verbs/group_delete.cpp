@@ -40,7 +40,7 @@ struct Contents {
 };
 
 // What can be found out of a group whose catalogue is no use.
-void LookAtTargets(const std::string& groupId, Contents& contents) {
+void LookAtTargets(Warnings& warnings, const std::string& groupId, Contents& contents) {
   Group group;
   try {
     group = LoadGroup(groupId);
@@ -53,8 +53,8 @@ void LookAtTargets(const std::string& groupId, Contents& contents) {
     std::set<std::string> ids;
     const VrelDR::TargetOperation operation(target);
     if (!operation.ListSnapshotIds(ids)) {
-      PrintWarning("which snapshots stay on target " + Quote(target.GetId()) +
-                   " cannot be told: " + HostMessage(operation));
+      warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
+                     " cannot be told: " + HostMessage(operation));
     }
     for (const std::string& id : ids) {
       if (known.count(id) == 0) contents.snapshots.emplace_back(target, id);
@@ -63,7 +63,7 @@ void LookAtTargets(const std::string& groupId, Contents& contents) {
 }
 
 // Throws when the group's database cannot be reached at all, which says nothing of what is in it.
-Contents LookAt(const std::string& groupId) {
+Contents LookAt(Warnings& warnings, const std::string& groupId) {
   Contents contents;
   try {
     contents.directory = GroupDirectory(groupId);
@@ -76,7 +76,7 @@ Contents LookAt(const std::string& groupId) {
   } catch (const Failure& failure) {
     if (failure.code != ExitCode::kCatalogue) throw;
     contents.problem = failure.message;
-    LookAtTargets(groupId, contents);
+    LookAtTargets(warnings, groupId, contents);
   }
   return contents;
 }
@@ -169,14 +169,14 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
   }
 }
 
-Report RunGroupDelete(const Arguments& args) {
+Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const GroupLock lock(groupId);
   RefuseAstray(groupId);
-  const Contents contents = LookAt(groupId);
+  const Contents contents = LookAt(warnings, groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
   for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) CheckReachable(each);
-  if (!contents.problem.empty()) PrintWarning(contents.problem);
+  if (!contents.problem.empty()) warnings.Print(contents.problem);
   Confirm(args, "delete group " + Quote(groupId) + " with its catalogue" +
                     (contents.gsnaps.empty()
                          ? std::string()

@@ -25,7 +25,7 @@ void Describe(const std::string& id, Json::Value& row) {
   row["latest_gsnap_id"] = latest.empty() ? "" : latest.front().gsnap_id;
 }
 
-Report RunGroupList(const Arguments&) {
+Report RunGroupList(const Arguments& /*args*/, Warnings& /*warnings*/) {
   Json::Value rows(Json::arrayValue);
   for (const std::string& id : ListGroupIds()) {
     Json::Value row(Json::objectValue);

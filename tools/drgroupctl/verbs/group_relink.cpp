@@ -68,7 +68,7 @@ void CheckCatalogue(const std::string& groupId, const std::string& dir) {
   }
 }
 
-Report RunGroupRelink(const Arguments& args) {
+Report RunGroupRelink(const Arguments& args, Warnings& /*warnings*/) {
   const std::string groupId = args.Text("GROUP");
   const std::string dir = DirectoryArgument("DIRECTORY", args.Text("DIRECTORY"));
   const GroupLock lock(groupId);

@@ -53,7 +53,7 @@ void Reserve(const std::string& newId) {
   }
 }
 
-Report RunGroupRename(const Arguments& args) {
+Report RunGroupRename(const Arguments& args, Warnings& /*warnings*/) {
   const std::string oldId = args.Text("OLD");
   const std::string newId = args.Text("NEW");
   if (oldId == newId) {

@@ -9,7 +9,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunGroupShow(const Arguments& args) {
+Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
   const Group group = LoadGroup(args.Text("GROUP"));
   RequireCatalogue(group.id, Access::kRead);
   const auto latest = ListGsnaps(group.id, true);

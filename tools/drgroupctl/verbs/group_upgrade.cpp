@@ -33,7 +33,7 @@ void Upgrade(const std::string& groupId) {
   if (!upgraded) throw CatalogueFailure(groupId, "its catalogue was not upgraded", said);
 }
 
-Report RunGroupUpgrade(const Arguments& args) {
+Report RunGroupUpgrade(const Arguments& args, Warnings& /*warnings*/) {
   const std::vector<std::string> ids = args.Has("GROUP") ? args.List("GROUP") : ListGroupIds();
   Json::Value rows(Json::arrayValue);
   std::vector<std::string> texts;  // of failures

@@ -23,7 +23,7 @@ std::string Lines(const std::string& title, const std::vector<std::string>& text
   return lines;
 }
 
-Report RunHostInit(const Arguments& args) {
+Report RunHostInit(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::HostState state;
   VrelDR::HostExamination found;
   if (!state.Examine(found)) ThrowHostError(state);

@@ -30,7 +30,7 @@ std::optional<Report> FinishRemoval(const Arguments& args) {
   return std::nullopt;
 }
 
-Report RunPlanDelete(const Arguments& args) {
+Report RunPlanDelete(const Arguments& args, Warnings& /*warnings*/) {
   if (const auto report = FinishRemoval(args)) return *report;
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const bool withData = args.Has("--delete-data");

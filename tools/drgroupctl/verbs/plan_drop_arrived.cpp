@@ -22,7 +22,7 @@ void RequireUnclaimed(const std::string& target, const VrelDR::Operation::Snapsh
                                         "; add --force to lose it all the same");
 }
 
-Report RunPlanDropArrived(const Arguments& args) {
+Report RunPlanDropArrived(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const std::string& replica = plan.GetReplicaTargetId();
   const std::string snapId = LastArrived(plan.GetPlanId());

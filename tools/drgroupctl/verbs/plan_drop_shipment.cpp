@@ -11,7 +11,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunPlanDropShipment(const Arguments& args) {
+Report RunPlanDropShipment(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   VrelDR::Operation::PlanDropShipment drop(plan.GetPlanId());
   if (!drop.Run(false)) ThrowHostError(drop);

@@ -6,7 +6,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunPlanList(const Arguments&) {
+Report RunPlanList(const Arguments& /*args*/, Warnings& /*warnings*/) {
   Json::Value rows(Json::arrayValue);
   for (const VrelDR::DRPlan& plan : AllPlans()) rows.append(PlanRow(plan));
   Report report;

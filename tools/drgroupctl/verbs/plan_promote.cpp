@@ -12,7 +12,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunPlanPromote(const Arguments& args) {
+Report RunPlanPromote(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const Takeover takeover = PlanTakeoverToLast("promotion of plan " + Quote(plan.GetPlanId()),
                                                plan.GetProtectedTargetId(), plan, true);

@@ -42,7 +42,7 @@ Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
   return rows;
 }
 
-Report RunPlanShow(const Arguments& args) {
+Report RunPlanShow(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const Json::Value row = PlanRow(plan);
   const Json::Value status = StatusRow(plan, VrelDR::Utils::GetPlanLocalSiteStatus(plan));

@@ -101,7 +101,7 @@ Json::Value Rows(const Course& course) {
   return rows;
 }
 
-Report RunProtect(const Arguments& args) {
+Report RunProtect(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
@@ -113,7 +113,7 @@ Report RunProtect(const Arguments& args) {
   const std::string task = halves.protectedOnes.empty() ? "create" : "create_partial";
   const Prepared prepared = PrepareOnGroup(task, group, CreationParams(args));
   if (const auto report = CheckFirst(prepared, args)) return *report;
-  WarnOfMounts(group.targets);
+  WarnOfMounts(warnings, group.targets);
   const Course course = Run(prepared, args);
   if (args.Has("--dr-group")) {
     MakeCopyGroup(group, args.Text("--dr-group"), prepared, course);

@@ -7,7 +7,7 @@ namespace drgroupctl {
 namespace {
 
 // The side that took over asks.
-Report RunReprotect(const Arguments& args) {
+Report RunReprotect(const Arguments& args, Warnings& /*warnings*/) {
   Json::Value params(Json::objectValue);
   params[Param::kIsMainSite] = false;
   return RunOnGroup("reprotect", args, "Reprotected", params);

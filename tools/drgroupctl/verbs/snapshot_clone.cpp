@@ -64,16 +64,16 @@ Json::Value CloneRows(const VrelDRGroup::GsnapshotInfo& info, const Clones& clon
   return rows;
 }
 
-Report RunSnapshotClone(const Arguments& args) {
+Report RunSnapshotClone(const Arguments& args, Warnings& warnings) {
   const std::string gsnapId = args.Text("GSNAP");
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
   CheckUsable(info);
-  RequireComplete(info, "cloned", args.Has("--force"));
+  RequireComplete(warnings, info, "cloned", args.Has("--force"));
   if (info.status == VrelDRGroup::kGsnapBad) {
-    PrintWarning("group snapshot " + Quote(gsnapId) +
-                 " is bad: one of its target snapshots was gone when the catalogue was last "
-                 "repaired");
+    warnings.Print("group snapshot " + Quote(gsnapId) +
+                   " is bad: one of its target snapshots was gone when the catalogue was last "
+                   "repaired");
   }
   VrelDRGroup::Operation::GsnapshotClone operation(gsnapId);
   if (!operation.Run()) throw CloneFailure(info, operation);

@@ -73,7 +73,7 @@ std::string ReadAllRecorded(std::set<std::string>& recorded) {
 
 // Deletes again what this call has taken and nothing records: snapshots that carry the mark of this
 // process. What cannot be deleted stays, as do new ones of which nobody knows who took them.
-Leftovers RemoveTaken(const Group& group, const SnapshotIds& before) {
+Leftovers RemoveTaken(Warnings& warnings, const Group& group, const SnapshotIds& before) {
   Leftovers left;
   std::set<std::string> recorded;
   const std::string doubt = ReadAllRecorded(recorded);
@@ -82,8 +82,8 @@ Leftovers RemoveTaken(const Group& group, const SnapshotIds& before) {
     const VrelDR::TargetOperation operation(target);
     const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
     if (operation.GetErrCode() != 0) {
-      PrintWarning("which snapshots stay on target " + Quote(target.GetId()) +
-                   " cannot be told: " + HostMessage(operation));
+      warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
+                     " cannot be told: " + HostMessage(operation));
     }
     bool isNew = false;
     for (const VrelDR::Operation::Snapshot& each : now) {
@@ -104,9 +104,10 @@ Leftovers RemoveTaken(const Group& group, const SnapshotIds& before) {
   return left;
 }
 
-Failure CreationFailure(const Group& group, const VrelDRCore::ErrRecorder& operation,
-                        const std::string& said, const SnapshotIds& before) {
-  const Leftovers left = RemoveTaken(group, before);
+Failure CreationFailure(Warnings& warnings, const Group& group,
+                        const VrelDRCore::ErrRecorder& operation, const std::string& said,
+                        const SnapshotIds& before) {
+  const Leftovers left = RemoveTaken(warnings, group, before);
   // What the host refuses has a message; what the catalogue refuses has none.
   Failure failure =
       operation.GetErrMsg().isNull()
@@ -149,7 +150,7 @@ void RequireNewName(const Group& group) {
                     "after that time, or see to the clock");
 }
 
-Report RunSnapshotCreate(const Arguments& args) {
+Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   const GroupLock lock(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
   RequireCatalogue(group.id, Access::kWrite);
@@ -158,8 +159,8 @@ Report RunSnapshotCreate(const Arguments& args) {
   for (const VrelDR::Target& target : group.targets) {
     RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
   }
-  WarnOfCopies(group.targets);
-  WarnOfMounts(group.targets);
+  WarnOfCopies(warnings, group.targets);
+  WarnOfMounts(warnings, group.targets);
 
   const VrelDRGroup::TargetList targets(group.targets, group.id);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
@@ -173,7 +174,7 @@ Report RunSnapshotCreate(const Arguments& args) {
     made = operation.Run();
     said = capture.FirstLine();
   }
-  if (!made) throw CreationFailure(group, operation, said, before);
+  if (!made) throw CreationFailure(warnings, group, operation, said, before);
 
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
   const Json::Value row = GsnapRow(info);

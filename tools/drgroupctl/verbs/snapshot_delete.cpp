@@ -14,7 +14,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunSnapshotDelete(const Arguments& args) {
+Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
   const std::string groupId = VrelDRGroup::Utils::ParseGroupId(gsnapId);
   const GroupLock lock(groupId);

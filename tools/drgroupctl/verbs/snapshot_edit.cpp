@@ -13,7 +13,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunSnapshotEdit(const Arguments& args) {
+Report RunSnapshotEdit(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
   const std::string see = "; see \"drgroupctl help snapshot edit\"";
   if (args.Has("--lock") && args.Has("--unlock")) {

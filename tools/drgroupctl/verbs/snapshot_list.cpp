@@ -12,11 +12,11 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunSnapshotList(const Arguments& args) {
+Report RunSnapshotList(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   RequireCatalogue(groupId, Access::kRead);
   const auto counts = CountTargetSnapshots(groupId);
-  const auto defined = DefinedTargets(groupId);
+  const auto defined = DefinedTargets(warnings, groupId);
   std::map<std::string, std::set<std::string>> parts;
   for (const auto& each : RecordedSnapshots(groupId)) {
     parts[each.gsnap_id].insert(each.target.GetId());

@@ -30,7 +30,7 @@ struct Surplus {
   bool is_deleted = false;
 };
 
-std::vector<Surplus> FindSurplus(const Group& group) {
+std::vector<Surplus> FindSurplus(Warnings& warnings, const Group& group) {
   std::set<std::string> needed = AllRecordedSnapshotIds();
   std::vector<VrelDR::DRPlan> plans;
   for (const VrelDR::Target& each : group.targets) {
@@ -45,7 +45,7 @@ std::vector<Surplus> FindSurplus(const Group& group) {
       const std::vector<Snapshot> leftovers = VrelDR::SnapshotHistory::Leftovers(
           operation.ListSnapshots(), VrelDRGroup::ActionPolicy::kTakenByActions, needed);
       if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
-        PrintWarning("target " + Quote(id) + " is passed over: " + HostMessage(operation));
+        warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
       }
       for (const Snapshot& each : leftovers) surplus.push_back({target, each, false});
     }
@@ -86,10 +86,10 @@ Report PruneReport(const Group& group, const std::string& sentence,
   return report;
 }
 
-Report RunSnapshotPrune(const Arguments& args) {
+Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
   const ActionLock lock(args.Text("GROUP"), args);
   const Group group = LoadGroup(args.Text("GROUP"));
-  std::vector<Surplus> surplus = FindSurplus(group);
+  std::vector<Surplus> surplus = FindSurplus(warnings, group);
   const std::string count = Count(surplus.size(), "snapshot");
   if (args.Has("--dry-run")) {
     return PruneReport(group, "Would delete " + count + " of group " + Quote(group.id) + ".",

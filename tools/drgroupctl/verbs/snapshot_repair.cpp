@@ -45,9 +45,10 @@ Json::Value Orphans(const RepairSight& sight) {
 
 // The group snapshots that stay and have no part of some targets of the group, with those targets.
 // The library's repair looks at the parts that are recorded.
-Json::Value IncompleteRows(const std::string& groupId, const RepairSight& sight) {
+Json::Value IncompleteRows(Warnings& warnings, const std::string& groupId,
+                           const RepairSight& sight) {
   Json::Value rows(Json::arrayValue);
-  const auto defined = DefinedTargets(groupId);
+  const auto defined = DefinedTargets(warnings, groupId);
   if (!defined) return rows;
   std::set<std::string> going;
   for (const RepairPlan::Deletion& each : sight.plan.deletions) going.insert(each.gsnap_id);
@@ -171,7 +172,7 @@ Report RepairReport(const std::string& groupId, const RepairPlan& plan, bool dry
   return report;
 }
 
-Report RunSnapshotRepair(const Arguments& args) {
+Report RunSnapshotRepair(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const bool dryRun = args.Has("--dry-run");
   const GroupLock lock(groupId);
@@ -180,7 +181,7 @@ Report RunSnapshotRepair(const Arguments& args) {
   const RepairPlan& plan = sight.plan;
   RefuseForeign(groupId, plan);
   const Json::Value orphans = Orphans(sight);
-  const Json::Value incomplete = IncompleteRows(groupId, sight);
+  const Json::Value incomplete = IncompleteRows(warnings, groupId, sight);
   if (!dryRun && !plan.Empty()) {
     Confirm(args, Loss(plan), args.Has("--json") ? std::string() : Preview(plan));
     Repair(groupId, plan);

@@ -95,7 +95,7 @@ void RequireWorking(const VrelDRGroup::GsnapshotInfo& info) {
   }
 }
 
-Report RunSnapshotRestore(const Arguments& args) {
+Report RunSnapshotRestore(const Arguments& args, Warnings& warnings) {
   const std::string gsnapId = args.Text("GSNAP");
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
@@ -106,7 +106,7 @@ Report RunSnapshotRestore(const Arguments& args) {
                       "repaired; add --force to restore it all the same");
   }
   CheckUsable(info);
-  RequireComplete(info, "restored", args.Has("--force"));
+  RequireComplete(warnings, info, "restored", args.Has("--force"));
   for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
     RequirePlace(each.target.GetId(), VrelDR::PlaceUse::kReplacement);
   }

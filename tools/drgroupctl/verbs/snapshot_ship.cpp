@@ -51,7 +51,7 @@ void CheckShippable(const VrelDRGroup::GsnapshotInfo& info) {
   }
 }
 
-Report RunSnapshotShip(const Arguments& args) {
+Report RunSnapshotShip(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
   const bool isUndo = args.Has("--undo");
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));

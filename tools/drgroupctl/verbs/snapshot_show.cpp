@@ -9,10 +9,10 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunSnapshotShow(const Arguments& args) {
+Report RunSnapshotShow(const Arguments& args, Warnings& warnings) {
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(args.Text("GSNAP"));
   const Json::Value row = GsnapRow(info);
-  const auto defined = DefinedTargets(VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
+  const auto defined = DefinedTargets(warnings, VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
   const std::vector<std::string> missing =
       defined ? MissingTargets(*defined, PartsOf(info)) : std::vector<std::string>();
   Json::Value missingRows(Json::arrayValue);

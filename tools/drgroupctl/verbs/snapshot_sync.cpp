@@ -78,7 +78,7 @@ void RequireNews(const Group& group) {
   }
 }
 
-Report RunSnapshotSync(const Arguments& args) {
+Report RunSnapshotSync(const Arguments& args, Warnings& /*warnings*/) {
   const std::string groupId = args.Text("GROUP");
   const GroupLock lock(groupId);
   const Group group = LoadGroup(groupId);

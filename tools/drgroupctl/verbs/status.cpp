@@ -39,7 +39,7 @@ void AddGroup(const std::string& groupId, const std::vector<std::string>& target
   }
 }
 
-Report RunStatus(const Arguments& args) {
+Report RunStatus(const Arguments& args, Warnings& /*warnings*/) {
   std::vector<Group> groups;
   Json::Value rows(Json::arrayValue);
   if (args.Has("GROUP")) {

@@ -58,7 +58,7 @@ bool IsBusy(const std::string& groupId) {
 
 // A sync that goes from one target to the next may just be between the two: the targets are asked
 // until the process that syncs them has ended. One that does something else is not waited for.
-Report RunStop(const Arguments& args) {
+Report RunStop(const Arguments& args, Warnings& /*warnings*/) {
   constexpr int kRounds = 30;
   constexpr auto kPause = std::chrono::milliseconds(100);
   const std::string groupId = args.Text("GROUP");

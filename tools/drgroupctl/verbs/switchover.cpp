@@ -8,13 +8,13 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunSwitchover(const Arguments& args) {
+Report RunSwitchover(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("switchover", group);
   if (const auto report = CheckFirst(prepared, args)) return *report;
-  WarnOfMounts(SourcesOf(group));
+  WarnOfMounts(warnings, SourcesOf(group));
   return CourseReport(prepared, Run(prepared, args), "Switched over group " + Quote(groupId) + ".");
 }
 

@@ -31,14 +31,14 @@ Json::Value SyncRows(const std::vector<std::string>& targets) {
   return rows;
 }
 
-Report RunSync(const Arguments& args) {
+Report RunSync(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("sync", group);
   if (const auto report = CheckFirst(prepared, args)) return *report;
-  WarnOfCopies(SourcesOf(group));
-  WarnOfMounts(SourcesOf(group));
+  WarnOfCopies(warnings, SourcesOf(group));
+  WarnOfMounts(warnings, SourcesOf(group));
   Run(prepared, args);
 
   Report report;

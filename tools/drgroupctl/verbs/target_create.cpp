@@ -8,7 +8,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunTargetCreate(const Arguments& args) {
+Report RunTargetCreate(const Arguments& args, Warnings& /*warnings*/) {
   VrelDR::TargetSpec spec = NewTargetSpec(args);
   const bool isLun = spec.target.GetType() == VrelDR::kTargetLun;
   if (isLun && !args.Has("--size")) {

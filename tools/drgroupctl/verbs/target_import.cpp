@@ -19,7 +19,7 @@ void RequireSource(const std::string& path) {
                 "there is no file or folder " + Quote(path) + " to import: correct the path");
 }
 
-Report RunTargetImport(const Arguments& args) {
+Report RunTargetImport(const Arguments& args, Warnings& /*warnings*/) {
   VrelDR::TargetSpec spec = NewTargetSpec(args);
   spec.sources = args.List("PATH");
   for (const std::string& each : spec.sources) RequireSource(each);

@@ -7,7 +7,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunTargetList(const Arguments&) {
+Report RunTargetList(const Arguments& /*args*/, Warnings& /*warnings*/) {
   Json::Value rows(Json::arrayValue);
   for (const VrelDR::TargetEntry& entry : ListTargets()) {
     Json::Value row(Json::objectValue);

@@ -136,7 +136,7 @@ void Delete(const VrelDR::Target& target, std::vector<Candidate>& candidates, bo
   throw failure;
 }
 
-Report RunTargetPrune(const Arguments& args) {
+Report RunTargetPrune(const Arguments& args, Warnings& /*warnings*/) {
   const std::string id = args.Text("ID");
   const VrelDR::Target target = RequireTarget(id).target;
   const auto locks = LockGroupsOf(id);

@@ -28,7 +28,7 @@ std::optional<Report> FinishRemoval(const std::string& id) {
   return std::nullopt;
 }
 
-Report RunTargetRemove(const Arguments& args) {
+Report RunTargetRemove(const Arguments& args, Warnings& warnings) {
   const std::string id = args.Text("ID");
   if (const auto report = FinishRemoval(id)) return *report;
   const VrelDR::TargetEntry entry = RequireTarget(id);
@@ -42,8 +42,8 @@ Report RunTargetRemove(const Arguments& args) {
   if (entry.is_existed) RequirePlace(id, VrelDR::PlaceUse::kRemoval);
   const std::vector<std::string> groups = GroupsOfTarget(id);
   if (!groups.empty()) {
-    PrintWarning("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +
-                 ", which can take no snapshot without it");
+    warnings.Print("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +
+                   ", which can take no snapshot without it");
   }
   Confirm(args, "remove target " + Quote(id) + " with all its bytes" +
                     (entry.snapshots > 0 ? " and " + count : std::string()));

@@ -27,7 +27,7 @@ std::string CopiesThatStay(const std::vector<std::string>& targets) {
   return Join(texts, ", ");
 }
 
-Report RunUnprotect(const Arguments& args) {
+Report RunUnprotect(const Arguments& args, Warnings& /*warnings*/) {
   const std::string groupId = args.Text("GROUP");
   const bool withData = args.Has("--delete-data");
   const ActionLock lock(groupId, args);

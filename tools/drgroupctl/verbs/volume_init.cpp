@@ -56,7 +56,7 @@ void ConfirmAdoption(const Arguments& args, const VrelDR::VolumeExamination& fou
           details);
 }
 
-Report RunVolumeInit(const Arguments& args) {
+Report RunVolumeInit(const Arguments& args, Warnings& /*warnings*/) {
   const std::string name = args.Text("NAME");
   FindVolume(name);
   const VrelDR::VolumeManager manager;

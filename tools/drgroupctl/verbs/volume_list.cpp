@@ -6,7 +6,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunVolumeList(const Arguments&) {
+Report RunVolumeList(const Arguments& /*args*/, Warnings& /*warnings*/) {
   Json::Value rows(Json::arrayValue);
   for (const VrelDR::VolumeInfo& volume : ListVolumes()) {
     Json::Value row(Json::objectValue);
