@@ -122,5 +122,18 @@ TEST_P(PlanActionTest, TheTwoActionsOfAnEditHandOnWhatTheFirstHasFilled) {
   RunWell({"sync", "g"});
 }
 
+TEST_P(PlanActionTest, ParametersThatAreNoFileAreToldForWhatTheyAre) {
+  MakeGroup();
+  const Words words{"action", "run", "sync", "g", "--params"};
+  const auto with = [&words](const std::string& path) {
+    Words all = words;
+    all.push_back(path);
+    return all;
+  };
+  RunBadly(kUsage, with(Root()), {Root(), "it is a directory", "name a file"});
+  RunBadly(kUsage, with("/dev/null"), {"/dev/null", "no regular file", "name a file"});
+  RunBadly(kNotFound, with(Root() + "/none"), {Root() + "/none", "there is no such file"});
+}
+
 }  // namespace
 }  // namespace e2e

@@ -25,8 +25,15 @@ Json::Value ReadParams(const Task& task, const std::string& path) {
   if (path.empty()) return Json::Value(Json::objectValue);
   const std::string from = "--params " + Quote(path);
   std::error_code error;
-  if (!std::filesystem::is_regular_file(path, error)) {
+  const std::filesystem::file_status status = std::filesystem::status(path, error);
+  if (!std::filesystem::exists(status)) {
     throw Failure(ExitCode::kNotFound, from + ": there is no such file: correct the path");
+  }
+  if (!std::filesystem::is_regular_file(status)) {
+    throw Failure(ExitCode::kUsage,
+                  from + ": it is " +
+                      (std::filesystem::is_directory(status) ? "a directory" : "no regular file") +
+                      ": name a file with the parameters");
   }
   std::ifstream file(path, std::ios::binary);
   std::ostringstream text;
