@@ -1,6 +1,7 @@
 #include <vreldr/target_operation.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "plan_fixture.h"
 
@@ -370,6 +371,68 @@ TEST_P(PlanDamageTest, AShipmentThatFindsNoRoomIsDroppedAndSaidToBe) {
   RunWell({"snapshot", "prune", "g", "--yes"});
   ExpectSameSnapshots();
   EXPECT_THAT(VrelDR::TargetOperation(0, "share").ListSnapshots(), SizeIs(1));
+}
+
+TEST_P(PlanDamageTest, AHalfSwitchedGroupWhoseMainVolumeIsGoneIsToldHowTheOthersTakeOver) {
+  MakeProtected();
+  ASSERT_TRUE(RunKilledAt("switchover.turned", {"switchover", "g"}));
+  const auto wanted = LastArrivedContents();
+  LoseVolume("v1");
+  const Words words{"failover", "g", "--force", "--yes"};
+  const Result refused = Run(words);
+  EXPECT_NE(refused.code, kDone);
+  EXPECT_THAT(
+      refused.err,
+      AllOf(HasSubstr("\"lun-dr\" works already"), HasSubstr("\"drgroupctl plan promote share\""),
+            HasSubstr("\"drgroupctl plan promote guest\""), Not(HasSubstr("plan promote lun"))));
+  for (const char* target : {"share", "guest"}) {
+    RunWell({"plan", "promote", target, "--yes"});
+  }
+  EXPECT_EQ(StatusOf("lun")["working_target_id"], "lun-dr");
+  EXPECT_EQ(StatusOf("share")["working_target_id"], "share-dr");
+  EXPECT_EQ(StatusOf("guest")["working_target_id"], "guest-dr");
+  EXPECT_EQ(CopyContents(), wanted);
+  BringVolumeBack("v1");
+}
+
+// Without a half that is done there is nothing to advise: the others are no better off.
+TEST_P(PlanDamageTest, AGroupThatCannotFailOverAtAllIsToldNoWayAroundIt) {
+  MakeProtected();
+  LoseVolume("v2");
+  const Result refused = Run({"failover", "g", "--force", "--yes"});
+  EXPECT_EQ(refused.code, kStorage);
+  EXPECT_THAT(refused.err, Not(HasSubstr("plan promote")));
+  BringVolumeBack("v2");
+}
+
+TEST_P(PlanDamageTest, StatusSaysThatWhatWorksMayBeUnwritableAfterAKill) {
+  MakeProtected();
+  const std::string inside = TargetPaths().at("share") + "/new";
+  const auto canWrite = [&inside] {
+    std::ofstream(inside) << "text";
+    return fs::exists(inside);
+  };
+  const auto expectTold = [&](const std::string& operation) {
+    const std::string problem = StatusOf("share")["problem"].asString();
+    EXPECT_THAT(problem, HasSubstr(operation + " was interrupted"));
+    EXPECT_THAT(problem, HasSubstr("target \"share\", which works, may be unwritable"));
+    EXPECT_EQ(StatusOf("guest")["problem"], "");
+    EXPECT_FALSE(canWrite());
+    RunWell({"sync", "g"});
+    EXPECT_EQ(StatusOf("share")["problem"], "");
+    EXPECT_TRUE(canWrite());
+    fs::remove(inside);
+  };
+  // The group's targets are taken one after the other, and "share" is not the first.
+  RunWell({"group", "create", "s", "--target", "share"});
+  ASSERT_TRUE(RunKilledAt("switchover.demoted", {"switchover", "s"}));
+  expectTold("switchover");
+  ASSERT_TRUE(RunKilledAt("failover.demoted", {"failover", "s"}));
+  expectTold("failover");
+  ASSERT_TRUE(RunKilledAt("sync.taken", {"sync", "s"}));
+  EXPECT_THAT(StatusOf("share")["problem"].asString(),
+              AllOf(HasSubstr("sync was interrupted"), Not(HasSubstr("unwritable"))));
+  EXPECT_TRUE(canWrite());
 }
 
 }  // namespace

@@ -50,6 +50,12 @@ std::string MissingCopies(const DRPlan& plan) {
   return Join(texts, ", ");
 }
 
+// Whether an operation that ends half way may have made the copy that works unwritable.
+bool ChangesRoles(VrelDR::DRPlanOPStatus operation) {
+  return operation == VrelDR::kOpSwitchover || operation == VrelDR::kOpFailover ||
+         operation == VrelDR::kOpPromote || operation == VrelDR::kOpReprotect;
+}
+
 std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
                     const VrelDR::SiteOPJournal& journal) {
   const std::string task = VrelDR::Utils::ToString(journal.GetOPStatus());
@@ -57,8 +63,13 @@ std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
     case VrelDR::kSiteUnreachable:
       return MissingCopies(plan);
     case VrelDR::kSiteInterrupted:
-      return (task.empty() ? "an action" : task) +
-             " was interrupted; the next action on the plan settles it";
+      return (task.empty() ? "an action" : task) + " was interrupted" +
+             (ChangesRoles(journal.GetOPStatus())
+                  ? ", and target " + Quote(plan.GetWorkingTargetId()) +
+                        ", which works, may be unwritable until the next action on the plan "
+                        "settles "
+                        "it"
+                  : "; the next action on the plan settles it");
     case VrelDR::kSiteUnknown:
       return "how the plan stands cannot be found out";
     default:

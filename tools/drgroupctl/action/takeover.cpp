@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <set>
 
 #include "action/plans.h"
 #include "host/host.h"
@@ -140,6 +141,32 @@ std::vector<Takeover> PlanTakeover(const Group& group,
 bool IsGoingBack(const std::vector<Takeover>& takeovers) {
   return std::all_of(takeovers.begin(), takeovers.end(),
                      [](const Takeover& each) { return each.is_going_back; });
+}
+
+std::string HalfWayAdvice(const std::vector<Takeover>& takeovers) {
+  std::vector<std::string> done;
+  std::vector<std::string> commands;
+  std::set<VrelDR::DRPlanDirection> doneDirections;
+  std::set<VrelDR::DRPlanDirection> directions;
+  for (const Takeover& each : takeovers) {
+    const VrelDR::TargetOperation replica(each.plan.GetProtectedTargetType(),
+                                          each.plan.GetReplicaTargetId());
+    const bool isDone = each.is_source_alive && !replica.IsExisted();
+    (isDone ? doneDirections : directions).insert(each.plan.GetDirection());
+    if (isDone) {
+      done.push_back("of target " + Quote(each.target) + " the copy " +
+                     Quote(each.plan.GetSourceTargetId()));
+    } else {
+      commands.push_back("\"drgroupctl plan promote " + Printable(each.target) + "\"");
+    }
+  }
+  const bool isHalfWay =
+      doneDirections.size() == 1 && directions.size() == 1 && doneDirections != directions;
+  if (!isHalfWay) return {};
+  return Join(done, ", ") +
+         " works already, as after a switchover that ended half way: let each of the others "
+         "take over with " +
+         Join(commands, ", ");
 }
 
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers) {

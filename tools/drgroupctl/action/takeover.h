@@ -51,6 +51,11 @@ Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
 // Whether all of them take reprotections back.
 bool IsGoingBack(const std::vector<Takeover>& takeovers);
 
+// What to do when some of a group work already on the side that the others would fail over to, as
+// after a switchover that ended half way, and cannot fail over as their other copy is out of reach:
+// the commands for the others. Empty when it is not so.
+std::string HalfWayAdvice(const std::vector<Takeover>& takeovers);
+
 // Whether the last snapshot that arrived is gone from a replica that takes over.
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers);
 

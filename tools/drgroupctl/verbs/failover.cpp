@@ -77,7 +77,14 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
   const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
                                   : PrepareToLast(group, takeovers, isForced);
-  std::optional<Report> report = CheckFirst(prepared, args);
+  std::optional<Report> report;
+  try {
+    report = CheckFirst(prepared, args);
+  } catch (Failure& failure) {
+    const std::string advice = isForced ? HalfWayAdvice(takeovers) : std::string();
+    if (!advice.empty()) failure.message += "; " + advice;
+    throw;
+  }
   const bool isGoingBack = IsGoingBack(takeovers);
   const std::string hint = IsSourceWell(takeovers) && !isGoingBack
                                ? "every source of group " + Quote(groupId) +
