@@ -2,8 +2,8 @@
 
 #include <exception>
 
-#include "config/config.h"
 #include "foundation/foundation.h"
+#include "vreldrnode/open_config.h"
 
 namespace VrelDRNode {
 
@@ -11,8 +11,7 @@ std::string DRNode::getLocalNodeId() {
   try {
     VrelHost::Config config;
     VrelHost::HostStanding standing;
-    std::string problem;
-    if (!VrelHost::ReadConfig(config, problem)) return {};
+    if (!VrelHost::OpenConfig(config).IsOk()) return {};
     if (!FindHost(config, VrelHost::Making::kWhenAbsent, standing).IsOk()) return {};
     return standing.node_id;
   } catch (const std::exception&) {  // out of memory

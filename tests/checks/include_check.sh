@@ -13,7 +13,7 @@ grep -E '^(host|include|src|tools)/' "$files" |
   awk -v files="$files" '
     # The higher number may include the lower one.
     BEGIN {
-      count = split("process vrelcore vreldrcore config vreldr/base foundation vreldr/store " \
+      count = split("process vrelcore vreldrcore config vreldr/base foundation vreldrnode vreldr/store " \
                     "vreldr/engine vreldr/engine/support vreldr/engine/local vreldr/target " \
                     "vreldr/plan vreldr/api", names, " ")
       for (i = 1; i <= count; ++i) floors["host/" names[i]] = i
@@ -21,7 +21,7 @@ grep -E '^(host|include|src|tools)/' "$files" |
       for (i = 1; i <= count; ++i) floors["tools/drgroupctl/" names[i]] = i
       floors["tools/drgroupctl"] = count + 1
       # What makes the engines knows all of them.
-      floors["host/vreldr/engine/factory.cpp"] = floors["host/vreldr/engine/local"]
+      floors["host/vreldr/engine/tables.cpp"] = floors["host/vreldr/engine/local"]
 
       # From where includes of a room are looked up; the first that has the file counts.
       roots["host"] = "host/vreldr/ host/include/ host/ include/ src/ tools/drgroupctl/"

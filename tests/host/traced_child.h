@@ -7,6 +7,8 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +20,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 using Args = std::vector<std::string>;
@@ -58,6 +61,8 @@ class Child {
     Outcome outcome;
     std::vector<std::string> programs;  // every program that was started, in order
     int forks = 0;
+    // Every file that was asked to be opened, by the thread that asked.
+    std::vector<std::pair<pid_t, std::string>> opened;
   };
 
   // Runs the program under ptrace. `at` is called before each system call of it and of its
@@ -95,8 +100,12 @@ class Child {
       } else if (WSTOPSIG(status) == (SIGTRAP | 0x80)) {
         __ptrace_syscall_info info{};
         ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
-        if (info.op == PTRACE_SYSCALL_INFO_ENTRY && at(static_cast<long>(info.entry.nr)))
-          kill(pid, SIGKILL);
+        if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+          if (info.entry.nr == SYS_openat) {
+            trace.opened.emplace_back(pid, ReadText(pid, info.entry.args[1]));
+          }
+          if (at(static_cast<long>(info.entry.nr))) kill(pid, SIGKILL);
+        }
       } else if (WSTOPSIG(status) != SIGSTOP) {
         pass = WSTOPSIG(status);
       }
@@ -109,6 +118,15 @@ class Child {
   using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
   Child() = default;
+
+  // A text in the memory of a process, up to the end of the page that it begins in.
+  static std::string ReadText(pid_t pid, unsigned long address) {
+    std::string text(4096 - address % 4096, '\0');
+    iovec here{text.data(), text.size()};
+    iovec there{reinterpret_cast<void*>(address), text.size()};
+    EXPECT_GT(process_vm_readv(pid, &here, 1, &there, 1, 0), 0);
+    return text.c_str();
+  }
 
   static void WithArgv(Args args, const Env& env,
                        const std::function<void(char**, char**)>& start) {

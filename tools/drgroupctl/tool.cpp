@@ -1,5 +1,7 @@
 #include "tool.h"
 
+#include <vreldr/session.h>
+
 #include <exception>
 #include <memory>
 #include <new>
@@ -22,6 +24,7 @@ void Run(const std::vector<std::string>& words, Warnings& warnings) {
     PrintOut(WantsJson(words) ? FormatDocument(command.document) : command.text);
     return;
   }
+  const VrelDR::Session session;
   const Report report = command.verb->run(command.arguments, warnings);
   PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, warnings.Printed()));
 }

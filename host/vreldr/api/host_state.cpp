@@ -3,16 +3,16 @@
 #include "base/boundary.h"
 #include "foundation/host_init.h"
 #include "target/host.h"
+#include "vreldrnode/open_config.h"
 
 namespace VrelDR {
 
 bool HostState::GetDirectory(std::string& dir) const {
   return RunAndRecord(*this, [&]() -> Status {
     VrelHost::Config config;
-    std::string problem;
-    if (!VrelHost::ReadConfig(config, problem)) return {kErrConfig, problem};
-    dir = config.state_dir;
-    return {};
+    Status status = VrelHost::OpenConfig(config);
+    if (status.IsOk()) dir = config.state_dir;
+    return status;
   });
 }
 
@@ -41,7 +41,9 @@ bool HostState::Make(std::string& nodeId, std::vector<std::string>& moved) const
     VrelHost::Config config;
     std::vector<Volume> volumes;
     Status status = OpenVolumes(config, volumes);
-    return status.IsOk() ? InitHost(config, nodeId, moved) : status;
+    if (status.IsOk()) status = InitHost(config, nodeId, moved);
+    CloseTheHost();
+    return status;
   });
 }
 

@@ -9,10 +9,10 @@ namespace {
 
 Status Read(const std::function<Status(const PlanStore&, std::vector<PlanRow>&)>& read,
             std::vector<DRPlan>& plans) {
-  Host host;
+  const std::shared_ptr<Host> host = TheHost();
   std::vector<PlanRow> rows;
-  Status status = host.OpenIfMade();
-  if (host.store) status = read(host.store->Plans(), rows);
+  Status status = host->OpenIfMade();
+  if (host->store) status = read(host->store->Plans(), rows);
   for (PlanRow& each : rows) plans.push_back(std::move(each.plan));
   return status;
 }
@@ -22,18 +22,19 @@ bool IsThere(Host& host, const std::string& targetId) {
 }
 
 Status FindSiteStatus(const DRPlan& plan, DRSiteStatus& found) {
-  Host host;
+  const std::shared_ptr<Host> host = TheHost();
   std::optional<PlanRow> row;
   JournalRow journal;
-  Status status = host.Open();
-  if (status.IsOk()) status = host.store->Plans().GetPlan(plan.GetPlanId(), row);
-  if (status.IsOk()) status = host.store->Plans().GetJournal(plan.GetPlanId(), journal);
+  Status status = host->Open();
+  if (status.IsOk()) status = host->store->Plans().GetPlan(plan.GetPlanId(), row);
+  if (status.IsOk()) status = host->store->Plans().GetJournal(plan.GetPlanId(), journal);
   if (!status.IsOk() || !row) return status;
   const DRPlan& now = row->plan;
   if (journal.state == OPState::kRunning) {
     found =
-        PlanLock::IsHeld(host.config.state_dir, now.GetPlanId()) ? kSiteWorking : kSiteInterrupted;
-  } else if (!IsThere(host, now.GetSourceTargetId()) || !IsThere(host, now.GetReplicaTargetId())) {
+        PlanLock::IsHeld(host->config.state_dir, now.GetPlanId()) ? kSiteWorking : kSiteInterrupted;
+  } else if (!IsThere(*host, now.GetSourceTargetId()) ||
+             !IsThere(*host, now.GetReplicaTargetId())) {
     found = kSiteUnreachable;
   } else {
     found = now.GetStatus() == kPlanFailover ? kSiteFailover : kSiteNormal;
@@ -59,10 +60,10 @@ bool PlanReader::Select(const std::string& targetId, std::vector<DRPlan>& plans)
 
 bool PlanReader::Get(const std::string& planId, DRPlan& plan) const {
   return RunAndRecord(*this, [&]() -> Status {
-    Host host;
+    const std::shared_ptr<Host> host = TheHost();
     std::optional<PlanRow> row;
-    Status status = host.OpenIfMade();
-    if (host.store) status = host.store->Plans().GetPlan(planId, row);
+    Status status = host->OpenIfMade();
+    if (host->store) status = host->store->Plans().GetPlan(planId, row);
     if (!status.IsOk()) return status;
     if (!row) {
       return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};

@@ -26,10 +26,10 @@ Status FindOlder(HostPlan& plan, const std::string& snapId, std::string& older) 
 
 // The plan whose locker it is, of those that have the target; kErrBadArgument when there is none.
 Status FindPlan(const std::string& targetId, const std::string& locker, std::string& planId) {
-  Host host;
+  const std::shared_ptr<Host> host = TheHost();
   std::vector<PlanRow> rows;
-  Status status = host.Open();
-  if (status.IsOk()) status = host.store->Plans().SelectPlans(targetId, rows);
+  Status status = host->Open();
+  if (status.IsOk()) status = host->store->Plans().SelectPlans(targetId, rows);
   for (const PlanRow& each : rows) {
     if (GetRetentionLocker(each.plan.GetPlanId()) == locker) planId = each.plan.GetPlanId();
   }

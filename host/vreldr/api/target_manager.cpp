@@ -28,15 +28,15 @@ Status CheckSpec(const TargetSpec& spec) {
 Status CreateTarget(const TargetSpec& spec) {
   Status status = CheckSpec(spec);
   if (!status.IsOk()) return status;
-  Host host;
-  status = host.Open(Making::kWhenAbsent);
+  const std::shared_ptr<Host> host = TheHost();
+  status = host->Open(Making::kWhenAbsent);
   if (!status.IsOk()) return status;
   return CreateTarget(
-      host, spec.target, spec.volume, [&](const StorageEngine& engine, const TargetPlace& place) {
+      *host, spec.target, spec.volume, [&](const StorageEngine& engine, const TargetPlace& place) {
         if (spec.target.GetType() == kTargetLun && spec.sources.empty() && spec.size_bytes == 0) {
           return Status{kErrBadArgument, "a lun needs an image file or a size; give one of them"};
         }
-        return engine.CreateTarget(place, {spec.size_bytes, spec.sources}, host.watcher);
+        return engine.CreateTarget(place, {spec.size_bytes, spec.sources}, host->watcher);
       });
 }
 
@@ -59,18 +59,18 @@ Status CheckRemovable(const HostTarget& opened, bool withSnapshots) {
 }
 
 Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
-  Host host;
-  HostTarget opened(host);
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget opened(*host);
   Status status = opened.Claim(targetId);
   // What an interrupted call left is nobody's any more: no question is asked then.
   if (status.IsOk() && opened.GetRow().state == RecordState::kWhole) {
     status = InContext(opened.Cannot("remove"), Guard::CheckRemovable(opened.GetStore(), targetId));
     if (status.IsOk()) status = CheckRemovable(opened, withSnapshots);
-    if (status.IsOk()) status = host.store->MarkTargetDeleting(targetId);
+    if (status.IsOk()) status = host->store->MarkTargetDeleting(targetId);
   }
   if (!status.IsOk()) return status;
   KillPoint(kForgetMarked);
-  return RemoveMarkedTarget(host, opened);
+  return RemoveMarkedTarget(*host, opened);
 }
 
 // With the plan that goes with it, if one does.
@@ -116,12 +116,12 @@ bool TargetManager::Create(const TargetSpec& spec) const {
 
 bool TargetManager::List(std::vector<TargetEntry>& targets) const {
   return RunAndRecord(*this, [&]() -> Status {
-    Host host;
-    Status status = host.OpenIfMade();
+    const std::shared_ptr<Host> host = TheHost();
+    Status status = host->OpenIfMade();
     std::vector<TargetRow> rows;
-    if (host.store) status = host.store->ListTargets(rows);
+    if (host->store) status = host->store->ListTargets(rows);
     for (const TargetRow& row : rows) {
-      if (row.state == RecordState::kWhole) targets.push_back(Describe(host, row));
+      if (row.state == RecordState::kWhole) targets.push_back(Describe(*host, row));
     }
     return status;
   });
@@ -129,14 +129,14 @@ bool TargetManager::List(std::vector<TargetEntry>& targets) const {
 
 bool TargetManager::ListRemains(std::vector<TargetRemains>& remains) const {
   return RunAndRecord(*this, [&]() -> Status {
-    Host host;
-    Status status = host.OpenIfMade();
+    const std::shared_ptr<Host> host = TheHost();
+    Status status = host->OpenIfMade();
     std::vector<TargetRow> rows;
-    if (host.store) status = host.store->ListTargets(rows);
+    if (host->store) status = host->store->ListTargets(rows);
     for (const TargetRow& row : rows) {
       if (!status.IsOk() || row.state != RecordState::kDeleting) continue;
       TargetRemains found;
-      status = DescribeRemains(*host.store, row, found);
+      status = DescribeRemains(*host->store, row, found);
       if (status.IsOk()) remains.push_back(std::move(found));
     }
     return status;
@@ -147,12 +147,12 @@ bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
   bool found = false;
   return RunAndRecord(*this,
                       [&]() -> Status {
-                        Host host;
-                        Status status = host.OpenIfMade();
+                        const std::shared_ptr<Host> host = TheHost();
+                        Status status = host->OpenIfMade();
                         std::optional<TargetRow> row;
-                        if (host.store) status = host.store->GetTarget(targetId, row);
+                        if (host->store) status = host->store->GetTarget(targetId, row);
                         found = row && row->state == RecordState::kWhole;
-                        if (found) entry = Describe(host, *row);
+                        if (found) entry = Describe(*host, *row);
                         return status;
                       }) &&
          found;
@@ -164,8 +164,8 @@ bool TargetManager::Remove(const std::string& targetId, bool withSnapshots) cons
 
 bool TargetManager::CheckPlace(const std::string& targetId, PlaceUse use) const {
   return RunAndRecord(*this, [&] {
-    Host host;
-    HostTarget opened(host);
+    const std::shared_ptr<Host> host = TheHost();
+    HostTarget opened(*host);
     Status status = opened.OpenToRead(targetId);
     if (!status.IsOk()) return status;
     const std::string what = use == PlaceUse::kSnapshot      ? "take a snapshot of"
@@ -173,16 +173,16 @@ bool TargetManager::CheckPlace(const std::string& targetId, PlaceUse use) const 
                              : use == PlaceUse::kRemoval     ? "remove"
                                                              : "make unwritable";
     return InContext(opened.Cannot(what),
-                     opened.GetEngine().CheckPlace(opened.GetPlace(), use, host.watcher));
+                     opened.GetEngine().CheckPlace(opened.GetPlace(), use, host->watcher));
   });
 }
 
 bool TargetManager::FindMounts(const std::string& targetId, std::vector<std::string>& paths) const {
   return RunAndRecord(*this, [&] {
-    Host host;
-    HostTarget opened(host);
+    const std::shared_ptr<Host> host = TheHost();
+    HostTarget opened(*host);
     Status status = opened.OpenToRead(targetId);
-    return status.IsOk() ? opened.GetEngine().FindLeftOut(opened.GetPlace(), paths, host.watcher)
+    return status.IsOk() ? opened.GetEngine().FindLeftOut(opened.GetPlace(), paths, host->watcher)
                          : status;
   });
 }

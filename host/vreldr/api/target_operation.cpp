@@ -15,8 +15,8 @@ namespace {
 using Operation::Snapshot;
 
 Status Take(const Target& target, const Operation::SnapshotMeta& meta, std::string& snapId) {
-  Host host;
-  HostTarget opened(host);
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget opened(*host);
   Status status = opened.OpenToWrite(target.GetId());
   if (status.IsOk()) {
     status = InContext(opened.Cannot("take a snapshot of"),
@@ -32,8 +32,8 @@ Status Take(const Target& target, const Operation::SnapshotMeta& meta, std::stri
 }
 
 Status Delete(const Target& target, const std::string& snapId) {
-  Host host;
-  HostTarget opened(host);
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget opened(*host);
   Status status = opened.OpenToWrite(target.GetId());
   if (status.IsOk()) {
     status = InContext(opened.Cannot("delete a snapshot of"),
@@ -43,8 +43,8 @@ Status Delete(const Target& target, const std::string& snapId) {
 }
 
 Status Restore(const Target& target, const std::string& snapId) {
-  Host host;
-  HostTarget opened(host);
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget opened(*host);
   Snapshot found;
   Status status = opened.OpenToWrite(target.GetId());
   if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
@@ -54,9 +54,9 @@ Status Restore(const Target& target, const std::string& snapId) {
   }
   if (!status.IsOk()) return status;
   status = InContext(opened.Cannot("restore"),
-                     opened.GetEngine().RestoreSnapshot(opened.GetPlace(), snapId, host.watcher));
+                     opened.GetEngine().RestoreSnapshot(opened.GetPlace(), snapId, host->watcher));
   // What cannot be cleaned up now goes with the next change of the target.
-  if (!status.IsOk()) (void)opened.GetEngine().CleanUp(opened.GetPlace(), host.watcher);
+  if (!status.IsOk()) (void)opened.GetEngine().CleanUp(opened.GetPlace(), host->watcher);
   return status;
 }
 
@@ -64,25 +64,25 @@ Status Clone(const Target& target, const std::string& snapId, const std::string&
   if (!IsAllowedId(uuid)) {
     return {kErrBadArgument, "a clone cannot be called " + Quoted(uuid) + "; give it a UUID"};
   }
-  Host host;
+  const std::shared_ptr<Host> host = TheHost();
   // Its lock keeps the snapshot in place.
-  HostTarget opened(host);
+  HostTarget opened(*host);
   Snapshot found;
   Status status = opened.OpenToWrite(target.GetId());
   if (status.IsOk()) status = FindSnapshot(opened, snapId, found);
   if (!status.IsOk()) return status;
   const Target clone(uuid, opened.GetTarget().GetType());
   return InContext(opened.Cannot("clone a snapshot of"),
-                   CreateTarget(host, clone, opened.GetRow().volume,
+                   CreateTarget(*host, clone, opened.GetRow().volume,
                                 [&](const StorageEngine& engine, const TargetPlace& place) {
                                   return engine.CloneSnapshot(opened.GetPlace(), snapId, place,
-                                                              host.watcher);
+                                                              host->watcher);
                                 }));
 }
 
 Status List(const Target& target, std::vector<Snapshot>& snapshots) {
-  Host host;
-  HostTarget opened(host);
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget opened(*host);
   Status status = opened.OpenToRead(target.GetId());
   return status.IsOk() ? opened.ListSnapshots(snapshots) : status;
 }
@@ -96,8 +96,8 @@ TargetOperation::TargetOperation(int type, const std::string& targetId) : target
 bool TargetOperation::IsExisted() const {
   bool exists = false;
   RunAndRecord(*this, [&]() -> Status {
-    Host host;
-    HostTarget opened(host);
+    const std::shared_ptr<Host> host = TheHost();
+    HostTarget opened(*host);
     Status status = opened.OpenToRead(target_.GetId());
     exists = status.IsOk();
     return status.code == kErrTargetMissing ? Status() : status;

@@ -109,16 +109,16 @@ VolumeIdentity IdentityFor(const Host& host, const Sighted& seen) {
 
 Status Initialise(const std::string& name, bool adopt, std::string& id) {
   const std::string cannot = "cannot initialise volume " + Quoted(name);
-  Host host;
+  const std::shared_ptr<Host> host = TheHost();
   Sighted seen;
   VolumeExamination found;
   TargetLock lock;
-  Status status = host.Open(Making::kWhenAbsent);
+  Status status = host->Open(Making::kWhenAbsent);
   // No target has a name that begins like this.
   if (status.IsOk()) {
-    status = InContext(cannot, lock.Acquire(host.config.state_dir, ".volumes"));
+    status = InContext(cannot, lock.Acquire(host->config.state_dir, ".volumes"));
   }
-  if (status.IsOk()) status = InContext(cannot, Examine(host, name, seen, found));
+  if (status.IsOk()) status = InContext(cannot, Examine(*host, name, seen, found));
   if (!status.IsOk()) return status;
   if (found.is_initialised) {
     return {kErrExists, cannot + ": " + Quoted(found.where) + " has its identity already"};
@@ -127,9 +127,9 @@ Status Initialise(const std::string& name, bool adopt, std::string& id) {
     return {kErrVolumeMissing,
             cannot + ": " + found.why + "; mount the volume, or adopt what is there"};
   }
-  const VolumeIdentity identity = IdentityFor(host, seen);
-  status = CheckNotShared(host, seen);
-  if (status.IsOk()) status = MarkVolume(host, *seen.volume, identity, true);
+  const VolumeIdentity identity = IdentityFor(*host, seen);
+  status = CheckNotShared(*host, seen);
+  if (status.IsOk()) status = MarkVolume(*host, *seen.volume, identity, true);
   if (status.IsOk()) id = identity.id;
   return InContext(cannot, status);
 }
@@ -138,22 +138,22 @@ Status Initialise(const std::string& name, bool adopt, std::string& id) {
 
 bool VolumeManager::List(std::vector<VolumeInfo>& volumes) const {
   return RunAndRecord(*this, [&]() -> Status {
-    Host host;
+    const std::shared_ptr<Host> host = TheHost();
     // A host that is not in order does not hide what there is to be seen of its volumes.
-    Status status = host.OpenIfMade();
+    Status status = host->OpenIfMade();
     if (status.code == kErrConfig) return status;
-    for (Volume& each : host.volumes) volumes.push_back(Describe(host, each));
+    for (Volume& each : host->volumes) volumes.push_back(Describe(*host, each));
     return {};
   });
 }
 
 bool VolumeManager::Examine(const std::string& volume, VolumeExamination& examination) const {
   return RunAndRecord(*this, [&]() -> Status {
-    Host host;
+    const std::shared_ptr<Host> host = TheHost();
     Sighted seen;
     examination = {};
-    Status status = host.Open(Making::kWhenAbsent);
-    return status.IsOk() ? VrelDR::Examine(host, volume, seen, examination) : status;
+    Status status = host->Open(Making::kWhenAbsent);
+    return status.IsOk() ? VrelDR::Examine(*host, volume, seen, examination) : status;
   });
 }
 

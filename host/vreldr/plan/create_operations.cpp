@@ -96,11 +96,11 @@ Status MakeNamedCopy(const HostTarget& source, const DRPlan& plan, const std::st
 
 Status CreateLocal(const DRPlan& plan, const std::string& volume, const std::string& copyId,
                    bool checkOnly) {
-  Host host;
-  HostTarget target(host);  // its lock lets one creation after the other choose a name
+  const std::shared_ptr<Host> host = TheHost();
+  HostTarget target(*host);  // its lock lets one creation after the other choose a name
   const std::string& id = plan.GetProtectedTargetId();
   Status status = checkOnly ? target.OpenToRead(id) : target.OpenToWrite(id);
-  if (status.IsOk()) status = CheckCreation(host, target, volume, copyId);
+  if (status.IsOk()) status = CheckCreation(*host, target, volume, copyId);
   if (!status.IsOk() || checkOnly) return status;
   if (copyId.empty()) return MakeNamedCopy(target, plan, volume);
   return MakeCopy(target, plan, Target(copyId, target.GetTarget().GetType()), volume);

@@ -11,7 +11,7 @@ namespace VrelDR {
 Status HostPlan::DropShipment(std::string& snapId) {
   snapId = GetRow().hand_snap_id;
   {
-    HostTarget replica(host_);
+    HostTarget replica(*host_);
     Status status = OpenToWrite(Get().GetReplicaTargetId(), replica);
     if (status.IsOk()) {
       status = InContext(replica.Cannot("drop what is on its way to"), DropShipments(replica, {}));

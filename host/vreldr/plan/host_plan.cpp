@@ -30,7 +30,7 @@ bool ChangesRoles(DRPlanOPStatus op) {
 
 Status HostPlan::Find(const std::string& planId) {
   std::optional<PlanRow> found;
-  Status status = host_.store ? Records().GetPlan(planId, found) : Status();
+  Status status = host_->store ? Records().GetPlan(planId, found) : Status();
   if (!status.IsOk()) return status;
   if (!found) {
     return {kErrPlanMissing, "plan " + Quoted(planId) + " does not exist; list the plans"};
@@ -40,7 +40,7 @@ Status HostPlan::Find(const std::string& planId) {
 }
 
 Status HostPlan::OpenToRead(const std::string& planId) {
-  Status status = host_.OpenIfMade();  // where no host was ever made there is no plan
+  Status status = host_->OpenIfMade();  // where no host was ever made there is no plan
   return status.IsOk() ? Find(planId) : status;
 }
 
@@ -61,12 +61,12 @@ Status HostPlan::Busy() const {
 }
 
 Status HostPlan::CheckIdle() const {
-  return PlanLock::IsHeld(host_.config.state_dir, Get().GetPlanId()) ? Busy() : Status();
+  return PlanLock::IsHeld(host_->config.state_dir, Get().GetPlanId()) ? Busy() : Status();
 }
 
 Status HostPlan::Claim() {
   bool taken = false;
-  Status status = lock_.Acquire(host_.config.state_dir, Get().GetPlanId(), taken);
+  Status status = lock_.Acquire(host_->config.state_dir, Get().GetPlanId(), taken);
   if (status.IsOk() && !taken) status = Busy();
   // Somebody may have changed or removed it before the lock was ours.
   return status.IsOk() ? Refresh() : status;
@@ -142,7 +142,7 @@ Status HostPlan::Remove() {
   Status status = Records().RemovePlan(Get().GetPlanId());
   if (!status.IsOk()) return status;
   has_ended_ = true;
-  PlanLock::Remove(host_.config.state_dir, Get().GetPlanId());
+  PlanLock::Remove(host_->config.state_dir, Get().GetPlanId());
   return {};
 }
 
@@ -168,7 +168,7 @@ Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) co
 }
 
 Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {
-  HostTarget replica(host_);
+  HostTarget replica(*host_);
   Status status = replica.OpenToRead(Get().GetReplicaTargetId());
   if (status.IsOk()) status = replica.ListSnapshots(snapshots);
   Snapshot arrived;
@@ -188,28 +188,28 @@ Status HostPlan::ListHeld(std::vector<std::string>& snapIds) const {
 }
 
 Status HostPlan::Quiesce(const std::string& targetId) {
-  HostTarget target(host_);
+  HostTarget target(*host_);
   Status status = OpenToWrite(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make unwritable"),
-                   target.GetEngine().Quiesce(target.GetPlace(), host_.watcher));
+                   target.GetEngine().Quiesce(target.GetPlace(), host_->watcher));
 }
 
 Status HostPlan::Demote(const std::string& targetId) {
   Status status = Quiesce(targetId);
-  HostTarget target(host_);
+  HostTarget target(*host_);
   if (status.IsOk()) status = OpenToWrite(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make a replica of"),
-                   target.GetEngine().Demote(target.GetPlace(), host_.watcher));
+                   target.GetEngine().Demote(target.GetPlace(), host_->watcher));
 }
 
 Status HostPlan::Promote(const std::string& targetId, const std::string& snapId, Manner manner) {
-  HostTarget target(host_);
+  HostTarget target(*host_);
   Status status = OpenToWrite(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make writable"),
-                   target.GetEngine().Promote(target.GetPlace(), snapId, manner, host_.watcher));
+                   target.GetEngine().Promote(target.GetPlace(), snapId, manner, host_->watcher));
 }
 
 Status HostPlan::OpenPair(Pair& pair) const {
@@ -222,13 +222,13 @@ Status HostPlan::OpenPair(Pair& pair) const {
   if (!replica) return NoSuchTarget(Get().GetReplicaTargetId());
   pair.source = PlaceOf(*source);
   pair.replica = PlaceOf(*replica);
-  return host_.FindLink(source->volume, replica->volume, pair.link);
+  return host_->FindLink(source->volume, replica->volume, pair.link);
 }
 
 Status HostPlan::Detach() {
   Pair pair;
   Status status = OpenPair(pair);
-  if (status.IsOk()) status = pair.link->Detach(pair.source, pair.replica, host_.watcher);
+  if (status.IsOk()) status = pair.link->Detach(pair.source, pair.replica, host_->watcher);
   return IsOutOfReach(status) ? Status() : status;
 }
 
@@ -236,7 +236,7 @@ Status HostPlan::DropShipments(const HostTarget& replica, const std::string& kee
   Pair pair;
   Status status = OpenPair(pair);
   if (!status.IsOk()) return status;
-  return pair.link->Drop(replica.GetPlace(), keepSnapId, host_.watcher);
+  return pair.link->Drop(replica.GetPlace(), keepSnapId, host_->watcher);
 }
 
 Status HostPlan::SetRight() {
@@ -253,7 +253,7 @@ Status HostPlan::SetRight() {
   const Status writable = Promote(working, {}, Manner::kOrderly);
   if (!writable.IsOk()) status = writable;
   if (!status.IsOk() || journal_.snap_id.empty()) return status;
-  HostTarget target(host_);
+  HostTarget target(*host_);
   status = OpenToWrite(other, target);
   if (status.IsOk()) status = DeleteSnapshotOf(target, journal_.snap_id);
   return status.code == kErrSnapshotMissing ? Status() : status;
@@ -262,18 +262,18 @@ Status HostPlan::SetRight() {
 Status HostPlan::Attach() {
   Pair pair;
   Status status = OpenPair(pair);
-  return status.IsOk() ? pair.link->Attach(pair.source, pair.replica, host_.watcher) : status;
+  return status.IsOk() ? pair.link->Attach(pair.source, pair.replica, host_->watcher) : status;
 }
 
 Status HostPlan::FindArrived(Snapshot& snapshot) {
   if (row_.hand_snap_id.empty()) return {};
-  HostTarget replica(host_);
+  HostTarget replica(*host_);
   std::set<std::string> existing;
   std::vector<SnapshotRow> recorded;
   std::vector<SnapshotRow> sent;
   Status status = replica.OpenToRead(Get().GetReplicaTargetId());
   if (status.IsOk()) {
-    status = replica.GetEngine().ListSnapshots(replica.GetPlace(), existing, host_.watcher);
+    status = replica.GetEngine().ListSnapshots(replica.GetPlace(), existing, host_->watcher);
   }
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), recorded);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
@@ -290,8 +290,8 @@ Status HostPlan::AdoptArrived() {
   Snapshot arrived;
   Status status = FindArrived(arrived);
   if (!status.IsOk() || arrived.snap_id.empty()) return status;
-  HostTarget source(host_);
-  HostTarget replica(host_);
+  HostTarget source(*host_);
+  HostTarget replica(*host_);
   bool newest = false;
   status = OpenToWrite(Get().GetReplicaTargetId(), replica);
   if (status.IsOk() && source.OpenToRead(Get().GetSourceTargetId()).IsOk()) {
@@ -300,7 +300,7 @@ Status HostPlan::AdoptArrived() {
     status = FindLink(source, replica, link);
     if (status.IsOk()) {
       status =
-          link->Ship(source.GetPlace(), arrived.snap_id, {}, replica.GetPlace(), host_.watcher);
+          link->Ship(source.GetPlace(), arrived.snap_id, {}, replica.GetPlace(), host_->watcher);
     }
   }
   if (status.IsOk()) status = IsNewest(*this, replica, arrived, newest);

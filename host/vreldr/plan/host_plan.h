@@ -42,9 +42,9 @@ class HostPlan {
   Status Report(const SyncRow& sync, int progress);
   bool IsStopAsked() const;
 
-  Host& GetHost() const { return host_; }
-  const Store& GetStore() const { return *host_.store; }
-  PlanStore Records() const { return host_.store->Plans(); }
+  Host& GetHost() const { return *host_; }
+  const Store& GetStore() const { return *host_->store; }
+  PlanStore Records() const { return host_->store->Plans(); }
   const PlanRow& GetRow() const { return row_; }
   const DRPlan& Get() const { return row_.plan; }
   // Reads the plan's record again.
@@ -100,7 +100,7 @@ class HostPlan {
   Status FindArrived(Operation::Snapshot& snapshot);
   Status AdoptArrived();
 
-  mutable Host host_;  // what it knows of volumes grows with use
+  std::shared_ptr<Host> host_ = TheHost();
   PlanRow row_;
   PlanLock lock_;
   JournalRow journal_;

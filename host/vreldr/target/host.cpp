@@ -6,6 +6,7 @@
 
 #include "engine/tables.h"
 #include "target/volume_admission.h"
+#include "vreldrnode/open_config.h"
 
 namespace VrelDR {
 
@@ -28,8 +29,8 @@ bool IsAllowedId(const std::string& id) {
 }
 
 Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
-  std::string problem;
-  if (!VrelHost::ReadConfig(config, problem)) return {kErrConfig, problem};
+  Status status = VrelHost::OpenConfig(config);
+  if (!status.IsOk()) return status;
   const std::string about = "configuration " + Quoted(config.file);
   std::map<std::string, std::string> places;
   for (const VrelHost::VolumeConfig& each : config.volumes) {
@@ -37,7 +38,7 @@ Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes) {
     volume.name = each.name;
     volume.engine_name = each.engine;
     const EngineRow* row = nullptr;
-    Status status = FindEngineRow(each, config, row, volume.where);
+    status = FindEngineRow(each, config, row, volume.where);
     if (!status.IsOk()) return InContext(about, status);
     const auto [place, isNew] = places.emplace(volume.where, each.name);
     if (!isNew) {

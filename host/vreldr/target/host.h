@@ -34,7 +34,8 @@ Status OpenVolumes(VrelHost::Config& config, std::vector<Volume>& volumes);
 
 using VrelHost::Making;
 
-// The host as one call needs it: configuration, engines and records, read afresh by the first Open.
+// The host as calls need it: configuration, engines and records, opened by the first Open. It is
+// one thread's.
 struct Host {
   VrelHost::Config config;
   std::string node_id;
@@ -69,6 +70,11 @@ struct Host {
   const VrelHost::VolumeConfig& ConfigOf(const Volume& volume) const;
   LinkEnd EndOf(const Volume& volume) const;
 };
+
+// The host of this thread while a session lives, and a new one otherwise; see Session.
+std::shared_ptr<Host> TheHost();
+// What is open is of a host that is no more: the calls that follow open it anew.
+void CloseTheHost();
 
 // Says that there is no such target.
 Status NoSuchTarget(const std::string& targetId);
