@@ -1,6 +1,8 @@
 #include "store/store.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <vreldr/error.h>
 
 #include "behind_writer.h"
 #include "foundation/records.h"
@@ -11,13 +13,19 @@
 namespace host_test {
 namespace {
 
+using testing::ElementsAre;
+using testing::IsEmpty;
 using VrelDR::DRPlan;
 using VrelDR::JournalRow;
+using VrelDR::LockRow;
 using VrelDR::OPState;
 using VrelDR::PlanRow;
+using VrelDR::PlanStore;
+using VrelDR::SnapshotRow;
 using VrelDR::Store;
 using VrelDR::SyncRow;
 using VrelDR::TargetRow;
+using VrelDR::Operation::Snapshot;
 
 class StoreTest : public HostTest {
  protected:
@@ -32,20 +40,63 @@ class StoreTest : public HostTest {
     ASSERT_TRUE(Store::Open(Root(), store_).IsOk());
   }
 
-  // A plan "p" from "source" to "copy", which is whole.
-  DRPlan AddPlan() const {
-    TargetRow copy;
-    copy.target = VrelDR::Target("copy", VrelDR::kTargetShare);
-    copy.volume = "v2";
+  static TargetRow Row(const std::string& targetId) {
+    TargetRow row;
+    row.target = VrelDR::Target(targetId, VrelDR::kTargetShare);
+    row.volume = "v1";
+    return row;
+  }
+  static DRPlan Plan(const std::string& planId, const std::string& from, const std::string& to) {
     DRPlan plan;
-    plan.SetPlanId("p");
-    plan.SetProtectedTargetId("source");
-    plan.SetDRTargetId("copy");
+    plan.SetPlanId(planId);
+    plan.SetProtectedTargetId(from);
+    plan.SetDRTargetId(to);
     plan.SetStatus(VrelDR::kPlanNormal);
     plan.SetDirection(VrelDR::kMainToDR);
-    EXPECT_TRUE(store_->AddTarget(copy, &plan).IsOk());
+    return plan;
+  }
+  // A plan "p" from "source" to "copy", which is whole.
+  DRPlan AddPlan() const {
+    DRPlan plan = Plan("p", "source", "copy");
+    EXPECT_TRUE(store_->AddTarget(Row("copy"), &plan).IsOk());
     EXPECT_TRUE(store_->FinishTarget("copy").IsOk());
     return plan;
+  }
+
+  // What the calls find; each expects that to work.
+  std::vector<std::string> Targets(bool ofAnyState) const {
+    std::vector<TargetRow> rows;
+    EXPECT_TRUE(
+        (ofAnyState ? store_->ListTargetsOfAnyState(rows) : store_->ListTargets(rows)).IsOk());
+    std::vector<std::string> ids;
+    for (const TargetRow& each : rows) ids.push_back(each.target.GetId());
+    return ids;
+  }
+  std::vector<std::string> Snapshots(const std::string& targetId, bool ofAnyState) const {
+    std::vector<SnapshotRow> rows;
+    EXPECT_TRUE((ofAnyState ? store_->ListSnapshotsOfAnyState(targetId, rows)
+                            : store_->ListSnapshots(targetId, rows))
+                    .IsOk());
+    std::vector<std::string> ids;
+    for (const SnapshotRow& each : rows) ids.push_back(each.snapshot.snap_id);
+    return ids;
+  }
+  std::vector<std::string> PlansOf(const std::string& targetId, bool ofAnyState) const {
+    std::vector<PlanRow> rows;
+    const PlanStore plans = store_->Plans();
+    EXPECT_TRUE((ofAnyState ? plans.SelectPlansOfAnyState(targetId, rows)
+                            : plans.SelectPlans(targetId, rows))
+                    .IsOk());
+    std::vector<std::string> ids;
+    for (const PlanRow& each : rows) ids.push_back(each.plan.GetPlanId());
+    return ids;
+  }
+  std::vector<std::string> Held(const std::string& planId) const {
+    std::vector<LockRow> locks;
+    EXPECT_TRUE(store_->Plans().ListLocksOfPlan(planId, locks).IsOk());
+    std::vector<std::string> held;
+    for (const LockRow& each : locks) held.push_back(each.target_id + " " + each.snap_id);
+    return held;
   }
 
   std::optional<Store> store_;
@@ -54,11 +105,10 @@ class StoreTest : public HostTest {
 INSTANTIATE_TEST_SUITE_P(Volumes, StoreTest, testing::Values("tmpfs"), HostTest::NameOf);
 
 TEST_P(StoreTest, ATargetIsFoundByTheLocatorThatItsEngineGave) {
-  TargetRow row;
-  row.target = VrelDR::Target("share", VrelDR::kTargetShare);
-  row.volume = "v1";
+  TargetRow row = Row("share");
   row.locator = "shelf/7 'b'";
   ASSERT_TRUE(store_->AddTarget(row, nullptr).IsOk());
+  ASSERT_TRUE(store_->FinishTarget("share").IsOk());
   Reopen();
   std::optional<TargetRow> found;
   ASSERT_TRUE(store_->GetTarget("share", found).IsOk());
@@ -69,6 +119,124 @@ TEST_P(StoreTest, ATargetIsFoundByTheLocatorThatItsEngineGave) {
   ASSERT_TRUE(store_->ListTargets(rows).IsOk());
   ASSERT_EQ(rows.size(), 1U);
   EXPECT_EQ(rows.front().locator, row.locator);
+}
+
+TEST_P(StoreTest, WhatIsNotWholeIsFoundOnlyByCallsThatSaySo) {
+  const DRPlan plan = Plan("p", "source", "copy");
+  ASSERT_TRUE(store_->AddTarget(Row("source"), nullptr).IsOk());
+  ASSERT_TRUE(store_->FinishTarget("source").IsOk());
+  const auto expectCopy = [&](bool isFound) {
+    const std::vector<std::string> all{"copy", "source"};
+    EXPECT_EQ(Targets(true), all);
+    EXPECT_EQ(Targets(false), isFound ? all : std::vector<std::string>{"source"});
+    std::optional<TargetRow> row;
+    EXPECT_TRUE(store_->GetTarget("copy", row).IsOk());
+    EXPECT_EQ(row.has_value(), isFound);
+    EXPECT_TRUE(store_->GetTargetOfAnyState("copy", row).IsOk());
+    EXPECT_TRUE(row);
+    for (const char* side : {"source", "copy"}) {
+      EXPECT_THAT(PlansOf(side, true), ElementsAre("p"));
+      EXPECT_EQ(PlansOf(side, false).size(), isFound ? 1U : 0U);
+    }
+    std::vector<PlanRow> plans;
+    EXPECT_TRUE(store_->Plans().ListPlans(plans).IsOk());
+    EXPECT_EQ(plans.size(), isFound ? 1U : 0U);
+    std::optional<PlanRow> found;
+    EXPECT_TRUE(store_->Plans().GetPlan("p", found).IsOk());
+    EXPECT_EQ(found.has_value(), isFound);
+  };
+  ASSERT_TRUE(store_->AddTarget(Row("copy"), &plan).IsOk());
+  expectCopy(false);
+  ASSERT_TRUE(store_->FinishTarget("copy").IsOk());
+  expectCopy(true);
+  ASSERT_TRUE(store_->Plans().BeginRemoval("p", "copy").IsOk());
+  expectCopy(false);
+
+  Snapshot snapshot;
+  snapshot.snap_id = "s1";
+  ASSERT_TRUE(store_->AddSnapshot("source", snapshot, nullptr).IsOk());
+  EXPECT_THAT(Snapshots("source", false), IsEmpty());
+  EXPECT_THAT(Snapshots("source", true), ElementsAre("s1"));
+  ASSERT_TRUE(store_->FinishSnapshot("source", snapshot, 7).IsOk());
+  EXPECT_THAT(Snapshots("source", false), ElementsAre("s1"));
+  ASSERT_TRUE(store_->MarkSnapshotDeleting(snapshot).IsOk());
+  EXPECT_THAT(Snapshots("source", false), IsEmpty());
+  EXPECT_THAT(Snapshots("source", true), ElementsAre("s1"));
+}
+
+TEST_P(StoreTest, ATransactionOfWhichOneStepFailsLeavesNothingAndTheNextOneWorks) {
+  AddPlan();
+  const DRPlan sameId = Plan("p", "source", "other");
+  EXPECT_EQ(store_->AddTarget(Row("other"), &sameId).code, VrelDR::kErrStore);
+  EXPECT_THAT(Targets(true), ElementsAre("copy"));
+  EXPECT_THAT(PlansOf("other", true), IsEmpty());
+  EXPECT_TRUE(store_->AddTarget(Row("other"), nullptr).IsOk());
+  EXPECT_THAT(Targets(true), ElementsAre("copy", "other"));
+}
+
+TEST_P(StoreTest, WhatThePlanHoldsMovesToTheNewestSnapshotThatArrives) {
+  const DRPlan plan = AddPlan();
+  const PlanStore plans = store_->Plans();
+  const auto arrive = [&](const char* snapId, bool isNewest) {
+    Snapshot snapshot;
+    snapshot.snap_id = snapId;
+    ASSERT_TRUE(plans.AddPending("p", snapId).IsOk());
+    ASSERT_TRUE(plans.TakeInHand(plan, snapId).IsOk());
+    std::optional<PlanRow> row;
+    ASSERT_TRUE(plans.GetPlan("p", row).IsOk() && row);
+    EXPECT_EQ(row->hand_snap_id, snapId);
+    ASSERT_TRUE(store_->AddArrived(Row("copy"), snapshot, plan, isNewest).IsOk());
+    ASSERT_TRUE(plans.GetPlan("p", row).IsOk() && row);
+    EXPECT_EQ(row->hand_snap_id, "");
+    std::vector<std::string> pending;
+    EXPECT_TRUE(plans.ListPending("p", pending).IsOk());
+    EXPECT_THAT(pending, IsEmpty());
+  };
+  arrive("s1", true);
+  EXPECT_THAT(Held("p"), ElementsAre("source s1", "copy s1"));
+  arrive("s2", true);
+  EXPECT_THAT(Held("p"), ElementsAre("source s2", "copy s2"));
+  arrive("s0", false);
+  EXPECT_THAT(Held("p"), ElementsAre("source s2", "copy s2"));
+  EXPECT_THAT(Snapshots("copy", false), ElementsAre("s1", "s2", "s0"));
+  arrive("s1", false);
+  EXPECT_THAT(Snapshots("copy", false), ElementsAre("s2", "s0", "s1")) << "recorded once";
+}
+
+TEST_P(StoreTest, ATargetThatGoesTakesItsPlanWithItAndNothingOfOthers) {
+  const DRPlan plan = AddPlan();
+  const DRPlan other = Plan("q", "source", "mirror");
+  ASSERT_TRUE(store_->AddTarget(Row("mirror"), &other).IsOk());
+  ASSERT_TRUE(store_->FinishTarget("mirror").IsOk());
+  const PlanStore plans = store_->Plans();
+  for (const DRPlan& each : {plan, other}) {
+    Snapshot snapshot;
+    snapshot.snap_id = "s1";
+    ASSERT_TRUE(store_->AddArrived(Row(each.GetDRTargetId()), snapshot, each, true).IsOk());
+    ASSERT_TRUE(plans.AddPending(each.GetPlanId(), "s2").IsOk());
+    ASSERT_TRUE(plans.WriteSyncReport(each.GetPlanId(), SyncRow(), 7).IsOk());
+  }
+  ASSERT_TRUE(plans.BeginRemoval("p", "copy").IsOk());
+  ASSERT_TRUE(store_->RemoveTarget("copy").IsOk());
+  EXPECT_THAT(Targets(true), ElementsAre("mirror"));
+  EXPECT_THAT(PlansOf("source", true), ElementsAre("q"));
+  EXPECT_THAT(Snapshots("copy", true), IsEmpty());
+  EXPECT_THAT(Snapshots("mirror", true), ElementsAre("s1"));
+  EXPECT_THAT(Held("p"), IsEmpty());
+  EXPECT_THAT(Held("q"), ElementsAre("source s1", "mirror s1"));
+  for (const char* planId : {"p", "q"}) {
+    SCOPED_TRACE(planId);
+    const bool isLeft = planId == other.GetPlanId();
+    std::vector<std::string> pending;
+    EXPECT_TRUE(plans.ListPending(planId, pending).IsOk());
+    EXPECT_EQ(pending.size(), isLeft ? 1U : 0U);
+    std::optional<SyncRow> report;
+    EXPECT_TRUE(plans.GetSyncReport(planId, report).IsOk());
+    EXPECT_EQ(report.has_value(), isLeft);
+    JournalRow journal;
+    EXPECT_TRUE(plans.GetJournal(planId, journal).IsOk());
+    EXPECT_EQ(journal.op, isLeft ? VrelDR::kOpCreate : VrelDR::kOpNone);
+  }
 }
 
 TEST_P(StoreTest, AJournalThatIsWrittenAnewEndsAReportThatStillRunsAndNoOther) {

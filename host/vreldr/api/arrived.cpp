@@ -13,8 +13,9 @@ Status HostPlan::FindRecorded(Operation::Snapshot& recorded) const {
   std::vector<SnapshotRow> arrived;
   std::vector<SnapshotRow> sent;
   Status status = ListHeld(held);
-  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), arrived);
-  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
+  if (status.IsOk())
+    status = GetStore().ListSnapshotsOfAnyState(Get().GetReplicaTargetId(), arrived);
+  if (status.IsOk()) status = GetStore().ListSnapshotsOfAnyState(Get().GetSourceTargetId(), sent);
   if (!status.IsOk()) return status;
   recorded = SnapshotHistory::NewestHeld(held, SnapshotsOf(arrived), SnapshotsOf(sent));
   return {};

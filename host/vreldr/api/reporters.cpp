@@ -20,7 +20,8 @@ Status ReadPending(const HostPlan& plan, Json::Value& json) {
   std::vector<std::string> snapIds;
   std::vector<SnapshotRow> rows;
   Status status = plan.Records().ListPending(plan.Get().GetPlanId(), snapIds);
-  if (status.IsOk()) status = plan.GetStore().ListSnapshots(plan.Get().GetSourceTargetId(), rows);
+  if (status.IsOk())
+    status = plan.GetStore().ListSnapshotsOfAnyState(plan.Get().GetSourceTargetId(), rows);
   SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
@@ -30,7 +31,8 @@ Status ReadLocks(const HostPlan& plan, Json::Value& json) {
   std::vector<std::string> snapIds;
   std::vector<SnapshotRow> rows;
   Status status = plan.ListHeld(snapIds);
-  if (status.IsOk()) status = plan.GetStore().ListSnapshots(plan.Get().GetReplicaTargetId(), rows);
+  if (status.IsOk())
+    status = plan.GetStore().ListSnapshotsOfAnyState(plan.Get().GetReplicaTargetId(), rows);
   SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
@@ -119,7 +121,7 @@ bool PendingSnapReporter::Add(const Snapshot& snapshot) const {
     const std::string& source = plan.Get().GetSourceTargetId();
     Status status = plan.GetStore().ListSnapshots(source, rows);
     if (!status.IsOk()) return status;
-    if (SnapshotHistory::Find(WholeSnapshotsOf(rows), snapshot.snap_id) == nullptr) {
+    if (SnapshotHistory::Find(SnapshotsOf(rows), snapshot.snap_id) == nullptr) {
       return {kErrSnapshotMissing, "target " + Quoted(source) + " has no snapshot " +
                                        Quoted(snapshot.snap_id) + "; list its snapshots"};
     }

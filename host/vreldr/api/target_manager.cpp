@@ -78,8 +78,9 @@ Status DescribeRemains(const Store& store, const TargetRow& row, TargetRemains& 
   remains.target = row.target;
   remains.volume = row.volume;
   std::vector<PlanRow> plans;
-  Status status = store.Plans().SelectPlans(row.target.GetId(), plans, RecordState::kDeleting);
+  Status status = store.Plans().SelectPlansOfAnyState(row.target.GetId(), plans);
   for (const PlanRow& each : plans) {
+    if (each.state != RecordState::kDeleting) continue;
     const DRPlan& plan = each.plan;
     remains.plan_id = plan.GetPlanId();
     remains.other_target_id = plan.GetDRTargetId() == row.target.GetId()
@@ -132,7 +133,7 @@ bool TargetManager::ListRemains(std::vector<TargetRemains>& remains) const {
     const std::shared_ptr<Host> host = TheHost();
     Status status = host->OpenIfMade();
     std::vector<TargetRow> rows;
-    if (host->store) status = host->store->ListTargets(rows);
+    if (host->store) status = host->store->ListTargetsOfAnyState(rows);
     for (const TargetRow& row : rows) {
       if (!status.IsOk() || row.state != RecordState::kDeleting) continue;
       TargetRemains found;

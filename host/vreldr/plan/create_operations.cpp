@@ -49,7 +49,7 @@ Status MakeCopy(const HostTarget& source, DRPlan plan, const Target& copy,
 
 Status CheckNameFree(const Host& host, const std::string& name) {
   std::optional<TargetRow> taken;
-  Status status = host.store->GetTarget(name, taken);
+  Status status = host.store->GetTargetOfAnyState(name, taken);
   if (!status.IsOk() || !taken) return status;
   return {kErrExists, "target " + Quoted(name) + " exists already on volume " +
                           Quoted(taken->volume) + "; choose another name for the DR copy"};

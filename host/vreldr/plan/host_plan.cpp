@@ -275,13 +275,14 @@ Status HostPlan::FindArrived(Snapshot& snapshot) {
   if (status.IsOk()) {
     status = replica.GetEngine().ListSnapshots(replica.GetPlace(), existing, host_->watcher);
   }
-  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetReplicaTargetId(), recorded);
+  if (status.IsOk())
+    status = GetStore().ListSnapshotsOfAnyState(Get().GetReplicaTargetId(), recorded);
   if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
   if (!status.IsOk() || existing.count(row_.hand_snap_id) == 0 ||
       SnapshotHistory::Find(SnapshotsOf(recorded), row_.hand_snap_id) != nullptr) {
     return status;
   }
-  const std::vector<Snapshot> whole = WholeSnapshotsOf(sent);
+  const std::vector<Snapshot> whole = SnapshotsOf(sent);
   if (const Snapshot* found = SnapshotHistory::Find(whole, row_.hand_snap_id)) snapshot = *found;
   return {};
 }

@@ -1,26 +1,36 @@
 #pragma once
 
 #include <utility>
+#include <vector>
 
 #include "base/status.h"
-#include "vreldrcore/sqlite_db.h"
+#include "store/record_sets.h"
 
 namespace VrelDR {
 
-// The file of the host's records, shared by the tables' classes. Every failure is kErrStore,
-// or kErrBusy when another process has held it for too long.
+// The file of the host's records. Every failure is kErrStore, or kErrBusy when another process has
+// held it for too long.
 class Database {
  public:
   explicit Database(VrelDRCore::SqliteDB&& db) : db_(std::move(db)) {}
 
   const VrelDRCore::SqliteDB& Get() const { return db_; }
+  Records GetRecords() const { return Records(db_); }  // for single calls
   // Good, or what the database recorded last.
   Status Result(bool good) const;
-  // Runs `steps`, which return whether to go on, as one transaction: all of them or none.
+  // The same of a list, in which only what is whole stays, and nothing after a failure.
+  template <class Row>
+  Status WholeResult(bool good, std::vector<Row>& rows) const {
+    std::erase_if(rows,
+                  [&](const Row& each) { return !good || each.state != RecordState::kWhole; });
+    return Result(good);
+  }
+  // Runs `steps`, which are given the records and return whether to go on, as one transaction: all
+  // of them or none.
   template <class Steps>
   Status Transact(Steps&& steps) const {
     if (!db_.Exec("BEGIN IMMEDIATE")) return Result(false);
-    if (std::forward<Steps>(steps)() && db_.Exec("COMMIT")) return {};
+    if (std::forward<Steps>(steps)(GetRecords()) && db_.Exec("COMMIT")) return {};
     Status failure = Result(false);
     db_.Exec("ROLLBACK");  // without it the next transaction could not begin
     return failure;

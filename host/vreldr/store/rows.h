@@ -1,127 +1,76 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <vector>
 
-#include "store/database.h"
-#include "store/record_state.h"
-#include "vreldrcore/sqlite_command.h"
+#include "vreldr/plan.h"
+#include "vreldr/report.h"
+#include "vreldr/snapshot.h"
+#include "vreldr/target.h"
 
-// Short forms of reading and writing the rows of one table.
-namespace VrelDR::Rows {
+// The rows of the records' tables, as plain data.
+namespace VrelDR {
 
-using VrelDRCore::InsertCommand;
-using VrelDRCore::SelectCommand;
-using VrelDRCore::SqliteCondition;
-using VrelDRCore::SqliteEqual;
-using VrelDRCore::SqliteTableHandler;
-using VrelDRCore::SqliteValueList;
-using VrelDRCore::UpdateCommand;
+// How far the thing that a record is about has come. Only kWhole ones exist for callers; the others
+// are being worked on, or were when somebody crashed. Kept on disk: never change a value.
+enum class RecordState : int { kBuilding = 1, kWhole = 2, kDeleting = 3 };
 
-inline constexpr const char* kTargets = "targets";
-inline constexpr const char* kSnapshots = "snapshots";
-inline constexpr const char* kPlans = "plans";
-inline constexpr const char* kLocks = "retention_locks";
-inline constexpr const char* kPending = "pending_snaps";
-inline constexpr const char* kSyncReports = "sync_reports";
-inline constexpr const char* kJournals = "journals";
+struct TargetRow {
+  Target target;
+  std::string volume;
+  std::string locator;  // how the volume's engine reaches it; given by the engine when it was made
+  RecordState state = RecordState::kBuilding;
+  std::uint32_t last_snap_time = 0;  // of the newest snapshot ever taken
+};
 
-inline int GetInt(const SqliteValueList& values, const char* name) {
-  int number = 0;
-  values.GetValue(name, number);
-  return number;
-}
+struct SnapshotRow {
+  Operation::Snapshot snapshot;
+  RecordState state = RecordState::kBuilding;
+};
 
-inline std::string GetText(const SqliteValueList& values, const char* name) {
-  std::string text;
-  values.GetValue(name, text);
-  return text;
-}
+// The snapshots of the records, in their order.
+std::vector<Operation::Snapshot> SnapshotsOf(const std::vector<SnapshotRow>& rows);
 
-inline std::uint64_t GetSize(const SqliteValueList& values, const char* name) {
-  long number = 0;
-  values.GetValue(name, number);
-  return static_cast<std::uint64_t>(number);
-}
+// The identity that a volume of the configuration was given, as its identity file has it too.
+struct VolumeRow {
+  std::string name;
+  std::string id;
+  std::string file_system;
+};
 
-inline RecordState GetState(const SqliteValueList& values) {
-  return static_cast<RecordState>(GetInt(values, "state"));
-}
+struct PlanRow {
+  DRPlan plan;
+  bool is_reprotected = false;  // turned by a reprotection, and nothing has arrived since
+  // The snapshot of the source that is being sent, or was when the sync ended early; empty when
+  // there is none.
+  std::string hand_snap_id;
+  int hand_failures = 0;  // how often that one has found no room at the replica
+  RecordState state = RecordState::kBuilding;
+  long seq = 0;  // the order in which plans were made
+};
 
-inline SelectCommand Select(const char* table, const SqliteCondition& condition,
-                            const char* order) {
-  SelectCommand command;
-  command.SetTable(SqliteTableHandler(table));
-  command.SetCondition(condition);
-  if (order != nullptr) command.AddOrderField(order);
-  return command;
-}
+struct JournalRow {
+  DRPlanOPStatus op = kOpNone;
+  OPState state = OPState::kDone;
+  int progress = 0;  // in percent
+  std::uint32_t begin_time = 0;
+  std::string message;
+  std::string snap_id;  // a snapshot that goes when the operation is taken back
+  long pid = 0;         // of the process that runs, or ran, it
+  bool is_stop_asked = false;
+};
 
-inline UpdateCommand Update(const char* table, const SqliteCondition& condition) {
-  UpdateCommand command;
-  command.SetTable(SqliteTableHandler(table));
-  command.SetCondition(condition);
-  return command;
-}
+struct SyncRow {
+  OPState state = OPState::kRunning;
+  std::string snap_id;
+  SyncRecord record;
+};
 
-inline UpdateCommand UpdateState(const char* table, const SqliteCondition& condition,
-                                 RecordState state) {
-  UpdateCommand command = Update(table, condition);
-  command.AddFieldValue("state", static_cast<int>(state));
-  return command;
-}
+struct LockRow {
+  std::string target_id;
+  std::string snap_id;
+  std::string locker;
+};
 
-inline bool Insert(const Database& db, const char* table, const SqliteValueList& values) {
-  InsertCommand command;
-  command.SetTable(SqliteTableHandler(table));
-  command.SetFieldValues(values);
-  return db.Get().InsertRecord(command);
-}
-
-inline bool Delete(const Database& db, const char* table, const SqliteCondition& condition) {
-  return db.Get().DeleteRecord(SqliteTableHandler(table), condition);
-}
-
-inline long GetSeq(const SqliteValueList& values) {
-  long seq = 0;
-  values.GetValue("seq", seq);
-  return seq;
-}
-
-inline bool DeleteAll(const Database& db, const char* table, const std::vector<long>& seqs) {
-  for (const long seq : seqs) {
-    if (!Delete(db, table, SqliteEqual("seq", seq))) return false;
-  }
-  return true;
-}
-
-// Puts a row in the place of the plan's one.
-inline bool Replace(const Database& db, const char* table, const std::string& planId,
-                    const SqliteValueList& values) {
-  return Delete(db, table, SqliteEqual("plan_id", planId)) && Insert(db, table, values);
-}
-
-// Appends what `read` makes of every selected row.
-template <class Row>
-bool SelectInto(const Database& db, const SelectCommand& command,
-                Row (*read)(const SqliteValueList&), std::vector<Row>& rows) {
-  return db.Get().SelectEach(command, [&](const SqliteValueList& values) {
-    rows.push_back(read(values));
-    return true;
-  });
-}
-
-// Puts what `read` makes of the first row into `row`, which is empty when there is none.
-template <class Row>
-bool SelectOne(const Database& db, const char* table, const SqliteCondition& condition,
-               Row (*read)(const SqliteValueList&), std::optional<Row>& row) {
-  row.reset();
-  return db.Get().SelectEach(Select(table, condition, nullptr), [&](const SqliteValueList& values) {
-    row = read(values);
-    return false;
-  });
-}
-
-}  // namespace VrelDR::Rows
+}  // namespace VrelDR

@@ -152,7 +152,7 @@ TargetPlace PlaceOf(const TargetRow& row) {
 
 Status HostTarget::FindRow(const std::string& targetId) {
   std::optional<TargetRow> found;
-  Status status = host_.store->GetTarget(targetId, found);
+  Status status = host_.store->GetTargetOfAnyState(targetId, found);
   if (!status.IsOk()) return status;
   return found ? Adopt(*found) : NoSuchTarget(targetId);
 }
@@ -232,7 +232,7 @@ Status CleanUpSnapshots(const HostTarget& opened) {
   const StorageEngine& engine = opened.GetEngine();
   const TargetPlace place = opened.GetPlace();
   std::vector<SnapshotRow> rows;
-  Status status = opened.GetStore().ListSnapshots(place.id, rows);
+  Status status = opened.GetStore().ListSnapshotsOfAnyState(place.id, rows);
   for (const SnapshotRow& each : rows) {
     if (each.state == RecordState::kWhole) continue;
     const std::string& snapId = each.snapshot.snap_id;

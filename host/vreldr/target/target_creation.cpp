@@ -11,13 +11,13 @@ namespace {
 // is passed over, and so is one whose volume cannot be reached: the next call tries again.
 Status FinishInterrupted(Host& host) {
   std::vector<TargetRow> rows;
-  Status status = host.store->ListTargets(rows);
+  Status status = host.store->ListTargetsOfAnyState(rows);
   for (const TargetRow& each : rows) {
     if (each.state == RecordState::kWhole) continue;
     TargetLock lock;
     if (!lock.Acquire(host.config.state_dir, each.target.GetId()).IsOk()) continue;
     std::optional<TargetRow> now;
-    if (!host.store->GetTarget(each.target.GetId(), now).IsOk() || !now) continue;
+    if (!host.store->GetTargetOfAnyState(each.target.GetId(), now).IsOk() || !now) continue;
     if (now->state != RecordState::kWhole) (void)ForgetTarget(host, *now);
   }
   return status;
@@ -26,7 +26,7 @@ Status FinishInterrupted(Host& host) {
 // kErrExists when there is a record of the target.
 Status CheckUnrecorded(const Host& host, const Target& target) {
   std::optional<TargetRow> existing;
-  Status status = host.store->GetTarget(target.GetId(), existing);
+  Status status = host.store->GetTargetOfAnyState(target.GetId(), existing);
   if (!status.IsOk() || !existing) return status;
   const bool whole = existing->state == RecordState::kWhole;
   return {kErrExists, "target " + Quoted(target.GetId()) + " exists already on volume " +

@@ -13,7 +13,7 @@ namespace {
 Status JudgeUnidentified(Host& host, Volume& volume, const VolumeSight& sight,
                          Admission& admission) {
   std::vector<TargetRow> rows;
-  Status status = host.store->ListTargets(rows);
+  Status status = host.store->ListTargetsOfAnyState(rows);
   if (!status.IsOk()) return status;
   rows.erase(std::remove_if(rows.begin(), rows.end(),
                             [&](const TargetRow& each) { return each.volume != volume.name; }),

@@ -1,0 +1,181 @@
+#pragma once
+
+#include "store/table.h"
+
+// One record set for each table of the records. A call may be a step of a transaction or stand by
+// itself, and returns what Table says. What is removed need not be there.
+namespace VrelDR {
+
+class TargetRecords : Table {
+ public:
+  explicit TargetRecords(const VrelDRCore::SqliteDB& db) : Table(db, "targets") {}
+
+  bool ListOfAnyState(std::vector<TargetRow>& rows) const;  // by identifier
+  bool GetOfAnyState(const std::string& targetId, std::optional<TargetRow>& row) const;
+  bool Add(const TargetRow& row) const;
+  bool SetState(const std::string& targetId, RecordState state) const {
+    return Update(Equal("id", targetId), {{"state", Number(state)}});
+  }
+  bool SetLastSnapTime(const std::string& targetId, std::uint32_t time) const {
+    return Update(Equal("id", targetId), {{"last_snap_time", Number(time)}});
+  }
+  bool Remove(const std::string& targetId) const { return Delete(Equal("id", targetId)); }
+};
+
+class SnapshotRecords : Table {
+ public:
+  explicit SnapshotRecords(const VrelDRCore::SqliteDB& db) : Table(db, "snapshots") {}
+
+  // In the order in which they were recorded.
+  bool ListOfAnyState(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
+  bool Add(const std::string& targetId, const Operation::Snapshot& snapshot,
+           RecordState state) const;
+  // The sequence number of the one that was added last.
+  using Table::GetLastSeq;
+  bool Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const {
+    return Update(BySequence(snapshot),
+                  {{"state", Number(RecordState::kWhole)}, {"create_time", Number(time)}});
+  }
+  bool MarkDeleting(const Operation::Snapshot& snapshot) const {
+    return Update(BySequence(snapshot), {{"state", Number(RecordState::kDeleting)}});
+  }
+  bool Remove(const Operation::Snapshot& snapshot) const { return Delete(BySequence(snapshot)); }
+  bool Remove(const std::string& targetId, const std::string& snapId) const {
+    return DeleteWith(Equal("target_id", targetId), "snap_id", snapId);
+  }
+  bool RemoveAll(const std::string& targetId) const { return Delete(Equal("target_id", targetId)); }
+
+ private:
+  static Equal BySequence(const Operation::Snapshot& snapshot) {
+    return {"seq", Number(snapshot.sequence)};
+  }
+};
+
+class VolumeRecords : Table {
+ public:
+  explicit VolumeRecords(const VrelDRCore::SqliteDB& db) : Table(db, "volumes") {}
+
+  bool List(std::vector<VolumeRow>& rows) const;
+  bool Replace(const VolumeRow& row) const;
+};
+
+class PlanRecords : Table {
+ public:
+  explicit PlanRecords(const VrelDRCore::SqliteDB& db) : Table(db, "plans") {}
+
+  // Oldest first; the second those that have the target on one of their sides.
+  bool ListOfAnyState(std::vector<PlanRow>& rows) const;
+  bool SelectOfAnyState(const std::string& targetId, std::vector<PlanRow>& rows) const;
+  bool GetOfAnyState(const std::string& planId, std::optional<PlanRow>& row) const;
+  bool Add(const DRPlan& plan) const;  // in the state kBuilding
+  bool SetState(const std::string& planId, RecordState state) const {
+    return Update(Equal("id", planId), {{"state", Number(state)}});
+  }
+  // Makes plans whole whose DR copy is the target.
+  bool FinishThoseTo(const std::string& drTargetId) const {
+    return Update(Equal("dr_target_id", drTargetId), {{"state", Number(RecordState::kWhole)}});
+  }
+  // Status, direction and the flag of a reprotection.
+  bool Change(const PlanRow& row) const;
+  bool ForgetReprotection(const std::string& planId) const {
+    return Update(Equal("id", planId), {{"is_reprotected", false}});
+  }
+  // None when `snapId` is empty. Another one has not failed yet.
+  bool SetHand(const std::string& planId, const std::string& snapId) const {
+    return Update(Equal("id", planId), {{"hand_snap_id", snapId}, {"hand_failures", 0}});
+  }
+  bool SetHandFailures(const std::string& planId, int failures) const {
+    return Update(Equal("id", planId), {{"hand_failures", failures}});
+  }
+  bool Remove(const std::string& planId) const { return Delete(Equal("id", planId)); }
+};
+
+class LockRecords : Table {
+ public:
+  explicit LockRecords(const VrelDRCore::SqliteDB& db) : Table(db, "retention_locks") {}
+
+  // In the order in which they were made.
+  bool ListOfTarget(const std::string& targetId, std::vector<LockRow>& rows) const;
+  bool ListOfPlan(const std::string& planId, std::vector<LockRow>& rows) const;
+  // By which the plan holds the snapshot of one target, or of both its sides; once more is fine.
+  bool Add(const std::string& planId, const std::string& targetId, const std::string& snapId) const;
+  bool AddBoth(const DRPlan& plan, const std::string& snapId) const;
+  // On either side.
+  bool Remove(const std::string& planId, const std::string& snapId) const {
+    return DeleteWith(HeldBy(planId), "snap_id", snapId);
+  }
+  bool RemoveAll(const std::string& planId) const { return Delete(HeldBy(planId)); }
+
+ private:
+  static Equal HeldBy(const std::string& planId) { return {"locker", GetRetentionLocker(planId)}; }
+};
+
+class PendingRecords : Table {
+ public:
+  explicit PendingRecords(const VrelDRCore::SqliteDB& db) : Table(db, "pending_snaps") {}
+
+  // In the order in which they were added.
+  bool List(const std::string& planId, std::vector<std::string>& snapIds) const;
+  bool Add(const std::string& planId, const std::string& snapId) const {
+    return Insert({{"plan_id", planId}, {"snap_id", snapId}});
+  }
+  bool Remove(const std::string& planId, const std::string& snapId) const {
+    return DeleteWith(Equal("plan_id", planId), "snap_id", snapId);
+  }
+  bool RemoveAll(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+};
+
+class SyncRecords : Table {
+ public:
+  explicit SyncRecords(const VrelDRCore::SqliteDB& db) : Table(db, "sync_reports") {}
+
+  bool Get(const std::string& planId, std::optional<SyncRow>& row) const;
+  bool Replace(const std::string& planId, const SyncRow& row) const;
+  bool Remove(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+};
+
+class JournalRecords : Table {
+ public:
+  explicit JournalRecords(const VrelDRCore::SqliteDB& db) : Table(db, "journals") {}
+
+  bool Get(const std::string& planId, std::optional<JournalRow>& row) const;
+  bool Replace(const std::string& planId, const JournalRow& row) const;
+  bool SetProgress(const std::string& planId, int progress) const {
+    return Update(Equal("plan_id", planId), {{"progress", progress}});
+  }
+  // The operation has reached its end, with this to tell.
+  bool Finish(const std::string& planId, const std::string& message) const;
+  bool AskToStop(const std::string& planId) const {
+    return Update(Equal("plan_id", planId), {{"is_stop_asked", true}});
+  }
+  bool Remove(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+};
+
+// All of them, and what takes steps in several. The database must outlive it.
+struct Records {
+  explicit Records(const VrelDRCore::SqliteDB& db)
+      : targets(db),
+        snapshots(db),
+        volumes(db),
+        plans(db),
+        locks(db),
+        pending(db),
+        syncs(db),
+        journals(db) {}
+
+  // The plan has the snapshot in hand and holds it on the source.
+  bool TakeInHand(const DRPlan& plan, const std::string& snapId) const;
+  // The plan with all that was recorded of it.
+  bool RemovePlan(const std::string& planId) const;
+
+  TargetRecords targets;
+  SnapshotRecords snapshots;
+  VolumeRecords volumes;
+  PlanRecords plans;
+  LockRecords locks;
+  PendingRecords pending;
+  SyncRecords syncs;
+  JournalRecords journals;
+};
+
+}  // namespace VrelDR

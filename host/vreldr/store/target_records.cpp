@@ -1,0 +1,92 @@
+// The tables of targets, of their snapshots and of volumes.
+#include "store/record_sets.h"
+
+namespace VrelDR {
+
+using VrelDRCore::SqliteValueList;
+
+namespace {
+
+TargetRow ReadTarget(const SqliteValueList& values) {
+  TargetRow row;
+  row.target = Target(GetText(values, "id"), GetNumber<int>(values, "type"));
+  row.volume = GetText(values, "volume");
+  row.locator = GetText(values, "locator");
+  row.state = GetNumber<RecordState>(values, "state");
+  row.last_snap_time = GetNumber<std::uint32_t>(values, "last_snap_time");
+  return row;
+}
+
+SnapshotRow ReadSnapshot(const SqliteValueList& values) {
+  SnapshotRow row;
+  Operation::Snapshot& snapshot = row.snapshot;
+  snapshot.sequence = GetNumber<std::uint64_t>(values, "seq");
+  snapshot.snap_id = GetText(values, "snap_id");
+  values.GetValue("create_time", snapshot.create_time);
+  snapshot.meta.description = GetText(values, "description");
+  values.GetValue("is_locked", snapshot.meta.is_locked);
+  values.GetValue("is_app_consistent", snapshot.meta.is_app_consistent);
+  snapshot.meta.taken_by = GetText(values, "taken_by");
+  snapshot.maker = GetText(values, "maker");
+  row.state = GetNumber<RecordState>(values, "state");
+  return row;
+}
+
+VolumeRow ReadVolume(const SqliteValueList& values) {
+  return {GetText(values, "name"), GetText(values, "id"), GetText(values, "file_system")};
+}
+
+}  // namespace
+
+std::vector<Operation::Snapshot> SnapshotsOf(const std::vector<SnapshotRow>& rows) {
+  std::vector<Operation::Snapshot> snapshots;
+  snapshots.reserve(rows.size());
+  for (const SnapshotRow& each : rows) snapshots.push_back(each.snapshot);
+  return snapshots;
+}
+
+bool TargetRecords::ListOfAnyState(std::vector<TargetRow>& rows) const {
+  return List({}, "id", ReadTarget, rows);
+}
+
+bool TargetRecords::GetOfAnyState(const std::string& targetId,
+                                  std::optional<TargetRow>& row) const {
+  return Get(Equal("id", targetId), ReadTarget, row);
+}
+
+bool TargetRecords::Add(const TargetRow& row) const {
+  return Insert({{"id", row.target.GetId()},
+                 {"type", row.target.GetType()},
+                 {"volume", row.volume},
+                 {"locator", row.locator},
+                 {"state", Number(row.state)}});
+}
+
+bool SnapshotRecords::ListOfAnyState(const std::string& targetId,
+                                     std::vector<SnapshotRow>& rows) const {
+  return List(Equal("target_id", targetId), "seq", ReadSnapshot, rows);
+}
+
+bool SnapshotRecords::Add(const std::string& targetId, const Operation::Snapshot& snapshot,
+                          RecordState state) const {
+  return Insert({{"target_id", targetId},
+                 {"snap_id", snapshot.snap_id},
+                 {"create_time", Number(snapshot.create_time)},
+                 {"state", Number(state)},
+                 {"description", snapshot.meta.description},
+                 {"is_locked", snapshot.meta.is_locked},
+                 {"is_app_consistent", snapshot.meta.is_app_consistent},
+                 {"taken_by", snapshot.meta.taken_by},
+                 {"maker", snapshot.maker}});
+}
+
+bool VolumeRecords::List(std::vector<VolumeRow>& rows) const {
+  return Table::List({}, "name", ReadVolume, rows);
+}
+
+bool VolumeRecords::Replace(const VolumeRow& row) const {
+  return Delete(Equal("name", row.name)) &&
+         Insert({{"name", row.name}, {"id", row.id}, {"file_system", row.file_system}});
+}
+
+}  // namespace VrelDR
