@@ -60,6 +60,9 @@ UPDATE plans SET hand_failures = seq + 6;
 )",
 };
 
+// A new version adds its rows here, and what it makes of older ones to Upgraded.
+static_assert(VrelHost::kRecordsSchema.size() == kNewest && kRows.size() == kNewest - 1);
+
 using Row = std::map<std::string, std::string>;
 using Content = std::map<std::string, std::vector<Row>>;
 
