@@ -1,4 +1,5 @@
 #include <sqlite3.h>
+#include <vreldr/session.h>
 #include <sys/stat.h>
 
 #include <memory>
@@ -127,11 +128,13 @@ void RegisterPlans(const std::filesystem::path& dir) {
   for (const int size : {1, 16, 64, 256}) {
     const std::filesystem::path place = dir / Groups::Name(size);
     Register(place, "precheck", size, [size] {
+      const VrelDR::Session session;
       const auto prepared =
           drgroupctl::PrepareOnGroup("sync", drgroupctl::LoadGroup(Groups::Name(size)));
       return !drgroupctl::RefusalOf(prepared.title, drgroupctl::CheckTargets(prepared));
     });
     Register(place, "status", size, [size] {
+      const VrelDR::Session session;
       drgroupctl::Warnings warnings;
       return !drgroupctl::Status().run(Groups::Args(size), warnings).Parts().empty();
     });
