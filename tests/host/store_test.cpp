@@ -237,6 +237,10 @@ TEST_P(StoreTest, ATargetThatGoesTakesItsPlanWithItAndNothingOfOthers) {
     EXPECT_TRUE(plans.GetJournal(planId, journal).IsOk());
     EXPECT_EQ(journal.op, isLeft ? VrelDR::kOpCreate : VrelDR::kOpNone);
   }
+  ASSERT_TRUE(plans.RemovePlan("q").IsOk());
+  EXPECT_THAT(PlansOf("source", true), IsEmpty());
+  EXPECT_THAT(Held("q"), IsEmpty());
+  EXPECT_THAT(Targets(true), ElementsAre("mirror"));
 }
 
 TEST_P(StoreTest, AJournalThatIsWrittenAnewEndsAReportThatStillRunsAndNoOther) {
