@@ -12,10 +12,18 @@ namespace {
 using VrelDRGroup::Operation::GsnapshotRepair;
 using VrelDRGroup::Operation::RepairVerdict;
 
+using Reason = RepairVerdict::Reason;
+
+// What is said of the target snapshot that decides.
+std::string PartText(Reason reason, const VrelDRGroup::TargetSnapshot& part) {
+  const std::string target = "target " + Quote(part.target.GetId());
+  if (reason == Reason::kTargetUnknown) return target + " cannot be asked";
+  if (reason == Reason::kTargetGone) return target + " does not exist";
+  return target + " has no snapshot " + Quote(part.tsnap_id);
+}
+
 std::string ReasonText(const RepairVerdict& verdict) {
-  using Reason = RepairVerdict::Reason;
-  const std::string target =
-      verdict.part == nullptr ? std::string() : "target " + Quote(verdict.part->target.GetId());
+  if (verdict.part != nullptr) return PartText(verdict.reason, *verdict.part);
   switch (verdict.reason) {
     case Reason::kNoMetadata:
       return "only its target snapshots are recorded";
@@ -25,12 +33,6 @@ std::string ReasonText(const RepairVerdict& verdict) {
       return "it was bad before";
     case Reason::kNoId:
       return "it has no identifier";
-    case Reason::kTargetUnknown:
-      return target + " cannot be asked";
-    case Reason::kTargetGone:
-      return target + " does not exist";
-    case Reason::kSnapshotGone:
-      return target + " has no snapshot " + Quote(verdict.part->tsnap_id);
     default:
       return "all its target snapshots are there";
   }
