@@ -96,8 +96,8 @@ class VREL_API PlanDelete : public DROperation {
   bool is_last_;
 };
 
-// Forgets this node's part of a plan: of a local plan both sides, as PlanDelete does, with the data
-// of the copy that does not work when `isDataDeleted` says so.
+// Forgets this node's part of a plan: of one between two volumes of this node both sides, as
+// PlanDelete does, with the data of the copy that does not work when `isDataDeleted` says so.
 class VREL_API SiteDelete : public DROperation {
  public:
   SiteDelete(const std::string& planId, bool isDataDeleted, bool isLast);

@@ -64,7 +64,7 @@ enum DRSiteStatus : int {
 // The *main side* has the protected target, the *DR side* the copy, ever after. The side that the
 // data comes from has the *source*, which works, the other the *replica*, which nobody writes to
 // but replication. A switchover, and a reprotection after a failover, turn the direction and leave
-// the sides as they are. The sides of a local plan are two volumes of one node.
+// the sides as they are. The sides of a plan between two volumes of one node are these volumes.
 //
 // A value: changing one changes no plan.
 class VREL_API DRPlan {
@@ -74,7 +74,7 @@ class VREL_API DRPlan {
   int GetProtectedTargetType() const { return protected_target_type_; }
   const std::string& GetProtectedTargetId() const { return protected_target_id_; }
   int GetScheduleMode() const { return schedule_mode_; }
-  // The nodes of the main and of the DR side; the same for a local plan.
+  // The nodes of the main and of the DR side; the same one for a plan between two of its volumes.
   const std::string& GetMainSite() const { return main_site_; }
   const std::string& GetDRSite() const { return dr_site_; }
   int GetStatus() const { return status_; }
