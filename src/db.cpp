@@ -1,10 +1,10 @@
 #include "vreldrgroup/db.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <vrelcore/vlibc.h>
 #include <vreldrcore/file.h>
+#include <vreldrcore/sync.h>
 
 #include <algorithm>
 
@@ -55,15 +55,6 @@ std::string GetLinkPath(const std::string& linkPath) {
   return buffer;
 }
 
-// Brings the names in a directory to disk.
-bool SyncDir(const std::string& dir) {
-  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd == -1) return false;
-  const bool good = fsync(fd) == 0;
-  close(fd);
-  return good;
-}
-
 // Turns an absolute path into that of its parent; "/" stays.
 void Ascend(std::string& path) {
   path.erase(std::max<std::size_t>(path.rfind('/'), 1));
@@ -77,7 +68,7 @@ bool MakeLink(const std::string& dbPath, const std::string& linkDir, const std::
   VrelDRCore::File::CreateDir(linkDir, kDirMode);
   // A dangling link that was not to be replaced makes this fail: nothing is overwritten.
   if (symlink(dbPath.c_str(), linkPath.c_str()) != 0) return false;
-  for (std::string dir = linkDir; SyncDir(dir); Ascend(dir)) {
+  for (std::string dir = linkDir; VrelDRCore::SyncDirectory(dir) == 0; Ascend(dir)) {
     if (dir.size() <= oldest.size()) return true;
   }
   unlink(linkPath.c_str());
@@ -144,14 +135,14 @@ bool DRGroupDB::Init(const std::string& dbDir, const std::string& groupId, bool 
 void DRGroupDB::Clear(const std::string& dbDir, const std::string& groupId) {
   if (!groupId.empty()) {
     VrelDRCore::File::RemoveDir(GetDBDirByGroupId(groupId));
-    SyncDir(kDrGroupRoot);
+    VrelDRCore::SyncDirectory(kDrGroupRoot);
   }
   if (dbDir.empty()) return;
   const std::string dbPath = Get(dbDir).GetPath();
   if (VLIBCFileExist(dbPath.c_str()) != 1) return;
   unlink(dbPath.c_str());
   for (const char* suffix : kSideFiles) unlink((dbPath + suffix).c_str());
-  SyncDir(dbDir);
+  VrelDRCore::SyncDirectory(dbDir);
 }
 
 DRTransactDB::DRTransactDB(const std::string& dbPath)

@@ -31,14 +31,6 @@ bool Fill(int fd, const std::string& text) {
 
 }  // namespace
 
-int SyncDirectory(const std::string& dir) {
-  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd == -1) return errno;
-  const int error = fsync(fd) == 0 ? 0 : errno;
-  close(fd);
-  return error;
-}
-
 int SyncUpwards(std::string dir) {
   int error = SyncDirectory(dir);
   while (error == 0 && dir.size() > 1) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vreldrcore/sync.h>
+
 #include <string>
 
 namespace drgroupctl {
@@ -9,11 +11,10 @@ namespace drgroupctl {
 // changed.
 int WriteFileAtomically(const std::string& path, const std::string& text);
 
-// Brings the names in a directory to disk. Returns 0 or an error number.
-int SyncDirectory(const std::string& dir);
+using VrelDRCore::SyncDirectory;
 
-// The same for the directory at an absolute path and all that it stands in, whoever has made them
-// and was interrupted. Returns 0 or an error number.
+// Brings to disk the names in the directory at an absolute path and all that it stands in, whoever
+// has made them and was interrupted. Returns 0 or an error number.
 int SyncUpwards(std::string dir);
 
 }  // namespace drgroupctl
