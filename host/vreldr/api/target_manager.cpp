@@ -121,9 +121,7 @@ bool TargetManager::List(std::vector<TargetEntry>& targets) const {
     Status status = host->OpenIfMade();
     std::vector<TargetRow> rows;
     if (host->store) status = host->store->ListTargets(rows);
-    for (const TargetRow& row : rows) {
-      if (row.state == RecordState::kWhole) targets.push_back(Describe(*host, row));
-    }
+    for (const TargetRow& row : rows) targets.push_back(Describe(*host, row));
     return status;
   });
 }
@@ -152,7 +150,7 @@ bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
                         Status status = host->OpenIfMade();
                         std::optional<TargetRow> row;
                         if (host->store) status = host->store->GetTarget(targetId, row);
-                        found = row && row->state == RecordState::kWhole;
+                        found = row.has_value();
                         if (found) entry = Describe(*host, *row);
                         return status;
                       }) &&

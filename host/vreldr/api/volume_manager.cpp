@@ -34,7 +34,7 @@ Status FindRecorded(Host& host, const Volume& volume, const StorageEngine& engin
   std::vector<TargetRow> rows;
   Status status = host.store->ListTargets(rows);
   for (const TargetRow& row : rows) {
-    if (row.volume != volume.name || row.state != RecordState::kWhole) continue;
+    if (row.volume != volume.name) continue;
     RecordedTarget target;
     std::vector<SnapshotRow> recorded;
     std::set<std::string> existing;
@@ -44,7 +44,6 @@ Status FindRecorded(Host& host, const Volume& volume, const StorageEngine& engin
     (void)engine.FindTarget(PlaceOf(row), target.is_existed, host.watcher);
     (void)engine.ListSnapshots(PlaceOf(row), existing, host.watcher);
     for (const SnapshotRow& each : recorded) {
-      if (each.state != RecordState::kWhole) continue;
       const std::string& id = each.snapshot.snap_id;
       (existing.count(id) != 0 ? target.snapshots : target.missing_snapshots).push_back(id);
     }

@@ -211,7 +211,7 @@ Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) co
   const TargetPlace place = GetPlace();
   for (SnapshotRow& each : rows) {
     Operation::Snapshot& snapshot = each.snapshot;
-    if (each.state != RecordState::kWhole || existing.count(snapshot.snap_id) == 0) continue;
+    if (existing.count(snapshot.snap_id) == 0) continue;
     snapshot.path = engine_->GetSnapshotPath(place, snapshot.snap_id);
     snapshots.push_back(std::move(snapshot));
   }
