@@ -10,12 +10,81 @@
 #include <filesystem>
 #include <random>
 
+#include "engine/tables.h"
 #include "tree.h"
 
 namespace host_test {
 
 namespace fs = std::filesystem;
 using VrelDR::Status;
+
+Status EngineTarget::Create(const VrelDR::TargetContent& content) const {
+  VrelDR::Watcher watcher;
+  return engine->CreateTarget(place, content, watcher);
+}
+
+Status EngineTarget::CheckPlace(VrelDR::PlaceUse use) const {
+  VrelDR::Watcher watcher;
+  return engine->CheckPlace(place, use, watcher);
+}
+
+Status EngineTarget::Remove() const {
+  VrelDR::Watcher watcher;
+  return engine->RemoveTarget(place, watcher);
+}
+
+Status EngineTarget::TakeSnapshot(const std::string& id) const {
+  VrelDR::Watcher watcher;
+  return engine->TakeSnapshot(place, id, watcher);
+}
+
+std::set<std::string> EngineTarget::Snapshots() const {
+  VrelDR::Watcher watcher;
+  std::set<std::string> ids;
+  const Status status = engine->ListSnapshots(place, ids, watcher);
+  EXPECT_TRUE(status.IsOk()) << status.message;
+  return ids;
+}
+
+Status EngineTarget::RemoveSnapshot(const std::string& id) const {
+  VrelDR::Watcher watcher;
+  return engine->RemoveSnapshot(place, id, watcher);
+}
+
+Status EngineTarget::Restore(const std::string& id) const {
+  VrelDR::Watcher watcher;
+  return engine->RestoreSnapshot(place, id, watcher);
+}
+
+Status EngineTarget::Clone(const std::string& id, const EngineTarget& clone) const {
+  VrelDR::Watcher watcher;
+  return engine->CloneSnapshot(place, id, clone.place, watcher);
+}
+
+Status EngineTarget::Demote() const {
+  VrelDR::Watcher watcher;
+  Status status = engine->Quiesce(place, watcher);
+  return status.IsOk() ? engine->Demote(place, watcher) : status;
+}
+
+Status EngineTarget::Promote(const std::string& id) const {
+  VrelDR::Watcher watcher;
+  return engine->Promote(place, id, VrelDR::Manner::kOrderly, watcher);
+}
+
+Status EngineTarget::CleanUp() const {
+  VrelDR::Watcher watcher;
+  return engine->CleanUp(place, watcher);
+}
+
+EngineTarget EngineTest::Side::Other(const std::string& id, int targetType) const {
+  return {engine, {id, targetType, id}};
+}
+
+Status EngineTest::Side::Drop(const std::string& keepId) const {
+  VrelDR::Watcher watcher;
+  return LinkOf(*this, *this)->Drop(place, keepId, watcher);
+}
 
 void TestWatcher::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) {
   EXPECT_LE(done, total);
@@ -64,30 +133,48 @@ void EngineTest::Open(Side& side, const std::string& name, const std::string& ty
   side.type = type;
   side.path = root_ + "/" + name;
   fs::create_directory(side.path);
-  if (type != "tmpfs") {
+  if (type != "tmpfs" && type != "fake") {
     std::string why;
     side.image = std::make_unique<MountedImage>(type, side.path, why);
     if (!side.image->IsMounted()) GTEST_SKIP() << why;
   }
-  VrelHost::VolumeConfig config;
-  config.name = name;
-  config.engine = "local";
-  config.settings["path"] = side.path;
-  ASSERT_TRUE(VrelDR::MakeEngine(config, side.engine).IsOk());
-  side.target = VrelDR::Target(id, VrelDR::kTargetShare);
-  ASSERT_TRUE(side.engine->PreparePlace(side.target).IsOk());
-  const Status status = side.engine->CreateTarget(side.target, {});
+  MakeEngine(side, name);
+  VrelDR::Watcher watcher;
+  side.place = {id, VrelDR::kTargetShare, {}};
+  ASSERT_TRUE(
+      side.engine->PreparePlace({id, VrelDR::kTargetShare}, side.place.locator, watcher).IsOk());
+  const Status status = side.Create({});
   ASSERT_TRUE(status.IsOk()) << status.message;
 }
 
+void EngineTest::MakeEngine(Side& side, const std::string& name) {
+  side.config.name = name;
+  side.config.engine = side.IsFake() ? "fake" : "local";
+  side.config.settings["path"] = side.path;
+  const VrelDR::EngineRow* row = nullptr;
+  std::string where;
+  const Status status = VrelDR::FindEngineRow(side.config, {}, row, where);
+  ASSERT_TRUE(status.IsOk()) << status.message;
+  EXPECT_EQ(where, side.path);
+  side.engine = row->make(side.config, {});
+}
+
+std::unique_ptr<VrelDR::Link> EngineTest::LinkOf(const Side& from, const Side& to) {
+  std::unique_ptr<VrelDR::Link> link;
+  const Status status =
+      VrelDR::MakeLink({from.config, from.identity}, {to.config, to.identity}, {}, link);
+  EXPECT_TRUE(status.IsOk()) << status.message;
+  return link;
+}
+
 void EngineTest::Take(const Side& side, const std::string& id) {
-  const Status status = side.engine->TakeSnapshot(side.target, id, nullptr);
+  const Status status = side.TakeSnapshot(id);
   ASSERT_TRUE(status.IsOk()) << status.message;
 }
 
 Status EngineTest::TryShip(const Side& from, const std::string& id, const std::string& base,
                            const Side& to, VrelDR::Watcher& watcher) {
-  return from.engine->Ship(from.target, id, base, *to.engine, to.target, watcher);
+  return LinkOf(from, to)->Ship(from.place, id, base, to.place, watcher);
 }
 
 std::uint64_t EngineTest::Ship(const Side& from, const std::string& id, const std::string& base,
@@ -123,7 +210,7 @@ void EngineTest::ExpectStatus(const Status& status, int code, const std::string&
 
 void EngineTest::ExpectNothingIncoming(const Side& side) {
   for (const char* area : {"incoming", "tmp"}) {
-    const std::string dir = side.path + "/.vreldr/" + area + "/" + side.target.GetId();
+    const std::string dir = side.path + "/.vreldr/" + area + "/" + side.place.id;
     EXPECT_FALSE(fs::exists(dir)) << dir;
   }
 }

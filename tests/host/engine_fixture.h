@@ -6,10 +6,14 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
+#include "config/config.h"
 #include "engine/engine.h"
+#include "engine/link.h"
 #include "host_fixture.h"
 
 namespace host_test {
@@ -37,25 +41,51 @@ class TestWatcher : public VrelDR::Watcher {
   std::chrono::steady_clock::time_point stopped_;
 };
 
-// Two volumes that the local engine serves, on the file systems that the parameter names: "a-b".
-// A target "source" on the first one, and "replica" on the second.
+// A target of an engine, and the engine's calls about it, which nobody watches.
+struct EngineTarget {
+  std::shared_ptr<VrelDR::StorageEngine> engine;
+  VrelDR::TargetPlace place;
+
+  std::string TargetPath() const { return engine->GetTargetPath(place); }
+  std::string SnapshotPath(const std::string& id) const {
+    return engine->GetSnapshotPath(place, id);
+  }
+  VrelDR::Status Create(const VrelDR::TargetContent& content) const;
+  VrelDR::Status CheckPlace(VrelDR::PlaceUse use) const;
+  VrelDR::Status Remove() const;
+  VrelDR::Status TakeSnapshot(const std::string& id) const;
+  // Expects that they can be listed.
+  std::set<std::string> Snapshots() const;
+  VrelDR::Status RemoveSnapshot(const std::string& id) const;
+  VrelDR::Status Restore(const std::string& id) const;
+  VrelDR::Status Clone(const std::string& id, const EngineTarget& clone) const;
+  // Makes it unwritable: it is quiesced and gives up its part.
+  VrelDR::Status Demote() const;
+  VrelDR::Status Promote(const std::string& id) const;
+  VrelDR::Status CleanUp() const;
+};
+
+// Two volumes of the kinds that the parameter names, "a-b": the local engine's on this file system,
+// or one of the engine "fake". A target "source" on the first one, and "replica" on the second.
 class EngineTest : public testing::TestWithParam<std::string> {
  public:
   static std::string NameOf(const testing::TestParamInfo<std::string>& parameter);
 
  protected:
   // One of the volumes with its engine and its target.
-  struct Side {
+  struct Side : EngineTarget {
     std::string type;
     std::string path;
     std::unique_ptr<MountedImage> image;
-    std::unique_ptr<VrelDR::StorageEngine> engine;
-    VrelDR::Target target;
+    VrelHost::VolumeConfig config;
+    std::optional<VrelDR::VolumeIdentity> identity;  // that links expect
 
-    std::string TargetPath() const { return engine->GetTargetPath(target); }
-    std::string SnapshotPath(const std::string& id) const {
-      return engine->GetSnapshotPath(target, id);
-    }
+    bool IsFake() const { return type == "fake"; }
+    // Another target on the volume, which need not be there: the local engine knows it by a
+    // directory of that name.
+    EngineTarget Other(const std::string& id, int targetType) const;
+    // Removes what is on its way to the target, but not the snapshot `keepId`.
+    VrelDR::Status Drop(const std::string& keepId) const;
   };
 
   void SetUp() override;
@@ -63,8 +93,12 @@ class EngineTest : public testing::TestWithParam<std::string> {
   // Where the volumes and their images are to be; a new directory.
   virtual std::string MakeRoot();
 
+  // Makes the engine of the side's path.
+  static void MakeEngine(Side& side, const std::string& name);
+
   Side& A() { return a_; }
   Side& B() { return b_; }
+  const Side& A() const { return a_; }
   bool AreBothBtrfs() const { return a_.type == "btrfs" && b_.type == "btrfs"; }
 
   // All expect to work.
@@ -79,6 +113,8 @@ class EngineTest : public testing::TestWithParam<std::string> {
   // Nothing is on its way to the side, and nothing half made lies there.
   static void ExpectNothingIncoming(const Side& side);
 
+  // The link from one volume to the other, which may be the same one.
+  static std::unique_ptr<VrelDR::Link> LinkOf(const Side& from, const Side& to);
   // What Ship returns.
   static VrelDR::Status TryShip(const Side& from, const std::string& id, const std::string& base,
                                 const Side& to, VrelDR::Watcher& watcher);

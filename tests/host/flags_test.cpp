@@ -20,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using VrelDR::Status;
-using VrelDR::Target;
 
 constexpr unsigned kUsers =
     FS_IMMUTABLE_FL | FS_APPEND_FL | FS_NODUMP_FL | FS_NOATIME_FL | FS_SYNC_FL;
@@ -118,16 +117,16 @@ TEST_P(FlagsTest, ARestoreAndACloneHaveThem) {
   }
   WriteFile(path_ + "/fixed/new", "new");
   for (int i = 0; i < 2; ++i) {
-    ExpectGood(A().engine->RestoreSnapshot(A().target, "1"));
+    ExpectGood(A().Restore("1"));
     ExpectAsItWas(path_);
     ExpectNothingIncoming(A());
   }
-  const Target clone("clone", VrelDR::kTargetShare);
-  ExpectGood(A().engine->CloneSnapshot(A().target, "1", clone));
-  ExpectAsItWas(A().engine->GetTargetPath(clone));
-  ExpectGood(A().engine->RemoveTarget(clone));
-  EXPECT_FALSE(fs::exists(A().engine->GetTargetPath(clone)));
-  ExpectGood(A().engine->RemoveTarget(A().target));
+  const EngineTarget clone = A().Other("clone", VrelDR::kTargetShare);
+  ExpectGood(A().Clone("1", clone));
+  ExpectAsItWas(clone.TargetPath());
+  ExpectGood(clone.Remove());
+  EXPECT_FALSE(fs::exists(clone.TargetPath()));
+  ExpectGood(A().Remove());
   EXPECT_FALSE(fs::exists(path_));
   EXPECT_FALSE(fs::exists(A().SnapshotPath("1")));
 }
@@ -135,47 +134,47 @@ TEST_P(FlagsTest, ARestoreAndACloneHaveThem) {
 TEST_P(FlagsTest, ADemotedTargetGetsThemBack) {
   for (int round = 0; round < 2; ++round) {
     // Once more is fine, and knows those of the user still.
-    for (int i = 0; i < 2; ++i) ExpectGood(A().engine->Demote(A().target));
+    for (int i = 0; i < 2; ++i) ExpectGood(A().Demote());
     if (A().type != "btrfs") {
       for (const auto& [name, flags] : FlagsBelow(path_)) {
         EXPECT_EQ(flags, flags_[name] | FS_IMMUTABLE_FL) << name;
       }
     }
-    for (int i = 0; i < 2; ++i) ExpectGood(A().engine->Promote(A().target, ""));
+    for (int i = 0; i < 2; ++i) ExpectGood(A().Promote(""));
     ExpectAsItWas(path_);
   }
 }
 
 TEST_P(FlagsTest, ADemotedTargetsSnapshotHasThoseOfItsUser) {
-  ExpectGood(A().engine->Demote(A().target));
+  ExpectGood(A().Demote());
   Take(A(), "1");
-  ExpectGood(A().engine->Promote(A().target, "1"));
+  ExpectGood(A().Promote("1"));
   ExpectAsItWas(path_);
   // What was known of the bytes before is not taken for these.
   SetFlags(path_ + "/plain/file", FS_IMMUTABLE_FL);
   SetFlags(path_ + "/plain/immutable", 0);
   flags_ = FlagsBelow(path_);
-  ExpectGood(A().engine->Demote(A().target));
-  ExpectGood(A().engine->Promote(A().target, ""));
+  ExpectGood(A().Demote());
+  ExpectGood(A().Promote(""));
   ExpectAsItWas(path_);
 }
 
 TEST_P(CopiedFlagsTest, ADemotionThatWasKilledForgetsNone) {
   for (const std::string_view step : {VrelDR::kQuiesceKept, VrelDR::kQuiesceDone}) {
     EXPECT_EQ(RunInChild({{"VRELDR_KILL_POINT", std::string(step)}},
-                         [this] { return A().engine->Demote(A().target).IsOk() ? 0 : 1; }),
+                         [this] { return A().Demote().IsOk() ? 0 : 1; }),
               128 + SIGKILL);
-    ExpectGood(A().engine->Demote(A().target));
-    ExpectGood(A().engine->Promote(A().target, ""));
+    ExpectGood(A().Demote());
+    ExpectGood(A().Promote(""));
     ExpectAsItWas(path_);
   }
 }
 
 TEST_P(CopiedFlagsTest, WhatAnEarlierVersionMadeImmutableBecomesWritable) {
-  ExpectGood(A().engine->Demote(A().target));
+  ExpectGood(A().Demote());
   ASSERT_GT(fs::remove_all(A().path + "/.vreldr/frozen"), 0u);
-  ExpectGood(A().engine->Demote(A().target));
-  ExpectGood(A().engine->Promote(A().target, ""));
+  ExpectGood(A().Demote());
+  ExpectGood(A().Promote(""));
   for (const auto& [name, flags] : FlagsBelow(path_)) {
     EXPECT_EQ(flags, flags_[name] & ~static_cast<unsigned>(FS_IMMUTABLE_FL)) << name;
   }
@@ -184,8 +183,8 @@ TEST_P(CopiedFlagsTest, WhatAnEarlierVersionMadeImmutableBecomesWritable) {
 TEST_P(SentFlagsTest, TheyGoOverAndComeBack) {
   Take(A(), "1");
   Ship(A(), "1", "", B());
-  ExpectGood(A().engine->Demote(A().target));
-  ExpectGood(B().engine->Promote(B().target, "1"));
+  ExpectGood(A().Demote());
+  ExpectGood(B().Promote("1"));
   std::map<std::string, unsigned> found = FlagsBelow(B().TargetPath());
   EXPECT_EQ(found, flags_);
   ExpectTree(B().TargetPath(), tree_);
@@ -194,7 +193,7 @@ TEST_P(SentFlagsTest, TheyGoOverAndComeBack) {
   flags_ = FlagsBelow(B().TargetPath());
   Take(B(), "2");
   Ship(B(), "2", "1", A());
-  ExpectGood(A().engine->Promote(A().target, "2"));
+  ExpectGood(A().Promote("2"));
   ExpectAsItWas(path_);
 }
 
@@ -202,7 +201,7 @@ TEST_P(CopiedFlagsTest, AnAttributeOfAUserIsNotTakenForARecord) {
   const std::string file = path_ + "/plain/file";
   ASSERT_EQ(setxattr(file.c_str(), kAttribute, "i", 1, 0), 0);
   Take(A(), "1");
-  ExpectGood(A().engine->RestoreSnapshot(A().target, "1"));
+  ExpectGood(A().Restore("1"));
   ExpectAsItWas(path_);
 }
 

@@ -86,16 +86,26 @@ bool MountedImage::Remount(const std::string& option) const {
 bool MountedImage::MountAgain(bool cut) {
   const std::string left = GetImage() + ".cut";
   if (cut && RunProgram({"cp", "--reflink=always", GetImage(), left}) != 0) return false;
-  // Processes that were killed may hold it a little longer.
-  for (int tries = 0; umount2(dir_.c_str(), 0) != 0; ++tries) {
-    if (errno != EBUSY || tries == 100) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
+  if (!Unmount()) return false;
   if (cut) {
     fs::rename(left, GetImage());
     // The system would take the newer of the two for what has to be mounted.
     (void)RunProgram({"/sbin/btrfs", "device", "scan", "--forget"});
   }
+  return Mount();
+}
+
+bool MountedImage::Unmount() {
+  // Processes that were killed may hold it a little longer.
+  for (int tries = 0; umount2(dir_.c_str(), 0) != 0; ++tries) {
+    if (errno != EBUSY || tries == 100) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  mounted_ = false;
+  return true;
+}
+
+bool MountedImage::Mount() {
   mounted_ = RunProgram({"mount", "-o", "loop", GetImage(), dir_}) == 0;
   return mounted_;
 }
@@ -111,16 +121,24 @@ void HostTest::SetUp() {
     image_ = std::make_unique<MountedImage>(GetParam(), VolumePath(), why);
     if (!image_->IsMounted()) GTEST_SKIP() << why;
   }
-  WriteFile(root_ + "/config.json",
-            R"({"state_dir": ")" + StateDir() +
-                R"(", "volumes": [{"name": "v1", "engine": "local", "path": ")" + VolumePath() +
-                R"("}]})");
+  WriteFile(root_ + "/config.json", R"({"state_dir": ")" + StateDir() + R"(", "volumes": [)" +
+                                        VolumeText("v1", VolumePath()) + "]}");
   setenv("VRELDR_CONFIG", (root_ + "/config.json").c_str(), 1);
 }
 
 void HostTest::TearDown() {
   image_.reset();
   unsetenv("VRELDR_CONFIG");
+}
+
+std::string HostTest::VolumeText(const std::string& name, const std::string& path) const {
+  return R"({"name": ")" + name + R"(", "engine": ")" + (IsFake() ? "fake" : "local") +
+         R"(", "path": ")" + path + R"("})";
+}
+
+void HostTest::UnmountVolume() {
+  image_.reset();
+  if (IsFake()) fs::rename(VolumePath(), VolumePath() + " away");
 }
 
 void HostTest::MakeLun(const std::string& id, std::uint64_t size) const {
@@ -175,6 +193,12 @@ void HostTest::ExpectError(const VrelDR::DRErrRecorder& recorder, int code,
 }
 
 void HostTest::ExpectNoLeftovers() const {
+  if (IsFake()) {
+    for (const auto& each : fs::directory_iterator(VolumePath())) {
+      EXPECT_FALSE(fs::exists(each.path() / "work")) << each.path();
+    }
+    return;
+  }
   const std::string tmp = VolumePath() + "/.vreldr/tmp";
   if (!fs::exists(tmp)) return;
   for (const auto& each : fs::recursive_directory_iterator(tmp)) {

@@ -46,6 +46,9 @@ class MountedImage {
   // what was there when the call began, as after a power cut; the image has to be on a file system
   // that can share blocks.
   bool MountAgain(bool cut);
+  // One after the other.
+  bool Unmount();
+  bool Mount();
   std::string GetImage() const { return dir_ + ".img"; }
 
  private:
@@ -55,7 +58,8 @@ class MountedImage {
 
 // A host of the test's own: a configuration, a state directory, and one volume "v1" on the file
 // system that the test's parameter names. "tmpfs" is there for everyone; the images need root, and
-// a test on one of them says that it is skipped where that is missing.
+// a test on one of them says that it is skipped where that is missing. "fake" stands for a volume
+// of that engine, in a program that has it.
 class HostTest : public testing::TestWithParam<std::string> {
  public:
   // The name of a parameter in names of tests.
@@ -71,9 +75,14 @@ class HostTest : public testing::TestWithParam<std::string> {
   std::string VolumePath() const { return root_ + "/v1"; }
   std::string StateDir() const { return root_ + "/state"; }
   bool Remount(const std::string& option) const { return image_->Remount(option); }
-  void UnmountVolume() { image_.reset(); }
-  bool IsOnImage() const { return GetParam() != "tmpfs"; }
+  // Takes the volume away.
+  void UnmountVolume();
+  bool IsOnImage() const { return GetParam() != "tmpfs" && !IsFake(); }
+  bool IsFake() const { return GetParam() == "fake"; }
   bool IsBtrfs() const { return GetParam() == "btrfs"; }
+
+  // The volume as the configuration has it.
+  std::string VolumeText(const std::string& name, const std::string& path) const;
 
   // Make a target on "v1" and expect that to work.
   void MakeLun(const std::string& id, std::uint64_t size) const;

@@ -75,10 +75,8 @@ class LongPathTest : public EngineTest {
     ExpectStatus(status, VrelDR::kErrUnsupported, part);
     EXPECT_LT(status.message.size(), 500U);
     EXPECT_EQ(watcher.GetSent(), 0U);
-    std::set<std::string> ids;
-    EXPECT_TRUE(B().engine->ListSnapshots(B().target, ids).IsOk());
-    EXPECT_EQ(ids.count(id), 0U);
-    ASSERT_TRUE(B().engine->DropShipments(B().target, "").IsOk());
+    EXPECT_EQ(B().Snapshots().count(id), 0U);
+    ASSERT_TRUE(B().Drop("").IsOk());
   }
 };
 

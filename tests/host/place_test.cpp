@@ -9,6 +9,7 @@
 
 #include "bind_mount.h"
 #include "engine/local/tree_copy.h"
+#include "engine/support/watch.h"
 #include "engine_fixture.h"
 #include "tree.h"
 
@@ -23,7 +24,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using VrelDR::PlaceUse;
 using VrelDR::Status;
-using VrelDR::Target;
 
 class PlaceTest : public EngineTest {
  protected:
@@ -47,9 +47,11 @@ class PlaceTest : public EngineTest {
     WriteFile(outside_ + "/new", "new");
     EXPECT_TRUE(fs::remove(outside_ + "/new"));
   }
-  Status Create(const Target& target, const VrelDR::TargetContent& content) {
-    Status status = A().engine->PreparePlace(target);
-    return status.IsOk() ? A().engine->CreateTarget(target, content) : status;
+  static Status Create(EngineTarget target, const VrelDR::TargetContent& content) {
+    VrelDR::Watcher watcher;
+    Status status = target.engine->PreparePlace({target.place.id, target.place.type},
+                                                target.place.locator, watcher);
+    return status.IsOk() ? target.Create(content) : status;
   }
 
   std::string outside_;
@@ -71,9 +73,10 @@ TEST_P(PlaceTest, ASnapshotHasWhatIsBelowAMountAndNothingOfIt) {
     const BindMount dir(outside_, place_);
     const BindMount file(outside_ + "/precious", A().TargetPath() + "/own");
     std::vector<std::string> mounts;
-    EXPECT_TRUE(A().engine->FindMounts(A().target, mounts).IsOk());
+    VrelDR::Watcher watcher;
+    EXPECT_TRUE(A().engine->FindLeftOut(A().place, mounts, watcher).IsOk());
     EXPECT_THAT(mounts, ElementsAre(place_, A().TargetPath() + "/own"));
-    EXPECT_TRUE(A().engine->CheckPlace(A().target, PlaceUse::kSnapshot).IsOk());
+    EXPECT_TRUE(A().CheckPlace(PlaceUse::kSnapshot).IsOk());
     Take(A(), "1");
     ExpectOutsideUntouched();
   }
@@ -84,10 +87,9 @@ TEST_P(PlaceTest, ASnapshotHasWhatIsBelowAMountAndNothingOfIt) {
 
 TEST_P(PlaceTest, WhatIsMountedOnTheTargetItselfIsNotTakenForIt) {
   const BindMount dir(outside_, A().TargetPath());
-  ExpectStatus(A().engine->TakeSnapshot(A().target, "1", nullptr), VrelDR::kErrUnsupported,
-               A().TargetPath());
-  ExpectStatus(A().engine->Demote(A().target), VrelDR::kErrUnsupported, A().TargetPath());
-  ExpectStatus(A().engine->RemoveTarget(A().target), VrelDR::kErrUnsupported, A().TargetPath());
+  ExpectStatus(A().TakeSnapshot("1"), VrelDR::kErrUnsupported, A().TargetPath());
+  ExpectStatus(A().Demote(), VrelDR::kErrUnsupported, A().TargetPath());
+  ExpectStatus(A().Remove(), VrelDR::kErrUnsupported, A().TargetPath());
   ExpectOutsideUntouched();
 }
 
@@ -100,19 +102,18 @@ TEST_P(PlaceTest, ATargetWithAMountInItIsNeitherReplacedNorRemoved) {
     {
       const BindMount mounted(isFile ? outside_ + "/precious" : outside_, place);
       for (const PlaceUse use : {PlaceUse::kReplacement, PlaceUse::kRemoval}) {
-        ExpectStatus(A().engine->CheckPlace(A().target, use), VrelDR::kErrUnsupported, "unmount");
+        ExpectStatus(A().CheckPlace(use), VrelDR::kErrUnsupported, "unmount");
       }
-      ExpectStatus(A().engine->RestoreSnapshot(A().target, "1"), VrelDR::kErrUnsupported,
-                   "mounted on");
-      ExpectStatus(A().engine->Promote(A().target, "1"), VrelDR::kErrUnsupported, "mounted on");
-      ExpectStatus(A().engine->RemoveTarget(A().target), VrelDR::kErrUnsupported, "mounted on");
+      ExpectStatus(A().Restore("1"), VrelDR::kErrUnsupported, "mounted on");
+      ExpectStatus(A().Promote("1"), VrelDR::kErrUnsupported, "mounted on");
+      ExpectStatus(A().Remove(), VrelDR::kErrUnsupported, "mounted on");
       ExpectOutsideUntouched();
     }
     ExpectTree(A().TargetPath(), tree);
     ExpectNothingIncoming(A());
     EXPECT_TRUE(fs::exists(A().SnapshotPath("1")));
   }
-  const Status status = A().engine->RestoreSnapshot(A().target, "1");
+  const Status status = A().Restore("1");
   EXPECT_TRUE(status.IsOk()) << status.message;
   EXPECT_EQ(ReadFile(A().TargetPath() + "/own"), "own");
 }
@@ -121,10 +122,10 @@ TEST_P(PlaceTest, ADemotionLeavesWhatIsMountedAsItIs) {
   const BindMount dir(outside_, place_);
   const BindMount file(outside_ + "/precious", A().TargetPath() + "/own");
   for (int i = 0; i < 2; ++i) {
-    EXPECT_TRUE(A().engine->Demote(A().target).IsOk());
+    EXPECT_TRUE(A().Demote().IsOk());
     ExpectOutsideUntouched();
   }
-  EXPECT_TRUE(A().engine->Promote(A().target, "").IsOk());
+  EXPECT_TRUE(A().Promote("").IsOk());
   ExpectOutsideUntouched();
 }
 
@@ -134,13 +135,13 @@ TEST_P(PlaceTest, ASnapshotWithAMountInItIsNotUsedAndNotRemoved) {
   {
     const BindMount dir(outside_,
                         A().SnapshotPath("1") + "/" + fs::path(place_).filename().string());
-    ExpectStatus(A().engine->RestoreSnapshot(A().target, "1"), VrelDR::kErrUnsupported, "mounted");
-    ExpectStatus(A().engine->CloneSnapshot(A().target, "1", Target("c", VrelDR::kTargetShare)),
-                 VrelDR::kErrUnsupported, "mounted");
+    ExpectStatus(A().Restore("1"), VrelDR::kErrUnsupported, "mounted");
+    ExpectStatus(A().Clone("1", A().Other("c", VrelDR::kTargetShare)), VrelDR::kErrUnsupported,
+                 "mounted");
     TestWatcher watcher;
     ExpectStatus(TryShip(A(), "1", "", B(), watcher), VrelDR::kErrUnsupported, "mounted");
-    ExpectStatus(A().engine->RemoveSnapshot(A().target, "1"), VrelDR::kErrUnsupported, "mounted");
-    ExpectStatus(A().engine->RemoveTarget(A().target), VrelDR::kErrUnsupported, "mounted");
+    ExpectStatus(A().RemoveSnapshot("1"), VrelDR::kErrUnsupported, "mounted");
+    ExpectStatus(A().Remove(), VrelDR::kErrUnsupported, "mounted");
     ExpectOutsideUntouched();
   }
   ExpectTree(A().SnapshotPath("1"), tree);
@@ -151,10 +152,10 @@ TEST_P(PlaceTest, WhatAnInterruptedCallLeftIsNotRemovedWhileSomethingIsMountedIn
   fs::create_directories(left + "/mnt");
   {
     const BindMount dir(outside_, left + "/mnt");
-    ExpectStatus(A().engine->CleanUp(A().target), VrelDR::kErrUnsupported, left + "/mnt");
+    ExpectStatus(A().CleanUp(), VrelDR::kErrUnsupported, left + "/mnt");
     ExpectOutsideUntouched();
   }
-  EXPECT_TRUE(A().engine->CleanUp(A().target).IsOk());
+  EXPECT_TRUE(A().CleanUp().IsOk());
   EXPECT_FALSE(fs::exists(left));
 }
 
@@ -166,10 +167,10 @@ TEST_P(PlaceTest, AShipmentWithAMountInItIsNotGoneOnWith) {
     const BindMount dir(outside_, incoming + "/mnt");
     TestWatcher watcher;
     ExpectStatus(TryShip(A(), "1", "", B(), watcher), VrelDR::kErrUnsupported, incoming);
-    ExpectStatus(B().engine->DropShipments(B().target, ""), VrelDR::kErrUnsupported, incoming);
+    ExpectStatus(B().Drop(""), VrelDR::kErrUnsupported, incoming);
     ExpectOutsideUntouched();
   }
-  EXPECT_TRUE(B().engine->DropShipments(B().target, "").IsOk());
+  EXPECT_TRUE(B().Drop("").IsOk());
   Ship(A(), "1", "", B());
   ExpectSame(A(), B(), "1");
 }
@@ -185,12 +186,12 @@ TEST_P(PlaceTest, WhatIsMountedOnAnAreaOfTheVolumeIsNamed) {
     const BindMount onIncoming(outside_, incoming);
     TestWatcher watcher;
     const auto refused = VrelDR::kErrUnsupported;
-    ExpectStatus(Create(Target("new", 2), {}), refused, tmp);
-    ExpectStatus(A().engine->RestoreSnapshot(A().target, "1"), refused, tmp);
-    ExpectStatus(A().engine->RemoveTarget(A().target), refused, tmp);
-    ExpectStatus(A().engine->CleanUp(A().target), refused, tmp);
+    ExpectStatus(Create(A().Other("new", VrelDR::kTargetShare), {}), refused, tmp);
+    ExpectStatus(A().Restore("1"), refused, tmp);
+    ExpectStatus(A().Remove(), refused, tmp);
+    ExpectStatus(A().CleanUp(), refused, tmp);
     ExpectStatus(TryShip(A(), "1", "", B(), watcher), refused, incoming);
-    ExpectStatus(B().engine->DropShipments(B().target, ""), refused, incoming);
+    ExpectStatus(B().Drop(""), refused, incoming);
     ExpectOutsideUntouched();
   }
   Ship(A(), "1", "", B());
@@ -219,9 +220,7 @@ TEST_P(PlaceTest, WhatIsMountedWhileAShipmentRunsDoesNotMakeItWhole) {
     MountingWatcher watcher(outside_, place);
     ExpectStatus(TryShip(A(), "1", "", B(), watcher), VrelDR::kErrUnsupported, "odd # name");
   }
-  std::set<std::string> arrived;
-  EXPECT_TRUE(B().engine->ListSnapshots(B().target, arrived).IsOk());
-  EXPECT_THAT(arrived, IsEmpty());
+  EXPECT_THAT(B().Snapshots(), IsEmpty());
   ExpectOutsideUntouched();
   Ship(A(), "1", "", B());
   ExpectSame(A(), B(), "1");
@@ -230,14 +229,14 @@ TEST_P(PlaceTest, WhatIsMountedWhileAShipmentRunsDoesNotMakeItWhole) {
 TEST_P(PlaceTest, AFolderWithAMountInItIsNotImported) {
   const std::string folder = A().path + "/folder";
   fs::create_directories(folder + "/mnt");
-  const Target share("imported", VrelDR::kTargetShare);
+  const EngineTarget share = A().Other("imported", VrelDR::kTargetShare);
   const BindMount dir(outside_, folder + "/mnt");
   ExpectStatus(Create(share, {0, {folder}}), VrelDR::kErrBadArgument, folder + "/mnt");
-  EXPECT_TRUE(A().engine->CleanUp(share).IsOk());
+  EXPECT_TRUE(share.CleanUp().IsOk());
   // What is named itself may be a mount.
   const Status status = Create(share, {0, {folder + "/mnt", A().TargetPath() + "/own"}});
   EXPECT_TRUE(status.IsOk()) << status.message;
-  EXPECT_EQ(ReadFile(A().engine->GetTargetPath(share) + "/mnt/precious"), "precious");
+  EXPECT_EQ(ReadFile(share.TargetPath() + "/mnt/precious"), "precious");
 }
 
 TEST_P(PlaceTest, ACopyThatMeetsAMountFailsOrHasSomethingEmptyInItsPlace) {
@@ -249,7 +248,10 @@ TEST_P(PlaceTest, ACopyThatMeetsAMountFailsOrHasSomethingEmptyInItsPlace) {
     const std::string copy = B().path + (leavesOut ? "/left out" : "/refused");
     fs::create_directory(copy);
     const VrelDR::Fd to(open(copy.c_str(), O_RDONLY | O_DIRECTORY));
-    TreeCopier copier(to.Get(), VrelDR::Local::Strictness::kAll, TreeCopier::FlagsOf::kTarget);
+    VrelDR::Watcher watcher;
+    VrelDR::Watch watch(watcher);
+    TreeCopier copier(to.Get(), VrelDR::Local::Strictness::kAll, TreeCopier::FlagsOf::kTarget,
+                      watch);
     if (leavesOut) copier.LeaveOutMounts();
     const Status status = copier.CopyContent(source.Get(), A().TargetPath());
     if (!leavesOut) {
@@ -271,12 +273,12 @@ TEST_P(NestedTest, ANestedSubvolumeIsNamedAndNeverLost) {
   WriteFile(nested + "/deeper/data", "only here");
   for (const std::string& name : {nested, nested + "/deeper"}) {
     for (const PlaceUse use : {PlaceUse::kSnapshot, PlaceUse::kReplacement, PlaceUse::kRemoval}) {
-      ExpectStatus(A().engine->CheckPlace(A().target, use), VrelDR::kErrUnsupported, name);
+      ExpectStatus(A().CheckPlace(use), VrelDR::kErrUnsupported, name);
     }
-    ExpectStatus(A().engine->TakeSnapshot(A().target, "2", nullptr), VrelDR::kErrUnsupported, name);
-    ExpectStatus(A().engine->RestoreSnapshot(A().target, "1"), VrelDR::kErrUnsupported, name);
-    ExpectStatus(A().engine->Promote(A().target, "1"), VrelDR::kErrUnsupported, name);
-    ExpectStatus(A().engine->RemoveTarget(A().target), VrelDR::kErrUnsupported, name);
+    ExpectStatus(A().TakeSnapshot("2"), VrelDR::kErrUnsupported, name);
+    ExpectStatus(A().Restore("1"), VrelDR::kErrUnsupported, name);
+    ExpectStatus(A().Promote("1"), VrelDR::kErrUnsupported, name);
+    ExpectStatus(A().Remove(), VrelDR::kErrUnsupported, name);
   }
   EXPECT_FALSE(fs::exists(A().SnapshotPath("2")));
   EXPECT_EQ(ReadFile(nested + "/deeper/data"), "only here");
@@ -285,24 +287,23 @@ TEST_P(NestedTest, ANestedSubvolumeIsNamedAndNeverLost) {
   fs::create_directories(left);
   ASSERT_EQ(RunProgram({"btrfs", "subvolume", "create", left + "/restored"}), 0);
   fs::rename(nested, left + "/restored/nested");
-  ExpectStatus(A().engine->CleanUp(A().target), VrelDR::kErrUnsupported, left + "/restored/nested");
+  ExpectStatus(A().CleanUp(), VrelDR::kErrUnsupported, left + "/restored/nested");
   EXPECT_EQ(ReadFile(left + "/restored/nested/deeper/data"), "only here");
   fs::rename(left + "/restored/nested", A().path + "/kept");
   Take(A(), "2");
-  const Status status = A().engine->RestoreSnapshot(A().target, "1");
+  const Status status = A().Restore("1");
   EXPECT_TRUE(status.IsOk()) << status.message;
   EXPECT_EQ(ReadFile(A().path + "/kept/deeper/data"), "only here");
 }
 
 TEST_P(NestedTest, ASubvolumeNestedInAPlainFolderIsNotRemovedEither) {
-  const Target plain("plain", VrelDR::kTargetShare);
+  const EngineTarget plain = A().Other("plain", VrelDR::kTargetShare);
   const std::string path = A().path + "/plain";
   fs::create_directories(path + "/folder");
   ASSERT_EQ(RunProgram({"btrfs", "subvolume", "create", path + "/folder/nested"}), 0);
   WriteFile(path + "/folder/nested/data", "only here");
-  ExpectStatus(A().engine->TakeSnapshot(plain, "1", nullptr), VrelDR::kErrUnsupported,
-               path + "/folder/nested");
-  ExpectStatus(A().engine->RemoveTarget(plain), VrelDR::kErrUnsupported, path + "/folder/nested");
+  ExpectStatus(plain.TakeSnapshot("1"), VrelDR::kErrUnsupported, path + "/folder/nested");
+  ExpectStatus(plain.Remove(), VrelDR::kErrUnsupported, path + "/folder/nested");
   EXPECT_EQ(ReadFile(path + "/folder/nested/data"), "only here");
 }
 
@@ -310,25 +311,25 @@ TEST_P(PlaceTest, ALunIsNotMadeOfALink) {
   const std::string image = A().path + "/image";
   WriteFile(image, "image");
   fs::create_symlink("image", A().path + "/link");
-  const Target lun("lun", VrelDR::kTargetLun);
+  const EngineTarget lun = A().Other("lun", VrelDR::kTargetLun);
   ExpectStatus(Create(lun, {0, {A().path + "/link"}}), VrelDR::kErrBadArgument,
                "symbolic link to \"" + image + "\"");
-  EXPECT_TRUE(A().engine->CleanUp(lun).IsOk());
+  EXPECT_TRUE(lun.CleanUp().IsOk());
   const Status status = Create(lun, {0, {image}});
   EXPECT_TRUE(status.IsOk()) << status.message;
-  EXPECT_EQ(ReadFile(A().engine->GetTargetPath(lun)), "image");
+  EXPECT_EQ(ReadFile(lun.TargetPath()), "image");
 }
 
 TEST_P(PlaceTest, ALunWhoseImageIsNoFileOfItsOwnIsRefusedByEverything) {
-  const Target lun("lun", VrelDR::kTargetLun);
+  const EngineTarget lun = A().Other("lun", VrelDR::kTargetLun);
   ASSERT_TRUE(Create(lun, {4096, {}}).IsOk());
-  ASSERT_TRUE(A().engine->TakeSnapshot(lun, "1", nullptr).IsOk());
-  const std::string image = A().engine->GetTargetPath(lun);
+  ASSERT_TRUE(lun.TakeSnapshot("1").IsOk());
+  const std::string image = lun.TargetPath();
   const auto expectRefused = [&](const std::string& part) {
-    ExpectStatus(A().engine->TakeSnapshot(lun, "2", nullptr), VrelDR::kErrUnsupported, part);
-    ExpectStatus(A().engine->RestoreSnapshot(lun, "1"), VrelDR::kErrUnsupported, part);
-    ExpectStatus(A().engine->Promote(lun, "1"), VrelDR::kErrUnsupported, part);
-    ExpectStatus(A().engine->Demote(lun), VrelDR::kErrUnsupported, part);
+    ExpectStatus(lun.TakeSnapshot("2"), VrelDR::kErrUnsupported, part);
+    ExpectStatus(lun.Restore("1"), VrelDR::kErrUnsupported, part);
+    ExpectStatus(lun.Promote("1"), VrelDR::kErrUnsupported, part);
+    ExpectStatus(lun.Demote(), VrelDR::kErrUnsupported, part);
   };
   WriteFile(A().path + "/moved", "elsewhere");
   fs::remove(image);
@@ -336,8 +337,8 @@ TEST_P(PlaceTest, ALunWhoseImageIsNoFileOfItsOwnIsRefusedByEverything) {
   expectRefused("symbolic link to \"" + A().path + "/moved\"");
   fs::remove(image);
   // A restore brings back an image that is missing, and nothing else does without it.
-  ExpectStatus(A().engine->TakeSnapshot(lun, "2", nullptr), VrelDR::kErrUnsupported, "missing");
-  EXPECT_TRUE(A().engine->RestoreSnapshot(lun, "1").IsOk());
+  ExpectStatus(lun.TakeSnapshot("2"), VrelDR::kErrUnsupported, "missing");
+  EXPECT_TRUE(lun.Restore("1").IsOk());
   const BindMount file(outside_ + "/precious", image);
   expectRefused("mounted on \"" + image + "\"");
   ExpectOutsideUntouched();
@@ -345,16 +346,16 @@ TEST_P(PlaceTest, ALunWhoseImageIsNoFileOfItsOwnIsRefusedByEverything) {
 
 TEST_P(PlaceTest, ASnapshotOfALunWithoutItsBytesIsNotUsed) {
   // As an earlier version took them.
-  const Target lun("lun", VrelDR::kTargetLun);
+  const EngineTarget lun = A().Other("lun", VrelDR::kTargetLun);
   ASSERT_TRUE(Create(lun, {4096, {}}).IsOk());
-  const fs::path snapshot = A().engine->GetSnapshotPath(lun, "1");
+  const fs::path snapshot = lun.SnapshotPath("1");
   fs::create_directories(snapshot.parent_path());
   fs::create_symlink("/elsewhere", snapshot);
-  ExpectStatus(A().engine->RestoreSnapshot(lun, "1"), VrelDR::kErrUnsupported, "/elsewhere");
-  ExpectStatus(A().engine->CloneSnapshot(lun, "1", Target("c", VrelDR::kTargetLun)),
-               VrelDR::kErrUnsupported, "/elsewhere");
+  ExpectStatus(lun.Restore("1"), VrelDR::kErrUnsupported, "/elsewhere");
+  ExpectStatus(lun.Clone("1", A().Other("c", VrelDR::kTargetLun)), VrelDR::kErrUnsupported,
+               "/elsewhere");
   TestWatcher watcher;
-  ExpectStatus(A().engine->Ship(lun, "1", "", *B().engine, B().target, watcher),
+  ExpectStatus(LinkOf(A(), B())->Ship(lun.place, "1", "", B().place, watcher),
                VrelDR::kErrUnsupported, "/elsewhere");
 }
 

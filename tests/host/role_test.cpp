@@ -21,11 +21,11 @@ using VrelDR::Status;
 class RoleTest : public EngineTest {
  protected:
   void Demote() {
-    const Status status = A().engine->Demote(A().target);
+    const Status status = A().Demote();
     ASSERT_TRUE(status.IsOk()) << status.message;
   }
   void Promote(const std::string& id) {
-    const Status status = A().engine->Promote(A().target, id);
+    const Status status = A().Promote(id);
     ASSERT_TRUE(status.IsOk()) << status.message;
   }
   void ExpectWritable() {
@@ -107,7 +107,7 @@ TEST_P(RoleTest, APromotionThatIsKilledLeavesTheOldBytesOrTheNewOnes) {
     Demote();
     const auto before = DescribeTree(path);
     ASSERT_EQ(RunInChild({{"VRELDR_KILL_POINT", std::string(step)}},
-                         [&] { return A().engine->Promote(A().target, "s1").code; }),
+                         [&] { return A().Promote("s1").code; }),
               128 + SIGKILL);
     const bool isOld = step == VrelDR::kRestoreCopied || step == VrelDR::kRestoreSynced;
     auto found = DescribeTree(path);
@@ -127,13 +127,13 @@ TEST_P(RoleTest, ADemotedTargetCanBeRestoredSnapshottedAndRemoved) {
   Demote();
   Take(A(), "s1");
   ExpectTree(A().SnapshotPath("s1"), tree);
-  const Status restored = A().engine->RestoreSnapshot(A().target, "s1");
+  const Status restored = A().Restore("s1");
   EXPECT_TRUE(restored.IsOk()) << restored.message;
   ExpectTree(path, tree);
   Demote();
-  EXPECT_TRUE(A().engine->CleanUp(A().target).IsOk());
+  EXPECT_TRUE(A().CleanUp().IsOk());
   EXPECT_TRUE(fs::exists(path));
-  const Status removed = A().engine->RemoveTarget(A().target);
+  const Status removed = A().Remove();
   EXPECT_TRUE(removed.IsOk()) << removed.message;
   EXPECT_FALSE(fs::exists(path));
 }

@@ -5,7 +5,6 @@
 
 #include <csignal>
 #include <filesystem>
-#include <set>
 
 #include "base/fail_point.h"
 #include "base/kill_point.h"
@@ -31,12 +30,6 @@ class ShipFailureTest : public EngineTest {
   bool IsReached(std::string_view step) {
     if (step == VrelDR::kShipFrozen || step == VrelDR::kCopyFile) return B().type != "btrfs";
     return true;
-  }
-
-  std::set<std::string> SnapshotsOfB() {
-    std::set<std::string> ids;
-    EXPECT_TRUE(B().engine->ListSnapshots(B().target, ids).IsOk());
-    return ids;
   }
 
   int ShipInChild(const std::string& variable, std::string_view step, const std::string& id,
@@ -84,15 +77,15 @@ TEST_P(ShipFailureTest, AKilledShipmentIsThereAsAWholeOrNotAtAllAndGoesOn) {
       Overwrite(A().TargetPath() + "/big", 10'000, RandomBytes(10'000));
       Take(A(), id);
       ASSERT_EQ(ShipInChild("VRELDR_KILL_POINT", step, id, base), kKilled);
-      if (SnapshotsOfB().count(id) != 0) {
+      if (B().Snapshots().count(id) != 0) {
         EXPECT_TRUE(step == VrelDR::kShipRenamed || step == VrelDR::kShipDone);
         ExpectSame(A(), B(), id);
       }
       Ship(A(), id, base, B());
       ExpectSame(A(), B(), id);
       ExpectNothingIncoming(B());
-      ASSERT_TRUE(A().engine->RemoveSnapshot(A().target, id).IsOk());
-      ASSERT_TRUE(B().engine->RemoveSnapshot(B().target, id).IsOk());
+      ASSERT_TRUE(A().RemoveSnapshot(id).IsOk());
+      ASSERT_TRUE(B().RemoveSnapshot(id).IsOk());
     }
   }
   ExpectSame(A(), B(), "base");
@@ -147,7 +140,7 @@ TEST_P(ShipFailureTest, AFailureInTheMiddleLeavesWhatHasArrivedForTheNextCall) {
     ExpectStatus(TryShip(A(), id, base, B(), watcher), VrelDR::kErrIo,
                  "failure at ship.middle of target \"replica\" asked for");
     unsetenv("VRELDR_FAIL_POINT");
-    EXPECT_THAT(SnapshotsOfB(), Not(Contains(id)));
+    EXPECT_THAT(B().Snapshots(), Not(Contains(id)));
     Ship(A(), id, base, B());
     ExpectSame(A(), B(), id);
     ExpectNothingIncoming(B());
@@ -168,17 +161,15 @@ TEST_P(ShipFailureTest, EachCallFailsForTheTargetThatIsNamed) {
   };
   const auto& a = A();
   const auto& b = B();
-  expectFailure(VrelDR::kFailTake, "source",
-                [&] { return a.engine->TakeSnapshot(a.target, "s1", nullptr); });
+  expectFailure(VrelDR::kFailTake, "source", [&] { return a.TakeSnapshot("s1"); });
   expectFailure(VrelDR::kFailShip, "replica", [&] {
     TestWatcher watcher;
     return TryShip(a, "s1", "", b, watcher);
   });
-  expectFailure(VrelDR::kFailQuiesce, "replica", [&] { return b.engine->Demote(b.target); });
-  expectFailure(VrelDR::kFailPromote, "replica", [&] { return b.engine->Promote(b.target, "s1"); });
-  expectFailure(VrelDR::kFailRemove, "replica", [&] { return b.engine->RemoveTarget(b.target); });
-  expectFailure(VrelDR::kFailCreate, "replica",
-                [&] { return b.engine->CreateTarget(b.target, {}); });
+  expectFailure(VrelDR::kFailQuiesce, "replica", [&] { return b.Demote(); });
+  expectFailure(VrelDR::kFailPromote, "replica", [&] { return b.Promote("s1"); });
+  expectFailure(VrelDR::kFailRemove, "replica", [&] { return b.Remove(); });
+  expectFailure(VrelDR::kFailCreate, "replica", [&] { return b.Create({}); });
 }
 
 TEST_P(ShipWithRsyncTest, AProgramThatComplainsAndIsStuckIsEnded) {
@@ -228,7 +219,7 @@ TEST_P(ShipToImageTest, AFullVolumeIsSaidSoAndTheShipmentGoesOnOnceThereIsRoom) 
   TestWatcher watcher;
   ExpectStatus(TryShip(A(), "s2", "s1", B(), watcher), VrelDR::kErrNoSpace,
                B().path + "\": no space left on device; free space and run it again");
-  EXPECT_THAT(SnapshotsOfB(), Not(Contains("s2")));
+  EXPECT_THAT(B().Snapshots(), Not(Contains("s2")));
   ExpectSame(A(), B(), "s1");
   fs::remove(filler);
   sync();
@@ -261,12 +252,9 @@ TEST_P(StoppedSnapshotTest, ASnapshotThatIsBeingTakenCanBeStopped) {
   WriteFile(A().TargetPath() + "/big", RandomBytes(kMiB));
   TestWatcher watcher;
   watcher.StopAfter(0);
-  ExpectStatus(A().engine->TakeSnapshot(A().target, "s1", &watcher), VrelDR::kErrStopped,
-               "stopped");
-  std::set<std::string> ids;
-  EXPECT_TRUE(A().engine->ListSnapshots(A().target, ids).IsOk());
-  EXPECT_THAT(ids, testing::IsEmpty());
-  EXPECT_TRUE(A().engine->CleanUp(A().target).IsOk());
+  ExpectStatus(A().engine->TakeSnapshot(A().place, "s1", watcher), VrelDR::kErrStopped, "stopped");
+  EXPECT_THAT(A().Snapshots(), testing::IsEmpty());
+  EXPECT_TRUE(A().CleanUp().IsOk());
   ExpectNothingIncoming(A());
   Take(A(), "s1");
 }

@@ -59,7 +59,7 @@ TEST_P(ShipTest, WhatHasChangedSinceTheBaseArrives) {
   ExpectSame(A(), B(), "s2");
   ExpectTree(B().SnapshotPath("s1"), first);
   // And back to what it was.
-  ASSERT_TRUE(A().engine->RestoreSnapshot(A().target, "s1").IsOk());
+  ASSERT_TRUE(A().Restore("s1").IsOk());
   Take(A(), "s3");
   Ship(A(), "s3", "s2", B());
   ExpectSame(A(), B(), "s3");
@@ -96,9 +96,9 @@ TEST_P(ShipTest, TheDirectionCanBeTurnedAgainAndAgain) {
     std::swap(from, to);
     const std::string base = "s" + std::to_string(i - 1);
     const std::string id = "s" + std::to_string(i);
-    const Status promoted = from->engine->Promote(from->target, base);
+    ASSERT_TRUE(to->Demote().IsOk());
+    const Status promoted = from->Promote(base);
     ASSERT_TRUE(promoted.IsOk()) << promoted.message;
-    ASSERT_TRUE(to->engine->Demote(to->target).IsOk());
     ExpectTree(from->TargetPath(), DescribeTree(to->SnapshotPath(base)));
     Overwrite(from->TargetPath() + "/big", 100'000, RandomBytes(5000));
     WriteFile(from->TargetPath() + "/new in " + id, id);
@@ -115,12 +115,12 @@ TEST_P(ShipTest, ABaseThatEitherSideLacksIsDoneWithout) {
   Take(A(), "s1");
   Ship(A(), "s1", "", B());
   Take(A(), "s2");
-  ASSERT_TRUE(B().engine->RemoveSnapshot(B().target, "s1").IsOk());
+  ASSERT_TRUE(B().RemoveSnapshot("s1").IsOk());
   Ship(A(), "s2", "s1", B());
   ExpectSame(A(), B(), "s2");
   ChangeOddTree(A().TargetPath());
   Take(A(), "s3");
-  ASSERT_TRUE(A().engine->RemoveSnapshot(A().target, "s2").IsOk());
+  ASSERT_TRUE(A().RemoveSnapshot("s2").IsOk());
   Ship(A(), "s3", "s2", B());
   ExpectSame(A(), B(), "s3");
 }
@@ -141,19 +141,14 @@ TEST_P(ShipTest, TheReplicaCanBeOnTheSameVolume) {
   Side other;
   other.type = A().type;
   other.path = A().path;
-  other.engine = std::move(B().engine);
-  other.target = B().target;
-  VrelHost::VolumeConfig config;
-  config.name = "a";
-  config.engine = "local";
-  config.settings["path"] = A().path;
-  ASSERT_TRUE(VrelDR::MakeEngine(config, other.engine).IsOk());
-  ASSERT_TRUE(other.engine->CreateTarget(other.target, {}).IsOk());
+  other.place = B().place;
+  MakeEngine(other, "a");
+  ASSERT_TRUE(other.Create({}).IsOk());
   MakeOddTree(A().TargetPath());
   Take(A(), "s1");
   Ship(A(), "s1", "", other);
   ExpectSame(A(), other, "s1");
-  ASSERT_TRUE(other.engine->Promote(other.target, "s1").IsOk());
+  ASSERT_TRUE(other.Promote("s1").IsOk());
   ChangeOddTree(other.TargetPath());
   Take(other, "s2");
   Ship(other, "s2", "s1", A());
@@ -190,7 +185,7 @@ TEST_P(FrozenShipTest, WhatArrivedCannotBeChanged) {
   EXPECT_EQ(open((path + "/folder/new").c_str(), O_WRONLY | O_CREAT, 0600), -1);
   EXPECT_EQ(open((path + "/new").c_str(), O_WRONLY | O_CREAT, 0600), -1);
   EXPECT_NE(unlink((path + "/dangling").c_str()), 0);
-  EXPECT_TRUE(B().engine->RemoveSnapshot(B().target, "s1").IsOk());
+  EXPECT_TRUE(B().RemoveSnapshot("s1").IsOk());
   EXPECT_FALSE(fs::exists(path));
 }
 
@@ -206,7 +201,7 @@ TEST_P(ShipTest, AStoppedShipmentEndsAtOnceAndGoesOnWhereItWas) {
   EXPECT_FALSE(fs::exists(B().SnapshotPath("s1")));
   EXPECT_LT(watcher.GetDelay(), std::chrono::seconds(1));
   // Cleaning up leaves it alone.
-  EXPECT_TRUE(B().engine->CleanUp(B().target).IsOk());
+  EXPECT_TRUE(B().CleanUp().IsOk());
   const std::uint64_t rest = Ship(A(), "s1", "", B());
   RecordProperty("rest", std::to_string(rest));
   EXPECT_LE(rest, 7 * kMiB);
@@ -217,7 +212,7 @@ TEST_P(ShipTest, AStoppedShipmentEndsAtOnceAndGoesOnWhereItWas) {
   Take(A(), "s2");
   EXPECT_LE(Ship(A(), "s2", "s1", B()), kMiB);
   ExpectSame(A(), B(), "s2");
-  ASSERT_TRUE(B().engine->Promote(B().target, "s1").IsOk());
+  ASSERT_TRUE(B().Promote("s1").IsOk());
   WriteFile(B().TargetPath() + "/there", "there");
   Take(B(), "s3");
   EXPECT_LE(Ship(B(), "s3", "s1", A()), kMiB);
@@ -253,11 +248,11 @@ TEST_P(ShipTest, WhatIsLeftOfAShipmentCanBeDropped) {
   FullSpeed();
   const std::string incoming = B().path + "/.vreldr/incoming/replica/s1";
   EXPECT_TRUE(fs::exists(incoming));
-  EXPECT_TRUE(B().engine->DropShipments(B().target, "s1").IsOk());
+  EXPECT_TRUE(B().Drop("s1").IsOk());
   EXPECT_TRUE(fs::exists(incoming));
-  EXPECT_TRUE(B().engine->DropShipments(B().target, "").IsOk());
+  EXPECT_TRUE(B().Drop("").IsOk());
   EXPECT_FALSE(fs::exists(incoming));
-  EXPECT_TRUE(B().engine->DropShipments(B().target, "").IsOk());
+  EXPECT_TRUE(B().Drop("").IsOk());
   EXPECT_GE(Ship(A(), "s1", "", B()), 8 * kMiB);
   ExpectSame(A(), B(), "s1");
 }
@@ -269,7 +264,7 @@ TEST_P(ShipTest, RemovingTheReplicaRemovesWhatWasOnItsWay) {
   TestWatcher watcher;
   watcher.StopAfter(3 * kMiB);
   ExpectStatus(TryShip(A(), "s1", "", B(), watcher), VrelDR::kErrStopped, "stopped");
-  EXPECT_TRUE(B().engine->RemoveTarget(B().target).IsOk());
+  EXPECT_TRUE(B().Remove().IsOk());
   ExpectNothingIncoming(B());
 }
 

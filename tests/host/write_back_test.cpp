@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <filesystem>
 #include <functional>
-#include <set>
 
 #include "engine_fixture.h"
 #include "tree.h"
@@ -83,12 +82,6 @@ class WriteBackTest : public EngineTest {
     }
   }
 
-  std::set<std::string> SnapshotsOf(const Side& side) {
-    std::set<std::string> ids;
-    EXPECT_TRUE(side.engine->ListSnapshots(side.target, ids).IsOk());
-    return ids;
-  }
-
   Status ShipS1() {
     TestWatcher watcher;
     return TryShip(A(), "s1", "", B(), watcher);
@@ -102,10 +95,10 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, WriteBackTest,
 TEST_P(WriteBackTest, ASnapshotWhoseSyncFailedIsNotTaken) {
   MakeSampleTree(A().TargetPath());
   const int syncs = ExpectEachSyncCounts(
-      g_syncfs_to_failure, [&] { return A().engine->TakeSnapshot(A().target, "s1", nullptr); },
+      g_syncfs_to_failure, [&] { return A().TakeSnapshot("s1"); },
       [&](bool) {
-        EXPECT_TRUE(A().engine->RemoveSnapshot(A().target, "s1").IsOk());
-        EXPECT_TRUE(A().engine->CleanUp(A().target).IsOk());
+        EXPECT_TRUE(A().RemoveSnapshot("s1").IsOk());
+        EXPECT_TRUE(A().CleanUp().IsOk());
       });
   EXPECT_GE(syncs, 1);
 }
@@ -113,15 +106,15 @@ TEST_P(WriteBackTest, ASnapshotWhoseSyncFailedIsNotTaken) {
 TEST_P(WriteBackTest, ANewTargetWhoseSyncFailedIsNotMade) {
   MakeSampleTree(A().TargetPath());
   Take(A(), "s1");
-  const VrelDR::Target made("made", VrelDR::kTargetShare);
-  const auto remove = [&](bool) { EXPECT_TRUE(A().engine->RemoveTarget(made).IsOk()); };
+  const EngineTarget made = A().Other("made", VrelDR::kTargetShare);
+  const auto remove = [&](bool) { EXPECT_TRUE(made.Remove().IsOk()); };
   for (std::atomic<int>* each : {&g_syncfs_to_failure, &g_fsync_to_failure}) {
     const int creation = ExpectEachSyncCounts(
-        *each, [&] { return A().engine->CreateTarget(made, {}); }, remove);
+        *each, [&] { return made.Create({}); }, remove);
     EXPECT_GE(creation, 1);
     remove(true);
     const int clone = ExpectEachSyncCounts(
-        *each, [&] { return A().engine->CloneSnapshot(A().target, "s1", made); }, remove);
+        *each, [&] { return A().Clone("s1", made); }, remove);
     EXPECT_GE(clone, 1);
     remove(true);
   }
@@ -133,7 +126,7 @@ TEST_P(WriteBackTest, ARestoreWhoseSyncFailedLeavesTheTargetAsItWas) {
   WriteFile(A().TargetPath() + "/later", "later");
   const auto before = DescribeTree(A().TargetPath());
   const int syncs = ExpectEachSyncCounts(
-      g_syncfs_to_failure, [&] { return A().engine->RestoreSnapshot(A().target, "s1"); },
+      g_syncfs_to_failure, [&] { return A().Restore("s1"); },
       [&](bool done) {
         if (!done) {
           EXPECT_EQ(DescribeTree(A().TargetPath()), before);
@@ -147,9 +140,9 @@ TEST_P(WriteBackTest, ARestoreWhoseSyncFailedLeavesTheTargetAsItWas) {
 TEST_P(WriteBackTest, ARoleWhoseSyncFailedIsNotChanged) {
   const auto nothing = [](bool) {};
   const int demotion = ExpectEachSyncCounts(
-      g_syncfs_to_failure, [&] { return A().engine->Demote(A().target); }, nothing);
+      g_syncfs_to_failure, [&] { return A().Demote(); }, nothing);
   const int promotion = ExpectEachSyncCounts(
-      g_syncfs_to_failure, [&] { return A().engine->Promote(A().target, ""); }, nothing);
+      g_syncfs_to_failure, [&] { return A().Promote(""); }, nothing);
   EXPECT_GE(demotion, 1);
   EXPECT_GE(promotion, 1);
 }
@@ -164,10 +157,10 @@ TEST_P(WriteBackTest, AShipmentWhoseSyncFailedHasNotArrived) {
           if (!done) return;
           ExpectSame(A(), B(), "s1");
           ExpectNothingIncoming(B());
-          EXPECT_TRUE(B().engine->RemoveSnapshot(B().target, "s1").IsOk());
+          EXPECT_TRUE(B().RemoveSnapshot("s1").IsOk());
         });
     EXPECT_GE(syncs, 2);
-    EXPECT_TRUE(B().engine->RemoveSnapshot(B().target, "s1").IsOk());
+    EXPECT_TRUE(B().RemoveSnapshot("s1").IsOk());
   }
 }
 
@@ -183,7 +176,7 @@ TEST_P(WriteBackTest, AnErrorThatIsToldWhileBytesMoveEndsTheShipmentSoon) {
   ExpectStatus(status, VrelDR::kErrIo,
                "something that was written to \"" + B().path + "\": input/output error; look at");
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(3));
-  EXPECT_THAT(SnapshotsOf(B()), Not(Contains("s1")));
+  EXPECT_THAT(B().Snapshots(), Not(Contains("s1")));
   Ship(A(), "s1", "", B());
   ExpectSame(A(), B(), "s1");
 }
@@ -203,11 +196,11 @@ TEST_P(WriteBackTest, ARemovalIsNotDoneBeforeItIsOnDisk) {
   const auto count = [&](const std::function<Status()>& call) {
     return ExpectEachSyncCounts(g_fsync_to_failure, call, again);
   };
-  EXPECT_GE(count([&] { return B().engine->RemoveSnapshot(B().target, "s1"); }), 1);
-  EXPECT_GE(count([&] { return B().engine->CleanUp(B().target); }), 1);
-  EXPECT_GE(count([&] { return B().engine->DropShipments(B().target, ""); }), 2);
+  EXPECT_GE(count([&] { return B().RemoveSnapshot("s1"); }), 1);
+  EXPECT_GE(count([&] { return B().CleanUp(); }), 1);
+  EXPECT_GE(count([&] { return B().Drop(""); }), 2);
   again(true);
-  EXPECT_GE(count([&] { return B().engine->RemoveTarget(B().target); }), 6);
+  EXPECT_GE(count([&] { return B().Remove(); }), 6);
 }
 
 }  // namespace
