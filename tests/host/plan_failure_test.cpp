@@ -41,15 +41,23 @@ class PlanFailureTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, PlanFailureTest, testing::Values("ext4", "xfs", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlanFailureTest,
+                         testing::ValuesIn(VolumeKinds({"ext4", "xfs", "btrfs"})),
                          HostTest::NameOf);
 
-// Where snapshots are sent by rsync, which can be slowed down.
+// When records of the first version were written, every target was the local engine's.
+class FirstRecordsTest : public PlanTest {};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, FirstRecordsTest, testing::Values("ext4", "xfs", "btrfs"),
+                         HostTest::NameOf);
+
+// Where shipments can be slowed down: those of rsync, and of the engine "fake".
 class SlowSyncTest : public PlanTest {
  protected:
   // Starts a sync that takes far longer than the test, in a process of its own. Its exit status is
   // the code it ends with, less 400.
   pid_t StartSlowSync(const std::string& planId, VrelDR::DROperation&& operation) {
+    if (IsFake()) Misbehave(SecondVolumePath(), "slow", true);
     const std::string slow = Root() + "/rsync";
     WriteFile(slow, "#!/bin/sh\nexec /usr/bin/rsync --bwlimit=100 \"$@\"\n");
     fs::permissions(slow, fs::perms::owner_all);
@@ -58,6 +66,13 @@ class SlowSyncTest : public PlanTest {
         {{"PATH", path}}, [&] { return operation.Run(false) ? 0 : operation.GetErrCode() - 400; });
     WaitUntilSending(planId);
     return pid;
+  }
+
+  // Waits for its end, after which nothing is slow any more.
+  int WaitForEnd(pid_t pid) const {
+    const int code = WaitFor(pid);
+    if (IsFake()) Misbehave(SecondVolumePath(), "slow", false);
+    return code;
   }
 
  private:
@@ -73,7 +88,13 @@ class SlowSyncTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, SlowSyncTest, testing::Values("ext4"), HostTest::NameOf);
+INSTANTIATE_TEST_SUITE_P(FileSystems, SlowSyncTest, testing::ValuesIn(VolumeKinds({"ext4"})),
+                         HostTest::NameOf);
+
+// Only an image can be filled.
+class FullVolumeTest : public PlanTest {};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, FullVolumeTest, testing::Values("ext4"), HostTest::NameOf);
 
 TEST_P(PlanFailureTest, ASyncThatFailsChangesNothingAndCanBeRunAgain) {
   const std::string planId = MakeProtectedShare();
@@ -169,7 +190,7 @@ TEST_P(PlanFailureTest, ACreationThatFailsLeavesNothing) {
     ExpectFails(Creation("a", "v2", ""), point);
     EXPECT_THAT(PlansOf("a"), SizeIs(0));
     EXPECT_FALSE(TargetOperation(2, "a-dr").IsExisted());
-    EXPECT_FALSE(fs::exists(SecondVolumePath() + "/a-dr"));
+    EXPECT_THAT(NamesOnSecondVolume(), SizeIs(0));
   }
   EXPECT_EQ(Bytes("a"), tree);
   EXPECT_EQ(Plan(MakePlan("a")).GetDRTargetId(), "a-dr");
@@ -187,7 +208,7 @@ TEST_P(PlanFailureTest, WhatCannotBeTakenBackIsTakenBackByTheNextOperation) {
   ExpectNormal(planId, VrelDR::kMainToDR, tree);
 }
 
-TEST_P(PlanFailureTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
+TEST_P(FirstRecordsTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
   MakeShare("a");
   const auto snapshot = Take("a");
   {
@@ -205,7 +226,7 @@ TEST_P(PlanFailureTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
   ExpectSync(MakePlan("a"));
 }
 
-TEST_P(SlowSyncTest, AVolumeThatIsFullEndsASyncThatGoesOnWhenThereIsRoom) {
+TEST_P(FullVolumeTest, AVolumeThatIsFullEndsASyncThatGoesOnWhenThereIsRoom) {
   MakeShare("a");
   const std::string planId = MakePlan("a");
   ExpectSync(planId);
@@ -237,7 +258,7 @@ TEST_P(SlowSyncTest, ASyncStopsWithinASecondAndGoesOnWhenItIsRunAgain) {
   const auto begun = std::chrono::steady_clock::now();
   ExpectRun(PlanStop(planId));
   EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::seconds(1));
-  EXPECT_EQ(WaitFor(sync), VrelDR::kErrStopped - 400);
+  EXPECT_EQ(WaitForEnd(sync), VrelDR::kErrStopped - 400);
   VrelDR::SyncReport report;
   ASSERT_TRUE(VrelDR::PlanSyncReporter(planId).ReadReport(report));
   EXPECT_EQ(report.GetState(), VrelDR::OPState::kInterrupted);
@@ -275,7 +296,7 @@ TEST_P(SlowSyncTest, OneProcessAtATimeWorksOnAPlanAndTheSourceStaysInUse) {
   EXPECT_EQ(source.GetErrCode(), VrelDR::kErrLocked);
   const auto meanwhile = Take("a");
   ExpectRun(PlanStop(planId));
-  EXPECT_EQ(WaitFor(sync), VrelDR::kErrStopped - 400);
+  EXPECT_EQ(WaitForEnd(sync), VrelDR::kErrStopped - 400);
   EXPECT_TRUE(source.DeleteSnapshot(meanwhile.snap_id)) << source.GetErr();
 }
 
@@ -290,7 +311,7 @@ TEST_P(SlowSyncTest, ASwitchoverThatIsStoppedLeavesTheSourceWorking) {
   EXPECT_EQ(journal.GetOPStatus(), VrelDR::kOpSwitchover);
   EXPECT_EQ(journal.GetState(), VrelDR::OPState::kRunning);
   ExpectRun(PlanStop(planId));
-  EXPECT_EQ(WaitFor(switchover), VrelDR::kErrStopped - 400);
+  EXPECT_EQ(WaitForEnd(switchover), VrelDR::kErrStopped - 400);
   ExpectNormal(planId, VrelDR::kMainToDR, tree);
   ExpectRun(PlanSwitchover(planId, Json::Value(), Stopping()));
   ExpectNormal(planId, VrelDR::kDRToMain, tree);

@@ -1,11 +1,13 @@
 #include "plan_fixture.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
 
 #include "tree.h"
+#include "vreldr/host_state.h"
 #include "vreldr/volume.h"
 
 namespace host_test {
@@ -22,17 +24,90 @@ void PlanTest::SetUp() {
     second_ = std::make_unique<MountedImage>(GetParam(), SecondVolumePath(), why);
     ASSERT_TRUE(second_->IsMounted()) << why;
   }
-  const auto volume = [](const std::string& name, const std::string& path) {
-    return R"({"name": ")" + name + R"(", "engine": "local", "path": ")" + path + R"("})";
-  };
   WriteFile(Root() + "/config.json", R"({"state_dir": ")" + StateDir() + R"(", "volumes": [)" +
-                                         volume("v1", VolumePath()) + ", " +
-                                         volume("v2", SecondVolumePath()) + "]}");
+                                         VolumeText("v1", VolumePath()) + ", " +
+                                         VolumeText("v2", SecondVolumePath()) + "]}");
+  if (!IsFake()) return;
+  // A volume that is no directory cannot be asked for traces of a host beforehand.
+  std::string nodeId;
+  std::vector<std::string> moved;
+  const VrelDR::HostState state;
+  ASSERT_TRUE(state.Make(nodeId, moved)) << state.GetErr();
 }
 
 void PlanTest::TearDown() {
   second_.reset();
   HostTest::TearDown();
+}
+
+std::vector<std::string> VolumeKinds(std::vector<std::string> fileSystems) {
+#ifdef VRELDR_TEST_WITH_FAKE
+  fileSystems.emplace_back("fake");
+#endif
+  return fileSystems;
+}
+
+void PlanTest::Misbehave(const std::string& volumePath, const std::string& how, bool does) const {
+  ASSERT_TRUE(IsFake());
+  fs::create_directories(volumePath + "/.fake");
+  if (does) {
+    WriteFile(volumePath + "/.fake/" + how, "");
+  } else {
+    fs::remove(volumePath + "/.fake/" + how);
+  }
+}
+
+void PlanTest::LetSecondBeWritten(bool is) const {
+  if (IsFake()) {
+    Misbehave(SecondVolumePath(), "read_only", !is);
+  } else {
+    ASSERT_TRUE(second_->Remount(is ? "rw" : "ro"));
+  }
+}
+
+void PlanTest::UnmountSecondVolume() {
+  second_.reset();
+  if (IsFake()) fs::rename(SecondVolumePath(), SecondVolumePath() + " away");
+}
+
+std::set<std::string> PlanTest::NamesOnSecondVolume() const {
+  std::set<std::string> names;
+  for (const auto& each : fs::directory_iterator(SecondVolumePath())) {
+    const std::string name = each.path().filename();
+    if (name.front() != '.' && name != "lost+found") names.insert(name);
+  }
+  return names;
+}
+
+std::string PlanTest::SnapshotDir(const std::string& targetId, const std::string& snapId) const {
+  const fs::path target = PathOf(targetId);
+  return IsFake() ? target.parent_path() / "snapshots" / snapId
+                  : target.parent_path() / ".vreldr/snapshots" / targetId / snapId;
+}
+
+std::set<std::string> PlanTest::SnapshotsOnDisk(const std::string& targetId) const {
+  std::set<std::string> names;
+  for (const auto& each : fs::directory_iterator(SnapshotDir(targetId, {}))) {
+    names.insert(each.path().filename());
+  }
+  return names;
+}
+
+void PlanTest::ExpectNothingOnItsWay(const std::string& targetId) const {
+  const fs::path volume = fs::path(PathOf(targetId)).parent_path();
+  if (!IsFake()) {
+    for (const char* area : {"incoming", "tmp"}) {
+      const fs::path dir = volume / ".vreldr" / area / targetId;
+      EXPECT_TRUE(!fs::exists(dir) || fs::is_empty(dir)) << dir;
+    }
+    return;
+  }
+  const fs::path snapshots = volume / "snapshots";  // the target's own directory
+  EXPECT_FALSE(fs::exists(volume / "work"));
+  if (!fs::exists(snapshots)) return;
+  for (const auto& each : fs::directory_iterator(snapshots)) {
+    EXPECT_TRUE(fs::exists(each.path() / "whole")) << each.path();
+  }
 }
 
 std::string PlanTest::MakeProtectedShare() const {
@@ -133,11 +208,18 @@ void PlanTest::Change(const std::string& targetId, const std::string& text) {
 }
 
 bool PlanTest::IsWritable(const std::string& targetId) {
-  const std::string probe = PathOf(targetId) + "/probe";
+  const std::string path = PathOf(targetId);
+  const std::string probe = path + "/probe";
+  struct stat before;
+  EXPECT_EQ(stat(path.c_str(), &before), 0);
   const int fd = open(probe.c_str(), O_WRONLY | O_CREAT, 0600);
   if (fd == -1) return false;
   close(fd);
-  return unlink(probe.c_str()) == 0;
+  const bool removed = unlink(probe.c_str()) == 0;
+  // What is compared with it later is to be as if nobody had tried.
+  const struct timespec times[] = {before.st_atim, before.st_mtim};
+  EXPECT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+  return removed;
 }
 
 bool PlanTest::CanRefuseWriting() {

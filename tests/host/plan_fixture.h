@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -15,15 +16,33 @@ namespace host_test {
 
 using Tree = std::map<std::string, std::string>;
 
-// A host with a second volume "v2", on a file system of the same kind as "v1".
+// The kinds of volume that a suite runs on: these file systems and, in the program that has it, the
+// engine "fake".
+std::vector<std::string> VolumeKinds(std::vector<std::string> fileSystems);
+
+// A host with a second volume "v2", of the same kind as "v1".
 class PlanTest : public HostTest {
  protected:
   void SetUp() override;
   void TearDown() override;
 
   std::string SecondVolumePath() const { return Root() + "/v2"; }
-  bool RemountSecond(const std::string& option) const { return second_->Remount(option); }
-  void UnmountSecondVolume() { second_.reset(); }
+  // Lets the second volume be written, or not.
+  void LetSecondBeWritten(bool is) const;
+  // Takes it away.
+  void UnmountSecondVolume();
+  // Lets a volume of the engine "fake" misbehave in a way of fake/fake_store.h, or no more.
+  void Misbehave(const std::string& volumePath, const std::string& how, bool does) const;
+
+  // What the disk tells, behind the host: the names of what is on the second volume beside our own
+  // directory,
+  std::set<std::string> NamesOnSecondVolume() const;
+  // those of a target's snapshots,
+  std::set<std::string> SnapshotsOnDisk(const std::string& targetId) const;
+  // where one of them is,
+  std::string SnapshotDir(const std::string& targetId, const std::string& snapId) const;
+  // and that nothing is left of work on the target and of shipments to it.
+  void ExpectNothingOnItsWay(const std::string& targetId) const;
 
   // Makes the share "a" on "v1" with one of everything in it, and a plan of it to "v2". The plan's
   // identifier.
