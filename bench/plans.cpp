@@ -1,6 +1,6 @@
 #include <sqlite3.h>
-#include <vreldr/session.h>
 #include <sys/stat.h>
+#include <vreldr/session.h>
 
 #include <memory>
 #include <stdexcept>
