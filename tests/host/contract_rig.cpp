@@ -6,7 +6,7 @@
 #include <fstream>
 #include <thread>
 
-#include "fake/fake_store.h"
+#include "fake/misbehaviour.h"
 #include "tree.h"
 
 namespace host_test {

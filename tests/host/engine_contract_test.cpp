@@ -7,7 +7,7 @@
 #include "base/fail_point.h"
 #include "base/kill_point.h"
 #include "contract_rig.h"
-#include "fake/fake_store.h"
+#include "fake/misbehaviour.h"
 #include "tree.h"
 
 // What engine/engine.h and engine/link.h promise, of every engine that keeps them. What an engine

@@ -31,7 +31,7 @@ class PlanTest : public HostTest {
   void LetSecondBeWritten(bool is) const;
   // Takes it away.
   void UnmountSecondVolume();
-  // Lets a volume of the engine "fake" misbehave in a way of fake/fake_store.h, or no more.
+  // Lets a volume of the engine "fake" misbehave in a way of fake/misbehaviour.h, or no more.
   void Misbehave(const std::string& volumePath, const std::string& how, bool does) const;
 
   // What the disk tells, behind the host: the names of what is on the second volume beside our own
