@@ -58,9 +58,10 @@ enum class Manner {
 // what it is about to do, and makes sure that nobody else changes the same target meanwhile.
 // Targets and snapshots are named by identifiers that were checked before (IsAllowedId).
 //
-// What a call made is on disk when it returns, and every call may be made again. What a crash or a
-// failure leaves of a call is removed by CleanUp together with RemoveSnapshot or RemoveTarget of
-// the thing that was made.
+// What a call made is on disk when it returns, and every call may be made again; one that makes
+// something fails when that is there whole. What a crash or a failure leaves of a call is removed
+// by CleanUp together with RemoveSnapshot or RemoveTarget of the thing that was made, and what is
+// left of a shipment by the link's Drop.
 //
 // Every call fails with kErrVolumeMissing when the volume is known not to be there, and with
 // kErrUnreachable when that could not be found out in time: neither says anything of the targets.
