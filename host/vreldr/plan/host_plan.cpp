@@ -189,6 +189,10 @@ Status HostPlan::ListHeld(std::vector<std::string>& snapIds) const {
 
 Status HostPlan::Quiesce(const std::string& targetId) {
   HostTarget target(*host_);
+  return Quiesce(targetId, target);
+}
+
+Status HostPlan::Quiesce(const std::string& targetId, HostTarget& target) {
   Status status = OpenToWrite(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make unwritable"),
@@ -196,9 +200,8 @@ Status HostPlan::Quiesce(const std::string& targetId) {
 }
 
 Status HostPlan::Demote(const std::string& targetId) {
-  Status status = Quiesce(targetId);
   HostTarget target(*host_);
-  if (status.IsOk()) status = OpenToWrite(targetId, target);
+  Status status = Quiesce(targetId, target);
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make a replica of"),
                    target.GetEngine().Demote(target.GetPlace(), host_->watcher));

@@ -86,6 +86,7 @@ class HostPlan {
   Status ListReplicaSnapshots(std::vector<Operation::Snapshot>& snapshots);
 
  private:
+  Status Quiesce(const std::string& targetId, HostTarget& target);
   Status Find(const std::string& planId);
   Status Busy() const;
   // Makes the copies what the plan's record says: the one that works writable, the other one not,
