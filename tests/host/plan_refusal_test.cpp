@@ -36,6 +36,9 @@ TEST_P(PlanRefusalTest, APlanNeedsATargetThatWorksAndAnotherVolume) {
   ExpectRefused(Creation("b", "v1", ""), VrelDR::kErrBadArgument, {"\"b\"", "\"v1\"", "another"});
   ExpectRefused(Creation("b", "v2", "a-dr"), VrelDR::kErrExists, {"\"a-dr\"", "another name"});
   ExpectRefused(Creation("b", "v2", "x/y"), VrelDR::kErrBadArgument, {"\"x/y\""});
+  const std::string longest(198, 'n');
+  MakeShare(longest);
+  ExpectRefused(Creation(longest, "v2", ""), VrelDR::kErrBadArgument, {longest + "-dr", "200"});
   ExpectRefused(Creation("a-dr", "v1", ""), VrelDR::kErrPlanState, {"DR copy", planId});
   ExpectSync(planId);
   ExpectRun(PlanSwitchover(planId, {}, Stopping()));

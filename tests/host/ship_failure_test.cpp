@@ -184,6 +184,25 @@ TEST_P(ShipWithRsyncTest, AProgramThatComplainsAndIsStuckIsEnded) {
   Ship(A(), "s1", "", B());
 }
 
+TEST_P(ShipWithRsyncTest, WhatWentToAnotherVolumeThatTookThePlaceHasNotArrived) {
+  Take(A(), "s0");
+  Ship(A(), "s0", "", B());
+  WriteFile(A().TargetPath() + "/new", "new");
+  Take(A(), "s1");
+  // All of the volume is there too, and what has arrived so far.
+  const std::string other = B().path + ".other";
+  UseProgram("rsync", "cp -a '" + B().path + "' '" + other + "' && mount --bind '" + other + "' '" +
+                          B().path + "' && exec /usr/bin/rsync \"$@\"\n");
+  TestWatcher watcher;
+  const Status status = TryShip(A(), "s1", "s0", B(), watcher);
+  ASSERT_EQ(umount2(B().path.c_str(), MNT_DETACH), 0) << "the other volume was not mounted";
+  ExpectStatus(status, VrelDR::kErrVolumeMissing, "is not what it was when the call began");
+  EXPECT_THAT(B().Snapshots(), Not(Contains("s1")));
+  FullSpeed();
+  Ship(A(), "s1", "s0", B());
+  ExpectSame(A(), B(), "s1");
+}
+
 TEST_P(ShipFailureTest, WhatIsMissingIsNamed) {
   TestWatcher watcher;
   ExpectStatus(TryShip(A(), "none", "", B(), watcher), VrelDR::kErrSnapshotMissing,

@@ -5,6 +5,7 @@
 #include "host_fixture.h"
 #include "tree.h"
 #include "vreldr/volume.h"
+#include "vreldrcore/sqlite_db.h"
 
 namespace host_test {
 namespace {
@@ -118,6 +119,41 @@ TEST_P(TargetTest, RemovingATargetRemovesEverythingOfIt) {
   ExpectNoLeftovers();
   EXPECT_FALSE(manager.Remove("share1", true));
   ExpectError(manager, VrelDR::kErrTargetMissing, {"share1"});
+}
+
+TEST_P(TargetTest, NothingGoesForARecordThatMeansNothing) {
+  MakeShare("a");
+  MakeShare("b");
+  const auto snapshot = Take("a");
+  const auto bytes = DescribeTree(VolumePath() + "/a");
+  const VrelDRCore::SqliteDB records(StateDir() + "/replica.db", 20, "vreldrcore_db_info");
+  // States that no version has.
+  ASSERT_TRUE(records.Exec("UPDATE snapshots SET state = 9; UPDATE targets SET state = 9"));
+  MakeShare("c");
+  Take("c");
+  EXPECT_EQ(DescribeTree(VolumePath() + "/a"), bytes);
+  ASSERT_TRUE(records.Exec("UPDATE targets SET state = 2"));
+  Take("a");
+  ASSERT_TRUE(records.Exec("UPDATE snapshots SET state = 2"));
+  EXPECT_THAT(ListIds("a"), testing::Contains(snapshot.snap_id));
+  // Places where no target can be.
+  for (const char* locator : {"", ".vreldr", ".", "..", "b/..", "/etc"}) {
+    SCOPED_TRACE(locator);
+    ASSERT_TRUE(
+        records.Exec("UPDATE targets SET locator = '" + std::string(locator) + "' WHERE id = 'a'"));
+    const TargetManager manager;
+    EXPECT_FALSE(manager.Remove("a", true));
+    ExpectError(manager, VrelDR::kErrStore, {"\"a\"", "means nothing", "put back a copy"});
+    std::string snapId;
+    const TargetOperation operation(VrelDR::kTargetShare, "a");
+    EXPECT_FALSE(operation.TakeSnapshot({}, snapId));
+    ExpectError(operation, VrelDR::kErrStore, {"\"a\"", "means nothing"});
+    EXPECT_FALSE(operation.IsExisted());
+    ExpectError(operation, VrelDR::kErrStore, {"\"a\"", "means nothing"});
+  }
+  ASSERT_TRUE(records.Exec("UPDATE targets SET locator = 'a' WHERE id = 'a'"));
+  EXPECT_EQ(DescribeTree(VolumePath() + "/a"), bytes);
+  EXPECT_THAT(ListIds("a"), testing::Contains(snapshot.snap_id));
 }
 
 TEST_P(TargetTest, AnIdentifierCanBeUsedAgainAfterItsTargetWasRemoved) {

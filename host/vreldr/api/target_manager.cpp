@@ -63,7 +63,7 @@ Status RemoveTarget(const std::string& targetId, bool withSnapshots) {
   HostTarget opened(*host);
   Status status = opened.Claim(targetId);
   // What an interrupted call left is nobody's any more: no question is asked then.
-  if (status.IsOk() && opened.GetRow().state == RecordState::kWhole) {
+  if (status.IsOk() && !IsHalfDone(opened.GetRow().state)) {
     status = InContext(opened.Cannot("remove"), Guard::CheckRemovable(opened.GetStore(), targetId));
     if (status.IsOk()) status = CheckRemovable(opened, withSnapshots);
     if (status.IsOk()) status = host->store->MarkTargetDeleting(targetId);

@@ -47,6 +47,11 @@ Status MakeCopy(const HostTarget& source, DRPlan plan, const Target& copy,
   return CreateTarget(host, copy, volume, makeBytes, &plan);
 }
 
+// What the copy is called unless that is taken or another name is given.
+std::string FirstName(const std::string& targetId) {
+  return targetId + "-dr";
+}
+
 Status CheckNameFree(const Host& host, const std::string& name) {
   std::optional<TargetRow> taken;
   Status status = host.store->GetTargetOfAnyState(name, taken);
@@ -66,8 +71,9 @@ Status CheckCreation(Host& host, const HostTarget& target, const std::string& vo
     return {kErrBadArgument,
             "the target is on that volume itself, and one loss would take both; name another one"};
   }
-  if (!copyId.empty() && !IsAllowedId(copyId)) {
-    return {kErrBadArgument, "the DR copy cannot be called " + Quoted(copyId) +
+  const std::string name = copyId.empty() ? FirstName(target.GetTarget().GetId()) : copyId;
+  if (!IsAllowedId(name)) {
+    return {kErrBadArgument, "the DR copy cannot be called " + Quoted(name) +
                                  "; choose a name of 1 to 200 bytes, none of them \"/\" or a "
                                  "control character, that does not begin with \".\""};
   }
@@ -80,7 +86,7 @@ Status CheckCreation(Host& host, const HostTarget& target, const std::string& vo
 
 Status MakeNamedCopy(const HostTarget& source, const DRPlan& plan, const std::string& volume) {
   constexpr int kMostNames = 1000;
-  const std::string name = plan.GetProtectedTargetId() + "-dr";
+  const std::string name = FirstName(plan.GetProtectedTargetId());
   Status status;
   for (int number = 1; number <= kMostNames; ++number) {
     const std::string tried = number == 1 ? name : name + std::to_string(number);

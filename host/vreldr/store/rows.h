@@ -16,6 +16,12 @@ namespace VrelDR {
 // are being worked on, or were when somebody crashed. Kept on disk: never change a value.
 enum class RecordState : int { kBuilding = 1, kWhole = 2, kDeleting = 3 };
 
+// Whether what the record is about may be removed as what somebody left half done. A state that
+// means nothing, as in a damaged record, says nothing of that.
+inline bool IsHalfDone(RecordState state) {
+  return state == RecordState::kBuilding || state == RecordState::kDeleting;
+}
+
 struct TargetRow {
   Target target;
   std::string volume;

@@ -234,7 +234,7 @@ Status CleanUpSnapshots(const HostTarget& opened) {
   std::vector<SnapshotRow> rows;
   Status status = opened.GetStore().ListSnapshotsOfAnyState(place.id, rows);
   for (const SnapshotRow& each : rows) {
-    if (each.state == RecordState::kWhole) continue;
+    if (!IsHalfDone(each.state)) continue;
     const std::string& snapId = each.snapshot.snap_id;
     if (status.IsOk()) status = engine.RemoveSnapshot(place, snapId, opened.GetWatcher());
     if (status.IsOk()) status = opened.GetStore().RemoveSnapshot(each.snapshot);

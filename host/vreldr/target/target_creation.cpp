@@ -13,12 +13,12 @@ Status FinishInterrupted(Host& host) {
   std::vector<TargetRow> rows;
   Status status = host.store->ListTargetsOfAnyState(rows);
   for (const TargetRow& each : rows) {
-    if (each.state == RecordState::kWhole) continue;
+    if (!IsHalfDone(each.state)) continue;
     TargetLock lock;
     if (!lock.Acquire(host.config.state_dir, each.target.GetId()).IsOk()) continue;
     std::optional<TargetRow> now;
     if (!host.store->GetTargetOfAnyState(each.target.GetId(), now).IsOk() || !now) continue;
-    if (now->state != RecordState::kWhole) (void)ForgetTarget(host, *now);
+    if (IsHalfDone(now->state)) (void)ForgetTarget(host, *now);
   }
   return status;
 }

@@ -175,14 +175,14 @@ Status LocalEngine::CheckArea(int ownFd, const char* area, const TargetPlace& ta
 
 Status LocalEngine::FindLeftOut(const TargetPlace& target, std::vector<std::string>& paths,
                                 Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   const int error = FindMounts(volume.Get(), target.locator, paths);
   return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
 }
 
 Status LocalEngine::CheckPlace(const TargetPlace& target, PlaceUse use, Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   const std::string path = dir_.PathOf(target);
   std::vector<const char*> areas;
@@ -207,7 +207,7 @@ Status LocalEngine::CheckPlace(const TargetPlace& target, PlaceUse use, Watcher&
 
 Status LocalEngine::FindTarget(const TargetPlace& target, bool& found, Watcher& watcher) const {
   found = false;
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   struct stat st;
   if (fstatat(volume.Get(), target.locator.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
@@ -290,7 +290,7 @@ Status LocalEngine::CopySnapshot(const TargetPlace& target, const std::string& s
 
 Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::string>& snapIds,
                                   Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   std::vector<std::string> names;
@@ -309,7 +309,7 @@ Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::strin
 
 Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string& snapId,
                                    Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots && errno == ENOENT) return {};
@@ -324,7 +324,7 @@ Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string&
 }
 
 Status LocalEngine::CleanUp(const TargetPlace& target, Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (status.IsOk()) status = CheckArea(own.Get(), kTmp, target);
   if (!status.IsOk()) return status;
   const int error = RemoveArea(own.Get(), kTmp, target);

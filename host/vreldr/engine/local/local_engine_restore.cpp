@@ -86,7 +86,7 @@ Status LocalEngine::CopyFromSnapshot(const TargetPlace& target, const std::strin
 
 Status LocalEngine::RestoreSnapshot(const TargetPlace& target, const std::string& snapId,
                                     Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kReplacement, watcher);
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), dir_.GetPath());
@@ -126,7 +126,7 @@ Status LocalEngine::RestoreSnapshot(const TargetPlace& target, const std::string
 
 Status LocalEngine::CloneSnapshot(const TargetPlace& target, const std::string& snapId,
                                   const TargetPlace& clone, Watcher& watcher) const {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
   WriteBack writeBack(volume.Get(), dir_.GetPath());
   const Fd tmp = OpenOrMakeArea(own.Get(), kTmp, clone);

@@ -59,8 +59,8 @@ Status LocalEngine::Quiesce(const TargetPlace& target, Watcher& watcher) const {
 }
 
 // A quiet target and a replica are the same here.
-Status LocalEngine::Demote(const TargetPlace& /*target*/, Watcher& watcher) const {
-  return dir_.Open(watcher).status;
+Status LocalEngine::Demote(const TargetPlace& target, Watcher& watcher) const {
+  return dir_.Open(target, watcher).status;
 }
 
 Status LocalEngine::Promote(const TargetPlace& target, const std::string& snapId, Manner /*manner*/,
@@ -71,7 +71,7 @@ Status LocalEngine::Promote(const TargetPlace& target, const std::string& snapId
     // The snapshot's bytes come as new ones, which anybody may write.
     status = RestoreSnapshot(target, snapId, watcher);
   } else {
-    auto [volume, own, opened] = dir_.Open(watcher);
+    auto [volume, own, opened] = dir_.Open(target, watcher);
     if (!opened.IsOk()) return opened;
     WriteBack writeBack(volume.Get(), dir_.GetPath());
     const Fd dir = OpenDir(volume.Get(), target.locator);

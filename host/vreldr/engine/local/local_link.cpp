@@ -86,7 +86,10 @@ Status Way::Arrive(const TargetPlace& replica, Watcher& watcher) const {
     const Flusher flusher(writeBack);
     status = Bring(shipment, writeBack);
   }
-  // The programs that move the bytes go into what somebody has mounted meanwhile.
+  // The programs that move the bytes go by paths: into another volume that has taken the place of
+  // this one, or into what somebody has mounted meanwhile.
+  if (status.IsOk()) status = CheckStillAt(source_.GetFd(), source_.GetPath());
+  if (status.IsOk()) status = CheckStillAt(sink_.GetIncomingFd(), sink_.GetIncomingDirPath());
   if (status.IsOk()) status = CheckNoMountsBelow(source_.GetFd());
   if (status.IsOk()) status = CheckNoMountsBelow(sink_.GetIncomingFd());
   if (!status.IsOk()) return status;
@@ -176,7 +179,7 @@ Status LocalLink::Ship(const TargetPlace& source, const std::string& snapId,
 
 Status LocalLink::Drop(const TargetPlace& replica, const std::string& keepSnapId,
                        Watcher& watcher) const {
-  auto [volume, own, status] = to_.Open(watcher);
+  auto [volume, own, status] = to_.Open(replica, watcher);
   if (!status.IsOk()) return status;
   const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
   if (!incoming && errno == ENOENT) return {};

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/mount.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -107,6 +108,17 @@ Status MountedOn(const std::vector<std::string>& paths) {
   return {kErrUnsupported, "something is mounted on " + Listed(paths) +
                                ", and what is mounted there is not the target's; unmount it and "
                                "run it again"};
+}
+
+Status CheckStillAt(int dirFd, const std::string& path) {
+  struct stat open, now;
+  if (fstat(dirFd, &open) != 0) return StatusOfErrno(errno, path);
+  const bool isThere = stat(path.c_str(), &now) == 0;
+  if (!isThere && errno != ENOENT && errno != ENOTDIR) return StatusOfErrno(errno, path);
+  if (isThere && now.st_dev == open.st_dev && now.st_ino == open.st_ino) return {};
+  return {kErrVolumeMissing, Quoted(path) +
+                                 " is not what it was when the call began: its volume was "
+                                 "unmounted or moved; mount it again and run it again"};
 }
 
 Status CheckNoMountsBelow(int dirFd) {

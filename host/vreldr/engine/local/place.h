@@ -28,6 +28,10 @@ std::string Listed(const std::vector<std::string>& paths);
 Status MountedOn(const std::vector<std::string>& paths);
 Status NestedIn(const std::vector<std::string>& paths);
 
+// Good when the path leads to what the directory `dirFd` is: kErrVolumeMissing when something else
+// has taken its place, as when a volume was unmounted and another one mounted there.
+Status CheckStillAt(int dirFd, const std::string& path);
+
 // Good when nothing is mounted below the directory.
 Status CheckNoMountsBelow(int dirFd);
 

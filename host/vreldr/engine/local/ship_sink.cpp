@@ -24,7 +24,7 @@ constexpr SettleSteps kShipSteps{kShipFrozen, kShipRenamed};
 }  // namespace
 
 Status ShipSink::Open(Watcher& watcher) {
-  there_ = dir_.Open(watcher);
+  there_ = dir_.Open(replica_, watcher);
   if (!there_.status.IsOk()) return there_.status;
   // The programs that move the bytes would go into what is mounted there.
   for (const char* area : {kSnapshots, kIncoming, kTmp}) {

@@ -5,7 +5,7 @@
 namespace VrelDR::Local {
 
 Status ShipSource::Open(Watcher& watcher) {
-  auto [volume, own, status] = dir_.Open(watcher);
+  auto [volume, own, status] = dir_.Open(source_, watcher);
   if (!status.IsOk()) return status;
   return dir_.OpenSnapshot(source_, snap_id_, own.Get(), snapshots_, snapshot_);
 }

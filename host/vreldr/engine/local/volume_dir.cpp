@@ -50,11 +50,24 @@ VolumeDir::Opened VolumeDir::Open(Watcher& watcher) const {
   return opened;
 }
 
+VolumeDir::Opened VolumeDir::Open(const TargetPlace& target, Watcher& watcher) const {
+  // It becomes a name in directories, and what is below that may be removed.
+  const std::string& name = target.locator;
+  if (!name.empty() && name.front() != '.' && name.find('/') == std::string::npos) {
+    return Open(watcher);
+  }
+  Opened failed;
+  failed.status = {kErrStore, "the record of target " + Quoted(target.id) +
+                                  " means nothing: nothing can be at " + Quoted(name) +
+                                  " of a volume; put back a copy of the host's records"};
+  return failed;
+}
+
 VolumeDir::Opened VolumeDir::Open(std::string_view failPoint, const TargetPlace& target,
                                   Watcher& watcher) const {
   Opened failed;
   failed.status = FailPoint(failPoint, target.id);
-  return failed.status.IsOk() ? Open(watcher) : std::move(failed);
+  return failed.status.IsOk() ? Open(target, watcher) : std::move(failed);
 }
 
 std::string VolumeDir::AreaPath(const char* area, const TargetPlace& target) const {
