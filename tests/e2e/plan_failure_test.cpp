@@ -190,5 +190,19 @@ TEST_P(PlanFailureTest, PeopleGetATableOfWhatBecameOfEachTarget) {
   EXPECT_THAT(result.err, Not(HasSubstr("warning")));
 }
 
+TEST_P(PlanFailureTest, WhatAForcedFailoverCouldNotStopIsToldUntilTheReprotection) {
+  MakeProtected();
+  EXPECT_EQ(RunFailingAt("quiesce@lun", {"failover", "g", "--force", "--yes"}).code, kDone);
+  for (const Json::Value& row : RunWell({"status", "g", "--json"}).Json()["targets"]) {
+    EXPECT_EQ(row["problem"].asString().find("target \"lun\" may still be written") == 0,
+              row["target_id"] == "lun")
+        << row;
+  }
+  RunWell({"reprotect", "g"});
+  for (const Json::Value& row : RunWell({"status", "g", "--json"}).Json()["targets"]) {
+    EXPECT_EQ(row["problem"], "");
+  }
+}
+
 }  // namespace
 }  // namespace e2e

@@ -69,8 +69,12 @@ Status FailOver(HostPlan& plan, const std::string& snapId, Manner manner) {
     return {kErrSnapshotMissing, "no snapshot that has arrived is recorded; run it again"};
   }
   const PlanRow before = plan.GetRow();
-  Status status = plan.Demote(before.plan.GetSourceTargetId());
-  if (manner == Manner::kForced) status = {};
+  const std::string& source = before.plan.GetSourceTargetId();
+  Status status = plan.Demote(source);
+  if (manner == Manner::kForced && !status.IsOk()) {
+    plan.Note("target " + Quoted(source) + " may still be written: " + status.message);
+    status = {};
+  }
   KillPoint(kFailoverDemoted);
   if (status.IsOk()) status = plan.Promote(before.plan.GetReplicaTargetId(), snapId, manner);
   KillPoint(kFailoverPromoted);

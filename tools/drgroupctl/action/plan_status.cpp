@@ -73,9 +73,11 @@ std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
     case VrelDR::kSiteUnknown:
       return "how the plan stands cannot be found out";
     default:
-      return journal.GetState() == OPState::kFailed
-                 ? "the last " + task + " failed: " + journal.GetMessage()
-                 : std::string();
+      if (journal.GetState() == OPState::kFailed) {
+        return "the last " + task + " failed: " + journal.GetMessage();
+      }
+      // What it could not do and went on without.
+      return status == VrelDR::kSiteFailover ? journal.GetMessage() : std::string();
   }
 }
 
