@@ -235,11 +235,15 @@ Status HostPlan::Detach() {
   return IsOutOfReach(status) ? Status() : status;
 }
 
-Status HostPlan::DropShipments(const HostTarget& replica, const std::string& keepSnapId) {
-  Pair pair;
-  Status status = OpenPair(pair);
-  if (!status.IsOk()) return status;
-  return pair.link->Drop(replica.GetPlace(), keepSnapId, host_->watcher);
+Status HostPlan::DropShipments(const HostTarget& copy, const std::string& keepSnapId) {
+  const bool isSource = copy.GetTarget().GetId() == Get().GetSourceTargetId();
+  const std::string& otherId = isSource ? Get().GetReplicaTargetId() : Get().GetSourceTargetId();
+  std::optional<TargetRow> other;
+  std::unique_ptr<Link> link;
+  Status status = GetStore().GetTarget(otherId, other);
+  if (status.IsOk() && !other) status = NoSuchTarget(otherId);
+  if (status.IsOk()) status = host_->FindLink(other->volume, copy.GetRow().volume, link);
+  return status.IsOk() ? link->Drop(copy.GetPlace(), keepSnapId, host_->watcher) : status;
 }
 
 Status HostPlan::SetRight() {

@@ -68,9 +68,9 @@ class HostPlan {
   Status OpenPair(Pair& pair) const;
   // The copies are no pair any more, as far as they can be reached.
   Status Detach();
-  // Removes what is on its way to the replica, which was opened to be changed, but not what belongs
-  // to `keepSnapId`, which may be empty.
-  Status DropShipments(const HostTarget& replica, const std::string& keepSnapId);
+  // Removes what is on its way to a copy, which was opened to be changed, but not what belongs to
+  // `keepSnapId`, which may be empty.
+  Status DropShipments(const HostTarget& copy, const std::string& keepSnapId);
   // The snapshots that the plan holds on its replica: what it holds on the source alone has not
   // arrived yet. In the order in which it came to hold them.
   Status ListHeld(std::vector<std::string>& snapIds) const;
