@@ -1,18 +1,10 @@
-#include "base/fail_point.h"
 #include "base/kill_point.h"
 #include "contract_fixture.h"
-#include "fake/misbehaviour.h"
 
 // The contract of engines: the part that a target has in a pair.
 
 namespace host_test {
 namespace {
-
-using testing::AnyOf;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
-using VrelDR::kErrExists;
 
 TEST_P(EngineContractTest, ASwitchoverLosesNothingThereAndBackAgainAndAgain) {
   Side* from = &A();

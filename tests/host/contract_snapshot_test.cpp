@@ -1,20 +1,15 @@
 #include <thread>
 
-#include "base/fail_point.h"
 #include "base/kill_point.h"
 #include "contract_fixture.h"
-#include "fake/misbehaviour.h"
 
 // The contract of engines: snapshots.
 
 namespace host_test {
 namespace {
 
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
-using VrelDR::kErrExists;
 
 TEST_P(EngineContractTest, ASnapshotHasTheBytesOfItsTimeWhateverIsWrittenLater) {
   const Tree first = BytesOf(A());

@@ -1,5 +1,3 @@
-#include "base/fail_point.h"
-#include "base/kill_point.h"
 #include "contract_fixture.h"
 #include "fake/misbehaviour.h"
 
@@ -8,11 +6,8 @@
 namespace host_test {
 namespace {
 
-using testing::AnyOf;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Not;
-using VrelDR::kErrExists;
 
 class StrictContractTest : public EngineContractTest {
  protected:

@@ -1,7 +1,5 @@
-#include "base/fail_point.h"
 #include "base/kill_point.h"
 #include "contract_fixture.h"
-#include "fake/misbehaviour.h"
 
 // The contract of engines: volumes and targets.
 

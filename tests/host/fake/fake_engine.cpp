@@ -265,7 +265,7 @@ Status FakeEngine::Restore(const TargetPlace& place, const std::string& snapId,
                            Watch& watch) const {
   Status status = FindSnapshot(place, snapId);
   if (!status.IsOk()) return status;
-  const fs::path built = store_.WorkOf(place) / "restored";
+  const fs::path built = store_.BuildingOf(place) / "restored";
   fs::remove_all(built);
   fs::create_directories(built);
   status = WaitWhileSlow(store_, watch);
@@ -274,7 +274,7 @@ Status FakeEngine::Restore(const TargetPlace& place, const std::string& snapId,
   KillPoint(kRestoreCopied);
   Exchange(built, store_.BytesOf(place));
   KillPoint(kRestoreExchanged);
-  fs::remove_all(store_.WorkOf(place));
+  fs::remove_all(store_.BuildingOf(place));
   KillPoint(kRestoreDone);
   return {};
 }
@@ -400,7 +400,7 @@ Status FakeEngine::CleanUp(const TargetPlace& place, Watcher& watcher) const {
   return OnStore(store_, watcher, [&] {
     Status status = store_.CheckWritable();
     if (!status.IsOk()) return status;
-    fs::remove_all(store_.WorkOf(place));
+    fs::remove_all(store_.BuildingOf(place));
     fs::remove_all(store_.NewOf(place));
     return status;
   });

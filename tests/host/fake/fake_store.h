@@ -39,7 +39,7 @@ struct State {
 //   .fake/          the volume's identity, how many places were given away, and what it does wrong
 //   f-N/state       of one target; the name is its locator
 //   f-N/bytes/      what users see; a LUN's bytes are in "disk.img"
-//   f-N/work/       bytes that are being built
+//   f-N/building/   bytes that are being built
 //   f-N/snapshots/ID/bytes/  there first, and filled then; with "shipped" and "laid_out" beside it
 //                         on its way, and last of all "whole"
 // Calls throw std::system_error for what the file system refuses; see OnStore.
@@ -60,7 +60,9 @@ class Store {
   std::filesystem::path Own() const { return path_ / ".fake"; }
   std::filesystem::path DirOf(const TargetPlace& place) const { return path_ / place.locator; }
   std::filesystem::path BytesOf(const TargetPlace& place) const { return DirOf(place) / "bytes"; }
-  std::filesystem::path WorkOf(const TargetPlace& place) const { return DirOf(place) / "work"; }
+  std::filesystem::path BuildingOf(const TargetPlace& place) const {
+    return DirOf(place) / "building";
+  }
   std::filesystem::path SnapshotOf(const TargetPlace& place, const std::string& snapId) const {
     return DirOf(place) / "snapshots" / snapId;
   }
