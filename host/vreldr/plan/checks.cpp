@@ -35,15 +35,11 @@ Status Copy(HostPlan& plan, const std::string& targetId) {
   return InContext(SideOf(plan.Get(), targetId), status);
 }
 
-// The source's bytes can be replicated to where the replica is, or the other way round.
+// The bytes of one of the copies can be replicated to where the other one is.
 Status Linked(HostPlan& plan, const std::string& fromId, const std::string& toId) {
-  HostTarget from(plan.GetHost());
-  HostTarget to(plan.GetHost());
-  std::unique_ptr<Link> link;
-  Status status = from.OpenToRead(fromId);
-  if (status.IsOk()) status = to.OpenToRead(toId);
-  if (status.IsOk()) status = FindLink(from, to, link);
-  return status.IsOk() ? link->Check(from.GetPlace(), from.GetWatcher()) : status;
+  HostPlan::Pair pair;
+  Status status = plan.OpenPair(fromId, toId, pair);
+  return status.IsOk() ? pair.link->Check(pair.source, plan.GetHost().watcher) : status;
 }
 
 // What is to be done to a copy's place can be done to it.

@@ -215,35 +215,33 @@ Status HostPlan::Promote(const std::string& targetId, const std::string& snapId,
                    target.GetEngine().Promote(target.GetPlace(), snapId, manner, host_->watcher));
 }
 
-Status HostPlan::OpenPair(Pair& pair) const {
-  std::optional<TargetRow> source;
-  std::optional<TargetRow> replica;
-  Status status = GetStore().GetTarget(Get().GetSourceTargetId(), source);
-  if (status.IsOk()) status = GetStore().GetTarget(Get().GetReplicaTargetId(), replica);
+Status HostPlan::OpenPair(const std::string& fromId, const std::string& toId, Pair& pair) const {
+  std::optional<TargetRow> from;
+  std::optional<TargetRow> to;
+  Status status = GetStore().GetTarget(fromId, from);
+  if (status.IsOk()) status = GetStore().GetTarget(toId, to);
   if (!status.IsOk()) return status;
-  if (!source) return NoSuchTarget(Get().GetSourceTargetId());
-  if (!replica) return NoSuchTarget(Get().GetReplicaTargetId());
-  pair.source = PlaceOf(*source);
-  pair.replica = PlaceOf(*replica);
-  return host_->FindLink(source->volume, replica->volume, pair.link);
+  if (!from) return NoSuchTarget(fromId);
+  if (!to) return NoSuchTarget(toId);
+  pair.source = PlaceOf(*from);
+  pair.replica = PlaceOf(*to);
+  return host_->FindLink(from->volume, to->volume, pair.link);
 }
 
 Status HostPlan::Detach() {
   Pair pair;
-  Status status = OpenPair(pair);
+  Status status = OpenPair(Get().GetSourceTargetId(), Get().GetReplicaTargetId(), pair);
   if (status.IsOk()) status = pair.link->Detach(pair.source, pair.replica, host_->watcher);
   return IsOutOfReach(status) ? Status() : status;
 }
 
 Status HostPlan::DropShipments(const HostTarget& copy, const std::string& keepSnapId) {
-  const bool isSource = copy.GetTarget().GetId() == Get().GetSourceTargetId();
-  const std::string& otherId = isSource ? Get().GetReplicaTargetId() : Get().GetSourceTargetId();
-  std::optional<TargetRow> other;
-  std::unique_ptr<Link> link;
-  Status status = GetStore().GetTarget(otherId, other);
-  if (status.IsOk() && !other) status = NoSuchTarget(otherId);
-  if (status.IsOk()) status = host_->FindLink(other->volume, copy.GetRow().volume, link);
-  return status.IsOk() ? link->Drop(copy.GetPlace(), keepSnapId, host_->watcher) : status;
+  const std::string& id = copy.GetTarget().GetId();
+  const bool isSource = id == Get().GetSourceTargetId();
+  Pair pair;
+  Status status =
+      OpenPair(isSource ? Get().GetReplicaTargetId() : Get().GetSourceTargetId(), id, pair);
+  return status.IsOk() ? pair.link->Drop(pair.replica, keepSnapId, host_->watcher) : status;
 }
 
 Status HostPlan::SetRight() {
@@ -268,7 +266,7 @@ Status HostPlan::SetRight() {
 
 Status HostPlan::Attach() {
   Pair pair;
-  Status status = OpenPair(pair);
+  Status status = OpenPair(Get().GetSourceTargetId(), Get().GetReplicaTargetId(), pair);
   return status.IsOk() ? pair.link->Attach(pair.source, pair.replica, host_->watcher) : status;
 }
 

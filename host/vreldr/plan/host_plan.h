@@ -60,12 +60,12 @@ class HostPlan {
   // Lets a copy work with a snapshot's bytes, or with those it has when `snapId` is empty.
   Status Promote(const std::string& targetId, const std::string& snapId, Manner manner);
 
-  // What links the plan's copies, by the direction that its record has. Neither is reached.
+  // What links one of the plan's copies to the other, by the records: neither is reached.
   struct Pair {
     TargetPlace source, replica;
     std::unique_ptr<Link> link;
   };
-  Status OpenPair(Pair& pair) const;
+  Status OpenPair(const std::string& fromId, const std::string& toId, Pair& pair) const;
   // The copies are no pair any more, as far as they can be reached.
   Status Detach();
   // Removes what is on its way to a copy, which was opened to be changed, but not what belongs to
