@@ -42,7 +42,8 @@ void RunBehindAWriter(const std::string& path, const std::string& last, int coun
   const Gate begun;
   const Gate released;
   const pid_t holder = StartChild({}, [&] {
-    const VrelDRCore::SqliteDB db(path, 0, "info");
+    // Patient: its commit, too, waits for those who look at the file in this moment.
+    const VrelDRCore::SqliteDB db(path, 20, "info");
     const bool isHeld = db.Exec("BEGIN IMMEDIATE");
     held.Open();
     released.Wait();
