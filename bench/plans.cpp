@@ -131,7 +131,14 @@ class Groups {
     return prepared;
   }
   void Read(const Statement& select) const {
-    while (sqlite3_step(select.get()) == SQLITE_ROW) ++rows_;
+    while (sqlite3_step(select.get()) == SQLITE_ROW) {
+      ++rows_;
+      for (int i = 0; i < sqlite3_column_count(select.get()); ++i) {
+        sink_ += sqlite3_column_type(select.get(), i) == SQLITE_TEXT
+                     ? sqlite3_column_text(select.get(), i)[0]
+                     : sqlite3_column_int64(select.get(), i);
+      }
+    }
     sqlite3_reset(select.get());
   }
   bool IsThere(const std::string& target) const {
@@ -142,6 +149,7 @@ class Groups {
 
   std::filesystem::path dir_;
   mutable long rows_ = 0;
+  mutable long long sink_ = 0;  // of what stands in the rows
 };
 
 // Registers one measurement of a group, which is made when it is first needed.

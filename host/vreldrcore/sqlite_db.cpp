@@ -3,8 +3,11 @@
 #include <sqlite3.h>
 
 #include <chrono>
+#include <string>
 #include <thread>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "sqlite_statement.h"
 #include "vrelcore/vlibc.h"
@@ -13,7 +16,10 @@ namespace VrelDRCore {
 
 struct SqliteDB::Connection {
   explicit Connection(unsigned int seconds) : busySeconds(seconds) {}
-  ~Connection() { sqlite3_close_v2(db); }
+  ~Connection() {
+    idle.clear();
+    sqlite3_close_v2(db);
+  }
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
@@ -21,6 +27,36 @@ struct SqliteDB::Connection {
   bool isWriter = false;
   unsigned int busySeconds;
   std::chrono::steady_clock::time_point busyDeadline;
+  // Statements that were run and may be again, by their text: preparing one costs more than most of
+  // them take.
+  std::unordered_map<std::string, Statement> idle;
+
+  // A statement for the time of one command, kept for the next one of the same text.
+  class Prepared {
+   public:
+    Prepared(Connection& connection, std::string sql)
+        : connection_(connection), statement_(connection.Take(sql)), sql_(std::move(sql)) {}
+    Prepared(const Prepared&) = delete;
+    Prepared& operator=(const Prepared&) = delete;
+    ~Prepared() {
+      constexpr std::size_t kMostIdle = 64;
+      if (!statement_ || connection_.idle.size() >= kMostIdle) return;
+      statement_.Reset();
+      connection_.idle.emplace(std::move(sql_), std::move(statement_));
+    }
+    Statement& operator*() { return statement_; }
+
+   private:
+    Connection& connection_;
+    Statement statement_;
+    std::string sql_;
+  };
+
+  // One that is idle, which it is not any more, or a new one.
+  Statement Take(const std::string& sql) {
+    auto found = idle.extract(sql);
+    return found ? std::move(found.mapped()) : Statement(db, sql);
+  }
 
   // SQLite calls this again and again while another connection holds the lock it wants. Its own
   // handler backs off to waits of a tenth of a second, so that a loser goes on losing; writers here
@@ -113,35 +149,36 @@ bool SqliteDB::Exec(const std::string& sql) const {
 }
 
 bool SqliteDB::Execute(const std::string& sql, const SqliteValueList& values,
-                       const SqliteCondition& condition) const {
+                       const std::vector<SqliteCondition>& conditions) const {
   if (!OpenToWrite()) return false;
-  Statement statement(connection_->db, sql);
+  Connection::Prepared prepared(*connection_, sql);
+  Statement& statement = *prepared;
   if (!statement) return Record();
   for (std::size_t i = 0; i < values.Size(); ++i) {
     if (!statement.Bind(values.ValueAt(i))) return Record();
   }
-  if (statement.BindCondition(condition)) statement.Step();
+  if (statement.Bind(conditions)) statement.Step();
   return Record();
 }
 
 bool SqliteDB::InsertRecord(const InsertCommand& command) const {
-  return Execute(ToSql(command), command.GetFieldValues(), SqliteCondition());
+  return Execute(ToSql(command), command.GetFieldValues(), {});
 }
 
 bool SqliteDB::UpdateRecord(const UpdateCommand& command) const {
-  if (command.GetCondition().Empty()) {
+  if (command.ListCondition().empty()) {
     SetErr(SQLITE_MISUSE, "an update needs a condition");
     return false;
   }
-  return Execute(ToSql(command), command.GetFieldValues(), command.GetCondition());
+  return Execute(ToSql(command), command.GetFieldValues(), command.ListCondition());
 }
 
 bool SqliteDB::DeleteRecord(const DeleteCommand& command) const {
-  if (command.GetCondition().Empty() != command.IsDeleteAll()) {
+  if (command.ListCondition().empty() != command.IsDeleteAll()) {
     SetErr(SQLITE_MISUSE, "a delete needs either a condition or all rows");
     return false;
   }
-  return Execute(ToSql(command), SqliteValueList(), command.GetCondition());
+  return Execute(ToSql(command), SqliteValueList(), command.ListCondition());
 }
 
 bool SqliteDB::DeleteRecord(const SqliteTableHandler& table,
@@ -155,13 +192,14 @@ bool SqliteDB::DeleteRecord(const SqliteTableHandler& table,
 bool SqliteDB::SelectEach(const SelectCommand& command,
                           const std::function<bool(const SqliteValueList&)>& visit) const {
   if (!OpenToRead()) return false;
-  Statement statement(connection_->db, ToSql(command));
-  if (!statement || !statement.BindCondition(command.GetCondition())) return Record();
+  Connection::Prepared prepared(*connection_, ToSql(command));
+  Statement& statement = *prepared;
+  if (!statement || !statement.Bind(command.ListCondition())) return Record();
+  if (statement.Step() != SQLITE_ROW) return Record();
   SqliteValueList row = statement.MakeRow();
-  while (statement.Step() == SQLITE_ROW) {
+  do {
     statement.ReadRow(row);
-    if (!visit(row)) break;
-  }
+  } while (visit(row) && statement.Step() == SQLITE_ROW);
   return Record();
 }
 

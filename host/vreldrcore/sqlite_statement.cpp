@@ -1,5 +1,6 @@
 #include "sqlite_statement.h"
 
+#include <algorithm>
 #include <string_view>
 
 namespace VrelDRCore {
@@ -11,10 +12,13 @@ std::string QuoteTable(const SqliteTableHandler& table) {
   return table.GetSchema().empty() ? name : QuoteName(table.GetSchema()) + "." + name;
 }
 
-std::string Where(const SqliteCondition& condition) {
-  if (condition.Empty()) return {};
-  return " WHERE " + QuoteName(condition.GetColumn()) +
-         (condition.GetValue().IsNull() ? " IS NULL" : " = ?");
+std::string Where(const std::vector<SqliteCondition>& conditions) {
+  std::string sql;
+  for (const SqliteCondition& each : conditions) {
+    sql += (sql.empty() ? " WHERE " : " AND ") + QuoteName(each.GetColumn()) +
+           (each.GetValue().IsNull() ? " IS NULL" : " = ?");
+  }
+  return sql;
 }
 
 std::string JoinNames(const std::vector<std::string>& names, const std::string& suffix) {
@@ -40,7 +44,7 @@ std::string QuoteName(const std::string& name) {
 std::string ToSql(const SelectCommand& command) {
   std::string sql = "SELECT ";
   sql += command.ListField().empty() ? "*" : JoinNames(command.ListField(), "");
-  sql += " FROM " + QuoteTable(command.GetTable()) + Where(command.GetCondition());
+  sql += " FROM " + QuoteTable(command.GetTable()) + Where(command.ListCondition());
   if (!command.ListOrderField().empty()) {
     sql +=
         " ORDER BY " + JoinNames(command.ListOrderField(), command.IsDescending() ? " DESC" : "");
@@ -69,11 +73,11 @@ std::string ToSql(const UpdateCommand& command) {
     assignments += (i == 0 ? "" : ", ") + QuoteName(values.NameAt(i)) + " = ?";
   }
   return "UPDATE " + QuoteTable(command.GetTable()) + " SET " + assignments +
-         Where(command.GetCondition());
+         Where(command.ListCondition());
 }
 
 std::string ToSql(const DeleteCommand& command) {
-  return "DELETE FROM " + QuoteTable(command.GetTable()) + Where(command.GetCondition());
+  return "DELETE FROM " + QuoteTable(command.GetTable()) + Where(command.ListCondition());
 }
 
 Statement::Statement(sqlite3* db, const std::string& sql) {
@@ -96,8 +100,16 @@ bool Statement::Bind(const SqliteValue& value) {
                              SQLITE_STATIC, SQLITE_UTF8) == SQLITE_OK;
 }
 
-bool Statement::BindCondition(const SqliteCondition& condition) {
-  return condition.Empty() || condition.GetValue().IsNull() || Bind(condition.GetValue());
+bool Statement::Bind(const std::vector<SqliteCondition>& conditions) {
+  return std::all_of(conditions.begin(), conditions.end(), [this](const SqliteCondition& each) {
+    return each.GetValue().IsNull() || Bind(each.GetValue());
+  });
+}
+
+void Statement::Reset() {
+  sqlite3_reset(stmt_.get());
+  sqlite3_clear_bindings(stmt_.get());
+  bound_ = 0;
 }
 
 SqliteValueList Statement::MakeRow() const {

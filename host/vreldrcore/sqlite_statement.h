@@ -10,7 +10,7 @@
 namespace VrelDRCore {
 
 // The SQL text of a command, with a placeholder for every value: the fields' values first, then the
-// condition's unless that asks for NULL.
+// conditions' but for those that ask for NULL.
 std::string ToSql(const SelectCommand& command);
 std::string ToSql(const InsertCommand& command);
 std::string ToSql(const UpdateCommand& command);
@@ -28,12 +28,16 @@ class Statement {
 
   // Bind the next placeholder. Texts are not copied: they must outlive the stepping.
   bool Bind(const SqliteValue& value);
-  bool BindCondition(const SqliteCondition& condition);
+  bool Bind(const std::vector<SqliteCondition>& conditions);
 
   // SQLITE_ROW, SQLITE_DONE or an error code.
   int Step() { return sqlite3_step(stmt_.get()); }
 
-  // A row with this statement's column names, and the current row's values put into such a row.
+  // Ends the stepping and forgets what was bound, so that the statement can be run again.
+  void Reset();
+
+  // A row with the column names of the statement, which stands at a row; and the current row's
+  // values put into such a row.
   SqliteValueList MakeRow() const;
   void ReadRow(SqliteValueList& row) const;
 

@@ -65,6 +65,12 @@ class EngineContractTest : public ContractTest {
            bool found = false;
            return engine.FindTarget(place, found, watcher);
          }},
+        {"LookAtTargets",
+         [&](Watcher& watcher) {
+           std::vector<VrelDR::TargetSight> sights(1);
+           sights.front().place = place;
+           return engine.LookAtTargets(sights, watcher);
+         }},
         {"CheckPlace",
          [&](Watcher& watcher) { return engine.CheckPlace(place, PlaceUse::kRemoval, watcher); }},
         {"FindLeftOut",

@@ -23,6 +23,35 @@ TEST_P(EngineContractTest, ASnapshotHasTheBytesOfItsTimeWhateverIsWrittenLater) 
   EXPECT_THAT(A().Snapshots(), ElementsAre("s1", "s2"));
 }
 
+TEST_P(EngineContractTest, ManyTargetsAreLookedAtAtOnceAndTellWhatEachAloneWould) {
+  Take(A(), "s1");
+  const EngineTarget missing = Prepare(A(), "missing", VrelDR::kTargetShare);
+  std::vector<VrelDR::TargetSight> sights;
+  const auto ask = [&](const TargetPlace& place, const std::string& snapId) {
+    sights.emplace_back().place = place;
+    sights.back().snap_id = snapId;
+  };
+  ask(A().place, "s1");
+  ask(A().place, "never there");
+  ask(A().place, "");
+  ask(A().place, "..");
+  ask(missing.place, "s1");
+  for (int i = 0; i < 2; ++i) {  // what was answered before says nothing
+    Watcher watcher;
+    ExpectGood(A().engine->LookAtTargets(sights, watcher));
+    std::vector<bool> answers;
+    for (const VrelDR::TargetSight& each : sights) {
+      ExpectGood(each.status);
+      answers.push_back(each.has_target);
+      answers.push_back(each.has_snapshot);
+    }
+    const bool isThere = i == 0;
+    EXPECT_THAT(answers,
+                ElementsAre(true, isThere, true, false, true, false, true, false, false, false));
+    ExpectGood(A().RemoveSnapshot("s1"));
+  }
+}
+
 TEST_P(EngineContractTest, SnapshotsAreAddedToWhatWasListed) {
   Take(A(), "s1");
   std::set<std::string> ids = {"before"};

@@ -279,6 +279,54 @@ TEST_F(SqliteTest, UpdatesWhatTheConditionPicks) {
   EXPECT_TRUE(db.UpdateRecord(command));
 }
 
+TEST_F(SqliteTest, AllConditionsHaveToHold) {
+  const SqliteDB db = OpenWithTable();
+  for (const char* text : {"a", "b"}) {
+    for (const int number : {1, 2}) ASSERT_TRUE(Insert(db, text, number));
+    ASSERT_TRUE(Insert(db, text));
+  }
+  SelectCommand select = SelectAll();
+  select.AddCondition(SqliteEqual("a \"b", 2));
+  EXPECT_THAT(Texts(db, select), ElementsAre("a", "b"));
+  select.AddCondition(SqliteEqual("desc", "b"));
+  EXPECT_THAT(Texts(db, select), ElementsAre("b"));
+  select.SetCondition(SqliteIsNull("a \"b"));
+  select.AddCondition(VrelDRCore::SqliteCondition());
+  select.AddCondition(SqliteEqual("desc", "a"));
+  EXPECT_THAT(Texts(db, select), ElementsAre("a"));
+  DeleteCommand command;
+  command.SetTable(Table());
+  command.AddCondition(SqliteEqual("desc", "a"));
+  command.AddCondition(SqliteIsNull("a \"b"));
+  EXPECT_TRUE(db.DeleteRecord(command));
+  EXPECT_THAT(Texts(db, SelectAll()), ElementsAre("a", "a", "b", "b", "b"));
+}
+
+TEST_F(SqliteTest, ACommandCanBeGivenWhileTheSameOneVisitsItsRows) {
+  const SqliteDB db = OpenWithTable();
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(Insert(db, "x", i));
+  int seen = 0;
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(db.SelectEach(SelectAll(), [&](const SqliteValueList&) {
+      EXPECT_TRUE(db.SelectEach(SelectAll(), [&](const SqliteValueList&) { return ++seen > 0; }));
+      return true;
+    }));
+  }
+  EXPECT_EQ(seen, 18);
+}
+
+TEST_F(SqliteTest, ACommandThatIsGivenAgainSeesATableThatWasChangedMeanwhile) {
+  const SqliteDB db = OpenWithTable();
+  ASSERT_TRUE(Insert(db, "x", 1));
+  EXPECT_THAT(Texts(db, SelectAll()), ElementsAre("x"));
+  const SqliteDB other(path_, 1, "info");
+  ASSERT_TRUE(other.Exec(R"(ALTER TABLE "group" ADD COLUMN later DEFAULT 'new')"));
+  std::string later;
+  EXPECT_TRUE(db.SelectEach(
+      SelectAll(), [&](const SqliteValueList& row) { return row.GetValue("later", later); }));
+  EXPECT_EQ(later, "new");
+}
+
 TEST_F(SqliteTest, DeletesWhatTheConditionPicksAndAllOnlyWhenAsked) {
   const SqliteDB db = OpenWithTable();
   ASSERT_TRUE(Insert(db, "a"));

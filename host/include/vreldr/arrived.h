@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "vrelcore/export.h"
@@ -12,6 +13,7 @@ namespace VrelDR {
 struct VREL_API ArrivedSnapshots {
   // The snapshot that arrived last, as the records have it; empty when none has.
   std::string recorded_id;
+  std::uint32_t recorded_time = 0;  // of it; 0 when no record of it is left
   // Whether the replica has that one no more: its bytes, or its record, are gone.
   bool is_gone = false;
   // The newest snapshot that arrived and is there; an empty one when there is none. It is another
@@ -29,7 +31,7 @@ class VREL_API ArrivedReporter : public DRErrRecorder {
   explicit ArrivedReporter(const std::string& planId) : plan_id_(planId) {}
 
   // False when the plan does not exist or the replica cannot be asked: then nothing is known to be
-  // gone, and `recorded_id` alone is told, if the records could be read.
+  // gone, and `recorded_id` and `recorded_time` alone are told, if the records could be read.
   bool Read(ArrivedSnapshots& arrived) const;
 
  private:

@@ -67,14 +67,21 @@ class VREL_API SqliteCommand {
   SqliteTableHandler table_{std::string()};
 };
 
-// A command on the rows that a condition picks.
+// A command on the rows that its conditions pick, each of which has to hold.
 class VREL_API SqliteConditionCommand : public SqliteCommand {
  public:
-  void SetCondition(const SqliteCondition& condition) { condition_ = condition; }
-  const SqliteCondition& GetCondition() const { return condition_; }
+  // The one condition from now on; an empty one is none.
+  void SetCondition(const SqliteCondition& condition) {
+    conditions_.clear();
+    AddCondition(condition);
+  }
+  void AddCondition(const SqliteCondition& condition) {
+    if (!condition.Empty()) conditions_.push_back(condition);
+  }
+  const std::vector<SqliteCondition>& ListCondition() const { return conditions_; }
 
  private:
-  SqliteCondition condition_;
+  std::vector<SqliteCondition> conditions_;
 };
 
 // Selects all columns unless fields are named, all rows unless a condition is set.

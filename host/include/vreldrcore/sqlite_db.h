@@ -66,9 +66,9 @@ class VREL_API SqliteDB : public ErrRecorder {
   bool OpenToWrite() const;
   // Records what the connection says of its last call; true when that is success.
   bool Record() const;
-  // Runs a statement that yields no rows, with `values` and then the condition's value bound.
+  // Runs a statement that yields no rows, with `values` and then the conditions' values bound.
   bool Execute(const std::string& sql, const SqliteValueList& values,
-               const SqliteCondition& condition) const;
+               const std::vector<SqliteCondition>& conditions) const;
 
   std::string path_;
   unsigned int busySeconds_;

@@ -27,6 +27,7 @@ Status HostPlan::LookAtArrived(ArrivedSnapshots& arrived) {
   std::vector<Operation::Snapshot> snapshots;
   Status status = FindRecorded(recorded);
   arrived.recorded_id = recorded.snap_id;
+  arrived.recorded_time = recorded.create_time;
   if (status.IsOk()) status = ListReplicaSnapshots(snapshots);
   if (!status.IsOk()) return status;
   arrived = SnapshotHistory::WhatArrived(recorded, GetRow().hand_snap_id, snapshots);

@@ -1,6 +1,6 @@
 #include "vreldr/plan.h"
 #include "base/boundary.h"
-#include "plan/plan_lock.h"
+#include "plan/standing.h"
 #include "target/host.h"
 
 namespace VrelDR {
@@ -31,10 +31,10 @@ Status FindSiteStatus(const DRPlan& plan, DRSiteStatus& found) {
   if (!status.IsOk() || !row) return status;
   const DRPlan& now = row->plan;
   if (journal.state == OPState::kRunning) {
-    found =
-        PlanLock::IsHeld(host->config.state_dir, now.GetPlanId()) ? kSiteWorking : kSiteInterrupted;
-  } else if (!IsThere(*host, now.GetSourceTargetId()) ||
-             !IsThere(*host, now.GetReplicaTargetId())) {
+    status = LookWhoRuns(*host, now.GetPlanId(), journal, found);
+    if (!status.IsOk() || journal.state == OPState::kRunning) return status;
+  }
+  if (!IsThere(*host, now.GetSourceTargetId()) || !IsThere(*host, now.GetReplicaTargetId())) {
     found = kSiteUnreachable;
   } else {
     found = now.GetStatus() == kPlanFailover ? kSiteFailover : kSiteNormal;

@@ -57,6 +57,7 @@ ArrivedSnapshots WhatArrived(const Snapshot& recorded, const std::string& inHand
                              const SnapshotList& present) {
   ArrivedSnapshots arrived;
   arrived.recorded_id = recorded.snap_id;
+  arrived.recorded_time = recorded.create_time;
   arrived.is_gone = !recorded.snap_id.empty() && Find(present, recorded.snap_id) == nullptr;
   for (const Snapshot& each : present) {
     const bool isOlder = arrived.is_gone && each.meta.description != kBeforeReprotect &&

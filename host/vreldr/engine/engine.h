@@ -48,6 +48,15 @@ struct TargetPlace {
   std::string locator;
 };
 
+// What is asked of a target, and of one of its snapshots unless `snap_id` is empty, and the answer.
+struct TargetSight {
+  TargetPlace place;
+  std::string snap_id;
+  Status status;              // why they could not be asked
+  bool has_target = false;    // as FindTarget tells
+  bool has_snapshot = false;  // with all its data, as ListSnapshots tells
+};
+
 enum class Manner {
   kOrderly,  // the other side has given up its part
   kForced,   // whatever the other side is: nobody could ask it, or the pair is given up
@@ -97,6 +106,10 @@ class StorageEngine {
   virtual Status CreateTarget(const TargetPlace& place, const TargetContent& content,
                               Watcher& watcher) const = 0;
   virtual Status FindTarget(const TargetPlace& place, bool& found, Watcher& watcher) const = 0;
+  // Looks at many targets at once. A failure says nothing of any of them; neither does one of a
+  // single target, which is in its sight, of the others. Asks for one after the other unless an
+  // engine has a shorter way.
+  virtual Status LookAtTargets(std::vector<TargetSight>& sights, Watcher& watcher) const;
   // Whether that can be done to the target's place without touching or losing what is no part of
   // the target: kErrUnsupported, with what is in the way and what to do. The calls ask themselves
   // before they change anything. What a snapshot leaves out is no reason against one.

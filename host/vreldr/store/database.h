@@ -25,6 +25,14 @@ class Database {
                   [&](const Row& each) { return !good || each.state != RecordState::kWhole; });
     return Result(good);
   }
+  // Runs `steps`, which only read, over the records as they are at one moment.
+  template <class Steps>
+  Status ReadAtOnce(Steps&& steps) const {
+    if (!db_.Exec("BEGIN")) return Result(false);
+    const Status status = Result(std::forward<Steps>(steps)(GetRecords()));
+    db_.Exec("COMMIT");
+    return status;
+  }
   // Runs `steps`, which are given the records and return whether to go on, as one transaction: all
   // of them or none.
   template <class Steps>

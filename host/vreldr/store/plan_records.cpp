@@ -38,6 +38,10 @@ std::string ReadPending(const SqliteValueList& values) {
   return GetText(values, "snap_id");
 }
 
+std::string ReadPlanId(const SqliteValueList& values) {
+  return GetText(values, "plan_id");
+}
+
 SyncRow ReadSync(const SqliteValueList& values) {
   SyncRow row;
   row.state = GetNumber<OPState>(values, "state");
@@ -63,6 +67,10 @@ JournalRow ReadJournal(const SqliteValueList& values) {
   return row;
 }
 
+std::pair<std::string, JournalRow> ReadJournalWithPlan(const SqliteValueList& values) {
+  return {ReadPlanId(values), ReadJournal(values)};
+}
+
 VrelDRCore::SqliteEqual OfPlan(const std::string& planId) {
   return {"plan_id", planId};
 }
@@ -75,14 +83,14 @@ bool PlanRecords::ListOfAnyState(std::vector<PlanRow>& rows) const {
 
 bool PlanRecords::SelectOfAnyState(const std::string& targetId, std::vector<PlanRow>& rows) const {
   for (const char* side : {"protected_target_id", "dr_target_id"}) {
-    if (!List(Equal(side, targetId), nullptr, ReadPlan, rows)) return false;
+    if (!List({{side, targetId}}, nullptr, ReadPlan, rows)) return false;
   }
   std::ranges::sort(rows, {}, &PlanRow::seq);
   return true;
 }
 
 bool PlanRecords::GetOfAnyState(const std::string& planId, std::optional<PlanRow>& row) const {
-  return Get(Equal("id", planId), ReadPlan, row);
+  return Get({{"id", planId}}, ReadPlan, row);
 }
 
 bool PlanRecords::Add(const DRPlan& plan) const {
@@ -100,17 +108,21 @@ bool PlanRecords::Add(const DRPlan& plan) const {
 }
 
 bool PlanRecords::Change(const PlanRow& row) const {
-  return Update(Equal("id", row.plan.GetPlanId()), {{"status", row.plan.GetStatus()},
-                                                    {"direction", Number(row.plan.GetDirection())},
-                                                    {"is_reprotected", row.is_reprotected}});
+  return Update({{"id", row.plan.GetPlanId()}}, {{"status", row.plan.GetStatus()},
+                                                 {"direction", Number(row.plan.GetDirection())},
+                                                 {"is_reprotected", row.is_reprotected}});
+}
+
+bool LockRecords::List(std::vector<LockRow>& rows) const {
+  return Table::List({}, "seq", ReadLock, rows);
 }
 
 bool LockRecords::ListOfTarget(const std::string& targetId, std::vector<LockRow>& rows) const {
-  return List(Equal("target_id", targetId), "seq", ReadLock, rows);
+  return Table::List({{"target_id", targetId}}, "seq", ReadLock, rows);
 }
 
 bool LockRecords::ListOfPlan(const std::string& planId, std::vector<LockRow>& rows) const {
-  return List(HeldBy(planId), "seq", ReadLock, rows);
+  return Table::List({HeldBy(planId)}, "seq", ReadLock, rows);
 }
 
 bool LockRecords::Add(const std::string& planId, const std::string& targetId,
@@ -131,11 +143,15 @@ bool LockRecords::AddBoth(const DRPlan& plan, const std::string& snapId) const {
 }
 
 bool PendingRecords::List(const std::string& planId, std::vector<std::string>& snapIds) const {
-  return Table::List(OfPlan(planId), "seq", ReadPending, snapIds);
+  return Table::List({OfPlan(planId)}, "seq", ReadPending, snapIds);
+}
+
+bool PendingRecords::ListPlans(std::vector<std::string>& planIds) const {
+  return Table::List({}, nullptr, ReadPlanId, planIds);
 }
 
 bool SyncRecords::Get(const std::string& planId, std::optional<SyncRow>& row) const {
-  return Table::Get(OfPlan(planId), ReadSync, row);
+  return Table::Get({OfPlan(planId)}, ReadSync, row);
 }
 
 bool SyncRecords::Replace(const std::string& planId, const SyncRow& row) const {
@@ -150,7 +166,11 @@ bool SyncRecords::Replace(const std::string& planId, const SyncRow& row) const {
 }
 
 bool JournalRecords::Get(const std::string& planId, std::optional<JournalRow>& row) const {
-  return Table::Get(OfPlan(planId), ReadJournal, row);
+  return Table::Get({OfPlan(planId)}, ReadJournal, row);
+}
+
+bool JournalRecords::List(std::vector<std::pair<std::string, JournalRow>>& rows) const {
+  return Table::List({}, nullptr, ReadJournalWithPlan, rows);
 }
 
 bool JournalRecords::Replace(const std::string& planId, const JournalRow& row) const {
@@ -166,10 +186,10 @@ bool JournalRecords::Replace(const std::string& planId, const JournalRow& row) c
 }
 
 bool JournalRecords::Finish(const std::string& planId, const std::string& message) const {
-  return Update(OfPlan(planId), {{"state", Number(OPState::kDone)},
-                                 {"progress", 100},
-                                 {"snap_id", ""},
-                                 {"message", message}});
+  return Update({OfPlan(planId)}, {{"state", Number(OPState::kDone)},
+                                   {"progress", 100},
+                                   {"snap_id", ""},
+                                   {"message", message}});
 }
 
 bool Records::TakeInHand(const DRPlan& plan, const std::string& snapId) const {

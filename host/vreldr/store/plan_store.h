@@ -1,6 +1,7 @@
 #pragma once
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,8 @@ class PlanStore {
     return db_.Result(db_.GetRecords().plans.SelectOfAnyState(targetId, rows));
   }
   Status GetPlan(const std::string& planId, std::optional<PlanRow>& row) const;
+  // What is recorded of the plans that have one of the targets on one of their sides.
+  Status ReadFacts(const std::set<std::string>& targetIds, ManyPlanFacts& facts) const;
   // Writes what operations change of a plan: status, direction and the flag of a reprotection. The
   // operation in its journal has reached its end by that, with this to tell.
   Status FinishChange(const PlanRow& row, const std::string& message) const;

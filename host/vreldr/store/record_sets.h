@@ -14,12 +14,12 @@ class TargetRecords : Table {
   bool GetOfAnyState(const std::string& targetId, std::optional<TargetRow>& row) const;
   bool Add(const TargetRow& row) const;
   bool SetState(const std::string& targetId, RecordState state) const {
-    return Update(Equal("id", targetId), {{"state", Number(state)}});
+    return Update({{"id", targetId}}, {{"state", Number(state)}});
   }
   bool SetLastSnapTime(const std::string& targetId, std::uint32_t time) const {
-    return Update(Equal("id", targetId), {{"last_snap_time", Number(time)}});
+    return Update({{"id", targetId}}, {{"last_snap_time", Number(time)}});
   }
-  bool Remove(const std::string& targetId) const { return Delete(Equal("id", targetId)); }
+  bool Remove(const std::string& targetId) const { return Delete({{"id", targetId}}); }
 };
 
 class SnapshotRecords : Table {
@@ -28,22 +28,24 @@ class SnapshotRecords : Table {
 
   // In the order in which they were recorded.
   bool ListOfAnyState(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
+  bool GetOfAnyState(const std::string& targetId, const std::string& snapId,
+                     std::optional<SnapshotRow>& row) const;
   bool Add(const std::string& targetId, const Operation::Snapshot& snapshot,
            RecordState state) const;
   // The sequence number of the one that was added last.
   using Table::GetLastSeq;
   bool Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const {
-    return Update(BySequence(snapshot),
+    return Update({BySequence(snapshot)},
                   {{"state", Number(RecordState::kWhole)}, {"create_time", Number(time)}});
   }
   bool MarkDeleting(const Operation::Snapshot& snapshot) const {
-    return Update(BySequence(snapshot), {{"state", Number(RecordState::kDeleting)}});
+    return Update({BySequence(snapshot)}, {{"state", Number(RecordState::kDeleting)}});
   }
-  bool Remove(const Operation::Snapshot& snapshot) const { return Delete(BySequence(snapshot)); }
+  bool Remove(const Operation::Snapshot& snapshot) const { return Delete({BySequence(snapshot)}); }
   bool Remove(const std::string& targetId, const std::string& snapId) const {
-    return DeleteWith(Equal("target_id", targetId), "snap_id", snapId);
+    return Delete({{"target_id", targetId}, {"snap_id", snapId}});
   }
-  bool RemoveAll(const std::string& targetId) const { return Delete(Equal("target_id", targetId)); }
+  bool RemoveAll(const std::string& targetId) const { return Delete({{"target_id", targetId}}); }
 
  private:
   static Equal BySequence(const Operation::Snapshot& snapshot) {
@@ -69,25 +71,25 @@ class PlanRecords : Table {
   bool GetOfAnyState(const std::string& planId, std::optional<PlanRow>& row) const;
   bool Add(const DRPlan& plan) const;  // in the state kBuilding
   bool SetState(const std::string& planId, RecordState state) const {
-    return Update(Equal("id", planId), {{"state", Number(state)}});
+    return Update({{"id", planId}}, {{"state", Number(state)}});
   }
   // Makes plans whole whose DR copy is the target.
   bool FinishThoseTo(const std::string& drTargetId) const {
-    return Update(Equal("dr_target_id", drTargetId), {{"state", Number(RecordState::kWhole)}});
+    return Update({{"dr_target_id", drTargetId}}, {{"state", Number(RecordState::kWhole)}});
   }
   // Status, direction and the flag of a reprotection.
   bool Change(const PlanRow& row) const;
   bool ForgetReprotection(const std::string& planId) const {
-    return Update(Equal("id", planId), {{"is_reprotected", false}});
+    return Update({{"id", planId}}, {{"is_reprotected", false}});
   }
   // None when `snapId` is empty. Another one has not failed yet.
   bool SetHand(const std::string& planId, const std::string& snapId) const {
-    return Update(Equal("id", planId), {{"hand_snap_id", snapId}, {"hand_failures", 0}});
+    return Update({{"id", planId}}, {{"hand_snap_id", snapId}, {"hand_failures", 0}});
   }
   bool SetHandFailures(const std::string& planId, int failures) const {
-    return Update(Equal("id", planId), {{"hand_failures", failures}});
+    return Update({{"id", planId}}, {{"hand_failures", failures}});
   }
-  bool Remove(const std::string& planId) const { return Delete(Equal("id", planId)); }
+  bool Remove(const std::string& planId) const { return Delete({{"id", planId}}); }
 };
 
 class LockRecords : Table {
@@ -95,6 +97,7 @@ class LockRecords : Table {
   explicit LockRecords(const VrelDRCore::SqliteDB& db) : Table(db, "retention_locks") {}
 
   // In the order in which they were made.
+  bool List(std::vector<LockRow>& rows) const;
   bool ListOfTarget(const std::string& targetId, std::vector<LockRow>& rows) const;
   bool ListOfPlan(const std::string& planId, std::vector<LockRow>& rows) const;
   // By which the plan holds the snapshot of one target, or of both its sides; once more is fine.
@@ -102,9 +105,9 @@ class LockRecords : Table {
   bool AddBoth(const DRPlan& plan, const std::string& snapId) const;
   // On either side.
   bool Remove(const std::string& planId, const std::string& snapId) const {
-    return DeleteWith(HeldBy(planId), "snap_id", snapId);
+    return Delete({HeldBy(planId), {"snap_id", snapId}});
   }
-  bool RemoveAll(const std::string& planId) const { return Delete(HeldBy(planId)); }
+  bool RemoveAll(const std::string& planId) const { return Delete({HeldBy(planId)}); }
 
  private:
   static Equal HeldBy(const std::string& planId) { return {"locker", GetRetentionLocker(planId)}; }
@@ -116,13 +119,15 @@ class PendingRecords : Table {
 
   // In the order in which they were added.
   bool List(const std::string& planId, std::vector<std::string>& snapIds) const;
+  // The plans of all that there are, as often as each has one.
+  bool ListPlans(std::vector<std::string>& planIds) const;
   bool Add(const std::string& planId, const std::string& snapId) const {
     return Insert({{"plan_id", planId}, {"snap_id", snapId}});
   }
   bool Remove(const std::string& planId, const std::string& snapId) const {
-    return DeleteWith(Equal("plan_id", planId), "snap_id", snapId);
+    return Delete({{"plan_id", planId}, {"snap_id", snapId}});
   }
-  bool RemoveAll(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+  bool RemoveAll(const std::string& planId) const { return Delete({{"plan_id", planId}}); }
 };
 
 class SyncRecords : Table {
@@ -131,7 +136,7 @@ class SyncRecords : Table {
 
   bool Get(const std::string& planId, std::optional<SyncRow>& row) const;
   bool Replace(const std::string& planId, const SyncRow& row) const;
-  bool Remove(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+  bool Remove(const std::string& planId) const { return Delete({{"plan_id", planId}}); }
 };
 
 class JournalRecords : Table {
@@ -139,16 +144,18 @@ class JournalRecords : Table {
   explicit JournalRecords(const VrelDRCore::SqliteDB& db) : Table(db, "journals") {}
 
   bool Get(const std::string& planId, std::optional<JournalRow>& row) const;
+  // All of them, with their plans.
+  bool List(std::vector<std::pair<std::string, JournalRow>>& rows) const;
   bool Replace(const std::string& planId, const JournalRow& row) const;
   bool SetProgress(const std::string& planId, int progress) const {
-    return Update(Equal("plan_id", planId), {{"progress", progress}});
+    return Update({{"plan_id", planId}}, {{"progress", progress}});
   }
   // The operation has reached its end, with this to tell.
   bool Finish(const std::string& planId, const std::string& message) const;
   bool AskToStop(const std::string& planId) const {
-    return Update(Equal("plan_id", planId), {{"is_stop_asked", true}});
+    return Update({{"plan_id", planId}}, {{"is_stop_asked", true}});
   }
-  bool Remove(const std::string& planId) const { return Delete(Equal("plan_id", planId)); }
+  bool Remove(const std::string& planId) const { return Delete({{"plan_id", planId}}); }
 };
 
 // All of them, and what takes steps in several. The database must outlive it.

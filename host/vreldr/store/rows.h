@@ -1,9 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "base/status.h"
 #include "vreldr/plan.h"
 #include "vreldr/report.h"
 #include "vreldr/snapshot.h"
@@ -77,6 +80,25 @@ struct LockRow {
   std::string target_id;
   std::string snap_id;
   std::string locker;
+};
+
+// What all the tables have of one plan, at one moment.
+struct PlanFacts {
+  PlanRow row;
+  JournalRow journal;
+  std::size_t pending_count = 0;
+  // Its targets, in any state; none that is not recorded.
+  std::optional<TargetRow> source, replica;
+  // The newest snapshot that the plan holds on its replica; an empty one when there is none. Only
+  // its identifier is known when neither side has a record of it.
+  Operation::Snapshot recorded;
+  bool is_recorded_whole = false;  // at the replica
+};
+
+// The same of many plans. What a spoilt table keeps from them is told here, and empty in all.
+struct ManyPlanFacts {
+  std::vector<PlanFacts> plans;  // oldest first
+  Status journals, pending, recorded;
 };
 
 }  // namespace VrelDR

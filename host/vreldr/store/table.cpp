@@ -1,7 +1,5 @@
 #include "store/table.h"
 
-#include <algorithm>
-
 namespace VrelDR {
 
 namespace {
@@ -24,32 +22,19 @@ bool Table::Insert(Fields fields) const {
   return db_.InsertRecord(command);
 }
 
-bool Table::Update(const Condition& condition, Fields fields) const {
+bool Table::Update(Where where, Fields fields) const {
   VrelDRCore::UpdateCommand command;
   command.SetTable(name_);
-  command.SetCondition(condition);
+  for (const Equal& each : where) command.AddCondition(each);
   command.SetFieldValues(ValuesOf(fields));
   return db_.UpdateRecord(command);
 }
 
-bool Table::Delete(const Condition& condition) const {
-  return db_.DeleteRecord(name_, condition);
-}
-
-bool Table::DeleteWith(const Condition& condition, const char* column,
-                       const std::string& text) const {
-  std::vector<long> found;
-  const auto look = [&](const Values& values) {
-    std::string here;
-    long seq = 0;
-    if (values.GetValue(column, here) && here == text && values.GetValue("seq", seq)) {
-      found.push_back(seq);
-    }
-    return true;
-  };
-  if (!db_.SelectEach(Select(condition, nullptr), look)) return false;
-  return std::all_of(found.begin(), found.end(),
-                     [&](long seq) { return Delete(Equal("seq", seq)); });
+bool Table::Delete(Where where) const {
+  VrelDRCore::DeleteCommand command;
+  command.SetTable(name_);
+  for (const Equal& each : where) command.AddCondition(each);
+  return db_.DeleteRecord(command);
 }
 
 bool Table::GetLastSeq(long& seq) const {
@@ -61,10 +46,10 @@ bool Table::GetLastSeq(long& seq) const {
   return db_.SelectRecord(command, row) && row.GetValue("seq", seq);
 }
 
-VrelDRCore::SelectCommand Table::Select(const Condition& condition, const char* order) const {
+VrelDRCore::SelectCommand Table::Select(Where where, const char* order) const {
   VrelDRCore::SelectCommand command;
   command.SetTable(name_);
-  command.SetCondition(condition);
+  for (const Equal& each : where) command.AddCondition(each);
   if (order != nullptr) command.AddOrderField(order);
   return command;
 }

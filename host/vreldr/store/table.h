@@ -32,8 +32,8 @@ long Number(T value) {
 // table. All calls tell whether the database did what was asked, which it remembers otherwise.
 class Table {
  protected:
-  using Condition = VrelDRCore::SqliteCondition;
   using Equal = VrelDRCore::SqliteEqual;
+  using Where = std::initializer_list<Equal>;  // all of them
   using Values = VrelDRCore::SqliteValueList;
   using Fields = std::initializer_list<std::pair<const char*, VrelDRCore::SqliteValue>>;
 
@@ -41,25 +41,23 @@ class Table {
   Table(const VrelDRCore::SqliteDB& db, const char* name) : db_(db), name_(name) {}
 
   bool Insert(Fields fields) const;
-  bool Update(const Condition& condition, Fields fields) const;
-  bool Delete(const Condition& condition) const;
-  // Of the rows that the condition selects, those with this text; the table has a column "seq".
-  bool DeleteWith(const Condition& condition, const char* column, const std::string& text) const;
+  bool Update(Where where, Fields fields) const;
+  bool Delete(Where where) const;
 
-  // Appends what `read` makes of every row that the condition selects.
+  // Appends what `read` makes of every row that is selected.
   template <class Row>
-  bool List(const Condition& condition, const char* order, Row (*read)(const Values&),
+  bool List(Where where, const char* order, Row (*read)(const Values&),
             std::vector<Row>& rows) const {
-    return db_.SelectEach(Select(condition, order), [&](const Values& values) {
+    return db_.SelectEach(Select(where, order), [&](const Values& values) {
       rows.push_back(read(values));
       return true;
     });
   }
   // Puts what `read` makes of the first row into `row`, which is empty when there is none.
   template <class Row>
-  bool Get(const Condition& condition, Row (*read)(const Values&), std::optional<Row>& row) const {
+  bool Get(Where where, Row (*read)(const Values&), std::optional<Row>& row) const {
     row.reset();
-    return db_.SelectEach(Select(condition, nullptr), [&](const Values& values) {
+    return db_.SelectEach(Select(where, nullptr), [&](const Values& values) {
       row = read(values);
       return false;
     });
@@ -68,7 +66,7 @@ class Table {
   bool GetLastSeq(long& seq) const;
 
  private:
-  VrelDRCore::SelectCommand Select(const Condition& condition, const char* order) const;
+  VrelDRCore::SelectCommand Select(Where where, const char* order) const;
 
   const VrelDRCore::SqliteDB& db_;
   VrelDRCore::SqliteTableHandler name_;

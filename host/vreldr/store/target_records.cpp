@@ -51,7 +51,7 @@ bool TargetRecords::ListOfAnyState(std::vector<TargetRow>& rows) const {
 
 bool TargetRecords::GetOfAnyState(const std::string& targetId,
                                   std::optional<TargetRow>& row) const {
-  return Get(Equal("id", targetId), ReadTarget, row);
+  return Get({{"id", targetId}}, ReadTarget, row);
 }
 
 bool TargetRecords::Add(const TargetRow& row) const {
@@ -64,7 +64,12 @@ bool TargetRecords::Add(const TargetRow& row) const {
 
 bool SnapshotRecords::ListOfAnyState(const std::string& targetId,
                                      std::vector<SnapshotRow>& rows) const {
-  return List(Equal("target_id", targetId), "seq", ReadSnapshot, rows);
+  return List({{"target_id", targetId}}, "seq", ReadSnapshot, rows);
+}
+
+bool SnapshotRecords::GetOfAnyState(const std::string& targetId, const std::string& snapId,
+                                    std::optional<SnapshotRow>& row) const {
+  return Get({{"target_id", targetId}, {"snap_id", snapId}}, ReadSnapshot, row);
 }
 
 bool SnapshotRecords::Add(const std::string& targetId, const Operation::Snapshot& snapshot,
@@ -85,7 +90,7 @@ bool VolumeRecords::List(std::vector<VolumeRow>& rows) const {
 }
 
 bool VolumeRecords::Replace(const VolumeRow& row) const {
-  return Delete(Equal("name", row.name)) &&
+  return Delete({{"name", row.name}}) &&
          Insert({{"name", row.name}, {"id", row.id}, {"file_system", row.file_system}});
 }
 

@@ -15,6 +15,17 @@ Status NoSuchTarget(const std::string& targetId) {
           "target " + Quoted(targetId) + " does not exist; correct the name or create it"};
 }
 
+Status BytesGone(const TargetRow& row) {
+  return {kErrTargetMissing, "the bytes of target " + Quoted(row.target.GetId()) + " on volume " +
+                                 Quoted(row.volume) +
+                                 " are gone; put them back or remove the target"};
+}
+
+std::string Cannot(const std::string& what, const TargetRow& row) {
+  return "cannot " + what + " target " + Quoted(row.target.GetId()) + " on volume " +
+         Quoted(row.volume);
+}
+
 bool IsOutOfReach(const Status& status) {
   return status.code == kErrVolumeMissing || status.code == kErrUnreachable;
 }
@@ -170,10 +181,7 @@ Status HostTarget::FindBytes() const {
   bool found = false;
   Status status = engine_->FindTarget(GetPlace(), found, GetWatcher());
   if (!status.IsOk()) return InContext(Cannot("look at"), status);
-  if (found) return {};
-  return {kErrTargetMissing, "the bytes of target " + Quoted(row_.target.GetId()) + " on volume " +
-                                 Quoted(row_.volume) +
-                                 " are gone; put them back or remove the target"};
+  return found ? Status() : BytesGone(row_);
 }
 
 Status HostTarget::OpenToRead(const std::string& targetId) {
@@ -217,11 +225,6 @@ Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) co
   }
   std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
   return {};
-}
-
-std::string HostTarget::Cannot(const std::string& what) const {
-  return "cannot " + what + " target " + Quoted(row_.target.GetId()) + " on volume " +
-         Quoted(row_.volume);
 }
 
 Status FindLink(const HostTarget& from, const HostTarget& to, std::unique_ptr<Link>& link) {

@@ -76,8 +76,11 @@ std::shared_ptr<Host> TheHost();
 // What is open is of a host that is no more: the calls that follow open it anew.
 void CloseTheHost();
 
-// Says that there is no such target.
+// Says that there is no such target, and that the bytes of a recorded one are not there.
 Status NoSuchTarget(const std::string& targetId);
+Status BytesGone(const TargetRow& row);
+// "cannot `what` target ... on volume ...", for messages.
+std::string Cannot(const std::string& what, const TargetRow& row);
 
 // Whether a volume is not there or does not answer, which says nothing of what is on it.
 bool IsOutOfReach(const Status& status);
@@ -115,8 +118,7 @@ class HostTarget {
   // The snapshots that are recorded as whole and really there, oldest first.
   Status ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const;
 
-  // "cannot `what` target ... on volume ...", for messages.
-  std::string Cannot(const std::string& what) const;
+  std::string Cannot(const std::string& what) const { return VrelDR::Cannot(what, row_); }
 
  private:
   Status FindRow(const std::string& targetId);

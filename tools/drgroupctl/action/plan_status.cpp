@@ -1,9 +1,5 @@
 #include "action/plan_status.h"
 
-#include <vreldr/report.h>
-#include <vreldrgroup/replication/replica_op.h>
-
-#include <algorithm>
 #include <set>
 
 #include "action/plans.h"
@@ -17,6 +13,7 @@ namespace {
 
 using VrelDR::DRPlan;
 using VrelDR::OPState;
+using VrelDR::PlanStanding;
 
 // The word of a status, as programs get it.
 std::string SiteName(VrelDR::DRSiteStatus status) {
@@ -36,16 +33,15 @@ std::string SiteName(VrelDR::DRSiteStatus status) {
   }
 }
 
-// Which copy of a plan cannot be reached.
-std::string MissingCopies(const DRPlan& plan) {
+// Which copies of a plan cannot be reached.
+std::string MissingCopies(const PlanStanding& standing) {
   std::vector<std::string> texts;
-  for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
-    VrelDR::TargetEntry entry;
-    const bool known = FindTarget(id, entry);
-    if (known && entry.is_existed) continue;
-    texts.push_back("target " + Quote(id) +
-                    (known ? " on volume " + Quote(entry.volume) + " is out of reach"
-                           : " does not exist any more"));
+  for (const VrelDR::CopyStanding* copy : {&standing.source, &standing.replica}) {
+    if (copy->is_there) continue;
+    texts.push_back("target " + Quote(copy->target_id) +
+                    (copy->volume.empty()
+                         ? " does not exist any more"
+                         : " on volume " + Quote(copy->volume) + " is out of reach"));
   }
   return Join(texts, ", ");
 }
@@ -56,16 +52,15 @@ bool ChangesRoles(VrelDR::DRPlanOPStatus operation) {
          operation == VrelDR::kOpPromote || operation == VrelDR::kOpReprotect;
 }
 
-std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
-                    const VrelDR::SiteOPJournal& journal) {
-  const std::string task = VrelDR::Utils::ToString(journal.GetOPStatus());
-  switch (status) {
+std::string Problem(const PlanStanding& standing) {
+  const std::string task = VrelDR::Utils::ToString(standing.op);
+  switch (standing.site) {
     case VrelDR::kSiteUnreachable:
-      return MissingCopies(plan);
+      return MissingCopies(standing);
     case VrelDR::kSiteInterrupted:
       return (task.empty() ? "an action" : task) + " was interrupted" +
-             (ChangesRoles(journal.GetOPStatus())
-                  ? ", and target " + Quote(plan.GetWorkingTargetId()) +
+             (ChangesRoles(standing.op)
+                  ? ", and target " + Quote(standing.plan.GetWorkingTargetId()) +
                         ", which works, may be unwritable until the next action on the plan "
                         "settles "
                         "it"
@@ -73,11 +68,11 @@ std::string Problem(const DRPlan& plan, VrelDR::DRSiteStatus status,
     case VrelDR::kSiteUnknown:
       return "how the plan stands cannot be found out";
     default:
-      if (journal.GetState() == OPState::kFailed) {
-        return "the last " + task + " failed: " + journal.GetMessage();
+      if (standing.op_state == OPState::kFailed) {
+        return "the last " + task + " failed: " + standing.op_message;
       }
       // What it could not do and went on without.
-      return status == VrelDR::kSiteFailover ? journal.GetMessage() : std::string();
+      return standing.site == VrelDR::kSiteFailover ? standing.op_message : std::string();
   }
 }
 
@@ -95,35 +90,17 @@ void SetLastArrived(const Arrived& arrived, Json::Value& row) {
   SetAge(arrived.time, row);
 }
 
-// Reads a report, which stays empty when there is none yet. False when it cannot be told: then the
-// reason is in `problems`.
-template <class Reporter, class Report>
-bool Read(const Reporter& reporter, Report& report, std::vector<std::string>& problems) {
-  if (reporter.ReadReport(report) || reporter.GetErrCode() == VrelDR::kErrNotRun) return true;
-  const std::string problem = HostMessage(reporter);
-  if (std::find(problems.begin(), problems.end(), problem) == problems.end()) {
-    problems.push_back(problem);
-  }
-  return false;
-}
-
 }  // namespace
 
 PlanSight LookAtPlans(const std::vector<std::string>& targets) {
   PlanSight sight;
+  const VrelDR::StandingReader reader;
   const std::set<std::string> wanted(targets.begin(), targets.end());
-  std::set<std::string> ids;
-  for (const DRPlan& plan : AllPlans()) {
-    for (const std::string& target : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
-      if (wanted.count(target) == 0) continue;
-      sight.by_target[target].push_back(plan);
-      ids.insert(plan.GetPlanId());
+  if (!reader.Read(wanted, sight.standings)) ThrowHostError(reader);
+  for (const PlanStanding& each : sight.standings) {
+    for (const std::string& id : {each.plan.GetProtectedTargetId(), each.plan.GetDRTargetId()}) {
+      if (wanted.count(id) != 0) sight.by_target[id].push_back(&each);
     }
-  }
-  Json::Value statuses(Json::objectValue);
-  VrelDRGroup::Operation::PlanInfoGet(ids, statuses);
-  for (const std::string& id : statuses.getMemberNames()) {
-    sight.statuses[id] = static_cast<VrelDR::DRSiteStatus>(statuses[id].asInt());
   }
   return sight;
 }
@@ -144,7 +121,8 @@ Json::Value UnprotectedRow() {
   return row;
 }
 
-Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
+Json::Value StatusRow(const PlanStanding& standing) {
+  const DRPlan& plan = standing.plan;
   Json::Value row = UnprotectedRow();
   row["plan_id"] = plan.GetPlanId();
   row["state"] = StateName(plan);
@@ -153,27 +131,22 @@ Json::Value StatusRow(const DRPlan& plan, VrelDR::DRSiteStatus status) {
   row["replica_target_id"] = plan.GetWorkingTargetId() == plan.GetReplicaTargetId()
                                  ? plan.GetSourceTargetId()
                                  : plan.GetReplicaTargetId();
-  row["site"] = SiteName(status);
-  const Arrived arrived = LookAtArrived(plan);
+  row["site"] = SiteName(standing.site);
+  Arrived arrived = ToArrived(standing.arrived, standing.arrived_problem);
+  arrived.is_recorded_known = standing.is_recorded_known;
   SetLastArrived(arrived, row);
-
-  std::vector<std::string> unread;
-  VrelDR::SiteOPJournal journal;
-  Read(VrelDR::SiteOPJournalReporter(plan.GetPlanId()), journal, unread);
-  if (status == VrelDR::kSiteWorking) {
-    row["operation"] = VrelDR::Utils::ToString(journal.GetOPStatus());
-    row["progress"] = journal.GetProgress();
+  if (standing.site == VrelDR::kSiteWorking) {
+    row["operation"] = VrelDR::Utils::ToString(standing.op);
+    row["progress"] = standing.op_progress;
     row["operation_text"] =
-        row["operation"].asString() + " " + std::to_string(journal.GetProgress()) + " %";
+        row["operation"].asString() + " " + std::to_string(standing.op_progress) + " %";
   }
-  VrelDR::PendingSnapReport pending;
-  const bool isPendingKnown = Read(VrelDR::PendingSnapReporter(plan.GetPlanId()), pending, unread);
   row["pending_count"] =
-      isPendingKnown ? Json::Value(Json::UInt64(pending.GetSnapshots().size())) : Json::Value();
-  std::vector<std::string> problems = {Problem(plan, status, journal)};
-  problems.insert(problems.end(), unread.begin(), unread.end());
+      standing.pending_count ? Json::Value(Json::UInt64(*standing.pending_count)) : Json::Value();
+  std::vector<std::string> problems = {Problem(standing)};
+  for (const std::string& each : standing.unread) problems.push_back(Printable(each));
   problems.push_back(ArrivedProblem(plan, arrived));
-  problems.erase(std::remove(problems.begin(), problems.end(), ""), problems.end());
+  std::erase(problems, "");
   row["problem"] = Join(problems, "; ");
   return row;
 }

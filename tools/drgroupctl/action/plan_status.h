@@ -1,27 +1,27 @@
 #pragma once
 
-#include <vreldr/plan.h>
+#include <vreldr/standing.h>
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "output/report.h"
 
 namespace drgroupctl {
 
-// How the plans of this host stand at this moment, read once: what they are and the number that the
-// library gives for each on this node.
+// How plans stand, oldest first, and which of them each target has on one of its sides.
 struct PlanSight {
-  std::map<std::string, std::vector<VrelDR::DRPlan>> by_target;  // by either copy, oldest first
-  std::map<std::string, VrelDR::DRSiteStatus> statuses;          // by plan
+  std::vector<VrelDR::PlanStanding> standings;
+  std::map<std::string, std::vector<const VrelDR::PlanStanding*>> by_target;
 };
 
-// Reads them for the plans that have one of these targets.
+// Looks at the plans of these targets.
 PlanSight LookAtPlans(const std::vector<std::string>& targets);
 
 // How a plan stands, as a row: its state and direction, its last snapshot that arrived, what runs
 // or ran last, what waits to be sent and what is wrong.
-Json::Value StatusRow(const VrelDR::DRPlan& plan, VrelDR::DRSiteStatus status);
+Json::Value StatusRow(const VrelDR::PlanStanding& standing);
 // The same for a target without a plan.
 Json::Value UnprotectedRow();
 

@@ -1,6 +1,5 @@
 #include "host/arrived.h"
 
-#include <vreldr/arrived.h>
 #include <vreldr/target_operation.h>
 
 #include <ctime>
@@ -9,26 +8,31 @@
 
 namespace drgroupctl {
 
+Arrived ToArrived(const VrelDR::ArrivedSnapshots& found, const std::string& problem) {
+  Arrived arrived;
+  arrived.recorded = found.recorded_id;
+  arrived.is_going_back = found.is_going_back;
+  if (problem.empty()) {
+    arrived.presence = found.is_gone ? Presence::kMissing : Presence::kPresent;
+    arrived.snap_id = found.newest.snap_id;
+    arrived.time = found.newest.create_time;
+  } else {
+    arrived.presence = Presence::kUnknown;
+    arrived.problem = Printable(problem);
+    arrived.snap_id = found.recorded_id;
+    arrived.time = found.recorded_time;
+  }
+  return arrived;
+}
+
 Arrived LookAtArrived(const VrelDR::DRPlan& plan) {
   VrelDR::ArrivedSnapshots found;
   const VrelDR::ArrivedReporter reporter(plan.GetPlanId());
   const bool isKnown = reporter.Read(found);
-  Arrived arrived;
-  arrived.recorded = found.recorded_id;
-  arrived.is_going_back = found.is_going_back;
-  if (isKnown) {
-    arrived.presence = found.is_gone ? Presence::kMissing : Presence::kPresent;
-    arrived.snap_id = found.newest.snap_id;
-    arrived.time = found.newest.create_time;
-    return arrived;
-  }
+  Arrived arrived = ToArrived(found, isKnown ? "" : HostMessage(reporter));
   const int code = reporter.GetErrCode();
   arrived.is_recorded_known =
       !arrived.recorded.empty() || (code != VrelDR::kErrStore && code != VrelDR::kErrBusy);
-  arrived.presence = Presence::kUnknown;
-  arrived.problem = HostMessage(reporter);
-  arrived.snap_id = arrived.recorded;
-  if (!arrived.recorded.empty()) arrived.time = TimeOfSnapshot(plan, arrived.recorded);
   return arrived;
 }
 

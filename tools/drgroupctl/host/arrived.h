@@ -1,6 +1,7 @@
 #pragma once
 
 #include <json/value.h>
+#include <vreldr/arrived.h>
 #include <vreldr/plan.h>
 
 #include <cstdint>
@@ -28,6 +29,8 @@ struct Arrived {
 };
 
 Arrived LookAtArrived(const VrelDR::DRPlan& plan);
+// The same of a look that was taken, with the reason why the replica could not be asked, or none.
+Arrived ToArrived(const VrelDR::ArrivedSnapshots& found, const std::string& problem);
 
 // When a snapshot of the plan was taken, as either copy tells it; 0 when neither can.
 std::uint32_t TimeOfSnapshot(const VrelDR::DRPlan& plan, const std::string& snapId);

@@ -21,7 +21,13 @@ void WarnOfCopies(Warnings& warnings, const std::vector<VrelDR::Target>& asked) 
     }
   }
   if (targets.empty()) return;
-  warnings.Print("the snapshots of target " + Join(targets, ", ") +
+  constexpr std::size_t kMostNamed = 3;
+  std::string rest;
+  if (targets.size() > kMostNamed + 1) {
+    rest = " and " + std::to_string(targets.size() - kMostNamed) + " more";
+    targets.resize(kMostNamed);
+  }
+  warnings.Print("the snapshots of target " + Join(targets, ", ") + rest +
                  " are copies and not of one instant: they are only as consistent as the writers "
                  "are quiet");
 }

@@ -3,6 +3,7 @@
 #include <json/value.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace drgroupctl {
@@ -38,8 +39,8 @@ class Report {
   void AddField(const Column& name, const Json::Value& value) {
     parts_.push_back({Part::Kind::kField, name, value, {}});
   }
-  void AddTable(const Column& name, const std::vector<Column>& columns, const Json::Value& rows) {
-    parts_.push_back({Part::Kind::kTable, name, rows, columns});
+  void AddTable(Column name, std::vector<Column> columns, Json::Value rows) {
+    parts_.push_back({Part::Kind::kTable, std::move(name), std::move(rows), std::move(columns)});
   }
   // A sentence for people only.
   void AddText(const std::string& text) {

@@ -42,10 +42,17 @@ Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
   return rows;
 }
 
+Json::Value StatusOf(const VrelDR::DRPlan& plan) {
+  for (const VrelDR::PlanStanding& each : LookAtPlans({plan.GetProtectedTargetId()}).standings) {
+    if (each.plan.GetPlanId() == plan.GetPlanId()) return StatusRow(each);
+  }
+  return UnprotectedRow();  // it has gone meanwhile
+}
+
 Report RunPlanShow(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const Json::Value row = PlanRow(plan);
-  const Json::Value status = StatusRow(plan, VrelDR::Utils::GetPlanLocalSiteStatus(plan));
+  const Json::Value status = StatusOf(plan);
   Report report;
   report.AddField({"plan_id", "Plan"}, row["plan_id"]);
   report.AddField({"target_id", "Target"}, row["target_id"]);

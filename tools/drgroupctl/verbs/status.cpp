@@ -1,6 +1,5 @@
 #include "action/group_action.h"
 #include "action/plan_status.h"
-#include "action/plans.h"
 #include "action/removal.h"
 #include "host/host.h"
 #include "output/text.h"
@@ -23,7 +22,7 @@ void AddGroup(const std::string& groupId, const std::vector<std::string>& target
     row["problem"] = Join(problems, "; ");
     row["group_id"] = groupId;
     row["target_id"] = target;
-    rows.append(row);
+    rows.append(std::move(row));
   };
   for (const std::string& target : targets) {
     const auto plans = sight.by_target.find(target);
@@ -31,11 +30,7 @@ void AddGroup(const std::string& groupId, const std::vector<std::string>& target
       add(target, UnprotectedRow());
       continue;
     }
-    for (const VrelDR::DRPlan& plan : plans->second) {
-      const auto status = sight.statuses.find(plan.GetPlanId());
-      add(target,
-          StatusRow(plan, status == sight.statuses.end() ? VrelDR::kSiteUnknown : status->second));
-    }
+    for (const VrelDR::PlanStanding* each : plans->second) add(target, StatusRow(*each));
   }
 }
 
@@ -70,7 +65,7 @@ Report RunStatus(const Arguments& args, Warnings& /*warnings*/) {
   columns.insert(columns.begin(), {"target_id", "TARGET"});
   if (!args.Has("GROUP")) columns.insert(columns.begin(), {"group_id", "GROUP"});
   Report report;
-  report.AddTable({"targets", "Targets"}, columns, rows);
+  report.AddTable({"targets", "Targets"}, std::move(columns), std::move(rows));
   return report;
 }
 

@@ -36,6 +36,11 @@ using VrelHost::SyncFd;
 
 namespace {
 
+// Whether an entry of that name would be a snapshot.
+bool IsSnapshotName(const std::string& name) {
+  return !name.empty() && name.front() != '.' && name.find('/') == std::string::npos;
+}
+
 // The name of a snapshot whose bytes are going. No identifier begins with a dot.
 std::string GoingName(const std::string& snapId) {
   return ".going." + snapId;
@@ -206,15 +211,42 @@ Status LocalEngine::CheckPlace(const TargetPlace& target, PlaceUse use, Watcher&
 }
 
 Status LocalEngine::FindTarget(const TargetPlace& target, bool& found, Watcher& watcher) const {
-  found = false;
-  auto [volume, own, status] = dir_.Open(target, watcher);
+  std::vector<TargetSight> sights(1);
+  sights.front().place = target;
+  Status status = LookAtTargets(sights, watcher);
+  found = sights.front().has_target;
+  return status.IsOk() ? sights.front().status : status;
+}
+
+Status LocalEngine::LookAtTargets(std::vector<TargetSight>& sights, Watcher& watcher) const {
+  auto [volume, own, status] = dir_.Open(watcher);
   if (!status.IsOk()) return status;
-  struct stat st;
-  if (fstatat(volume.Get(), target.locator.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
-    found = S_ISDIR(st.st_mode);
-    return {};
+  const Fd all = OpenDir(own.Get(), kSnapshots);
+  if (!all && errno != ENOENT) {
+    return StatusOfErrno(errno, dir_.GetPath() + "/" + kOwnDir + "/" + kSnapshots);
   }
-  return errno == ENOENT ? Status() : StatusOfErrno(errno, dir_.PathOf(target));
+  for (TargetSight& sight : sights) {
+    const TargetPlace& target = sight.place;
+    sight.has_target = sight.has_snapshot = false;
+    sight.status = VolumeDir::CheckLocator(target);
+    if (!sight.status.IsOk()) continue;
+    struct stat st;
+    if (fstatat(volume.Get(), target.locator.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      sight.has_target = S_ISDIR(st.st_mode);
+    } else if (errno != ENOENT) {
+      sight.status = StatusOfErrno(errno, dir_.PathOf(target));
+      continue;
+    }
+    if (!all || !IsSnapshotName(sight.snap_id)) continue;
+    const Fd snapshots = OpenDir(all.Get(), target.locator);
+    if (snapshots &&
+        fstatat(snapshots.Get(), sight.snap_id.c_str(), &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      sight.has_snapshot = true;
+    } else if (errno != ENOENT) {
+      sight.status = StatusOfErrno(errno, dir_.SnapshotPath(target, sight.snap_id));
+    }
+  }
+  return {};
 }
 
 Status LocalEngine::RemoveTarget(const TargetPlace& target, Watcher& watcher) const {
@@ -301,7 +333,7 @@ Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::strin
     error = errno;
   }
   for (std::string& name : names) {
-    if (name.front() != '.') snapIds.insert(std::move(name));
+    if (IsSnapshotName(name)) snapIds.insert(std::move(name));
   }
   return error == 0 ? Status()
                     : StatusOfErrno(error, dir_.GetPath() + "/" + kOwnDir + "/" + kSnapshots);

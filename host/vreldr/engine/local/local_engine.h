@@ -33,6 +33,7 @@ class LocalEngine : public StorageEngine {
   Status CreateTarget(const TargetPlace& target, const TargetContent& content,
                       Watcher& watcher) const override;
   Status FindTarget(const TargetPlace& target, bool& found, Watcher& watcher) const override;
+  Status LookAtTargets(std::vector<TargetSight>& sights, Watcher& watcher) const override;
   Status CheckPlace(const TargetPlace& target, PlaceUse use, Watcher& watcher) const override;
   Status FindLeftOut(const TargetPlace& target, std::vector<std::string>& paths,
                      Watcher& watcher) const override;

@@ -50,17 +50,19 @@ VolumeDir::Opened VolumeDir::Open(Watcher& watcher) const {
   return opened;
 }
 
-VolumeDir::Opened VolumeDir::Open(const TargetPlace& target, Watcher& watcher) const {
+Status VolumeDir::CheckLocator(const TargetPlace& target) {
   // It becomes a name in directories, and what is below that may be removed.
   const std::string& name = target.locator;
-  if (!name.empty() && name.front() != '.' && name.find('/') == std::string::npos) {
-    return Open(watcher);
-  }
+  if (!name.empty() && name.front() != '.' && name.find('/') == std::string::npos) return {};
+  return {kErrStore, "the record of target " + Quoted(target.id) +
+                         " means nothing: nothing can be at " + Quoted(name) +
+                         " of a volume; put back a copy of the host's records"};
+}
+
+VolumeDir::Opened VolumeDir::Open(const TargetPlace& target, Watcher& watcher) const {
   Opened failed;
-  failed.status = {kErrStore, "the record of target " + Quoted(target.id) +
-                                  " means nothing: nothing can be at " + Quoted(name) +
-                                  " of a volume; put back a copy of the host's records"};
-  return failed;
+  failed.status = CheckLocator(target);
+  return failed.status.IsOk() ? Open(watcher) : std::move(failed);
 }
 
 VolumeDir::Opened VolumeDir::Open(std::string_view failPoint, const TargetPlace& target,

@@ -47,8 +47,9 @@ class VolumeDir {
     Status status;
   };
   Opened Open(Watcher& watcher) const;
-  // The same for a call about a target: kErrStore when no engine of this kind can have given its
-  // locator.
+  // kErrStore when no engine of this kind can have given the target's locator.
+  static Status CheckLocator(const TargetPlace& target);
+  // The same for a call about a target whose locator is good.
   Opened Open(const TargetPlace& target, Watcher& watcher) const;
   // The same, unless a test lets this step fail for the target.
   Opened Open(std::string_view failPoint, const TargetPlace& target, Watcher& watcher) const;

@@ -1,0 +1,21 @@
+#include "engine/engine.h"
+
+namespace VrelDR {
+
+Status StorageEngine::LookAtTargets(std::vector<TargetSight>& sights, Watcher& watcher) const {
+  for (TargetSight& sight : sights) {
+    std::set<std::string> snapIds;
+    sight.has_target = false;
+    sight.status = FindTarget(sight.place, sight.has_target, watcher);
+    if (sight.status.IsOk() && !sight.snap_id.empty()) {
+      sight.status = ListSnapshots(sight.place, snapIds, watcher);
+    }
+    if (sight.status.code == kErrVolumeMissing || sight.status.code == kErrUnreachable) {
+      return sight.status;  // of none of them anything can be said
+    }
+    sight.has_snapshot = snapIds.count(sight.snap_id) != 0;
+  }
+  return {};
+}
+
+}  // namespace VrelDR
