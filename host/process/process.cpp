@@ -5,84 +5,30 @@
 #include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
-#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <cstddef>
-#include <cstdint>
 #include <ctime>
 #include <utility>
 
-// The C library's clone by its other name: sanitizers take the usual one over, and expect of it
-// that it makes a thread or copies the memory.
-extern "C" int CloneProcess(int (*body)(void*), void* stack, int flags, void* argument,
-                            ...) noexcept __asm__("__clone");
-
-// What runs in the keeper, and in the program before it is executed, does so in this process'
-// memory and on behalf of a thread that goes on: it makes system calls and calls nothing else, and
-// sanitizers, whose notes are the thread's, leave it alone.
-#define ON_THE_SIDE __attribute__((no_sanitize("address", "thread", "undefined")))
+#include "process/on_the_side.h"
 
 namespace VrelHost {
 
 namespace {
 
-constexpr std::size_t kStack = std::size_t{64} * 1024;
-constexpr std::size_t kMaskSize = 8;  // of a set of signals, as the kernel has it
-constexpr int kLastSignal = 64;
-constexpr unsigned long kIgnored = 1;        // SIG_IGN
-constexpr unsigned long kByDefault[8] = {};  // the kernel's struct sigaction: SIG_DFL
-constexpr std::uint64_t kNoSignals = 0;
-constexpr int kOutOfTheWay = 16;
-
 ON_THE_SIDE int Load(const int& word) {
   return __atomic_load_n(&word, __ATOMIC_SEQ_CST);
-}
-
-ON_THE_SIDE bool DieWith(pid_t parent) {
-  return syscall(SYS_prctl, PR_SET_PDEATHSIG, SIGKILL, 0, 0, 0) == 0 &&
-         syscall(SYS_getppid) == parent;
-}
-
-// No handler of this process may run on the side. What is ignored stays so, but for two.
-ON_THE_SIDE void ResetSignals() {
-  for (int each = 1; each <= kLastSignal; ++each) {
-    unsigned long action[8];  // the handler comes first
-    if (syscall(SYS_rt_sigaction, each, nullptr, action, kMaskSize) != 0) continue;
-    if (action[0] == kIgnored && each != SIGCHLD && each != SIGPIPE) continue;
-    (void)syscall(SYS_rt_sigaction, each, kByDefault, nullptr, kMaskSize);
-  }
-}
-
-// Gives the program its descriptors: all that are given first go where none of them can be wanted.
-// 0 or an errno.
-ON_THE_SIDE int PlaceDescriptors(const int* fds, int count) {
-  long placed[4];
-  for (int at = 0; at < count; ++at) {
-    if (fds[at] == ProcessSpec::kAsIs) continue;
-    long fd = fds[at];
-    if (fd == ProcessSpec::kNull) fd = syscall(SYS_openat, AT_FDCWD, "/dev/null", O_RDWR, 0);
-    placed[at] = fd < 0 ? -1 : syscall(SYS_fcntl, fd, F_DUPFD_CLOEXEC, kOutOfTheWay);
-    if (placed[at] < 0) return errno;
-    if (fds[at] == ProcessSpec::kNull) (void)syscall(SYS_close, fd);
-  }
-  for (int at = 0; at < count; ++at) {
-    if (fds[at] != ProcessSpec::kAsIs && syscall(SYS_dup3, placed[at], at, 0) < 0) return errno;
-  }
-  return 0;
 }
 
 // Closes all descriptors but `kept`, which becomes the first. Copies of this process' locks and
 // pipes would stay a little longer than it does.
 ON_THE_SIDE void KeepOnly(int kept) {
   if (kept != 0) (void)syscall(SYS_dup3, kept, 0, O_CLOEXEC);
-  if (syscall(SYS_close_range, 1U, ~0U, 0U) == 0) return;
-  constexpr int kMany = 65536;  // a system without that call
-  for (int each = 1; each < kMany; ++each) (void)syscall(SYS_close, each);
+  CloseDescriptors(1, ~0U);
 }
 
 }  // namespace
@@ -122,11 +68,7 @@ ON_THE_SIDE int Process::Keeper::RunProgram(void* argument) {
     if (!DieWith(Load(keeper->left))) error = ESRCH;
   }
   if (error == 0) error = PlaceDescriptors(spec->fds, 4);
-  if (error == 0) {
-    (void)syscall(SYS_rt_sigprocmask, SIG_SETMASK, &kNoSignals, nullptr, kMaskSize);
-    (void)syscall(SYS_execve, spec->path, spec->argv, spec->envp);
-    error = errno;
-  }
+  if (error == 0) error = Execute(spec->path, spec->argv, spec->envp);
   keeper->error = error;
   syscall(SYS_exit_group, 127);
   return 127;
@@ -139,7 +81,7 @@ ON_THE_SIDE int Process::Keeper::Keep(void* argument) {
   } else {
     // The keeper's own too: a program whose parent ignores SIGCHLD leaves no status.
     ResetSignals();
-    keeper->pid = CloneProcess(RunProgram, keeper->stacks + 2 * kStack,
+    keeper->pid = CloneProcess(RunProgram, keeper->stacks + 2 * kSideStack,
                                CLONE_VM | CLONE_VFORK | SIGCHLD, keeper);
     if (keeper->pid == -1) {
       keeper->error = errno;
@@ -175,7 +117,7 @@ void WaitForChange(const int& word, int value) {
 // Starts the keeper, and the program by it. 0 or an errno.
 int Process::Keeper::Begin() {
   parent = getpid();
-  void* memory = mmap(nullptr, 2 * kStack, PROT_READ | PROT_WRITE,
+  void* memory = mmap(nullptr, 2 * kSideStack, PROT_READ | PROT_WRITE,
                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
   if (memory == MAP_FAILED) return errno;
   stacks = static_cast<char*>(memory);
@@ -189,8 +131,9 @@ int Process::Keeper::Begin() {
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &before);
-  id = CloneProcess(Keep, stacks + kStack, CLONE_VM | CLONE_PARENT_SETTID | CLONE_CHILD_CLEARTID,
-                    this, &left, nullptr, &left);
+  id =
+      CloneProcess(Keep, stacks + kSideStack, CLONE_VM | CLONE_PARENT_SETTID | CLONE_CHILD_CLEARTID,
+                   this, &left, nullptr, &left);
   if (id == -1) error = errno;
   while (id != -1 && Load(is_settled) == 0 && Load(left) != 0) WaitForChange(is_settled, 0);
   if (id != -1 && Load(is_settled) == 0) error = ECHILD;  // somebody has killed it
@@ -203,7 +146,7 @@ void Process::Keeper::Join() {
   for (int each = Load(left); each != 0; each = Load(left)) WaitForChange(left, each);
   while (id != -1 && waitpid(id, nullptr, __WALL) == -1 && errno == EINTR) {
   }
-  if (stacks != nullptr) (void)munmap(stacks, 2 * kStack);
+  if (stacks != nullptr) (void)munmap(stacks, 2 * kSideStack);
   for (const int each : {release_fd, hold_fd}) {
     if (each != -1) close(each);
   }

@@ -4,12 +4,14 @@
 
 #include <memory>
 
+#include "process/on_the_side.h"
+
 namespace VrelHost {
 
 // What a program is started with.
 struct ProcessSpec {
-  static constexpr int kAsIs = -2;  // the program has that descriptor as this process has it
-  static constexpr int kNull = -1;  // it is /dev/null
+  static constexpr int kAsIs = kAsIsFd;  // the program has that descriptor as this process has it
+  static constexpr int kNull = kNullFd;  // it is /dev/null
 
   const char* path = nullptr;  // absolute: PATH is not searched
   char* const* argv = nullptr;

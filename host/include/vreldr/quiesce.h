@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "vrelcore/export.h"
+#include "vreldr/error.h"
 
 namespace VrelDR {
 
@@ -48,6 +49,30 @@ struct VREL_API QuiesceMeans {
   // was, when it is something else: a member of another name or kind, or what FindProblem finds.
   // Lists that are left out are empty.
   bool FromJson(const Json::Value& json, std::string& problem);
+};
+
+// What holding the writers once was like.
+struct VREL_API QuiesceTrial {
+  std::uint64_t freeze_ms = 0;        // until all stood still
+  std::uint64_t held_ms = 0;          // until all went on; no less than the other
+  std::vector<std::string> troubles;  // with letting them go on, a line for each
+};
+
+// Looks whether the writers could be held, and rehearses it. The library needs nothing of this; it
+// is there for a tool that configures the means.
+class VREL_API WriterQuiesce : public DRErrRecorder {
+ public:
+  explicit WriterQuiesce(const QuiesceMeans& means) : means_(means) {}
+
+  // Looks at everything that can be told before anybody is held. False when something is wrong:
+  // kErrNotHeld, with a line for each fault in `faults`.
+  bool Check(std::vector<std::string>& faults) const;
+  // Checks, holds all writers, and lets them go on at once. False when it could not be done; then
+  // nobody is held either.
+  bool Try(QuiesceTrial& trial) const;
+
+ private:
+  QuiesceMeans means_;
 };
 
 }  // namespace VrelDR

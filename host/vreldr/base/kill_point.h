@@ -75,6 +75,11 @@ inline constexpr std::string_view kPlanDeleteDone = "plan_delete.done";
 inline constexpr std::string_view kDropBytesGone = "drop.bytes_gone";  // the record is left
 inline constexpr std::string_view kDropDone = "drop.done";
 
+// Holding the writers, in the process that has them held.
+inline constexpr std::string_view kHoldGuarded = "hold.guarded";  // the guardian is there
+inline constexpr std::string_view kHoldFrozen = "hold.frozen";    // all stand still
+inline constexpr std::string_view kHoldThawed = "hold.thawed";    // all go on
+
 // Making a host, a volume's identity, and bringing old records up to date.
 inline constexpr std::string_view kHostMarked = "host.marked";  // said to be made, nothing there
 inline constexpr std::string_view kHostMovedAside = "host.moved_aside";  // one damaged file of old

@@ -13,31 +13,13 @@
 #include <string_view>
 
 #include "engine/support/activity.h"
+#include "engine/support/program.h"
 
 namespace VrelDR {
 
 namespace {
 
 constexpr std::size_t kMostErrors = 4096;
-
-// Directories of system tools may be missing from PATH.
-std::string SearchPath() {
-  const char* path = std::getenv("PATH");
-  return (path == nullptr ? "" : std::string(path) + ":") + "/usr/sbin:/usr/bin:/sbin:/bin";
-}
-
-std::string FindProgram(const std::string& name) {
-  const std::string path = SearchPath();
-  for (std::size_t at = 0; at <= path.size();) {
-    const std::size_t end = std::min(path.find(':', at), path.size());
-    std::string found = path.substr(at, end - at) + "/" + name;
-    if (found.front() == '/' && found != "/" + name && access(found.c_str(), X_OK) == 0) {
-      return found;
-    }
-    at = end + 1;
-  }
-  return {};
-}
 
 // 0 or an errno. The child leads a group of its own, so that all its processes can be reached.
 int Spawn(const std::vector<std::string>& args, const ChildStreams& streams, int errorsFd,
