@@ -105,6 +105,16 @@ TEST_F(HoldTest, AThawThatFailsIsTroubleAndNoFailure) {
                                      HasSubstr("still locked")));
 }
 
+TEST_F(HoldTest, AHoldThatFailsTellsWhatCouldNotBeThawedEither) {
+  VrelDR::QuiesceCommand command = NotingCommand();
+  command.thaw = Shell("echo 'still locked'; exit 7");
+  QuiesceMeans means = MeansOf(command, 500);
+  means.commands.push_back({Shell("sleep 1000"), Shell("true"), false});
+  WriterHold hold(means);
+  EXPECT_THAT(hold.Hold().message, AllOf(HasSubstr("not frozen in time"),
+                                         HasSubstr("could not be thawed: exit status 7")));
+}
+
 TEST_F(HoldTest, OneOfTwoThatFailsLetsBothGoOn) {
   QuiesceMeans means = MeansOf(NotingCommand("sleep 1000"), 60000);
   means.commands.push_back({Shell("exit 1"), Shell("echo t >>thawed"), false});

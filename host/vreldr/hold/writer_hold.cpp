@@ -90,6 +90,24 @@ Status WriterHold::Check() {
   return faults_.empty() ? Status() : Status{kErrNotHeld, faults_.front()};
 }
 
+// What stood still, or may have, and could not be thawed.
+std::vector<std::string> WriterHold::FindTroubles() const {
+  std::vector<std::string> troubles;
+  for (std::size_t at = 0; at < writers_.size(); ++at) {
+    const GuardSlot& slot = guardian_->GetSlot(at);
+    const bool mayStand = slot.freeze.kind == GuardOutcome::kGood ||
+                          slot.freeze.kind == GuardOutcome::kLate ||
+                          slot.freeze.kind == GuardOutcome::kGaveUp;
+    const std::string text = Explain(slot.thaw, "thawed");
+    if (!text.empty() && mayStand) {
+      troubles.push_back(writers_[at].name + " " + text);
+    } else if (slot.progress == GuardSlot::kThawing && mayStand) {
+      troubles.push_back(writers_[at].name + " was being thawed by a process that was killed");
+    }
+  }
+  return troubles;
+}
+
 // Why the guardian has not frozen everything.
 std::string WriterHold::WhyNotHeld() const {
   if (guardian_->WasLost()) return "the process that froze them was killed; run it again";
@@ -102,6 +120,7 @@ std::string WriterHold::WhyNotHeld() const {
     why += (why.empty() ? "" : "; ") + std::string("the deadline of ") +
            std::to_string(means_.deadline_ms) + " ms has passed";
   }
+  for (const std::string& each : FindTroubles()) why += "; " + each;
   return why;
 }
 
@@ -130,15 +149,7 @@ Status WriterHold::Release(HoldEnd& end) {
   const GuardBoard& board = guardian_->GetBoard();
   end.frozen_after = Between(board.begun, board.frozen);
   end.held = Between(board.begun, board.thawed);
-  for (std::size_t at = 0; at < writers_.size(); ++at) {
-    const GuardSlot& slot = guardian_->GetSlot(at);
-    const std::string text = Explain(slot.thaw, "thawed");
-    if (!text.empty()) {
-      end.troubles.push_back(writers_[at].name + " " + text);
-    } else if (slot.progress == GuardSlot::kThawing) {
-      end.troubles.push_back(writers_[at].name + " was being thawed by a process that was killed");
-    }
-  }
+  end.troubles = FindTroubles();
   std::string why;
   if (guardian_->WasLost()) {
     why = "the process that held the writers was killed";

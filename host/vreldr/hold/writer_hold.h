@@ -53,6 +53,7 @@ class WriterHold {
 
  private:
   void Add(const Status& status, HeldWriter writer);
+  std::vector<std::string> FindTroubles() const;
   std::string WhyNotHeld() const;
 
   QuiesceMeans means_;

@@ -62,6 +62,11 @@ std::string Interpret(const Json::Value& root, Group& group) {
     }
     group.targets.push_back(target);
   }
+  std::string problem;
+  const Json::Value quiesce = Member(root, "quiesce");
+  if (!quiesce.isNull() && !group.quiesce.FromJson(quiesce, problem)) {
+    return "its \"quiesce\": " + problem;
+  }
   return {};
 }
 
@@ -214,6 +219,9 @@ void WriteDefinition(const Group& group) {
   root["group_id"] = group.id;
   root["targets"] = Json::Value(Json::arrayValue);
   for (const VrelDR::Target& each : group.targets) root["targets"].append(each.ToJson());
+  if (group.quiesce.ToJson() != VrelDR::QuiesceMeans().ToJson()) {
+    root["quiesce"] = group.quiesce.ToJson();
+  }
   const std::string path = DefinitionPath(group.directory);
   const int error = WriteFileAtomically(path, VrelDRCore::JsonUtil::ToString(root) + "\n");
   if (error != 0) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <vreldr/quiesce.h>
 #include <vreldr/target.h>
 
 #include <optional>
@@ -16,6 +17,7 @@ struct Group {
   std::string id;
   std::string directory;  // of its database and group.json
   std::vector<VrelDR::Target> targets;
+  VrelDR::QuiesceMeans quiesce = {};  // how its writers are held
 };
 
 // The directory that has one link directory for each group.

@@ -1,6 +1,7 @@
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
+#include "groups/writers.h"
 #include "host/host.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -40,6 +41,7 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
                    {"path", "PATH"},
                    {"problem", "PROBLEM", Shown::kIfAny}},
                   rows);
+  AddWriters(report, group.quiesce);
   return report;
 }
 
@@ -50,7 +52,9 @@ Verb GroupShow() {
           "show a group and its targets",
           {"Shows where its catalogue is, how many group snapshots it has, the latest of them, and "
            "whether each of its targets is there; a question mark, null in JSON, stands for one "
-           "that the host cannot find out about."},
+           "that the host cannot find out about. Also who is held while snapshots are taken; see "
+           "\"group "
+           "quiesce\"."},
           "Nothing.",
           {GroupArgument("the group")},
           {},

@@ -18,6 +18,7 @@ Verb TargetPrune();
 Verb GroupCreate();
 Verb GroupList();
 Verb GroupShow();
+Verb GroupQuiesce();
 Verb GroupRename();
 Verb GroupRelink();
 Verb GroupUpgrade();
