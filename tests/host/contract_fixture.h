@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "contract_rig.h"
+#include "engine/cut.h"
 #include "tree.h"
 
 // What engine/engine.h and engine/link.h promise, of every engine that keeps them. What an engine
@@ -94,6 +95,17 @@ class EngineContractTest : public ContractTest {
          [&, other](Watcher& watcher) {
            return engine.CloneSnapshot(place, "s1", other, watcher);
          }},
+        {"GetCutDomain",
+         [&](Watcher& watcher) {
+           std::string domain;
+           return engine.GetCutDomain(domain, watcher);
+         }},
+        {"PrepareCut",
+         [&](Watcher& watcher) {
+           std::unique_ptr<VrelDR::EngineCut> cut;
+           return engine.PrepareCut({{&engine, place, "new"}}, watcher, cut);
+         }},
+        {"TakeUp", [&](Watcher& watcher) { return engine.TakeUp(place, "s1", watcher); }},
         {"Quiesce", [&](Watcher& watcher) { return engine.Quiesce(place, watcher); }},
         {"Demote", [&](Watcher& watcher) { return engine.Demote(place, watcher); }},
         {"Promote",

@@ -74,6 +74,13 @@ void ContractTest::TearDown() {
   EngineTest::TearDown();
 }
 
+void ContractTest::Grow(const Side& side) {
+  fs::resize_file(side.image->GetImage(), std::uint64_t{2} << 30);
+  const std::string refresh = "losetup -c $(findmnt -no SOURCE '" + side.path + "')";
+  ASSERT_EQ(RunProgram({"sh", "-c", refresh}), 0);
+  ASSERT_EQ(RunProgram({"btrfs", "filesystem", "resize", "max", side.path}), 0);
+}
+
 void ContractTest::ExpectGood(const Status& status) {
   EXPECT_TRUE(status.IsOk()) << status.code << " " << status.message;
 }

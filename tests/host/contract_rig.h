@@ -47,6 +47,9 @@ class ContractTest : public EngineTest {
   void SetUp() override;
   void TearDown() override;
 
+  // Gives a btrfs more room than tests that fill it want.
+  static void Grow(const Side& side);
+
   static void ExpectGood(const VrelDR::Status& status);
   // A target on the side's volume at a place that its engine has prepared.
   static EngineTarget Prepare(const Side& side, const std::string& id, int type);

@@ -9,11 +9,13 @@ namespace VrelDR {
 
 // Calls that a test can let fail for one target, to see what becomes of the others:
 // VRELDR_FAIL_POINT in the environment holds "step@target", or several of them with commas between.
-// Without the variable a fail point does nothing. All but the last are reached before the call has
-// done anything.
+// Without the variable a fail point does nothing. All but "cut" and
+// the last are reached before the call has done anything.
 inline constexpr std::string_view kFailCreate = "create";
 inline constexpr std::string_view kFailRemove = "remove";
 inline constexpr std::string_view kFailTake = "take";
+inline constexpr std::string_view kFailCut = "cut";  // while others of the cut are made
+inline constexpr std::string_view kFailTakeUp = "take_up";
 inline constexpr std::string_view kFailAsk = "ask";  // whether a snapshot exists
 inline constexpr std::string_view kFailQuiesce = "quiesce";
 inline constexpr std::string_view kFailPromote = "promote";

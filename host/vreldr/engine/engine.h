@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -56,6 +57,9 @@ struct TargetSight {
   bool has_target = false;    // as FindTarget tells
   bool has_snapshot = false;  // with all its data, as ListSnapshots tells
 };
+
+class EngineCut;
+struct CutMember;
 
 enum class Manner {
   kOrderly,  // the other side has given up its part
@@ -127,9 +131,27 @@ class StorageEngine {
   // Adds the identifiers of the snapshots that are there with all their data.
   virtual Status ListSnapshots(const TargetPlace& place, std::set<std::string>& snapIds,
                                Watcher& watcher) const = 0;
-  // Removes a snapshot, also what is left of one. Nothing there is fine.
+  // Removes a snapshot, also what is left of one, and one of a cut that was not taken up. Nothing
+  // there is fine.
   virtual Status RemoveSnapshot(const TargetPlace& place, const std::string& snapId,
                                 Watcher& watcher) const = 0;
+
+  // A cut: snapshots of several targets that are made ready together, made as near to one instant
+  // as the engine can, and appear one by one; see engine/cut.h.
+
+  // What a cut can be of one instant over: the targets of all volumes that say the same may be in
+  // one. It says it of the volume as it is now.
+  virtual Status GetCutDomain(std::string& domain, Watcher& watcher) const = 0;
+  // Does all that can be done before the snapshots are made. The members' engines are of this kind
+  // and of one domain, and each target is there once; kErrExists when one has a snapshot of that
+  // name. A failure leaves nothing but what RemoveSnapshot and CleanUp remove.
+  virtual Status PrepareCut(const std::vector<CutMember>& members, Watcher& watcher,
+                            std::unique_ptr<EngineCut>& cut) const = 0;
+  // Lets a snapshot that a cut has made and settled appear among the target's. kErrSnapshotMissing
+  // when there is none; once more is fine.
+  virtual Status TakeUp(const TargetPlace& place, const std::string& snapId,
+                        Watcher& watcher) const = 0;
+
   // Puts a snapshot's bytes in the place of the target's. A failure or a crash leaves those that
   // were there.
   virtual Status RestoreSnapshot(const TargetPlace& place, const std::string& snapId,

@@ -206,17 +206,24 @@ Status FakeEngine::RemoveTarget(const TargetPlace& place, Watcher& watcher) cons
   });
 }
 
+Status FakeEngine::Build(const TargetPlace& place, const std::string& snapId, Watch& watch) const {
+  const fs::path snapshot = store_.SnapshotOf(place, snapId);
+  fs::remove_all(snapshot);  // of a call that was interrupted
+  fs::create_directories(snapshot / "bytes");
+  Status status = WaitWhileSlow(store_, watch);
+  if (status.IsOk()) status = CopyTree(store_.BytesOf(place), snapshot / "bytes", watch);
+  if (!status.IsOk()) return status;
+  KillPoint(kTakeCopied);
+  return {};
+}
+
 Status FakeEngine::Take(const TargetPlace& place, const std::string& snapId, Watch& watch) const {
   Status status = FailPoint(kFailTake, place.id);
   if (!status.IsOk()) return status;
   const fs::path snapshot = store_.SnapshotOf(place, snapId);
   if (store_.IsWhole(place, snapId)) return {kErrExists, Quoted(snapshot) + " is there already"};
-  fs::remove_all(snapshot);  // of a call that was interrupted
-  fs::create_directories(snapshot / "bytes");
-  status = WaitWhileSlow(store_, watch);
-  if (status.IsOk()) status = CopyTree(store_.BytesOf(place), snapshot / "bytes", watch);
+  status = Build(place, snapId, watch);
   if (!status.IsOk()) return status;
-  KillPoint(kTakeCopied);
   store_.Write(snapshot / "whole", {});
   KillPoint(kTakeRenamed);
   return {};

@@ -41,6 +41,11 @@ class FakeEngine : public StorageEngine {
                        Watcher& watcher) const override;
   Status RemoveSnapshot(const TargetPlace& place, const std::string& snapId,
                         Watcher& watcher) const override;
+  Status GetCutDomain(std::string& domain, Watcher& watcher) const override;
+  Status PrepareCut(const std::vector<CutMember>& members, Watcher& watcher,
+                    std::unique_ptr<EngineCut>& cut) const override;
+  Status TakeUp(const TargetPlace& place, const std::string& snapId,
+                Watcher& watcher) const override;
   Status RestoreSnapshot(const TargetPlace& place, const std::string& snapId,
                          Watcher& watcher) const override;
   Status CloneSnapshot(const TargetPlace& place, const std::string& snapId,
@@ -56,11 +61,19 @@ class FakeEngine : public StorageEngine {
   Status CleanUp(const TargetPlace& place, Watcher& watcher) const override;
 
  private:
+  // A cut's calls for one of its members.
+  friend class FakeCut;
+  Status CheckMember(const CutMember& member, Watcher& watcher) const;
+  Status TakeMember(const CutMember& member, Watcher& watcher) const;
+  Status SettleMember(const CutMember& member, Watcher& watcher) const;
+
   Status LoadToChange(const TargetPlace& place, State& state) const;
   Status FindSnapshot(const TargetPlace& place, const std::string& snapId) const;
   Status Fill(const TargetPlace& place, const TargetContent& content, Watch& watch) const;
   // Lets what was built at NewOf appear.
   void Publish(const TargetPlace& place) const;
+  // Copies the target's bytes to where the snapshot is going to be; it is none yet.
+  Status Build(const TargetPlace& place, const std::string& snapId, Watch& watch) const;
   Status Take(const TargetPlace& place, const std::string& snapId, Watch& watch) const;
   Status Restore(const TargetPlace& place, const std::string& snapId, Watch& watch) const;
   Status CheckPeers(const State& state) const;

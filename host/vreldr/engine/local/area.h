@@ -14,6 +14,15 @@ inline constexpr const char* kTmp = "tmp";
 inline constexpr const char* kIncoming = "incoming";
 inline constexpr const char* kFrozen = "frozen";
 
+// The area that has no directories of targets: what cuts change on purpose; see commit_window.h.
+inline constexpr const char* kCut = "cut";
+
+// In a target's directory of kSnapshots: the name of a snapshot of a cut that was not taken up. No
+// identifier begins with a dot.
+inline std::string CutName(const std::string& snapId) {
+  return ".cut." + snapId;
+}
+
 // In a target's directory of kTmp: the bytes of a target that is being made, and those that are to
 // take a target's place.
 inline constexpr const char* kNewTarget = "target";

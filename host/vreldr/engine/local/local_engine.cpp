@@ -275,8 +275,11 @@ Status LocalEngine::TakeSnapshot(const TargetPlace& target, const std::string& s
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
   if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
   if (!IsSubvolume(source.Get())) {
-    return CopySnapshot(target, snapId, source.Get(), own.Get(), snapshots.Get(), writeBack,
-                        watcher);
+    status = CopyBytes(target, snapId, source.Get(), own.Get(), watcher);
+    if (status.IsOk()) status = writeBack.Sync();
+    if (!status.IsOk()) return status;
+    KillPoint(kTakeSynced);
+    return SettleCopy(target, snapId, own.Get(), snapshots.Get(), writeBack);
   }
   const int error = SnapshotSubvolume(source.Get(), snapshots.Get(), snapId, Access::kReadOnly);
   if (error != 0) return StatusOfErrno(error, {});
@@ -287,9 +290,8 @@ Status LocalEngine::TakeSnapshot(const TargetPlace& target, const std::string& s
   return status;
 }
 
-Status LocalEngine::CopySnapshot(const TargetPlace& target, const std::string& snapId, int sourceFd,
-                                 int ownFd, int snapshotsFd, WriteBack& writeBack,
-                                 Watcher& watcher) const {
+Status LocalEngine::CopyBytes(const TargetPlace& target, const std::string& snapId, int sourceFd,
+                              int ownFd, Watcher& watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
   if (!tmp) return dir_.AreaFailure(errno, ownFd, kTmp, target);
   if (mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
@@ -310,13 +312,17 @@ Status LocalEngine::CopySnapshot(const TargetPlace& target, const std::string& s
   if (status.IsOk()) status = CheckNoMountsBelow(copy.Get());
   if (!status.IsOk()) return status;
   KillPoint(kTakeCopied);
-  status = writeBack.Sync();
+  return {};
+}
+
+Status LocalEngine::SettleCopy(const TargetPlace& target, const std::string& snapId, int ownFd,
+                               int snapshotsFd, WriteBack& writeBack) const {
+  const Fd tmp = OpenArea(ownFd, kTmp, target);
+  if (!tmp) return dir_.AreaFailure(errno, ownFd, kTmp, target);
+  Status status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack,
+                         dir_.GetPath());
   if (!status.IsOk()) return status;
-  KillPoint(kTakeSynced);
-  status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack,
-                  dir_.GetPath());
-  if (!status.IsOk()) return status;
-  error = RemoveArea(ownFd, kTmp, target);
+  const int error = RemoveArea(ownFd, kTmp, target);
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
@@ -343,6 +349,10 @@ Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string&
                                    Watcher& watcher) const {
   auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
+  // Of a cut, one that is a copy waits there.
+  const Fd tmp = OpenArea(own.Get(), kTmp, target);
+  if (!tmp && errno != ENOENT) return dir_.AreaFailure(errno, own.Get(), kTmp, target);
+  if (const int error = tmp ? RemoveTree(tmp.Get(), snapId) : 0) return StatusOfErrno(error, {});
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
   if (!snapshots && errno == ENOENT) return {};
   if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
@@ -351,6 +361,7 @@ Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string&
   int error = BeginRemoval(snapshots.Get(), snapId);
   if (error == 0) error = RemoveTree(snapshots.Get(), GoingName(snapId));
   if (error == 0) error = RemoveTree(snapshots.Get(), snapId);
+  if (error == 0) error = RemoveTree(snapshots.Get(), CutName(snapId));
   if (error == 0) error = SyncFd(snapshots.Get());
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }

@@ -13,6 +13,7 @@ class Watch;
 
 namespace Local {
 class WriteBack;
+struct CutPlan;
 }  // namespace Local
 
 // A volume that is a directory of this node; see VolumeDir. It prevents writing of a target that is
@@ -44,6 +45,11 @@ class LocalEngine : public StorageEngine {
                        Watcher& watcher) const override;
   Status RemoveSnapshot(const TargetPlace& target, const std::string& snapId,
                         Watcher& watcher) const override;
+  Status GetCutDomain(std::string& domain, Watcher& watcher) const override;
+  Status PrepareCut(const std::vector<CutMember>& members, Watcher& watcher,
+                    std::unique_ptr<EngineCut>& cut) const override;
+  Status TakeUp(const TargetPlace& target, const std::string& snapId,
+                Watcher& watcher) const override;
   Status RestoreSnapshot(const TargetPlace& target, const std::string& snapId,
                          Watcher& watcher) const override;
   Status CloneSnapshot(const TargetPlace& target, const std::string& snapId,
@@ -57,8 +63,14 @@ class LocalEngine : public StorageEngine {
   Status CleanUp(const TargetPlace& target, Watcher& watcher) const override;
 
  private:
-  Status CopySnapshot(const TargetPlace& target, const std::string& snapId, int sourceFd, int ownFd,
-                      int snapshotsFd, Local::WriteBack& writeBack, Watcher& watcher) const;
+  // The two halves of a snapshot that is a copy: all bytes are beside the target's, and, once they
+  // are on disk, among its snapshots.
+  Status CopyBytes(const TargetPlace& target, const std::string& snapId, int sourceFd, int ownFd,
+                   Watcher& watcher) const;
+  Status SettleCopy(const TargetPlace& target, const std::string& snapId, int ownFd,
+                    int snapshotsFd, Local::WriteBack& writeBack) const;
+  // Opens and checks what a cut needs of a member on this engine's volume.
+  Status AddToCut(const CutMember& member, Watcher& watcher, Local::CutPlan& plan) const;
   // Good when what is in the target's directory of an area can be removed: nothing is mounted
   // there, and no subvolume is nested in what is there.
   Status CheckArea(int ownFd, const char* area, const TargetPlace& target) const;

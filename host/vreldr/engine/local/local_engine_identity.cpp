@@ -23,14 +23,14 @@ using VrelHost::kIdentityFile;
 // An identity that is being written.
 constexpr const char* kNewIdentity = "volume.json.new";
 
-// Whether nothing is in our own directory but what an interrupted marking, or targets that are
-// gone, leave there. 0 or an errno.
+// Whether nothing is in our own directory but what an interrupted marking, cuts, or targets that
+// are gone, leave there. 0 or an errno.
 int LookIntoOwn(int ownFd, bool& empty) {
   std::vector<std::string> names;
   int error = ListDir(ownFd, names);
   for (const std::string& each : names) {
     if (error != 0 || !empty) break;
-    if (each == kNewIdentity) continue;
+    if (each == kNewIdentity || each == kCut) continue;
     std::vector<std::string> below;
     const bool isArea = each == kSnapshots || each == kTmp || each == kIncoming;
     const Fd area = isArea ? OpenDir(ownFd, each) : Fd();

@@ -57,6 +57,27 @@ int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Acces
       btrfs_util_create_snapshot_fd2(sourceFd, parentFd, name.c_str(), flags, nullptr, nullptr));
 }
 
+int SnapshotAtOnce(int sourceFd, int parentFd, const std::string& name) {
+  struct btrfs_ioctl_vol_args_v2 args = {};
+  if (name.size() >= sizeof args.name) return ENAMETOOLONG;
+  args.fd = sourceFd;
+  args.flags = BTRFS_SUBVOL_RDONLY;
+  name.copy(args.name, name.size());
+  return ioctl(parentFd, BTRFS_IOC_SNAP_CREATE_V2, &args) < 0 ? errno : 0;
+}
+
+int ReadSnapshotTransaction(int dirFd, std::uint64_t& transaction) {
+  struct btrfs_ioctl_get_subvol_info_args info = {};
+  if (ioctl(dirFd, BTRFS_IOC_GET_SUBVOL_INFO, &info) < 0) return errno;
+  transaction = info.otransid;
+  return transaction != 0 ? 0 : EIO;
+}
+
+int BeginCommit(int fd) {
+  std::uint64_t transaction = 0;
+  return ioctl(fd, BTRFS_IOC_START_SYNC, &transaction) < 0 ? errno : 0;
+}
+
 int SetAccess(int dirFd, Access access) {
   return ErrnoOf(btrfs_util_set_subvolume_read_only_fd(dirFd, access == Access::kReadOnly));
 }

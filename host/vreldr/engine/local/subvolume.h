@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,14 @@ enum class Access { kReadOnly, kWritable };
 // Makes `name` in `parentFd` a snapshot of the subvolume that `sourceFd` is: of one instant, there
 // as a whole or not at all.
 int SnapshotSubvolume(int sourceFd, int parentFd, const std::string& name, Access access);
+// The same, read-only, by the one call of the system alone. It comes back when the transaction that
+// has the snapshot is on disk.
+int SnapshotAtOnce(int sourceFd, int parentFd, const std::string& name);
+// In which transaction the subvolume `dirFd` was made a snapshot: all that were made in the same
+// one are of one instant. 0, or an errno; a number that means nothing is an error.
+int ReadSnapshotTransaction(int dirFd, std::uint64_t& transaction);
+// Shuts newcomers out of the transaction that is running, and lets it go to disk.
+int BeginCommit(int fd);
 // Lets nobody change what is in the subvolume `dirFd`, root included; or lets them again.
 int SetAccess(int dirFd, Access access);
 bool IsReadOnly(int dirFd);

@@ -15,6 +15,8 @@ namespace VrelDR::Local {
 //   <volume>/.vreldr/volume.json                     its identity
 //   <volume>/.vreldr/snapshots/<target>/<snapshot>/  its snapshots
 //   <volume>/.vreldr/snapshots/<target>/.going.<snapshot>/  one that is being removed
+//   <volume>/.vreldr/snapshots/<target>/.cut.<snapshot>/  one of a cut, not taken up; on btrfs
+//   <volume>/.vreldr/cut/                            what cuts change; see commit_window.h
 //   <volume>/.vreldr/tmp/<target>/                   copies that are being made
 //   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
 //   <volume>/.vreldr/incoming/<target>/.whole.<snapshot>  says that this is all, and on disk
