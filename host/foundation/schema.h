@@ -98,6 +98,20 @@ ALTER TABLE plans ADD COLUMN hand_failures INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE targets ADD COLUMN locator TEXT NOT NULL DEFAULT '';
 UPDATE targets SET locator = id;
 )",
+    // Which snapshots are of one cut, and how that went.
+    R"(
+CREATE TABLE cuts (
+  id TEXT NOT NULL PRIMARY KEY,
+  members INTEGER NOT NULL,
+  grade INTEGER NOT NULL,
+  is_app_consistent INTEGER NOT NULL,
+  method TEXT NOT NULL,
+  skew_ms INTEGER NOT NULL,
+  held_ms INTEGER NOT NULL
+);
+ALTER TABLE snapshots ADD COLUMN cut_id TEXT NOT NULL DEFAULT '';
+CREATE INDEX snapshots_by_cut ON snapshots (cut_id);
+)",
 };
 
 }  // namespace VrelHost

@@ -1,10 +1,12 @@
 #include <gmock/gmock.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "plan_fixture.h"
 #include "tree.h"
 #include "vreldr/arrived.h"
+#include "vreldr/cut.h"
 #include "vreldr/protected_target.h"
 
 // The life of a plan: what is true after each operation, bytes compared.
@@ -47,6 +49,38 @@ TEST_P(PlanLifeTest, ANewPlanHasAnEmptyCopyAndTheSourceWorksAsBefore) {
   EXPECT_EQ(Last(planId), "");
   EXPECT_THAT(PlansOf("a-dr"), ElementsAre(planId));
   ExpectNormal(planId, VrelDR::kMainToDR, tree);
+}
+
+TEST_P(PlanLifeTest, ASyncTakesUpWhatACutHasPreparedAndBothSidesSayOfWhichItIs) {
+  const std::string planId = MakeProtectedShare();
+  ExpectSync(planId);
+  const Snapshot pending = Take("a");
+  EXPECT_TRUE(VrelDR::PendingSnapReporter(planId).Add(pending));
+  VrelDR::DataSyncParam param;
+  param.with_pending = true;
+  std::string cutId;
+  Tree bytes;
+  {
+    VrelDR::Cut cut;
+    ASSERT_TRUE(cut.Prepare({{"a", VrelDR::kTargetShare}})) << cut.GetErr();
+    cutId = cut.GetInfo().id;
+    bytes = Bytes("a");
+    Change("a", "after the cut");
+    std::jthread([&] { ExpectRun(PlanSync(planId, param)); });
+  }
+  for (const char* side : {"a", "a-dr"}) {
+    const Snapshot last = TargetOperation(2, side).GetSnapshot(Last(planId));
+    EXPECT_EQ(last.cut_id, cutId) << side;
+    EXPECT_EQ(BytesOf(side, last.snap_id), bytes);
+  }
+  VrelDR::CutInfo info;
+  EXPECT_TRUE(VrelDR::CutReporter().Find(cutId, info));
+  EXPECT_EQ(info.members, 1);
+  EXPECT_FALSE(TargetOperation(2, "a-dr").GetSnapshot(pending.snap_id).snap_id.empty());
+  // The next one is taken anew.
+  ExpectSync(planId);
+  EXPECT_EQ(TargetOperation(2, "a").GetSnapshot(Last(planId)).cut_id, "");
+  ExpectSameSnapshots(planId);
 }
 
 TEST_P(PlanLifeTest, ASyncGivesBothSidesTheSameSnapshotHeldInsteadOfTheOneBefore) {

@@ -26,7 +26,7 @@ using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 
-constexpr int kNewest = 4;
+constexpr int kNewest = 5;
 
 // Rows for every table that a version has, in all states, as programs of that version wrote them.
 constexpr std::array kRows{
@@ -57,6 +57,9 @@ INSERT INTO journals VALUES ('p1', 2, 1, 55, 1700000000, 'half', 's1', 4711, 1),
 INSERT INTO volumes VALUES ('v1', 'id-1', 'btrfs:00'), ('v 2', 'id-2', '0x1021994');
 UPDATE snapshots SET maker = 'm-' || seq;
 UPDATE plans SET hand_failures = seq + 6;
+)",
+    R"(
+UPDATE targets SET locator = 'at ' || id;
 )",
 };
 
@@ -114,6 +117,10 @@ Content Upgraded(Content content, int version) {
   }
   if (version < 4) {
     for (Row& row : content["targets"]) row["locator"] = row["id"];
+  }
+  if (version < 5) {
+    content["cuts"];
+    for (Row& row : content["snapshots"]) row["cut_id"] = "";
   }
   content["vreldrcore_db_info"] = {{{"key", "version"}, {"value", std::to_string(kNewest)}}};
   return content;
@@ -198,7 +205,8 @@ TEST_P(RecordsUpgradeTest, OneThatIsKilledHasHappenedOnceItIsCommittedAndNotBefo
   }
 }
 
-// So many targets that SQLite writes pages of the transaction to the file before it is committed.
+// So many rows, and so little memory for them, that SQLite writes pages of the transaction to the
+// file before it is committed.
 TEST_P(RecordsUpgradeTest, OneThatIsCutHalfWayIsTakenBackByItsJournalAndDoneByTheNextOpening) {
   for (int version = 1; version < kNewest; ++version) {
     SCOPED_TRACE(version);
@@ -206,7 +214,10 @@ TEST_P(RecordsUpgradeTest, OneThatIsCutHalfWayIsTakenBackByItsJournalAndDoneByTh
     ASSERT_TRUE(VrelHost::RecordsAt(Records()).Exec(
         "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n"
         " WHERE i < 4000) INSERT INTO targets (id, type, volume, state)"
-        " SELECT 'many' || i, 2, hex(zeroblob(500)), 2 FROM n"));
+        " SELECT 'many' || i, 2, hex(zeroblob(500)), 2 FROM n;"
+        "INSERT INTO snapshots (target_id, snap_id, state) SELECT id, 's', 2 FROM targets"
+        " WHERE id LIKE 'many%';"
+        "PRAGMA default_cache_size = 10"));
     const Content before = ContentOf(Records());
     const std::string old = ReadFile(Records());
     ASSERT_EQ(UpgradeKilledAt(VrelDR::kRecordsUpgrading), 128 + SIGKILL);
@@ -246,29 +257,29 @@ TEST_P(RecordsUpgradeTest, TwoProcessesThatBothSawTheEarlierVersionBothSucceed) 
 
 TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNothingBack) {
   MakeVersion(kNewest - 1, true);
-  const std::string last = "UPDATE vreldrcore_db_info SET value = '5'; CREATE TABLE later (a)";
+  const std::string last = "UPDATE vreldrcore_db_info SET value = '6'; CREATE TABLE later (a)";
   RunBehindAWriter(Records(), last, 2, [this] {
     const VrelDR::Status status = Upgrade(Records());
     return status.code == VrelDR::kErrStore &&
-           status.message.find("are of version 5,") != std::string::npos;
+           status.message.find("are of version 6,") != std::string::npos;
   });
   Content after = ContentOf(Records());
-  EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], "5");
+  EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], "6");
   EXPECT_EQ(after.count("later"), 1U);
-  EXPECT_EQ(after["targets"].front().count("locator"), 0U);
+  EXPECT_EQ(after["snapshots"].front().count("cut_id"), 0U);
 }
 
 TEST_P(RecordsUpgradeTest, RecordsOfALaterVersionAreRefusedAndStayAsTheyAre) {
   MakeVersion(kNewest, true);
   ASSERT_TRUE(
       VrelHost::RecordsAt(Records()).Exec("ALTER TABLE targets ADD COLUMN later;"
-                                          "UPDATE vreldrcore_db_info SET value = '5'"));
+                                          "UPDATE vreldrcore_db_info SET value = '6'"));
   const auto before = DescribeTree(Root());
   std::optional<VrelDR::Store> store;
   const VrelDR::Status status = VrelDR::Store::Open(Root(), store);
   EXPECT_EQ(status.code, VrelDR::kErrStore);
   EXPECT_THAT(status.message, HasSubstr(Records()));
-  EXPECT_THAT(status.message, HasSubstr("are of version 5,"));
+  EXPECT_THAT(status.message, HasSubstr("are of version 6,"));
   EXPECT_FALSE(store);
   VrelHost::RecordsCondition condition{};
   EXPECT_TRUE(VrelHost::ExamineRecords(Records(), condition).IsOk());

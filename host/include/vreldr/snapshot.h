@@ -29,8 +29,9 @@ struct VREL_API Snapshot {
   std::string snap_id;            // empty when the snapshot does not exist
   std::uint64_t sequence = 0;     // grows with every snapshot taken on this host
   SnapshotMeta meta;
-  std::string path;   // where its bytes can be read
-  std::string maker;  // of the process that took it, see ThisMaker; empty when that is not known
+  std::string path;    // where its bytes can be read
+  std::string cut_id;  // of the cut that it is of, see vreldr/cut.h; empty when it is of none
+  std::string maker;   // of the process that took it, see ThisMaker; empty when that is not known
 
   // Newer than: by creation time, then by the order in which the snapshots were taken.
   bool operator>(const Snapshot& other) const {

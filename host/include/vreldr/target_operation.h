@@ -33,7 +33,8 @@ class VREL_API TargetOperation : public DRErrRecorder {
   Operation::Snapshot GetSnapshot(const std::string& snapId) const;
 
   // Takes a snapshot, read-only and on disk when the call returns, and puts its identifier into
-  // `snapId`. A failure or a crash leaves no part of one that could be taken for a whole one.
+  // `snapId`. A failure or a crash leaves no part of one that could be taken for a whole one. Of a
+  // target that a cut of this process has prepared it is the cut's; see vreldr/cut.h.
   bool TakeSnapshot(const Operation::SnapshotMeta& meta, std::string& snapId) const;
   // Removes a snapshot. Fails with kErrSnapshotMissing when there is none of that name.
   bool DeleteSnapshot(const std::string& snapId) const;

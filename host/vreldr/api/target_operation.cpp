@@ -17,7 +17,7 @@ using Operation::Snapshot;
 Status Take(const Target& target, const Operation::SnapshotMeta& meta, std::string& snapId) {
   const std::shared_ptr<Host> host = TheHost();
   HostTarget opened(*host);
-  Status status = opened.OpenToWrite(target.GetId());
+  Status status = opened.OpenToTake(target.GetId());
   if (status.IsOk()) {
     status = InContext(opened.Cannot("take a snapshot of"),
                        Guard::CheckChangeable(opened.GetStore(), target.GetId()));

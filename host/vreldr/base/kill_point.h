@@ -11,14 +11,18 @@ namespace VrelDR {
 // Cloning goes through the steps of creating. "copy.file" is reached after each file of a copy, the
 // others once in the call they are named for. A step that an engine does not have is not reached
 // there.
-inline constexpr std::string_view kTakeRecorded = "take.recorded";    // record made, no bytes yet
-inline constexpr std::string_view kCopyFile = "copy.file";            // one file of a tree copied
-inline constexpr std::string_view kTakeCopied = "take.copied";        // all copied, not yet synced
-inline constexpr std::string_view kTakeSynced = "take.synced";        // synced, not yet read-only
-inline constexpr std::string_view kTakeFrozen = "take.frozen";        // read-only below its top
-inline constexpr std::string_view kTakeRenamed = "take.renamed";      // under its name
-inline constexpr std::string_view kTakeWhole = "take.whole";          // bytes done, record not
-inline constexpr std::string_view kTakeDone = "take.done";            // record complete
+inline constexpr std::string_view kTakeRecorded = "take.recorded";  // record made, no bytes yet
+inline constexpr std::string_view kCopyFile = "copy.file";          // one file of a tree copied
+inline constexpr std::string_view kTakeCopied = "take.copied";      // all copied, not yet synced
+inline constexpr std::string_view kTakeSynced = "take.synced";      // synced, not yet read-only
+inline constexpr std::string_view kTakeFrozen = "take.frozen";      // read-only below its top
+inline constexpr std::string_view kTakeRenamed = "take.renamed";    // under its name
+inline constexpr std::string_view kTakeWhole = "take.whole";        // bytes done, record not
+inline constexpr std::string_view kTakeDone = "take.done";          // record complete
+inline constexpr std::string_view kCutRecorded = "cut.recorded";    // all its snapshots, no bytes
+inline constexpr std::string_view kCutTaken = "cut.taken";          // bytes there, writers released
+inline constexpr std::string_view kCutSettled = "cut.settled";      // on disk, still hidden
+inline constexpr std::string_view kTakeUpRenamed = "take_up.renamed";  // bytes done, record not
 inline constexpr std::string_view kDeleteMarked = "delete.marked";    // record says so, bytes whole
 inline constexpr std::string_view kRemoveEntry = "remove.entry";      // one entry of a tree removed
 inline constexpr std::string_view kDeleteRenamed = "delete.renamed";  // no snapshot any more

@@ -156,15 +156,24 @@ bool HostPlan::IsStopAsked() const {
   return Records().GetJournal(Get().GetPlanId(), journal).IsOk() && journal.is_stop_asked;
 }
 
-Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) const {
+Status HostPlan::OpenPatiently(const std::string& targetId,
+                               const std::function<Status()>& open) const {
   const auto deadline = std::chrono::steady_clock::now() + kPatience;
   for (;;) {
-    Status status = target.OpenToWrite(targetId);
+    Status status = open();
     if (status.code != kErrBusy || std::chrono::steady_clock::now() >= deadline) {
       return InContext(SideOf(Get(), targetId), status);
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
+}
+
+Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) const {
+  return OpenPatiently(targetId, [&] { return target.OpenToWrite(targetId); });
+}
+
+Status HostPlan::OpenToTake(const std::string& targetId, HostTarget& target) const {
+  return OpenPatiently(targetId, [&] { return target.OpenToTake(targetId); });
 }
 
 Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {

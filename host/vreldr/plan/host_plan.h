@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -53,6 +54,8 @@ class HostPlan {
   // Opens one of the plan's targets to change it. Somebody who works on it is waited for a few
   // seconds.
   Status OpenToWrite(const std::string& targetId, HostTarget& target) const;
+  // The same to take a snapshot, or while one that a cut has prepared waits for that.
+  Status OpenToTake(const std::string& targetId, HostTarget& target) const;
   // Nobody writes a copy from now on; it still is what it was.
   Status Quiesce(const std::string& targetId);
   // The same, and it gives up its part.
@@ -86,6 +89,7 @@ class HostPlan {
   Status ListReplicaSnapshots(std::vector<Operation::Snapshot>& snapshots);
 
  private:
+  Status OpenPatiently(const std::string& targetId, const std::function<Status()>& open) const;
   Status Quiesce(const std::string& targetId, HostTarget& target);
   Status Find(const std::string& planId);
   Status Busy() const;

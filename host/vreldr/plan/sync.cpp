@@ -141,7 +141,7 @@ Status PlanSyncer::SendPending() {
 Status PlanSyncer::TakeInHand(const std::string& snapId, bool& found) {
   HostTarget source(plan_.GetHost());
   Snapshot snapshot;
-  Status status = plan_.OpenToWrite(plan_.Get().GetSourceTargetId(), source);
+  Status status = plan_.OpenToTake(plan_.Get().GetSourceTargetId(), source);
   if (!status.IsOk()) return status;
   status = FindSnapshot(source, snapId, snapshot);
   found = status.IsOk();
@@ -155,7 +155,7 @@ Status PlanSyncer::TakeNew(std::string& snapId) {
   HostTarget replica(plan_.GetHost());
   HostTarget source(plan_.GetHost());
   Status status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
-  if (status.IsOk()) status = plan_.OpenToWrite(plan_.Get().GetSourceTargetId(), source);
+  if (status.IsOk()) status = plan_.OpenToTake(plan_.Get().GetSourceTargetId(), source);
   if (!status.IsOk()) return status;
   SnapshotOrder order;
   order.meta = param_.meta;

@@ -34,10 +34,8 @@ class SnapshotRecords : Table {
            RecordState state) const;
   // The sequence number of the one that was added last.
   using Table::GetLastSeq;
-  bool Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const {
-    return Update({BySequence(snapshot)},
-                  {{"state", Number(RecordState::kWhole)}, {"create_time", Number(time)}});
-  }
+  // Makes it whole, of `time`, with what the caller says of it.
+  bool Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const;
   bool MarkDeleting(const Operation::Snapshot& snapshot) const {
     return Update({BySequence(snapshot)}, {{"state", Number(RecordState::kDeleting)}});
   }
@@ -51,6 +49,23 @@ class SnapshotRecords : Table {
   static Equal BySequence(const Operation::Snapshot& snapshot) {
     return {"seq", Number(snapshot.sequence)};
   }
+};
+
+class CutRecords : Table {
+ public:
+  explicit CutRecords(const VrelDRCore::SqliteDB& db) : Table(db, "cuts"), db_(db) {}
+
+  bool Get(const std::string& cutId, std::optional<CutInfo>& row) const;
+  bool Add(const CutInfo& row) const;
+  // Those of which no snapshot is recorded.
+  bool RemoveUnused() const {
+    return db_.Exec(
+        "DELETE FROM cuts WHERE NOT EXISTS"
+        " (SELECT 1 FROM snapshots WHERE snapshots.cut_id = cuts.id)");
+  }
+
+ private:
+  const VrelDRCore::SqliteDB& db_;
 };
 
 class VolumeRecords : Table {
@@ -163,6 +178,7 @@ struct Records {
   explicit Records(const VrelDRCore::SqliteDB& db)
       : targets(db),
         snapshots(db),
+        cuts(db),
         volumes(db),
         plans(db),
         locks(db),
@@ -172,11 +188,19 @@ struct Records {
 
   // The plan has the snapshot in hand and holds it on the source.
   bool TakeInHand(const DRPlan& plan, const std::string& snapId) const;
+  // The snapshots of a target, or one of it, with what was recorded of their cuts alone.
+  bool RemoveSnapshots(const std::string& targetId) const {
+    return snapshots.RemoveAll(targetId) && cuts.RemoveUnused();
+  }
+  bool RemoveSnapshot(const Operation::Snapshot& snapshot) const {
+    return snapshots.Remove(snapshot) && cuts.RemoveUnused();
+  }
   // The plan with all that was recorded of it.
   bool RemovePlan(const std::string& planId) const;
 
   TargetRecords targets;
   SnapshotRecords snapshots;
+  CutRecords cuts;
   VolumeRecords volumes;
   PlanRecords plans;
   LockRecords locks;

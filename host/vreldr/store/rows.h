@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/status.h"
+#include "vreldr/cut.h"
 #include "vreldr/plan.h"
 #include "vreldr/report.h"
 #include "vreldr/snapshot.h"

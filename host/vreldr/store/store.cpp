@@ -52,7 +52,7 @@ Status Store::RemoveTarget(const std::string& targetId) const {
                                  return each.state == RecordState::kWhole ||
                                         records.RemovePlan(each.plan.GetPlanId());
                                }) &&
-           records.snapshots.RemoveAll(targetId) && records.targets.Remove(targetId);
+           records.RemoveSnapshots(targetId) && records.targets.Remove(targetId);
   });
 }
 
@@ -66,6 +66,19 @@ Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snap
   });
   if (status.IsOk()) snapshot.sequence = static_cast<std::uint64_t>(sequence);
   return status;
+}
+
+Status Store::AddSnapshots(const std::vector<NewSnapshot>& added) const {
+  return db_.Transact([&](const Records& records) {
+    return std::ranges::all_of(added, [&](const NewSnapshot& each) {
+      long sequence = 0;
+      const bool isGood =
+          records.snapshots.Add(each.target_id, *each.snapshot, RecordState::kBuilding) &&
+          records.snapshots.GetLastSeq(sequence);
+      each.snapshot->sequence = static_cast<std::uint64_t>(sequence);
+      return isGood;
+    });
+  });
 }
 
 Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,

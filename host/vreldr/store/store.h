@@ -54,19 +54,31 @@ class Store {
   // With a plan it is in the plan's hand from then on, which takes it to send it.
   Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
                      const DRPlan* plan) const;
+  // The same of a snapshot of each of several targets, all or none.
+  struct NewSnapshot {
+    std::string target_id;
+    Operation::Snapshot* snapshot = nullptr;
+  };
+  Status AddSnapshots(const std::vector<NewSnapshot>& added) const;
   // A snapshot of the plan's source has arrived at its replica whole: it is neither in hand nor
   // pending any more. When it `isNewest` the plan holds it on both sides, and nothing else. The
   // record of one of that name whose bytes had gone goes.
   Status AddArrived(const TargetRow& replica, const Operation::Snapshot& snapshot,
                     const DRPlan& plan, bool isNewest) const;
-  // Makes it whole, of `time`.
+  // Makes it whole, of `time`, with what its `meta` says now.
   Status FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                         std::uint32_t time) const;
   Status MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
     return db_.Result(db_.GetRecords().snapshots.MarkDeleting(snapshot));
   }
   Status RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-    return db_.Result(db_.GetRecords().snapshots.Remove(snapshot));
+    return db_.Transact([&](const Records& records) { return records.RemoveSnapshot(snapshot); });
+  }
+
+  // What is recorded of a cut goes with the last record of a snapshot of it.
+  Status AddCut(const CutInfo& row) const { return db_.Result(db_.GetRecords().cuts.Add(row)); }
+  Status GetCut(const std::string& cutId, std::optional<CutInfo>& row) const {
+    return db_.Result(db_.GetRecords().cuts.Get(cutId, row));
   }
 
   Status ListVolumes(std::vector<VolumeRow>& rows) const {

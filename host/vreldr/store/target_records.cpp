@@ -1,4 +1,4 @@
-// The tables of targets, of their snapshots and of volumes.
+// The tables of targets, of their snapshots, of cuts and of volumes.
 #include "store/record_sets.h"
 
 namespace VrelDR {
@@ -27,8 +27,21 @@ SnapshotRow ReadSnapshot(const SqliteValueList& values) {
   values.GetValue("is_locked", snapshot.meta.is_locked);
   values.GetValue("is_app_consistent", snapshot.meta.is_app_consistent);
   snapshot.meta.taken_by = GetText(values, "taken_by");
+  snapshot.cut_id = GetText(values, "cut_id");
   snapshot.maker = GetText(values, "maker");
   row.state = GetNumber<RecordState>(values, "state");
+  return row;
+}
+
+CutInfo ReadCut(const SqliteValueList& values) {
+  CutInfo row;
+  row.id = GetText(values, "id");
+  row.members = GetNumber<int>(values, "members");
+  row.grade = GetNumber<CutGrade>(values, "grade");
+  values.GetValue("is_app_consistent", row.is_app_consistent);
+  row.method = GetText(values, "method");
+  values.GetValue("skew_ms", row.skew_ms);
+  values.GetValue("held_ms", row.held_ms);
   return row;
 }
 
@@ -82,7 +95,31 @@ bool SnapshotRecords::Add(const std::string& targetId, const Operation::Snapshot
                  {"is_locked", snapshot.meta.is_locked},
                  {"is_app_consistent", snapshot.meta.is_app_consistent},
                  {"taken_by", snapshot.meta.taken_by},
+                 {"cut_id", snapshot.cut_id},
                  {"maker", snapshot.maker}});
+}
+
+bool SnapshotRecords::Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const {
+  return Update({BySequence(snapshot)}, {{"state", Number(RecordState::kWhole)},
+                                         {"create_time", Number(time)},
+                                         {"description", snapshot.meta.description},
+                                         {"is_locked", snapshot.meta.is_locked},
+                                         {"is_app_consistent", snapshot.meta.is_app_consistent},
+                                         {"taken_by", snapshot.meta.taken_by}});
+}
+
+bool CutRecords::Get(const std::string& cutId, std::optional<CutInfo>& row) const {
+  return Table::Get({{"id", cutId}}, ReadCut, row);
+}
+
+bool CutRecords::Add(const CutInfo& row) const {
+  return Insert({{"id", row.id},
+                 {"members", row.members},
+                 {"grade", Number(row.grade)},
+                 {"is_app_consistent", row.is_app_consistent},
+                 {"method", row.method},
+                 {"skew_ms", Number(row.skew_ms)},
+                 {"held_ms", Number(row.held_ms)}});
 }
 
 bool VolumeRecords::List(std::vector<VolumeRow>& rows) const {

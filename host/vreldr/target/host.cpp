@@ -195,7 +195,11 @@ Status HostTarget::Claim(const std::string& targetId) {
   Status status = host_.Open();
   if (status.IsOk()) status = FindRow(targetId);
   if (!status.IsOk()) return status;
-  status = InContext(Cannot("work on"), lock_.Acquire(host_.config.state_dir, targetId));
+  status = lock_.Acquire(host_.config.state_dir, targetId);
+  if (status.code == kErrBusy && CutParts::Has(targetId)) {
+    status.message = "a cut that this process has prepared holds it; take its snapshot up first";
+  }
+  status = InContext(Cannot("work on"), status);
   // Somebody may have changed or removed it before the lock was ours.
   return status.IsOk() ? FindRow(targetId) : status;
 }
@@ -207,6 +211,14 @@ Status HostTarget::OpenToWrite(const std::string& targetId) {
   if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable(GetWatcher()));
   if (!status.IsOk()) return status;
   return InContext(Cannot("clean up"), CleanUpSnapshots(*this));
+}
+
+Status HostTarget::OpenToTake(const std::string& targetId) {
+  part_ = BorrowedPart::Of(targetId);
+  if (!part_) return OpenToWrite(targetId);
+  Status status = host_.Open();
+  if (status.IsOk()) status = FindRow(targetId);
+  return status.IsOk() ? CheckWhole() : status;
 }
 
 Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const {

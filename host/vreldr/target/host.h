@@ -11,6 +11,7 @@
 #include "engine/link.h"
 #include "foundation/foundation.h"
 #include "store/store.h"
+#include "target/cut_parts.h"
 #include "target/target_lock.h"
 #include "vreldr/snapshot.h"
 
@@ -100,9 +101,17 @@ class HostTarget {
   // The same, with the right to change it until the object goes. Its volume can be written, and
   // what interrupted calls left of their work is gone.
   Status OpenToWrite(const std::string& targetId);
+  // The same, to take a snapshot: of a target that a cut of this process has prepared the part that
+  // nobody has taken up yet is borrowed, with the right that the cut has. What TakeSnapshotOf takes
+  // is that one then.
+  Status OpenToTake(const std::string& targetId);
   // Opens the host and takes the right to change the target, which may be recorded in any state and
   // need not have bytes.
   Status Claim(const std::string& targetId);
+  // Gives the right to change the target to somebody else.
+  TargetLock ReleaseLock() { return std::move(lock_); }
+  // What OpenToTake has borrowed; null when it was nothing.
+  BorrowedPart* GetPart() const { return part_.get(); }
   // Takes a record of the open host; says nothing about bytes.
   Status Adopt(const TargetRow& row);
 
@@ -129,6 +138,7 @@ class HostTarget {
   TargetRow row_;
   const StorageEngine* engine_ = nullptr;  // of the host
   TargetLock lock_;
+  std::unique_ptr<BorrowedPart> part_;
 };
 
 // The link from one target's volume to another's.

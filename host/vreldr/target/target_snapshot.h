@@ -20,8 +20,9 @@ struct SnapshotOrder {
       {};
 };
 
-// Takes a snapshot of a target that was opened to be written, whole or not at all. Its identifier,
-// time and meta are in `taken` afterwards.
+// Takes a snapshot of a target that was opened to be written, whole or not at all, or takes up the
+// one of a cut that was borrowed with the target. Its identifier, time and meta are in `taken`
+// afterwards.
 Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order,
                       Operation::Snapshot& taken);
 
