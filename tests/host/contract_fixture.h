@@ -79,6 +79,11 @@ class EngineContractTest : public ContractTest {
            std::vector<std::string> paths;
            return engine.FindLeftOut(place, paths, watcher);
          }},
+        {"FindUsers",
+         [&](Watcher& watcher) {
+           VrelDR::UsersSeen seen;
+           return engine.FindUsers({place}, seen, watcher);
+         }},
         {"RemoveTarget", [&](Watcher& watcher) { return engine.RemoveTarget(place, watcher); }},
         {"TakeSnapshot",
          [&](Watcher& watcher) { return engine.TakeSnapshot(place, "new", watcher); }},

@@ -24,6 +24,7 @@ enum ErrCode : int {
   kErrLocked = 418,           // a retention lock, or a plan, holds it
   kErrUnsupported = 419,      // this host, or the engine of the volume, cannot do that
   kErrUnreachable = 420,      // a volume does not answer; what is there could not be found out
+  kErrInUse = 421,            // somebody has it open; see target_users.h
   kErrNotHeld = 422,          // the writers of targets could not be held
   kErrPlanMissing = 441,      // the plan does not exist
   kErrPlanState = 442,        // the plan's state does not allow it

@@ -32,6 +32,8 @@ std::string DRErrRecorder::GetErrCodeStr(int code) const {
       return "not supported";
     case kErrUnreachable:
       return "the volume does not answer";
+    case kErrInUse:
+      return "somebody has it open";
     case kErrNotHeld:
       return "the writers could not be held";
     case kErrPlanMissing:

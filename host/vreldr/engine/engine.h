@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/status.h"
+#include "engine/users_seen.h"
 #include "engine/watcher.h"
 #include "foundation/volume_identity.h"
 #include "vreldr/place_use.h"
@@ -122,6 +123,10 @@ class StorageEngine {
   // is there.
   virtual Status FindLeftOut(const TargetPlace& place, std::vector<std::string>& paths,
                              Watcher& watcher) const = 0;
+  // Adds who uses the bytes of the targets at this moment, this process excepted, and what of that
+  // could not be looked at. A target that is not there is used by nobody. Changes nothing.
+  virtual Status FindUsers(const std::vector<TargetPlace>& places, UsersSeen& seen,
+                           Watcher& watcher) const = 0;
   // Removes the target, its snapshots and what interrupted calls left of it. Nothing there is fine.
   virtual Status RemoveTarget(const TargetPlace& place, Watcher& watcher) const = 0;
 

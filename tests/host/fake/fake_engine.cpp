@@ -9,6 +9,7 @@
 
 #include "base/fail_point.h"
 #include "base/kill_point.h"
+#include "engine/support/file_users.h"
 
 namespace VrelDR::Fake {
 
@@ -188,6 +189,26 @@ Status FakeEngine::FindLeftOut(const TargetPlace& place, std::vector<std::string
   return OnStore(store_, watcher, [&] {
     State state;
     return store_.Load(place, state);
+  });
+}
+
+Status FakeEngine::FindUsers(const std::vector<TargetPlace>& places, UsersSeen& seen,
+                             Watcher& watcher) const {
+  return OnStore(store_, watcher, [&]() -> Status {
+    const auto open = [](const fs::path& path) {
+      Fd dir(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+      if (!dir) throw fs::filesystem_error("open", path, {errno, std::generic_category()});
+      return dir;
+    };
+    const Fd volume = open(store_.GetPath());
+    std::vector<OwnedTree> trees;
+    for (const TargetPlace& each : places) {
+      if (!store_.HasTarget(each)) continue;
+      const std::string file = each.type == kTargetLun ? kDiskImage : "";
+      trees.push_back({each.id, open(store_.BytesOf(each)), file});
+    }
+    Watch watch(watcher);
+    return FindFileUsers(volume.Get(), trees, seen, watch);
   });
 }
 

@@ -33,6 +33,8 @@ class FakeEngine : public StorageEngine {
   Status CheckPlace(const TargetPlace& place, PlaceUse use, Watcher& watcher) const override;
   Status FindLeftOut(const TargetPlace& place, std::vector<std::string>& paths,
                      Watcher& watcher) const override;
+  Status FindUsers(const std::vector<TargetPlace>& places, UsersSeen& seen,
+                   Watcher& watcher) const override;
   Status RemoveTarget(const TargetPlace& place, Watcher& watcher) const override;
 
   Status TakeSnapshot(const TargetPlace& place, const std::string& snapId,

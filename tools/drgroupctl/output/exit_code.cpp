@@ -50,6 +50,7 @@ ExitCode FromHostError(int code) {
     case VrelDR::kErrLocked:
     case VrelDR::kErrPlanState:
     case VrelDR::kErrUnsupported:
+    case VrelDR::kErrInUse:
     case VrelDR::kErrNotHeld:
       return ExitCode::kRefused;
     case VrelDR::kErrBusy:

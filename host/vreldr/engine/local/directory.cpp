@@ -2,9 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <linux/openat2.h>
 #include <sys/file.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -13,20 +11,9 @@
 
 namespace VrelDR::Local {
 
-Fd OpenEntry(int parentFd, const std::string& name, int flags) {
-  struct open_how how = {};
-  how.flags = static_cast<__u64>(flags | O_NOFOLLOW | O_CLOEXEC);
-  how.resolve = RESOLVE_NO_XDEV | RESOLVE_BENEATH;
-  return Fd(static_cast<int>(syscall(SYS_openat2, parentFd, name.c_str(), &how, sizeof how)));
-}
-
 int StatEntry(int parentFd, const std::string& name, struct stat& st) {
   const Fd entry = OpenEntry(parentFd, name, O_PATH);
   return entry && fstat(entry.Get(), &st) == 0 ? 0 : errno;
-}
-
-std::string PathOfFd(int fd) {
-  return "/proc/self/fd/" + std::to_string(fd);
 }
 
 Fd Reopen(int fd, int flags) {

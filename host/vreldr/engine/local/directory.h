@@ -6,25 +6,21 @@
 #include <vector>
 
 #include "base/fd.h"
+#include "engine/support/open_entry.h"
 #include "engine/support/watch.h"
 
 namespace VrelDR::Local {
 
 // No walk leaves the file system that it is in: what is mounted inside a directory is somebody
 // else's, also when it is another place of the same file system, or a single file. Whatever looks
-// into a directory opens its entries by these calls, which answer EXDEV where something is mounted.
-
-// Opens an entry with the flags of open; a link is not followed. False with errno set on a failure.
-Fd OpenEntry(int parentFd, const std::string& name, int flags);
+// into a directory opens its entries by OpenEntry and these calls, which answer EXDEV where
+// something is mounted.
 
 // What lstat says of an entry itself. 0 or an errno.
 int StatEntry(int parentFd, const std::string& name, struct stat& st);
 
 // Opens again what `fd`, which may be of O_PATH, is open for.
 Fd Reopen(int fd, int flags);
-
-// The path by which the system finds what `fd` is open for, whatever stands under its name.
-std::string PathOfFd(int fd);
 
 // Opens a directory for looking into it; never follows a link. False with errno set on a failure.
 Fd OpenDir(int parentFd, const std::string& name);

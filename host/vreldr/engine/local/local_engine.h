@@ -38,6 +38,8 @@ class LocalEngine : public StorageEngine {
   Status CheckPlace(const TargetPlace& target, PlaceUse use, Watcher& watcher) const override;
   Status FindLeftOut(const TargetPlace& target, std::vector<std::string>& paths,
                      Watcher& watcher) const override;
+  Status FindUsers(const std::vector<TargetPlace>& targets, UsersSeen& seen,
+                   Watcher& watcher) const override;
   Status RemoveTarget(const TargetPlace& target, Watcher& watcher) const override;
   Status TakeSnapshot(const TargetPlace& target, const std::string& snapId,
                       Watcher& watcher) const override;

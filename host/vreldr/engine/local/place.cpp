@@ -7,40 +7,15 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <fstream>
 #include <set>
-#include <sstream>
 
 #include "engine/local/directory.h"
 #include "engine/local/subvolume.h"
+#include "engine/support/mount_list.h"
 
 namespace VrelDR::Local {
 
 namespace {
-
-// The list of mounts writes spaces and the like as "\040".
-std::string Unescape(const std::string& text) {
-  std::string plain;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const auto digit = [&](std::size_t i) { return static_cast<unsigned>(text[at + i] - '0'); };
-    if (text[at] == '\\' && at + 3 < text.size() && digit(1) < 4 && digit(2) < 8 && digit(3) < 8) {
-      plain += static_cast<char>(digit(1) * 64 + digit(2) * 8 + digit(3));
-      at += 3;
-    } else {
-      plain += text[at];
-    }
-  }
-  return plain;
-}
-
-// Where a directory is, in the words of the list of mounts. Empty with errno set on a failure.
-std::string WhereIs(int dirFd) {
-  std::string path(PATH_MAX, '\0');
-  const ssize_t length = readlink(PathOfFd(dirFd).c_str(), path.data(), path.size());
-  path.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
-  return path;
-}
 
 std::string Joined(const std::string& path, const std::string& name) {
   return path + "/" + name;
@@ -53,19 +28,16 @@ int FindMounts(int dirFd, const std::string& name, std::vector<std::string>& pat
   if (dir.empty()) return errno;
   if (dir.back() != '/') dir += '/';
   const std::string below = dir + (name.empty() ? "" : name + "/");
-  std::ifstream list("/proc/self/mountinfo");
+  std::vector<Mount> mounts;
+  if (const int error = ReadMounts("/proc/self/mountinfo", mounts)) return error;
   std::set<std::string> found;
-  for (std::string line; std::getline(list, line);) {
-    std::istringstream fields(line);
-    std::string skipped, place;
-    fields >> skipped >> skipped >> skipped >> skipped >> place;
-    place = Unescape(place);
+  for (const Mount& each : mounts) {
+    const std::string& place = each.place;
     const bool isOnTheWay = below.starts_with(place + "/") || (place + "/").starts_with(below);
     if (!isOnTheWay || place.size() < dir.size()) continue;
     // The list has places, too, over which something else is mounted by now.
     if (!OpenEntry(dirFd, place.substr(dir.size()), O_PATH) && errno == EXDEV) found.insert(place);
   }
-  if (!list.eof()) return EIO;
   paths.insert(paths.end(), found.begin(), found.end());
   return 0;
 }
