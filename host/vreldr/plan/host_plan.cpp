@@ -9,6 +9,7 @@
 
 #include "plan/plan_text.h"
 #include "target/target_snapshot.h"
+#include "target/target_users.h"
 #include "vreldr/snapshot_history.h"
 #include "vreldr/utils.h"
 
@@ -206,6 +207,13 @@ Status HostPlan::Quiesce(const std::string& targetId, HostTarget& target) {
   if (!status.IsOk()) return status;
   return InContext(target.Cannot("make unwritable"),
                    target.GetEngine().Quiesce(target.GetPlace(), host_->watcher));
+}
+
+Status HostPlan::CheckUnwritten(const std::string& targetId) {
+  Status status = CheckUnused(*host_, targetId, PlaceUse::kDemotion);
+  if (status.IsOk() || !InUseAllowed::IsSaid()) return InContext(SideOf(Get(), targetId), status);
+  Note("went on, as was asked for, although: " + status.message);
+  return {};
 }
 
 Status HostPlan::Demote(const std::string& targetId) {

@@ -58,7 +58,10 @@ class HostPlan {
   Status OpenToTake(const std::string& targetId, HostTarget& target) const;
   // Nobody writes a copy from now on; it still is what it was.
   Status Quiesce(const std::string& targetId);
-  // The same, and it gives up its part.
+  // Good when nobody can write the copy, which was made quiet, any more. kErrInUse otherwise,
+  // unless the caller has said that it goes on all the same: then that is noted.
+  Status CheckUnwritten(const std::string& targetId);
+  // The same as Quiesce, and it gives up its part.
   Status Demote(const std::string& targetId);
   // Lets a copy work with a snapshot's bytes, or with those it has when `snapId` is empty.
   Status Promote(const std::string& targetId, const std::string& snapId, Manner manner);

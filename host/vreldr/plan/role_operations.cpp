@@ -25,6 +25,8 @@ Status SwitchOver(HostPlan& plan, const DataSyncParam& param) {
   Status status;
   if (param.stop_source) status = plan.Quiesce(source);
   KillPoint(kSwitchoverQuiet);
+  // What is written from now on by whoever had it open before would be in no snapshot.
+  if (status.IsOk()) status = plan.CheckUnwritten(source);
   if (status.IsOk()) status = PlanSyncer(plan, param, kShareOfSync).Run(snapId);
   KillPoint(kSwitchoverSynced);
   if (status.IsOk()) status = plan.Demote(source);
