@@ -2,7 +2,9 @@
 
 #include <vreldr/report.h>
 
+#include "action/plan_uses.h"
 #include "action/plans.h"
+#include "output/console.h"
 #include "output/text.h"
 
 namespace drgroupctl {
@@ -57,19 +59,33 @@ Prepared PrepareOnGroup(const std::string& task, const Group& group, Json::Value
 }
 
 std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args) {
-  const std::vector<Check> checks = CheckTargets(prepared);
-  if (const auto refusal = RefusalOf(prepared.title, checks)) throw Failure(*refusal);
+  Warnings none;
+  return CheckFirst(prepared, args, InUse({}, args), none);
+}
+
+std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args,
+                                 const InUse& inUse, Warnings& warnings) {
+  std::vector<Check> checks = CheckTargets(prepared);
+  AddInUse(inUse, checks);
+  if (auto refusal = RefusalOf(prepared.title, checks)) {
+    if (!inUse.Rows().empty()) refusal->details["users"] = inUse.Rows();
+    throw Failure(*refusal);
+  }
+  inUse.Warn(warnings);
   if (!args.Has("--dry-run")) return std::nullopt;
   Report report;
   report.AddText("The " + prepared.title + " would be begun: every check passed.");
   report.AddField({"group_id", "Group"}, prepared.group);
   report.AddField({"task", "Task"}, prepared.name);
   AddChecks(report, checks);
+  inUse.AddTo(report);
   return report;
 }
 
 Course Run(const Prepared& prepared, const Arguments& args) {
   Course course;
+  std::optional<VrelDR::InUseAllowed> allowed;
+  if (args.Has("--in-use")) allowed.emplace();
   {
     Progress progress(prepared, args);
     course = Drive(prepared, progress);
@@ -96,12 +112,13 @@ std::vector<VrelDR::Target> SourcesOf(const Group& group) {
   return sources;
 }
 
-Report RunOnGroup(const std::string& task, const Arguments& args, const std::string& done,
-                  Json::Value params) {
+Report RunOnGroup(const std::string& task, const Arguments& args, Warnings& warnings,
+                  const std::string& done, Json::Value params) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
-  const Prepared prepared = PrepareOnGroup(task, LoadGroup(groupId), std::move(params));
-  if (const auto report = CheckFirst(prepared, args)) return *report;
+  const Prepared prepared = PrepareOnGroup(task, LoadGroup(groupId), params);
+  const InUse inUse(UsesOf(FindTask(task), params, prepared), args);
+  if (const auto report = CheckFirst(prepared, args, inUse, warnings)) return *report;
   const Course course = Run(prepared, args);
   return CourseReport(prepared, course, done + " group " + Quote(groupId) + ".");
 }

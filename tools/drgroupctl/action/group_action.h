@@ -8,6 +8,7 @@
 #include "action/precheck.h"
 #include "command/verb.h"
 #include "groups/group_store.h"
+#include "host/in_use.h"
 
 // What the verbs that run an action on a group have in common.
 namespace drgroupctl {
@@ -32,15 +33,19 @@ Prepared PrepareOnGroup(const std::string& task, const Group& group, Json::Value
 
 // Throws unless every target passes every check. With --dry-run the report that ends the verb.
 std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args);
+// The same, and nobody may be in the way, unless --in-use says to go on over that: then it is said.
+std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args,
+                                 const InUse& inUse, Warnings& warnings);
 
-// Runs the action; throws, with what became of every target, when one fails.
+// Runs the action; throws, with what became of every target, when one fails. With --in-use a
+// switchover goes on over who is found in the way later, too.
 Course Run(const Prepared& prepared, const Arguments& args);
 
 // `sentence`, the group and what became of every target.
 Report CourseReport(const Prepared& prepared, const Course& course, const std::string& sentence);
 
 // All of it, for an action that needs nothing else.
-Report RunOnGroup(const std::string& task, const Arguments& args, const std::string& done,
-                  Json::Value params = {});
+Report RunOnGroup(const std::string& task, const Arguments& args, Warnings& warnings,
+                  const std::string& done, Json::Value params = {});
 
 }  // namespace drgroupctl

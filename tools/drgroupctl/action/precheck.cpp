@@ -65,6 +65,14 @@ std::vector<Check> CheckTargets(const Prepared& prepared) {
   return checks;
 }
 
+void AddInUse(const InUse& inUse, std::vector<Check>& checks) {
+  for (const InUse::Reason& each : inUse.Reasons()) {
+    const bool passed = inUse.IsGoneOn();
+    checks.push_back({each.target, "in_use", passed, each.text + (passed ? "" : kInUseAdvice),
+                      passed ? ExitCode::kDone : each.code});
+  }
+}
+
 std::optional<Failure> RefusalOf(const std::string& title, const std::vector<Check>& checks) {
   const auto isBad = [](const Check& each) { return !each.passed; };
   const auto first = std::find_if(checks.begin(), checks.end(), isBad);

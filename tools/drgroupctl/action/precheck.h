@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "action/prepared.h"
+#include "host/in_use.h"
 #include "output/report.h"
 
 namespace drgroupctl {
@@ -21,6 +22,9 @@ struct Check {
 // Asks the action's checker and the action's own operation of every target whether it would be
 // refused, in the order of the targets. Changes nothing.
 std::vector<Check> CheckTargets(const Prepared& prepared);
+
+// Adds a check "in_use" for each target that somebody is in the way of.
+void AddInUse(const InUse& inUse, std::vector<Check>& checks);
 
 // What the first check that did not pass makes of the whole action, with all of them in its details
 // and its report; nothing when all passed.

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
@@ -124,7 +125,7 @@ std::string RevertedActions() {
          Join(names, ", ") + "; what another action did stays.";
 }
 
-Report RunActionRun(const Arguments& args, Warnings& /*warnings*/) {
+Report RunActionRun(const Arguments& args, Warnings& warnings) {
   const Task& task = FindTask(args.Text("TASK"));
   Json::Value params = ReadParams(task, args.Text("--params"));
   const std::string groupId = args.Text("GROUP");
@@ -134,7 +135,9 @@ Report RunActionRun(const Arguments& args, Warnings& /*warnings*/) {
   if (task.loss == Loss::kReplaced) CheckReplacedPlans(params, group);
   const Prepared prepared = Prepare(task, groupId, TargetIds(group), params);
   if (task.is_checker) return CheckerReport(prepared);
-  std::optional<Report> checked = CheckFirst(prepared, args);
+  InUse inUse(UsesOf(task, params, prepared), args);
+  if (!LossOf(task, params).empty()) inUse.GoOn("as it is forced");
+  std::optional<Report> checked = CheckFirst(prepared, args, inUse, warnings);
   std::optional<Removal> removal;
   if (RemovesCopies(task, params)) {
     removal.emplace(PlansLostBy(task, params, prepared.targets), prepared.targets);
@@ -165,12 +168,13 @@ Report RunActionRun(const Arguments& args, Warnings& /*warnings*/) {
 Verb ActionRun() {
   return {"action run",
           "run any action of the library on a group",
-          {kActions, kActionParams, RevertedActions(), kRunAgain, kClaims},
+          {kActions, kActionParams, RevertedActions(), kRunAgain, kClaims, kInUse},
           "What the action changes.",
           {TaskName(), GroupArgument("the group")},
           {{"--params", Value::kPath, "FILE", "the JSON file with its parameters"},
            {"--params-out", Value::kPath, "FILE", "where to write the parameters afterwards"},
            ForceClaims(),
+           GoOnInUse(),
            DryRun(),
            Yes()},
           RunActionRun};

@@ -6,6 +6,7 @@
 #include <set>
 
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
@@ -100,12 +101,19 @@ Prepared PrepareFirstSync(const Group& group, const EditState& state) {
 
 // Throws unless nothing is going to be refused. With --dry-run the report that ends the verb.
 std::optional<Report> CheckAll(const Group& group, const Prepared& making, const EditState& state,
-                               const Removal& removal, const Arguments& args) {
+                               const Removal& removal, const Arguments& args, Warnings& warnings) {
   std::vector<Check> checks = CheckTargets(making);
   for (const Check& each : CheckTargets(PrepareOldOnes(group, state))) checks.push_back(each);
+  std::vector<PlannedUse> uses;
+  for (const DRPlan& plan : state.OldPlans()) {
+    for (PlannedUse& each : UsesOfDeletion(plan, true)) uses.push_back(std::move(each));
+  }
+  const InUse inUse(uses, args);
+  AddInUse(inUse, checks);
   const std::string title = Title(group);
   if (const auto refusal = RefusalOf(title, checks)) throw Failure(*refusal);
   removal.RequireUnclaimed(title, args);
+  inUse.Warn(warnings);
   if (!args.Has("--dry-run")) return std::nullopt;
   Report report;
   report.AddText("The " + title + " would be begun: every check passed.");
@@ -176,7 +184,7 @@ Report RunEdit(const Arguments& args, Warnings& warnings) {
   Json::Value params(Json::objectValue);
   const Prepared making = PreparePlans(group, state, volume, params);
   const Removal removal(state.OldPlans(), TargetIds(group));
-  if (const auto report = CheckAll(group, making, state, removal, args)) return *report;
+  if (const auto report = CheckAll(group, making, state, removal, args, warnings)) return *report;
   if (!state.old_plans.empty()) {
     WarnOfGroups(warnings, state);
     Confirm(args, "replace the DR copies of " + Count(state.old_plans.size(), "target") +
@@ -214,11 +222,12 @@ Verb Edit() {
            "protected throughout.",
            "A failure before the old plans are removed removes the new ones. After an interruption "
            "the same command goes on.",
-           kClaims},
+           kClaims, kInUse},
           "The old DR copies are lost with their snapshots.",
           {GroupArgument("the group")},
           {{"--volume", Value::kVolume, "V", "the volume that takes the new DR copies", true},
            ForceClaims(),
+           GoOnInUse(),
            DryRun(),
            Yes()},
           RunEdit};

@@ -5,6 +5,7 @@
 #include <map>
 
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/takeover.h"
 #include "command/confirm.h"
 #include "groups/catalogue_view.h"
@@ -57,6 +58,15 @@ Prepared PrepareToGsnap(const Group& group, const std::string& gsnapId,
   return Prepare(FindTask("failover"), group.id, targets, params);
 }
 
+std::vector<PlannedUse> UsesOf(const std::vector<Takeover>& takeovers, const Prepared& prepared) {
+  std::vector<PlannedUse> uses;
+  for (const Takeover& each : takeovers) {
+    if (each.is_going_back || prepared.passed_over.count(each.driven) != 0) continue;
+    for (PlannedUse& use : UsesOfTurning(each.plan)) uses.push_back(std::move(use));
+  }
+  return uses;
+}
+
 bool IsSourceWell(const std::vector<Takeover>& takeovers) {
   return std::all_of(takeovers.begin(), takeovers.end(),
                      [](const Takeover& each) { return each.is_source_alive; });
@@ -77,9 +87,11 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
   const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
                                   : PrepareToLast(group, takeovers, isForced);
+  InUse inUse(UsesOf(takeovers, prepared), args);
+  if (isForced) inUse.GoOn("as it is forced");
   std::optional<Report> report;
   try {
-    report = CheckFirst(prepared, args);
+    report = CheckFirst(prepared, args, inUse, warnings);
   } catch (Failure& failure) {
     const std::string advice = isForced ? HalfWayAdvice(takeovers) : std::string();
     if (!advice.empty()) failure.message += "; " + advice;
@@ -129,11 +141,13 @@ Verb Failover() {
            "is told target by target, and has to be agreed to. A group that was reprotected and "
            "not synced since is put back into the failover that it came from, and nothing is lost: "
            "no snapshot has what the copies that work have.",
-           kAllOrNothing, kRunAgain},
+           kInUse, "With --force it goes on over that in any case, and says so.", kAllOrNothing,
+           kRunAgain},
           "Which copies work. What was written since the snapshots is given up.",
           {GroupArgument("the group")},
           {{"--snapshot", Value::kGsnap, "GSNAP", "the group snapshot to go to"},
            Flag("--force", "do it without the sources"),
+           GoOnInUse(),
            DryRun(),
            Yes()},
           RunFailover};

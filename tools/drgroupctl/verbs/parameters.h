@@ -32,6 +32,9 @@ inline Parameter Consistency(const char* summary) {
 inline Parameter DryRun() {
   return Flag("--dry-run", "only check every target, and show what was found");
 }
+inline Parameter GoOnInUse() {
+  return Flag("--in-use", "go on although somebody has a target open, and say who");
+}
 inline Parameter VolumeOfTarget() {
   return {"--volume", Value::kVolume, "V", "the volume that the target is made on", true};
 }
@@ -55,6 +58,12 @@ inline constexpr char kAllOrNothing[] =
 inline constexpr char kRunAgain[] =
     "After an interruption the same command goes on: targets that were done are passed over while "
     "others are left.";
+inline constexpr char kInUse[] =
+    "Refused, before anything is done, while somebody uses the bytes that it makes unwritable and "
+    "can write them, or those that it replaces or removes: a program that has a file open or "
+    "mapped, a loop device, a swap file, a bind mount in any mount namespace. The message names "
+    "the "
+    "program with its pid, and --in-use goes on over it, saying so.";
 inline constexpr char kClaims[] =
     "Whatever removes a copy names it with its volume, its side and its snapshots, and asks. It is "
     "refused, before anything is done, when one of the snapshots is locked or recorded in any "

@@ -1,6 +1,7 @@
 #include <vreldr/operation.h>
 
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
@@ -30,7 +31,7 @@ std::optional<Report> FinishRemoval(const Arguments& args) {
   return std::nullopt;
 }
 
-Report RunPlanDelete(const Arguments& args, Warnings& /*warnings*/) {
+Report RunPlanDelete(const Arguments& args, Warnings& warnings) {
   if (const auto report = FinishRemoval(args)) return *report;
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const bool withData = args.Has("--delete-data");
@@ -40,7 +41,8 @@ Report RunPlanDelete(const Arguments& args, Warnings& /*warnings*/) {
   };
   const Prepared prepared = PrepareOnPlan(std::make_unique<DirectAction>("delete", make), plan);
   const Json::Value row = PlanRow(plan);
-  std::optional<Report> checked = CheckFirst(prepared, args);
+  const InUse inUse(UsesOfDeletion(plan, withData), args);
+  std::optional<Report> checked = CheckFirst(prepared, args, inUse, warnings);
   const Removal removal(withData ? std::vector{plan} : std::vector<VrelDR::DRPlan>(), {});
   removal.RequireUnclaimed(prepared.title, args);
   if (checked) {
@@ -69,11 +71,11 @@ Verb PlanDelete() {
           "remove one plan",
           {"As \"unprotect\" does for a whole group. It is the way out for a target with several "
            "plans.",
-           kClaims},
+           kClaims, kInUse},
           "The plan; with --delete-data the copy that does not work is lost with its snapshots.",
           {PlanArgument()},
           {Flag("--delete-data", "remove the copy that does not work, with its snapshots"),
-           ForceClaims(), DryRun(), Yes()},
+           ForceClaims(), GoOnInUse(), DryRun(), Yes()},
           RunPlanDelete};
 }
 

@@ -1,6 +1,7 @@
 #include <vreldr/operation.h>
 
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/takeover.h"
 #include "command/confirm.h"
@@ -12,7 +13,7 @@ namespace drgroupctl {
 
 namespace {
 
-Report RunPlanPromote(const Arguments& args, Warnings& /*warnings*/) {
+Report RunPlanPromote(const Arguments& args, Warnings& warnings) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const Takeover takeover = PlanTakeoverToLast("promotion of plan " + Quote(plan.GetPlanId()),
                                                plan.GetProtectedTargetId(), plan, true);
@@ -22,7 +23,9 @@ Report RunPlanPromote(const Arguments& args, Warnings& /*warnings*/) {
                                                                    takeover.snap_id, Json::Value());
   };
   const Prepared prepared = PrepareOnPlan(std::make_unique<DirectAction>("promote", make), plan);
-  if (std::optional<Report> report = CheckFirst(prepared, args)) {
+  InUse inUse(takeover.is_going_back ? std::vector<PlannedUse>() : UsesOfTurning(plan), args);
+  inUse.GoOn("as it is forced");
+  if (std::optional<Report> report = CheckFirst(prepared, args, inUse, warnings)) {
     AddTakeover(*report, {takeover});
     return *report;
   }
@@ -54,7 +57,7 @@ Verb PlanPromote() {
   return {"plan promote",
           "let the replica of one target take over",
           {"As a forced failover to the last snapshot that arrived, or to the newest that is there "
-           "when that is gone, of one target alone."},
+           "when that is gone, of one target alone. Who uses the copies meanwhile is said."},
           "Which copy works. What was written since the snapshot is given up.",
           {PlanTarget()},
           {DryRun(), Yes()},

@@ -7,10 +7,10 @@ namespace drgroupctl {
 namespace {
 
 // The side that took over asks.
-Report RunReprotect(const Arguments& args, Warnings& /*warnings*/) {
+Report RunReprotect(const Arguments& args, Warnings& warnings) {
   Json::Value params(Json::objectValue);
   params[Param::kIsMainSite] = false;
-  return RunOnGroup("reprotect", args, "Reprotected", params);
+  return RunOnGroup("reprotect", args, warnings, "Reprotected", params);
 }
 
 }  // namespace
@@ -21,10 +21,10 @@ Verb Reprotect() {
       "replicate a group that failed over the other way",
       {"The copies that work become the sources and work throughout, the others their replicas; "
        "what those hold is kept in a snapshot first. The next sync sends what changed.",
-       kAllOrNothing, kRunAgain},
+       kInUse, kAllOrNothing, kRunAgain},
       "The direction of replication.",
       {GroupArgument("the group")},
-      {DryRun()},
+      {GoOnInUse(), DryRun()},
       RunReprotect};
 }
 

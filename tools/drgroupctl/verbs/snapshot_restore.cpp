@@ -8,6 +8,7 @@
 #include "groups/gsnap_check.h"
 #include "groups/gsnap_completeness.h"
 #include "host/host.h"
+#include "host/in_use.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
@@ -111,6 +112,13 @@ Report RunSnapshotRestore(const Arguments& args, Warnings& warnings) {
     RequirePlace(each.target.GetId(), VrelDR::PlaceUse::kReplacement);
   }
   RequireWorking(info);
+  std::vector<PlannedUse> uses;
+  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+    uses.push_back({each.target.GetId(), VrelDR::PlaceUse::kReplacement});
+  }
+  const InUse inUse(uses, args);
+  inUse.Require("restoring group snapshot " + Quote(gsnapId));
+  inUse.Warn(warnings);
   Confirm(args, "replace all that " + Count(info.target_snapshots.size(), "target") +
                     " now hold by group snapshot " + Quote(gsnapId));
   const Outcome outcome = RestoreTargets(info);
@@ -133,8 +141,9 @@ Verb SnapshotRestore() {
   return {
       "snapshot restore",
       "roll every target of a group back to a group snapshot",
-      {"Each target holds exactly the snapshot's bytes afterwards; its snapshots stay. Nobody "
-       "should use the targets meanwhile: whoever has one open goes on with the bytes that it had.",
+      {"Each target holds exactly the snapshot's bytes afterwards; its snapshots stay. "
+       "Whoever has one open goes on with the bytes that it had.",
+       kInUse,
        "Targets are restored one after the other, each whole or not at all. Nothing is begun "
        "unless every target snapshot is there. When a target fails, the message tells which "
        "targets were restored, which one failed and which were not started, and the same command "
@@ -142,7 +151,7 @@ Verb SnapshotRestore() {
        "when it is incomplete: with it the targets that it has no part of stay as they are."},
       "What the targets hold now is lost.",
       {Gsnap()},
-      {Flag("--force", "restore it although it is bad or incomplete"), Yes()},
+      {Flag("--force", "restore it although it is bad or incomplete"), GoOnInUse(), Yes()},
       RunSnapshotRestore};
 }
 

@@ -1,4 +1,5 @@
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "host/copy_warning.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
@@ -13,7 +14,8 @@ Report RunSwitchover(const Arguments& args, Warnings& warnings) {
   const ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("switchover", group);
-  if (const auto report = CheckFirst(prepared, args)) return *report;
+  const InUse inUse(UsesOf(FindTask("switchover"), {}, prepared), args);
+  if (const auto report = CheckFirst(prepared, args, inUse, warnings)) return *report;
   WarnOfMounts(warnings, SourcesOf(group));
   return CourseReport(prepared, Run(prepared, args), "Switched over group " + Quote(groupId) + ".");
 }
@@ -24,13 +26,15 @@ Verb Switchover() {
   return {"switchover",
           "let a group's copies change their parts, without loss",
           {"The source of each target is made unwritable, a last sync goes over, and its replica "
-           "works with exactly those bytes; replication then runs the other way. Nobody should use "
-           "the targets meanwhile.",
+           "works with exactly those bytes; replication then runs the other way.",
+           kInUse,
+           "Whether somebody can still write a source is asked once more when that has been made "
+           "unwritable: then too the switchover is refused, and everything is as it was.",
            kAllOrNothing, kRunAgain,
            "Look at \"status\" first: when all targets were done, it brings them back."},
           "Which copies work, and the direction of replication.",
           {GroupArgument("the group")},
-          {DryRun()},
+          {GoOnInUse(), DryRun()},
           RunSwitchover};
 }
 

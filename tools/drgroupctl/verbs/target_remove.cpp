@@ -2,6 +2,7 @@
 #include "command/confirm.h"
 #include "groups/group_store.h"
 #include "host/host.h"
+#include "host/in_use.h"
 #include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -40,6 +41,9 @@ Report RunTargetRemove(const Arguments& args, Warnings& warnings) {
                                           "--with-snapshots to lose them");
   }
   if (entry.is_existed) RequirePlace(id, VrelDR::PlaceUse::kRemoval);
+  const InUse inUse({{id, VrelDR::PlaceUse::kRemoval}}, args);
+  inUse.Require("removing target " + Quote(id));
+  inUse.Warn(warnings);
   const std::vector<std::string> groups = GroupsOfTarget(id);
   if (!groups.empty()) {
     warnings.Print("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +
@@ -67,11 +71,12 @@ Verb TargetRemove() {
           "remove a target with all its bytes",
           {"A target that has snapshots is refused without --with-snapshots. A group that has the "
            "target keeps it in its list, and takes no snapshot any more.",
+           kInUse,
            "A removal that has begun is never taken back. When it fails, the same command finishes "
            "it, and then asks nothing."},
           "The target's bytes are lost, and its snapshots with --with-snapshots.",
           {Argument("ID", Value::kTarget, "the target")},
-          {Flag("--with-snapshots", "remove its snapshots too"), Yes()},
+          {Flag("--with-snapshots", "remove its snapshots too"), GoOnInUse(), Yes()},
           RunTargetRemove};
 }
 

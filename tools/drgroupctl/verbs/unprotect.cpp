@@ -1,4 +1,5 @@
 #include "action/group_action.h"
+#include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
@@ -27,7 +28,7 @@ std::string CopiesThatStay(const std::vector<std::string>& targets) {
   return Join(texts, ", ");
 }
 
-Report RunUnprotect(const Arguments& args, Warnings& /*warnings*/) {
+Report RunUnprotect(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const bool withData = args.Has("--delete-data");
   const ActionLock lock(groupId, args);
@@ -46,7 +47,8 @@ Report RunUnprotect(const Arguments& args, Warnings& /*warnings*/) {
                                          : "; the removal of " + removal.Text() +
                                                " has begun: --delete-data finishes it"));
   }
-  std::optional<Report> checked = CheckFirst(prepared, args);
+  const InUse inUse(UsesOf(FindTask("delete"), params, prepared), args);
+  std::optional<Report> checked = CheckFirst(prepared, args, inUse, warnings);
   if (withData) removal.RequireUnclaimed(prepared.title, args);
   if (checked) {
     if (withData) removal.AddTo(*checked);
@@ -74,14 +76,14 @@ Verb Unprotect() {
        "--delete-data they go with their snapshots. Those are the DR copies, but after a "
        "switchover the ones on the main side. The copies that work are never touched. Targets "
        "without a plan are passed over.",
-       kClaims,
+       kClaims, kInUse,
        "All targets are checked first. What was removed before a failure stays removed, and the "
        "same command goes on with the others; a copy whose removal has begun never comes back, and "
        "the same command, \"target remove\" or the next target that is made finishes it."},
       "The plans; with --delete-data the copies that do not work and their snapshots are lost.",
       {GroupArgument("the group")},
       {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
-       ForceClaims(), DryRun(), Yes()},
+       ForceClaims(), GoOnInUse(), DryRun(), Yes()},
       RunUnprotect};
 }
 
