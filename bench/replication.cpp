@@ -26,7 +26,8 @@ ratios. Sending is a sync of a plan, beside a snapshot by hand (btrfs subvolume 
 is sent by hand (btrfs send | btrfs receive; rsync with the same options) and brought to disk, of
 an image of the same size and changes on the same volumes. The precheck and the status are the
 tool's, of a group on two directories; the raw side reads every record of the same targets and
-plans over one connection and looks whether their bytes are there.
+plans over one connection and looks whether their bytes are there. A cut is that of the host, of
+empty shares that were just written to, beside "btrfs subvolume snapshot" of each after the other.
 )";
 
 int Run(const std::filesystem::path& dir) {
@@ -34,6 +35,7 @@ int Run(const std::filesystem::path& dir) {
   const std::filesystem::path place = dir / ("replication-" + std::to_string(getpid()));
   std::filesystem::create_directories(place);
   bench::RegisterPlans(place / "plans");
+  bench::RegisterCut(place / "cuts");
   bench::RegisterShip(place / "ship");
   const int status = bench::RunRegistered();
   // Copied snapshots are immutable where the system allows it.

@@ -121,7 +121,9 @@ class PlanCrashTest : public PlanTest {
   void GoBackToVersion3() const {
     const VrelDRCore::SqliteDB records(StateDir() + "/replica.db", 20, "vreldrcore_db_info");
     EXPECT_TRUE(
-        records.Exec("BEGIN; ALTER TABLE targets DROP COLUMN locator;"
+        records.Exec("BEGIN; DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
+                     "ALTER TABLE snapshots DROP COLUMN cut_id;"
+                     "ALTER TABLE targets DROP COLUMN locator;"
                      "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT"))
         << records.GetErr();
   }

@@ -217,6 +217,8 @@ TEST_P(FirstRecordsTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
         records.Exec("DROP TABLE plans; DROP TABLE retention_locks;"
                      "DROP TABLE pending_snaps; DROP TABLE sync_reports;"
                      "DROP TABLE journals; DROP TABLE volumes;"
+                     "DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
+                     "ALTER TABLE snapshots DROP COLUMN cut_id;"
                      "ALTER TABLE snapshots DROP COLUMN maker;"
                      "ALTER TABLE targets DROP COLUMN locator;"
                      "UPDATE vreldrcore_db_info SET value = '1' WHERE key = 'version'"))

@@ -31,6 +31,7 @@ bool Cut::Prepare(const std::vector<Target>& targets) {
     Status status = CheckChangeable(*host, targets);
     if (!status.IsOk()) return status;
     std::vector<std::string> ids;
+    ids.reserve(targets.size());
     for (const Target& each : targets) ids.push_back(each.GetId());
     CutWriters nobody;
     cut_ = std::make_unique<TargetCut>(host);
