@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "base/kill_point.h"
+#include "engine/cut.h"
 #include "engine_fixture.h"
 #include "tree.h"
 
@@ -79,6 +80,41 @@ class LostWriteTest : public PowerCutTest {
 // btrfs would tell by its checksums.
 INSTANTIATE_TEST_SUITE_P(FileSystems, LostWriteTest, testing::Values("ext4-ext4", "xfs-xfs"),
                          EngineTest::NameOf);
+
+TEST_P(PowerCutTest, ASnapshotOfACutIsWholeOnDiskOnceSettledAndAmongTheOthersOnceTakenUp) {
+  VrelDR::Watcher watcher;
+  const auto cutA = [&](const std::string& id) {
+    WriteFile(A().TargetPath() + "/big", RandomBytes(4 * kMiB));  // which nobody brings to disk
+    std::unique_ptr<VrelDR::EngineCut> cut;
+    VrelDR::CutOutcome outcome;
+    Status status = A().engine->PrepareCut({{A().engine.get(), A().place, id}}, watcher, cut);
+    if (status.IsOk()) status = cut->Take(watcher, outcome);
+    if (status.IsOk()) status = cut->Settle(watcher);
+    return status;
+  };
+  ASSERT_TRUE(cutA("s1").IsOk());
+  auto bytes = DescribeTree(A().TargetPath());
+  ASSERT_TRUE(A().image->MountAgain(true));
+  EXPECT_THAT(A().Snapshots(), Not(Contains("s1")));
+  ASSERT_TRUE(A().engine->TakeUp(A().place, "s1", watcher).IsOk());
+  ExpectTree(A().SnapshotPath("s1"), bytes);
+  ASSERT_TRUE(A().image->MountAgain(true));
+  EXPECT_THAT(A().Snapshots(), Contains("s1"));
+  ExpectTree(A().SnapshotPath("s1"), bytes);
+
+  ASSERT_TRUE(cutA("s2").IsOk());
+  bytes = DescribeTree(A().TargetPath());
+  ASSERT_TRUE(A().engine->TakeUp(A().place, "s2", watcher).IsOk());
+  ASSERT_TRUE(A().image->MountAgain(true));
+  EXPECT_THAT(A().Snapshots(), Contains("s2"));
+  ExpectTree(A().SnapshotPath("s2"), bytes);
+
+  ASSERT_TRUE(cutA("s3").IsOk());
+  ASSERT_TRUE(A().RemoveSnapshot("s3").IsOk());
+  ASSERT_TRUE(A().CleanUp().IsOk());
+  ASSERT_TRUE(A().image->MountAgain(true));
+  EXPECT_FALSE(A().engine->TakeUp(A().place, "s3", watcher).IsOk());
+}
 
 TEST_P(PowerCutTest, AShipmentIsWholeOnDiskWhereverItIsCalledWhole) {
   WriteFile(A().TargetPath() + "/big", RandomBytes(4 * kMiB));

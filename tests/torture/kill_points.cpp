@@ -17,6 +17,8 @@ namespace {
 bool IsLikely(const std::string& verb, const std::string& point) {
   static const std::map<std::string, std::string> kVerbs{
       {"take", "snapshot create, sync, switchover, reprotect, edit"},
+      {"cut", "snapshot create, sync"},
+      {"take_up", "snapshot create, sync"},
       {"copy", "snapshot create, snapshot restore, sync, failover"},
       {"delete", "snapshot delete, snapshot prune, target remove, group delete"},
       {"remove", "snapshot delete, snapshot prune, target remove, unprotect, edit"},
