@@ -174,6 +174,48 @@ TEST_P(StoreTest, ATransactionOfWhichOneStepFailsLeavesNothingAndTheNextOneWorks
   EXPECT_THAT(Targets(true), ElementsAre("copy", "other"));
 }
 
+TEST_P(StoreTest, TheSnapshotsOfACutAreAddedTogetherAndItsRecordGoesWithTheLastOfThem) {
+  Snapshot first, second;
+  first.snap_id = second.snap_id = "s1";
+  first.cut_id = second.cut_id = "cut";
+  const auto isKnown = [&] {
+    std::optional<VrelDR::CutInfo> row;
+    EXPECT_TRUE(store_->GetCut("cut", row).IsOk());
+    return row.has_value();
+  };
+  // Not twice for one target.
+  EXPECT_FALSE(store_->AddSnapshots({{"source", &first}, {"source", &second}}).IsOk());
+  EXPECT_THAT(Snapshots("source", true), IsEmpty());
+  ASSERT_TRUE(store_->AddSnapshots({{"source", &first}, {"other", &second}}).IsOk());
+  EXPECT_NE(first.sequence, second.sequence);
+  EXPECT_THAT(Snapshots("source", false), IsEmpty());
+  VrelDR::CutInfo info;
+  info.id = "cut";
+  info.grade = VrelDR::CutGrade::kWritersHeld;
+  info.method = "copy";
+  info.skew_ms = 7;
+  info.held_ms = 4294967295;
+  ASSERT_TRUE(store_->AddCut(info).IsOk());
+  EXPECT_FALSE(store_->AddCut(info).IsOk());
+  std::optional<VrelDR::CutInfo> row;
+  ASSERT_TRUE(store_->GetCut("cut", row).IsOk() && row);
+  EXPECT_EQ(row->grade, VrelDR::CutGrade::kWritersHeld);
+  EXPECT_EQ(row->method, "copy");
+  EXPECT_EQ(row->skew_ms, 7U);
+  EXPECT_EQ(row->held_ms, 4294967295U);
+  first.meta.description = "said when it was taken up";
+  ASSERT_TRUE(store_->FinishSnapshot("source", first, 7).IsOk());
+  std::vector<SnapshotRow> rows;
+  ASSERT_TRUE(store_->ListSnapshots("source", rows).IsOk());
+  ASSERT_THAT(rows, testing::SizeIs(1));
+  EXPECT_EQ(rows[0].snapshot.meta.description, "said when it was taken up");
+  EXPECT_EQ(rows[0].snapshot.cut_id, "cut");
+  ASSERT_TRUE(store_->RemoveSnapshot(first).IsOk());
+  EXPECT_TRUE(isKnown());
+  ASSERT_TRUE(store_->RemoveTarget("other").IsOk());
+  EXPECT_FALSE(isKnown());
+}
+
 TEST_P(StoreTest, WhatThePlanHoldsMovesToTheNewestSnapshotThatArrives) {
   const DRPlan plan = AddPlan();
   const PlanStore plans = store_->Plans();
