@@ -33,6 +33,22 @@ Status CheckFree(int dirFd, const std::string& name) {
   return {kErrExists, "something called " + Quoted(name) + " is among its snapshots already"};
 }
 
+// Gives a subvolume of a cut its name. 0 or an errno; ENOENT when there is none.
+int Unhide(int snapshotsFd, const std::string& snapId) {
+  const std::string hidden = CutName(snapId);
+  // A read-only one can be renamed within its directory alone.
+  if (renameat2(snapshotsFd, hidden.c_str(), snapshotsFd, snapId.c_str(), RENAME_NOREPLACE) == 0) {
+    return 0;
+  }
+  if (errno != EPERM) return errno;
+  // Its user has made the top immutable, and it cannot be moved at all. A read-only snapshot of it
+  // is the same to btrfs.
+  const Fd dir = OpenDir(snapshotsFd, hidden);
+  if (!dir) return errno;
+  const int error = SnapshotSubvolume(dir.Get(), snapshotsFd, snapId, Access::kReadOnly);
+  return error == 0 ? RemoveSubvolume(snapshotsFd, hidden) : error;
+}
+
 }  // namespace
 
 Status LocalEngine::GetCutDomain(std::string& domain, Watcher& watcher) const {
@@ -116,14 +132,13 @@ Status LocalEngine::TakeUp(const TargetPlace& target, const std::string& snapId,
   WriteBack writeBack(volume.Get(), dir_.GetPath());
   const Fd snapshots = OpenOrMakeArea(own.Get(), kSnapshots, target);
   if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
-  // A read-only subvolume can be renamed within its directory alone.
-  if (renameat2(snapshots.Get(), CutName(snapId).c_str(), snapshots.Get(), snapId.c_str(),
-                RENAME_NOREPLACE) == 0) {
+  int error = Unhide(snapshots.Get(), snapId);
+  if (error == 0) {
     KillPoint(kTakeRenamed);
-    const int error = SyncFd(snapshots.Get());
+    error = SyncFd(snapshots.Get());
     return error == 0 ? Status() : StatusOfErrno(error, dir_.GetPath());
   }
-  if (errno != ENOENT) return StatusOfErrno(errno, dir_.SnapshotPath(target, snapId));
+  if (error != ENOENT) return StatusOfErrno(error, dir_.SnapshotPath(target, snapId));
   const Fd tmp = OpenArea(own.Get(), kTmp, target);
   if (!tmp && errno != ENOENT) return dir_.AreaFailure(errno, own.Get(), kTmp, target);
   struct stat st;
