@@ -112,8 +112,9 @@ class VREL_API SiteDelete : public DROperation {
 // Lets source and replica change their parts: the source is made unwritable, a last sync as
 // `syncParam` (the JSON form of DataSyncParam) says goes over, the replica takes over exactly those
 // bytes and works, and the direction is turned. `siteParam` is for hosts whose sites are told more,
-// and null here. kErrPlanState unless the plan is in normal state. A failure leaves the source
-// working.
+// and null here. kErrPlanState unless the plan is in normal state, and kErrInUse while
+// somebody can write the source although it has been made unwritable (see InUseAllowed). A failure
+// leaves the source working.
 class VREL_API PlanSwitchover : public DROperation {
  public:
   PlanSwitchover(const std::string& planId, const Json::Value& siteParam,

@@ -41,7 +41,8 @@ class VREL_API TargetOperation : public DRErrRecorder {
 
   // Rolls the target back to a snapshot: it holds exactly the snapshot's bytes when the call
   // returns true, and after a failure or a crash exactly what it held before. Nobody should have
-  // the target open meanwhile: whoever does goes on with the bytes that it had.
+  // the target open meanwhile, which is not looked at here (see target_users.h): whoever does goes
+  // on with the bytes that it had.
   bool RestoreSnapshot(const std::string& snapId) const;
   // Makes a new, independent target of a snapshot's bytes, on the same volume, of the same kind and
   // named `uuid`, and puts its identifier into `cloneId`. A failure leaves nothing of it.

@@ -19,8 +19,9 @@ std::string FindMountOf(const std::string& name, const std::vector<Mount>& mount
   std::set<std::string> devices = {ReadSystemLine(dir + "/dev")};
   std::vector<std::string> partitions;
   (void)ListSystemDir(dir, name + "p", partitions);
-  for (const std::string& each : partitions)
-    devices.insert(ReadSystemLine(dir + "/" + each + "/dev"));
+  for (const std::string& each : partitions) {
+    devices.insert(ReadSystemLine(PathIn(dir, each) + "/dev"));
+  }
   for (const Mount& each : mounts) {
     if (devices.count(each.device) != 0) return each.place;
   }
@@ -43,14 +44,15 @@ void FindLoopUsers(OwnedFiles& files, UsersSeen& seen) {
     use.user.is_writer = ReadSystemLine("/sys/block/" + name + "/ro") != "1";
     const Fd device(open(use.user.through.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct loop_info64 info = {};
-    if (!device || ioctl(device.Get(), LOOP_GET_STATUS64, &info) != 0) {
-      seen.unseen.insert("which file " + use.user.through +
-                         " is attached to: it cannot be opened here");
+    if (device && ioctl(device.Get(), LOOP_GET_STATUS64, &info) == 0) {
+      use.device = info.lo_device;
+      use.inode = info.lo_inode;
+    } else if (!files.Identify(use)) {
+      seen.unseen.insert("the file that " + use.user.through +
+                         " is attached to, as it cannot be opened: run it as root to see that");
       continue;
     }
-    use.device = info.lo_device;
-    use.inode = info.lo_inode;
-    if (!files.MayHave(use.device)) continue;
+    if (!files.MayHave(use.device, use.inode)) continue;
     use.user.mounted_on = FindMountOf(name, mounts);
     files.Tell(std::move(use));
   }
@@ -65,7 +67,8 @@ void FindSwapUsers(OwnedFiles& files) {
     std::string type;
     std::istringstream(line) >> use.path >> type;
     struct stat st;
-    if (type != "file" || stat(use.path.c_str(), &st) != 0 || !files.MayHave(st.st_dev)) continue;
+    if (type != "file" || stat(use.path.c_str(), &st) != 0 || !files.MayHave(st.st_dev, st.st_ino))
+      continue;
     use.user.kind = TargetUser::Kind::kSwapFile;
     use.user.is_writer = true;
     use.device = st.st_dev;

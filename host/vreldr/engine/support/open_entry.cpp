@@ -21,6 +21,12 @@ std::string PathOfFd(int fd) {
   return "/proc/self/fd/" + std::to_string(fd);
 }
 
+std::string PathIn(std::string dir, const std::string& name) {
+  dir += '/';
+  dir += name;
+  return dir;
+}
+
 std::string ReadLink(const std::string& path) {
   std::array<char, PATH_MAX> text;
   const ssize_t length = readlink(path.c_str(), text.data(), text.size());

@@ -14,6 +14,9 @@ Fd OpenEntry(int parentFd, const std::string& name, int flags);
 // The path by which the system finds what `fd` is open for, whatever stands under its name.
 std::string PathOfFd(int fd);
 
+// The path of an entry of a directory.
+std::string PathIn(std::string dir, const std::string& name);
+
 // Where a link of /proc leads, or what `fd` is open for, as this process sees the system. Empty
 // with errno set on a failure.
 std::string ReadLink(const std::string& path);

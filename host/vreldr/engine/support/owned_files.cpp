@@ -84,10 +84,22 @@ int OwnedFiles::Open() {
     if (found != mounts.end()) {
       place.inside = AsDirectory(mount_.root) + Below(mount_.place, place.path);
     }
-    devices_.insert(place.dir.st_dev);
     places_.push_back(std::move(place));
   }
   return 0;
+}
+
+bool OwnedFiles::MayHave(dev_t device, ino_t inode) const {
+  if (others_.count({device, inode}) != 0) return false;
+  for (std::size_t i = 0; i < trees_.size(); ++i) {
+    const Place& place = places_[i];
+    const bool isAny = trees_[i].file.empty();
+    if (isAny ? place.dir.st_dev == device
+              : place.file.st_dev == device && place.file.st_ino == inode) {
+      return true;
+    }
+  }
+  return false;
 }
 
 bool OwnedFiles::IsAt(std::size_t tree, const std::string& path, const FileUse& use) const {
@@ -97,11 +109,22 @@ bool OwnedFiles::IsAt(std::size_t tree, const std::string& path, const FileUse& 
   return entry && fstat(entry.Get(), &st) == 0 && IsSame(st, use);
 }
 
-bool OwnedFiles::IsElsewhere(const std::string& path, const FileUse& use) const {
-  const std::string rest = Below(path_, path);
+bool OwnedFiles::Identify(FileUse& use) const {
+  const std::string rest = Below(path_, use.path);
   struct stat st;
   const Fd entry = rest.empty() ? Fd() : OpenEntry(volume_fd_, rest, O_PATH);
-  return entry && fstat(entry.Get(), &st) == 0 && IsSame(st, use) && st.st_nlink == 1;
+  if (!entry || fstat(entry.Get(), &st) != 0 || !S_ISREG(st.st_mode)) return false;
+  use.device = st.st_dev;
+  use.inode = st.st_ino;
+  use.links = st.st_nlink;
+  return true;
+}
+
+bool OwnedFiles::IsElsewhere(const std::string& path, const FileUse& use) const {
+  FileUse there;
+  there.path = path;
+  return Identify(there) && there.device == use.device && there.inode == use.inode &&
+         there.links == 1;
 }
 
 std::string OwnedFiles::FindPath(const FileUse& use) const {
@@ -147,8 +170,12 @@ void OwnedFiles::Tell(FileUse use) {
     if (trees_[i].file.empty() && IsAt(i, path, use)) return Add(i, std::move(use), path);
   }
   const bool isNamed = !found.empty() && use.links == 1 && !found.ends_with(kGone);
-  if (isNamed || IsElsewhere(path, use)) return;
-  open_[{use.device, use.inode}].push_back(std::move(use));
+  const Number number = {use.device, use.inode};
+  if (isNamed || IsElsewhere(path, use)) {
+    others_.insert(number);
+  } else {
+    open_[number].push_back(std::move(use));
+  }
 }
 
 void OwnedFiles::TellMount(const Mount& mount, const TargetUser& viewer) {
@@ -178,7 +205,7 @@ Status OwnedFiles::Walk(std::size_t tree, int dirFd, const std::string& path, Wa
     const struct dirent* entry = readdir(dir.get());
     if (entry == nullptr) return errno == 0 ? Status() : StatusOfErrno(errno, path);
     const std::string name = entry->d_name;
-    const std::string below = path + "/" + name;
+    const std::string below = PathIn(path, name);
     if (name == "." || name == "..") continue;
     const auto found = open_.find({places_[tree].dir.st_dev, entry->d_ino});
     if (found != open_.end()) {

@@ -47,9 +47,12 @@ class OwnedFiles {
   int Open();
   // The volume's file system in the words of the list of mounts.
   const std::string& GetDevice() const { return mount_.device; }
-  // Whether anything with this number of a device can be one of the targets'.
-  bool MayHave(dev_t device) const { return devices_.count(device) != 0; }
+  // Whether the file can be one of the targets', as far as that can be told at once.
+  bool MayHave(dev_t device, ino_t inode) const;
 
+  // Finds out by the path of the use, which is all that is known, which file that is. False when
+  // none is there in the volume.
+  bool Identify(FileUse& use) const;
   // Takes down the user if the file is a target's.
   void Tell(FileUse use);
   // Takes down the mount if it shows something of a target; `viewer` is the process that sees it,
@@ -79,7 +82,7 @@ class OwnedFiles {
   std::string path_;  // of the volume
   Mount mount_;       // that the volume is on
   std::vector<Place> places_;
-  std::set<dev_t> devices_;
+  std::set<Number> others_;                      // files that are no target's
   std::map<Number, std::vector<FileUse>> open_;  // uses that are not decided, by the file
 };
 

@@ -57,6 +57,11 @@ int ListNumbers(const std::string& path, std::vector<std::string>& numbers) {
   return error;
 }
 
+int NumberOf(const std::string& name) {
+  constexpr int kDecimal = 10;
+  return static_cast<int>(std::strtol(name.c_str(), nullptr, kDecimal));
+}
+
 FdInfo ReadFdInfo(const std::string& path) {
   const std::string text = ReadSystemFile(path);
   const auto number = [&](const std::string& key, int base) {

@@ -19,6 +19,8 @@ int ListSystemDir(const std::string& path, const std::string& prefix,
                   std::vector<std::string>& names);
 // Those that are numbers, as processes are.
 int ListNumbers(const std::string& path, std::vector<std::string>& numbers);
+// What such a name stands for.
+int NumberOf(const std::string& name);
 
 // What the system tells of a descriptor.
 struct FdInfo {

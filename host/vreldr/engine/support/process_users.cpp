@@ -6,9 +6,9 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -29,18 +29,10 @@ Fd Borrow(pid_t pid, int number) {
   return process ? Fd(static_cast<int>(syscall(SYS_pidfd_getfd, process.Get(), number, 0))) : Fd();
 }
 
-// Waits a moment for a process that the kernel does not let go of: what tells its mappings may wait
-// for the same. Whether it has come free.
-bool ComesFree(const std::string& proc) {
-  constexpr int kTries = 20;
-  constexpr auto kPause = std::chrono::milliseconds(50);
-  for (int i = 0; i < kTries; ++i) {
-    const std::string stat = ReadSystemLine(proc + "/stat");
-    const std::size_t name = stat.rfind(')');
-    if (name == std::string::npos || stat.compare(name, 3, ") D") != 0) return true;
-    std::this_thread::sleep_for(kPause);
-  }
-  return false;
+bool IsStuck(const std::string& proc) {
+  const std::string stat = ReadSystemLine(proc + "/stat");
+  const std::size_t name = stat.rfind(')');
+  return name != std::string::npos && stat.compare(name, 3, ") D") == 0;
 }
 
 class ProcessWalk {
@@ -69,7 +61,7 @@ class ProcessWalk {
  private:
   TargetUser UserOf(const std::string& pid) const {
     TargetUser user;
-    user.pid = std::atoi(pid.c_str());  // NOLINT(cert-err34-c): it is a number
+    user.pid = NumberOf(pid);
     user.program = ReadSystemLine("/proc/" + pid + "/comm");
     return user;
   }
@@ -95,9 +87,8 @@ class ProcessWalk {
     (void)ListNumbers(proc + "/task", threads);
     for (const std::string& thread : threads) {
       if (thread == pid) continue;
-      const long order = syscall(SYS_kcmp, std::atol(pid.c_str()), std::atol(thread.c_str()),
-                                 KCMP_FILES, 0, 0);  // NOLINT(cert-err34-c): they are numbers
-      if (order > 0) LookAtDescriptors(pid, proc + "/task/" + thread);
+      const long order = syscall(SYS_kcmp, NumberOf(pid), NumberOf(thread), KCMP_FILES, 0, 0);
+      if (order > 0) LookAtDescriptors(pid, PathIn(proc + "/task", thread));
     }
   }
 
@@ -106,18 +97,17 @@ class ProcessWalk {
     const int error = ListNumbers(proc + "/fd", numbers);
     if (error == EACCES || error == EPERM) refused_.insert(pid);
     for (const std::string& number : numbers) {
-      const FdInfo info = ReadFdInfo(proc + "/fdinfo/" + number);
+      const FdInfo info = ReadFdInfo(PathIn(proc + "/fdinfo", number));
       const auto mount = devices_.find(info.mount_id);
       if ((info.flags & O_PATH) != 0) continue;
       if (mount != devices_.end() && mount->second != files_.GetDevice()) continue;
       FileUse use;
-      use.link = proc + "/fd/" + number;
+      use.link = PathIn(proc + "/fd", number);
       Fd borrowed;
       // Of no mount that anybody sees: no file at all, or one of a mount that was taken away.
       if (mount == devices_.end()) {
         if (!ReadLink(use.link).starts_with('/')) continue;
-        borrowed = Borrow(std::atoi(pid.c_str()),      // NOLINT(cert-err34-c): they are numbers
-                          std::atoi(number.c_str()));  // NOLINT(cert-err34-c)
+        borrowed = Borrow(NumberOf(pid), NumberOf(number));
         if (!borrowed) continue;
         use.link = PathOfFd(borrowed.Get());
       }
@@ -125,6 +115,18 @@ class ProcessWalk {
       use.user.is_writer = (info.flags & O_ACCMODE) != O_RDONLY;
       Tell(pid, std::move(use), borrowed.Get());
     }
+  }
+
+  // Waits a moment for a process that the kernel does not let go of: what tells its mappings may
+  // wait for the same. All of them together are waited for a second. Whether it has come free.
+  bool ComesFree(const std::string& proc) {
+    constexpr auto kPause = std::chrono::milliseconds(50);
+    while (IsStuck(proc)) {
+      if (pauses_ == 0) return false;
+      --pauses_;
+      std::this_thread::sleep_for(kPause);
+    }
+    return true;
   }
 
   void LookAtMappings(const std::string& pid, const std::string& proc) {
@@ -141,7 +143,8 @@ class ProcessWalk {
       fields >> range >> access >> offset >> device >> inode;
       if (inode == 0 || !IsOurs(device)) continue;
       FileUse use;
-      use.link = proc + "/map_files/" + range;
+      use.link = PathIn(proc + "/map_files", range);
+      use.path = line.substr(std::min(line.find('/'), line.size()));
       use.user.kind = Kind::kMappedFile;
       // The link can be written if the file was opened for that: what is shared then may be written
       // later, too.
@@ -166,16 +169,17 @@ class ProcessWalk {
     const bool isHere = borrowed != -1;
     if (statx(isHere ? borrowed : AT_FDCWD, isHere ? "" : use.link.c_str(),
               AT_STATX_DONT_SYNC | AT_NO_AUTOMOUNT | (isHere ? AT_EMPTY_PATH : 0),
-              STATX_BASIC_STATS, &found) != 0) {
-      if (errno == EACCES || errno == EPERM) refused_.insert(pid);
-      return;
+              STATX_BASIC_STATS, &found) == 0) {
+      if (!S_ISREG(found.stx_mode) || found.stx_nlink == 0) return;
+      use.device = makedev(found.stx_dev_major, found.stx_dev_minor);
+      use.inode = found.stx_ino;
+      use.links = found.stx_nlink;
+    } else if ((errno != EACCES && errno != EPERM) || !files_.Identify(use)) {
+      return;  // gone; only root may look behind a mapping, another one goes by its path
     }
-    if (!S_ISREG(found.stx_mode) || found.stx_nlink == 0) return;
-    use.device = makedev(found.stx_dev_major, found.stx_dev_minor);
-    use.inode = found.stx_ino;
-    use.links = found.stx_nlink;
-    if (!files_.MayHave(use.device)) return;
-    use.path = ReadLink(use.link);
+    if (!files_.MayHave(use.device, use.inode)) return;
+    const std::string path = ReadLink(use.link);
+    if (!path.empty()) use.path = path;
     const TargetUser who = UserOf(pid);
     use.user.pid = who.pid;
     use.user.program = who.program;
@@ -210,6 +214,7 @@ class ProcessWalk {
   std::set<std::string> views_;                   // mount namespace and root
   std::map<std::uint64_t, std::string> devices_;  // of mounts
   std::set<std::string> refused_;                 // processes
+  int pauses_ = 20;
 };
 
 }  // namespace
