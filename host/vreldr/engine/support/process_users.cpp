@@ -55,7 +55,7 @@ class ProcessWalk {
       if (pid != std::to_string(getpid())) LookAt(pid);
     }
     TellUnseen();
-    return {};
+    return error_ == 0 ? Status() : StatusOfErrno(error_, "/proc");
   }
 
  private:
@@ -96,6 +96,7 @@ class ProcessWalk {
     std::vector<std::string> numbers;
     const int error = ListNumbers(proc + "/fd", numbers);
     if (error == EACCES || error == EPERM) refused_.insert(pid);
+    NoteShortage(error);
     for (const std::string& number : numbers) {
       const FdInfo info = ReadFdInfo(PathIn(proc + "/fdinfo", number));
       const auto mount = devices_.find(info.mount_id);
@@ -108,13 +109,22 @@ class ProcessWalk {
       if (mount == devices_.end()) {
         if (!ReadLink(use.link).starts_with('/')) continue;
         borrowed = Borrow(NumberOf(pid), NumberOf(number));
-        if (!borrowed) continue;
+        if (!borrowed) {
+          NoteShortage(errno);
+          continue;
+        }
         use.link = PathOfFd(borrowed.Get());
       }
       use.user.kind = Kind::kOpenFile;
       use.user.is_writer = (info.flags & O_ACCMODE) != O_RDONLY;
       Tell(pid, std::move(use), borrowed.Get());
     }
+  }
+
+  // What is not told because this process or the system has run out of something may well be there,
+  // unlike what has gone meanwhile.
+  void NoteShortage(int error) {
+    if (error == EMFILE || error == ENFILE || error == ENOMEM) error_ = error;
   }
 
   // Waits a moment for a process that the kernel does not let go of: what tells its mappings may
@@ -135,7 +145,9 @@ class ProcessWalk {
                           "), which the kernel does not let go of");
       return;
     }
+    errno = 0;
     std::istringstream lines(ReadSystemFile(proc + "/maps"));
+    NoteShortage(errno);
     for (std::string line; std::getline(lines, line);) {
       std::istringstream fields(line);
       std::string range, access, offset, device;
@@ -215,6 +227,7 @@ class ProcessWalk {
   std::map<std::uint64_t, std::string> devices_;  // of mounts
   std::set<std::string> refused_;                 // processes
   int pauses_ = 20;
+  int error_ = 0;  // for which nobody knows who else there is
 };
 
 }  // namespace
