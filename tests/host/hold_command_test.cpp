@@ -149,6 +149,7 @@ TEST_F(HoldTest, AProgramThatCannotBeExecutedIsToldWithTheReason) {
   WriterHold hold(MeansOf(command));
   ASSERT_EQ(hold.Check().message, "");
   EXPECT_THAT(hold.Hold().message, AllOf(HasSubstr("broken"), HasSubstr("xec format error")));
+  EXPECT_EQ(Lines("thawed"), 0U);  // it was never started
 }
 
 TEST_F(HoldTest, MeansThatMeanNothingAreRefused) {

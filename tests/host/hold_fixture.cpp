@@ -170,7 +170,11 @@ bool HoldTest::HasGuardian() {
 void GroupHoldTest::SetUp() {
   HoldTest::SetUp();
   std::string why;
-  if (Hierarchy(GetParam(), why).empty()) GTEST_SKIP() << why;
+  const std::string hierarchy = Hierarchy(GetParam(), why);
+  if (hierarchy.empty()) GTEST_SKIP() << why;
+  if (access(hierarchy.c_str(), W_OK) != 0) {
+    GTEST_SKIP() << hierarchy << ": " << std::strerror(errno) << "; run it as root";
+  }
   group_ = MakeGroup(GetParam());
 }
 

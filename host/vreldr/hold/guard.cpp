@@ -100,6 +100,8 @@ ON_THE_SIDE void Begin(const GuardPlan& plan, GuardThing& thing) {
   if (thing.stage == GuardThing::kControlGroup) return BeginFreeze(thing);
   thing.slot->progress = GuardSlot::kFreezing;
   BeginProgram(plan, thing, thing.freeze, thing.slot->freeze, true);
+  const bool isStarted = thing.slot->freeze.kind == GuardOutcome::kNotTried;
+  if (!isStarted) thing.slot->progress = GuardSlot::kUntouched;
 }
 
 // Whether the thing is still being frozen.

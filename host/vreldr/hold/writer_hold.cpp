@@ -60,6 +60,7 @@ void WriterHold::Add(const Status& status, HeldWriter writer) {
 }
 
 Status WriterHold::Check() {
+  guardian_.reset();  // what it holds is about to be closed
   faults_.clear();
   writers_.clear();
   is_checked_ = true;
