@@ -141,6 +141,9 @@ void LookAtGroup(const std::string& group, Sight& sight) {
     sight.groups[group].push_back(each["target_id"].asString());
     text += each["target_id"].asString() + " ";
   }
+  for (const Json::Value& each : document["writers"]) {
+    text += "held by " + each["name"].asString() + " ";
+  }
   sight.facts[name] = text;
   const Json::Value list = Ask({"snapshot", "list", group}, "snapshots of " + group, sight);
   for (const Json::Value& each : list["snapshots"]) {

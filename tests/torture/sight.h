@@ -35,7 +35,7 @@ struct Sight {
   // The same as what a cut may and may not change, each by a name of its own:
   //
   //   target T      -> volume and type          works T -> version
-  //   group G       -> its targets              plan T  -> group, state and who works
+  //   group G       -> its targets, its writers plan T  -> group, state and who works
   //   gsnap G       -> status and target snapshots with their versions
   //   snapshot T/S  -> version                  arrived T -> the last snapshot with its version
   //
