@@ -144,7 +144,7 @@ show drgroupctl group create office --target ledger-disk --target team-files --t
 
 say "A group snapshot"
 remember first
-show drgroupctl snapshot create office --description "before the change" --consistency crash
+show drgroupctl snapshot create office --description "before the change"
 drgroupctl snapshot list office --latest --json >"$work/answer.json"
 first=$(ask_json '$.snapshots[0].gsnap_id')
 

@@ -128,8 +128,8 @@ TEST_F(BadCommandTest, UnknownThingsAreNotFound) {
 
 TEST_F(BadCommandTest, AConsistencyOfAnotherNameIsRefused) {
   MakeGroup();
-  RunBadly(kUsage, {"snapshot", "create", "g", "--consistency", "perfect"},
-           {"\"perfect\"", "unspecified, crash, application"});
+  RunBadly(kUsage, {"snapshot", "create", "g", "--require", "perfect"},
+           {"\"perfect\"", "crash, app"});
   RunBadly(kUsage, {"snapshot", "create", "g", "--description", "\xff\xfe"},
            {"--description", "UTF-8"});
   EXPECT_TRUE(ListSnapshots().empty());

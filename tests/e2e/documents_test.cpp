@@ -97,7 +97,7 @@ TEST_F(DocumentsTest, HelpListsEveryVerb) {
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {
   const std::string text = RunWell({"help", "snapshot", "create"}).out;
   EXPECT_THAT(text, AllOf(HasSubstr("usage: drgroupctl snapshot create GROUP"),
-                          HasSubstr("--consistency"), HasSubstr("Changes: ")));
+                          HasSubstr("--require"), HasSubstr("Changes: ")));
   EXPECT_EQ(RunWell({"snapshot", "create", "--help"}).out, text);
   EXPECT_EQ(RunWell({"--help", "snapshot", "create"}).out, text);
   EXPECT_EQ(RunWell({"--help"}).out, RunWell({"help"}).out);
@@ -223,8 +223,8 @@ TEST_F(DocumentsTest, CompletionOffersWhatThereIs) {
               ElementsAre("guest", "lun", "share", "with\\ space"));
   EXPECT_THAT(Complete({"target", "create", "new", "--volume", ""}), ElementsAre("v1", "v2"));
   EXPECT_THAT(Complete({"target", "create", "new", "--type", "s"}), ElementsAre("share"));
-  EXPECT_THAT(Complete({"snapshot", "create", "g", "--consistency", ""}),
-              ElementsAre("unspecified", "crash", "application"));
+  EXPECT_THAT(Complete({"snapshot", "create", "g", "--require", ""}),
+              ElementsAre("crash", "app"));
   EXPECT_THAT(Complete({"group", "create", "h", "--target", "lun", "s"}), ElementsAre("share"));
   EXPECT_THAT(Complete({"target", "import", "new", Root() + "/conf"}),
               ElementsAre(Root() + "/config.json"));

@@ -13,7 +13,8 @@ class EditTest : public ToolTest {
     ToolTest::SetUp();
     RunWell({"target", "create", "share", "--volume", "v1", "--type", "share"});
     RunWell({"group", "create", "g", "--target", "share"});
-    id_ = TakeSnapshot({"--description", "first", "--consistency", "crash"});
+    id_ = TakeSnapshot({"--description", "first"});
+    RunWell({"snapshot", "edit", id_, "--consistency", "crash"});
   }
   void ExpectShown(const std::string& description, bool locked, const std::string& kind) {
     const Json::Value shown = RunWell({"snapshot", "show", id_, "--json"}).Json();

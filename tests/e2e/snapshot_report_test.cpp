@@ -37,15 +37,20 @@ TEST_F(SnapshotReportTest, CreationTellsTheGroupSnapshotAndItsParts) {
 
 TEST_F(SnapshotReportTest, ShowTellsWhatTheUserSaidOfIt) {
   MakeGroup();
-  const std::string id = TakeSnapshot(
-      {"--description", "before the upgrade", "--lock", "--consistency", "application"});
+  const std::string id = TakeSnapshot({"--description", "before the upgrade", "--lock"});
+  RunWell({"snapshot", "edit", id, "--consistency", "application"});
   const Json::Value shown = RunWell({"snapshot", "show", id, "--json"}).Json();
   EXPECT_THAT(shown.getMemberNames(),
-              ElementsAre("consistency", "description", "group_id", "gsnap_id", "is_locked",
-                          "missing_targets", "name", "replicas", "status", "targets", "time"));
+              ElementsAre("consistency", "cut_grade", "cut_held_ms", "cut_id", "cut_members",
+                          "cut_method", "cut_skew_ms", "description", "group_id", "gsnap_id",
+                          "is_consistency_by_hand", "is_locked", "missing_targets", "name",
+                          "replicas", "status", "targets", "time"));
   EXPECT_EQ(shown["description"], "before the upgrade");
   EXPECT_EQ(shown["is_locked"], true);
   EXPECT_EQ(shown["consistency"], "application");
+  EXPECT_EQ(shown["is_consistency_by_hand"], true);
+  EXPECT_EQ(shown["cut_grade"], "not of one instant");
+  EXPECT_EQ(shown["cut_members"], 3);
   EXPECT_EQ(shown["status"], "ready");
   EXPECT_EQ(shown["group_id"], "g");
   EXPECT_EQ(shown["missing_targets"], Json::Value(Json::arrayValue));
@@ -60,14 +65,15 @@ TEST_F(SnapshotReportTest, ShowTellsWhatTheUserSaidOfIt) {
 TEST_F(SnapshotReportTest, ListTellsEveryGroupSnapshotOrTheLatest) {
   MakeGroup();
   const std::string first = TakeSnapshot({"--description", "one"});
-  const std::string second = TakeSnapshot({"--consistency", "crash"});
+  const std::string second = TakeSnapshot({"--lock"});
   const Json::Value all = RunWell({"snapshot", "list", "g", "--json"}).Json()["snapshots"];
   ASSERT_EQ(all.size(), 2U);
   EXPECT_THAT(all[0].getMemberNames(),
               ElementsAre("consistency", "description", "gsnap_id", "is_locked", "name", "status",
                           "target_count", "time"));
   EXPECT_EQ(all[0]["description"], "one");
-  EXPECT_EQ(all[1]["consistency"], "crash");
+  EXPECT_EQ(all[0]["consistency"], "unspecified");
+  EXPECT_EQ(all[1]["is_locked"], true);
   EXPECT_EQ(all[1]["target_count"], 3);
   const Json::Value latest =
       RunWell({"snapshot", "list", "g", "--latest", "--json"}).Json()["snapshots"];

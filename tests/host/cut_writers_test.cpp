@@ -29,8 +29,9 @@ class TestWriters : public VrelDR::CutWriters {
   Status Hold() override { return Note("hold"); }
   Status Release() override { return Note("release"); }
   bool AreHeld() const override { return true; }
-  bool AreConsistent() const override { return true; }
+  bool AreConsistent() const override { return areConsistent; }
 
+  bool areConsistent = true;
   std::vector<std::string> calls;
   std::function<void(const std::string&)> look = [](const std::string&) {};
 
@@ -100,6 +101,25 @@ TEST_P(CutWritersTest, TheyAreAskedBeforeAllAndHeldFromAfterTheRecordsUntilTheBy
   const auto taken = Take("a");
   EXPECT_EQ(taken.cut_id, cut.GetInfo().id);
   EXPECT_EQ(ReadFile(taken.path + "/file"), "hold");
+}
+
+TEST_P(CutWritersTest,
+       TheyAreNotHeldForWhatIsOfOneInstantWithoutThatUnlessTheyAreToWriteTheirState) {
+  TestWriters writers;
+  writers.areConsistent = false;
+  TargetCut cut(VrelDR::TheHost());
+  const Status status = Prepare(cut, writers);
+  ASSERT_TRUE(status.IsOk()) << status.message;
+  if (IsBtrfs()) {
+    EXPECT_THAT(writers.calls, ElementsAre("check"));
+    EXPECT_EQ(cut.GetInfo().grade, CutGrade::kOneInstant);
+    EXPECT_EQ(cut.GetInfo().held_ms, 0U);
+  } else {
+    EXPECT_THAT(writers.calls, ElementsAre("check", "hold", "release"));
+    EXPECT_EQ(cut.GetInfo().grade, CutGrade::kWritersHeld);
+  }
+  EXPECT_FALSE(cut.GetInfo().is_app_consistent);
+  EXPECT_EQ(Take("a").cut_id, cut.GetInfo().id);
 }
 
 TEST_P(CutWritersTest, TheyAreReleasedWhateverFailsAndTheirFailureLeavesNothing) {

@@ -7,6 +7,7 @@
 
 #include "vrelcore/export.h"
 #include "vreldr/error.h"
+#include "vreldr/quiesce.h"
 #include "vreldr/target.h"
 
 namespace VrelDR {
@@ -49,14 +50,20 @@ class VREL_API Cut : public DRErrRecorder {
   Cut& operator=(const Cut&) = delete;
 
   // Makes the snapshots of all targets, each named once; may be called once. They have one time,
-  // later than that of any snapshot of any of them. Fails with the first target that does not go
-  // along, and then leaves nothing: kErrBusy when somebody works on it.
-  bool Prepare(const std::vector<Target>& targets);
+  // later than that of any snapshot of any of them. Who writes is held by the means, unless the
+  // snapshots prove to be of one instant without that; to have applications write their state they
+  // always are. Fails with the first target that does not go along, and then leaves nothing:
+  // kErrBusy when somebody works on it, kErrNotHeld when the writers did not stand still all the
+  // time.
+  bool Prepare(const std::vector<Target>& targets, const QuiesceMeans& means = {});
   // Empty before Prepare has succeeded.
   const CutInfo& GetInfo() const { return info_; }
+  // Writers that were held and could not be let go on, a line for each, also when Prepare failed.
+  const std::vector<std::string>& GetTroubles() const { return troubles_; }
 
  private:
   CutInfo info_;
+  std::vector<std::string> troubles_;
   std::unique_ptr<TargetCut> cut_;
 };
 

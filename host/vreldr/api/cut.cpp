@@ -2,6 +2,7 @@
 
 #include "base/boundary.h"
 #include "plan/guard.h"
+#include "target/held_writers.h"
 #include "target/target_cut.h"
 
 namespace VrelDR {
@@ -24,7 +25,7 @@ Status CheckChangeable(Host& host, const std::vector<Target>& targets) {
 Cut::Cut() = default;
 Cut::~Cut() = default;
 
-bool Cut::Prepare(const std::vector<Target>& targets) {
+bool Cut::Prepare(const std::vector<Target>& targets, const QuiesceMeans& means) {
   return RunAndRecord(*this, [&]() -> Status {
     if (cut_) return {kErrBadArgument, "a cut is prepared once; make another one"};
     const std::shared_ptr<Host> host = TheHost();
@@ -33,9 +34,10 @@ bool Cut::Prepare(const std::vector<Target>& targets) {
     std::vector<std::string> ids;
     ids.reserve(targets.size());
     for (const Target& each : targets) ids.push_back(each.GetId());
-    CutWriters nobody;
+    HeldWriters writers(means);
     cut_ = std::make_unique<TargetCut>(host);
-    status = cut_->Prepare(std::move(ids), nobody);
+    status = cut_->Prepare(std::move(ids), writers);
+    troubles_ = writers.GetTroubles();
     if (status.IsOk()) info_ = cut_->GetInfo();
     return status;
   });

@@ -33,6 +33,9 @@ class EngineCut {
  public:
   virtual ~EngineCut() = default;
 
+  // Whether the snapshots may prove to be of one instant although writers go on.
+  virtual bool MayBeOneInstant() const = 0;
+
   // Makes them all, in the shortest time that the engine can: writers may be held meanwhile, so
   // nothing is done that can be done before or after. May be called once. A failure may leave any
   // of them.

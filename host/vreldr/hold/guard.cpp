@@ -240,7 +240,7 @@ ON_THE_SIDE std::int64_t GuardNow() {
   return static_cast<std::int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
-ON_THE_SIDE int Guard(void* argument) {
+ON_THE_SIDE int RunGuardian(void* argument) {
   const auto* plan = static_cast<const GuardPlan*>(argument);
   Leave(*plan);
   if (!plan->only_thaws) plan->board->reason = Hold(*plan);

@@ -109,7 +109,7 @@ struct GuardPlan {
 };
 
 // The guardian's main function; `plan` is a GuardPlan.
-int Guard(void* plan);
+int RunGuardian(void* plan);
 
 // The parts of it.
 

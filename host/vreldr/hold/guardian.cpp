@@ -123,7 +123,7 @@ Status Guardian::Launch(bool onlyThaws) {
   sigset_t before;
   sigfillset(&all);
   pthread_sigmask(SIG_BLOCK, &all, &before);
-  pid_ = CloneProcess(Guard, stacks_ + VrelHost::kSideStack, 0, &plan);
+  pid_ = CloneProcess(RunGuardian, stacks_ + VrelHost::kSideStack, 0, &plan);
   const int error = errno;
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
   return pid_ == -1 ? StatusOfErrno(error, {}) : Status();

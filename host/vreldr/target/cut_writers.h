@@ -10,7 +10,8 @@ class CutWriters {
  public:
   virtual ~CutWriters() = default;
 
-  // Whether they could be held: asked before the cut has done anything.
+  // Whether they could be held: asked before the cut has done anything. Not all cuts hold them; see
+  // TargetCut.
   virtual Status Check() { return {}; }
   // From now on none of them writes. A failure holds nobody.
   virtual Status Hold() { return {}; }

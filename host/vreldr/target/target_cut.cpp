@@ -145,8 +145,9 @@ Status TargetCut::PrepareEngines(Cuts& cuts) const {
   return status;
 }
 
-Status TargetCut::TakeAll(const Cuts& cuts, CutWriters& writers,
-                          std::vector<CutOutcome>& outcomes) {
+Status TargetCut::TakeOnce(const Cuts& cuts, CutWriters& writers,
+                           std::vector<CutOutcome>& outcomes) {
+  outcomes.assign(cuts.size(), {});
   std::vector<Job> jobs;
   for (std::size_t i = 0; i < cuts.size(); ++i) {
     jobs.emplace_back([&, i](Watcher& watcher) { return cuts[i]->Take(watcher, outcomes[i]); });
@@ -161,7 +162,35 @@ Status TargetCut::TakeAll(const Cuts& cuts, CutWriters& writers,
   return status.IsOk() ? released : status;
 }
 
-void TargetCut::Judge(const std::vector<CutOutcome>& outcomes, const CutWriters& writers) {
+Status TargetCut::RemoveAll() const {
+  Status status;
+  for (const Member& each : members_) {
+    if (!status.IsOk()) break;
+    status = each.opened->GetEngine().RemoveSnapshot(each.opened->GetPlace(), each.snapshot.snap_id,
+                                                     host_->watcher);
+  }
+  return status;
+}
+
+Status TargetCut::TakeAll(CutWriters& writers, Cuts& cuts, std::vector<CutOutcome>& outcomes,
+                          const CutWriters*& held) {
+  held = writers.AreHeld() ? &writers : nullptr;
+  const bool mayGoOn =
+      cuts.size() == 1 && cuts.front()->MayBeOneInstant() && !writers.AreConsistent();
+  if (held == nullptr || !mayGoOn) return TakeOnce(cuts, writers, outcomes);
+  CutWriters nobody;
+  Status status = TakeOnce(cuts, nobody, outcomes);
+  if (status.IsOk() && outcomes.front().is_one_instant) {
+    held = nullptr;
+    return {};
+  }
+  cuts.clear();
+  if (status.IsOk()) status = RemoveAll();
+  if (status.IsOk()) status = PrepareEngines(cuts);
+  return status.IsOk() ? TakeOnce(cuts, writers, outcomes) : status;
+}
+
+void TargetCut::Judge(const std::vector<CutOutcome>& outcomes, const CutWriters* held) {
   Clock::time_point begin = outcomes.front().begin;
   Clock::time_point end = outcomes.front().end;
   for (const CutOutcome& each : outcomes) {
@@ -172,20 +201,21 @@ void TargetCut::Judge(const std::vector<CutOutcome>& outcomes, const CutWriters&
     }
   }
   const bool isOneInstant = outcomes.size() == 1 && outcomes.front().is_one_instant;
-  info_.grade = isOneInstant        ? CutGrade::kOneInstant
-                : writers.AreHeld() ? CutGrade::kWritersHeld
-                                    : CutGrade::kNone;
+  info_.grade = isOneInstant      ? CutGrade::kOneInstant
+                : held != nullptr ? CutGrade::kWritersHeld
+                                  : CutGrade::kNone;
   info_.skew_ms = isOneInstant ? 0 : MillisecondsOf(end - begin);
-  info_.is_app_consistent = writers.AreConsistent();
+  info_.is_app_consistent = held != nullptr && held->AreConsistent();
 }
 
 Status TargetCut::Make(CutWriters& writers) {
   Cuts cuts;
   std::uint32_t time = 0;
   Status status = PrepareEngines(cuts);
-  std::vector<CutOutcome> outcomes(cuts.size());
+  std::vector<CutOutcome> outcomes;
+  const CutWriters* held = nullptr;
   if (status.IsOk()) status = ChooseTime(time);
-  if (status.IsOk()) status = TakeAll(cuts, writers, outcomes);
+  if (status.IsOk()) status = TakeAll(writers, cuts, outcomes, held);
   KillPoint(kCutTaken);
   std::vector<Job> jobs;
   for (const auto& cut : cuts) {
@@ -195,7 +225,7 @@ Status TargetCut::Make(CutWriters& writers) {
   KillPoint(kCutSettled);
   if (!status.IsOk()) return InContext("cannot take the snapshots of a cut", status);
   for (Member& each : members_) each.snapshot.create_time = time;
-  Judge(outcomes, writers);
+  Judge(outcomes, held);
   return {};
 }
 

@@ -15,6 +15,9 @@ namespace VrelDR {
 // A cut of targets of the host, for one thread: the records, the locks, the engines' cuts of all
 // domains, and in the end the parts to be taken up. As long as it lives it keeps what was not taken
 // up; then that goes.
+//
+// Writers are held unless the snapshots prove to be of one instant without that; to have
+// applications write their state they always are.
 class TargetCut {
  public:
   explicit TargetCut(std::shared_ptr<Host> host) : host_(std::move(host)) {}
@@ -40,10 +43,14 @@ class TargetCut {
   Status Record();
   Status Make(CutWriters& writers);
   Status PrepareEngines(Cuts& cuts) const;
+  // Makes the snapshots. `held` is null when nobody was held for that.
+  Status TakeAll(CutWriters& writers, Cuts& cuts, std::vector<CutOutcome>& outcomes,
+                 const CutWriters*& held);
   // While this runs nothing is logged, recorded or asked of another process: whoever is held may be
   // what that waits for.
-  Status TakeAll(const Cuts& cuts, CutWriters& writers, std::vector<CutOutcome>& outcomes);
-  void Judge(const std::vector<CutOutcome>& outcomes, const CutWriters& writers);
+  Status TakeOnce(const Cuts& cuts, CutWriters& writers, std::vector<CutOutcome>& outcomes);
+  Status RemoveAll() const;
+  void Judge(const std::vector<CutOutcome>& outcomes, const CutWriters* held);
   void Offer();
   // Removes what the members have that is not whole.
   void Drop();

@@ -24,6 +24,7 @@ class FakeCut : public EngineCut {
  public:
   explicit FakeCut(std::vector<CutMember> members) : members_(std::move(members)) {}
 
+  bool MayBeOneInstant() const override { return false; }
   Status Take(Watcher& watcher, CutOutcome& outcome) override {
     if (was_taken_) return {kErrUnsupported, "a cut is taken once"};
     was_taken_ = true;

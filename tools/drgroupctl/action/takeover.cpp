@@ -38,16 +38,6 @@ VrelDRGroup::TargetSnapshot FindSnapshot(const VrelDRGroup::GsnapshotInfo& gsnap
                                          ": name one that has, or leave --snapshot out");
 }
 
-void LookAtSource(Takeover& takeover) {
-  const VrelDR::TargetOperation source(takeover.plan.GetProtectedTargetType(),
-                                       takeover.plan.GetSourceTargetId());
-  takeover.is_source_alive = source.IsExisted();
-  const std::vector<VrelDR::Operation::Snapshot> snapshots = source.ListSnapshots();
-  takeover.is_source_known = source.GetErrCode() == 0;
-  takeover.newer =
-      VrelDR::SnapshotHistory::NewerThan(snapshots, takeover.snap_id, takeover.snap_time);
-}
-
 Takeover GoingBack(Takeover takeover) {
   takeover.is_going_back = true;
   takeover.is_source_known = true;
@@ -71,6 +61,16 @@ std::string NothingThere(const Takeover& takeover) {
 }
 
 }  // namespace
+
+void LookAtSource(Takeover& takeover) {
+  const VrelDR::TargetOperation source(takeover.plan.GetProtectedTargetType(),
+                                       takeover.plan.GetSourceTargetId());
+  takeover.is_source_alive = source.IsExisted();
+  const std::vector<VrelDR::Operation::Snapshot> snapshots = source.ListSnapshots();
+  takeover.is_source_known = source.GetErrCode() == 0;
+  takeover.newer =
+      VrelDR::SnapshotHistory::NewerThan(snapshots, takeover.snap_id, takeover.snap_time);
+}
 
 Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
                             const VrelDR::DRPlan& plan, bool isForced) {

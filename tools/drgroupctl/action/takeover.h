@@ -48,6 +48,9 @@ std::vector<Takeover> PlanTakeover(const Group& group,
 Takeover PlanTakeoverToLast(const std::string& what, const std::string& target,
                             const VrelDR::DRPlan& plan, bool isForced);
 
+// Finds out what the source has that is newer than the snapshot of the takeover.
+void LookAtSource(Takeover& takeover);
+
 // Whether all of them take reprotections back.
 bool IsGoingBack(const std::vector<Takeover>& takeovers);
 

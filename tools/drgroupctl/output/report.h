@@ -12,7 +12,8 @@ namespace drgroupctl {
 enum class Shown {
   kAsItIs,
   kBytes,  // with a unit
-  kIfAny,  // a column that is left out while every row of it is empty
+  kIfAny,  // left out while it is empty: a column in every row; a field also when it is null or
+           // false
   kTime,   // seconds since the epoch as a date; 0 is none
   kAge,    // a number of seconds; less than 0 for a time that lies ahead
 };

@@ -58,6 +58,12 @@ bool IsShown(const Column& column, const Json::Value& rows) {
                      [&](const Json::Value& row) { return row[column.key] != Json::Value(""); });
 }
 
+bool IsShown(const Part& field) {
+  const Json::Value& value = field.value;
+  return field.name.shown != Shown::kIfAny ||
+         (!value.isNull() && value != Json::Value("") && value != Json::Value(false));
+}
+
 std::string FormatTable(const Part& part) {
   std::vector<Column> columns;
   Row head;
@@ -91,7 +97,8 @@ class TableFormatter : public Formatter {
     };
     for (const Part& part : report.Parts()) {
       if (part.kind == Part::Kind::kField) {
-        fields.push_back({part.name.title + ":", Cell(part.value, part.name.shown)});
+        if (IsShown(part))
+          fields.push_back({part.name.title + ":", Cell(part.value, part.name.shown)});
         continue;
       }
       flush();

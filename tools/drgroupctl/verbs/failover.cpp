@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <map>
 
+#include "action/common_cut.h"
 #include "action/group_action.h"
 #include "action/plan_uses.h"
 #include "action/takeover.h"
@@ -72,6 +73,16 @@ bool IsSourceWell(const std::vector<Takeover>& takeovers) {
                      [](const Takeover& each) { return each.is_source_alive; });
 }
 
+// Whether the replicas go to an older cut than what they have last.
+bool RequireCommonCut(const std::string& groupId, std::vector<Takeover>& takeovers) {
+  const CommonCut cut = GoToCommonCut(takeovers);
+  if (cut.problem.empty()) return cut.is_older;
+  throw Failure(ExitCode::kRefused, "failover of group " + Quote(groupId) + " is refused: " +
+                                        cut.problem + ": run \"drgroupctl sync " + groupId +
+                                        "\" if that can be done, name a group snapshot, or add "
+                                        "--mixed to go to what each replica has last");
+}
+
 Report RunFailover(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const std::string gsnapId = args.Text("--snapshot");
@@ -84,7 +95,8 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
     if (!RequireComplete(warnings, *gsnap, "failed over to", isForced).empty())
       KeepCovered(warnings, group, *gsnap);
   }
-  const std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
+  std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);
+  const bool isOlderCut = !gsnap && !args.Has("--mixed") && RequireCommonCut(groupId, takeovers);
   const Prepared prepared = gsnap ? PrepareToGsnap(group, gsnapId, takeovers, isForced)
                                   : PrepareToLast(group, takeovers, isForced);
   InUse inUse(UsesOf(takeovers, prepared), args);
@@ -109,7 +121,7 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
     return *report;
   }
   const bool isOlder = IsOlderThanRecorded(takeovers);
-  if (isForced || isOlder) {
+  if (isForced || isOlder || isOlderCut) {
     // Said where there is still a choice.
     if (!hint.empty() && !args.Has("--yes")) warnings.Print(hint);
     Confirm(
@@ -118,7 +130,9 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
             ? "put group " + Quote(groupId) + " back into the failover that it was reprotected from"
             : "fail group " + Quote(groupId) +
                   " over and give up what was written since those snapshots were taken" +
-                  (isOlder ? ", as the last ones that arrived are gone" : ""),
+                  (isOlder      ? ", as the last ones that arrived are gone"
+                   : isOlderCut ? ", which are of the newest cut that all replicas have"
+                                : ""),
         LossDetails(takeovers));
   }
   const Course course = Run(prepared, args);
@@ -130,27 +144,32 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
 }  // namespace
 
 Verb Failover() {
-  return {"failover",
-          "let the replicas of a group take over",
-          {"Each replica works with exactly the bytes of a snapshot that it has: the last one that "
-           "arrived, or that of a group snapshot of the group or of its DR copies. When the last "
-           "one is gone, the newest that is there is taken, once that is agreed to. The source is "
-           "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
-           "copies that work; while the sources are well, a switchover loses nothing.",
-           "With --force nothing is needed of the sources, which may be gone; what would be lost "
-           "is told target by target, and has to be agreed to. A group that was reprotected and "
-           "not synced since is put back into the failover that it came from, and nothing is lost: "
-           "no snapshot has what the copies that work have.",
-           kInUse, "With --force it goes on over that in any case, and says so.", kAllOrNothing,
-           kRunAgain},
-          "Which copies work. What was written since the snapshots is given up.",
-          {GroupArgument("the group")},
-          {{"--snapshot", Value::kGsnap, "GSNAP", "the group snapshot to go to"},
-           Flag("--force", "do it without the sources"),
-           GoOnInUse(),
-           DryRun(),
-           Yes()},
-          RunFailover};
+  return {
+      "failover",
+      "let the replicas of a group take over",
+      {"Each replica works with exactly the bytes of a snapshot that it has: that of the newest "
+       "cut that all replicas have, which is the last one that arrived unless a sync ended half "
+       "way, or that of a group snapshot of the group or of its DR copies. When the last "
+       "one is gone, the newest that is there is taken, once that is agreed to. The source is "
+       "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
+       "copies that work; while the sources are well, a switchover loses nothing.",
+       "With --force nothing is needed of the sources, which may be gone; what would be lost "
+       "is told target by target, and has to be agreed to. A group that was reprotected and "
+       "not synced since is put back into the failover that it came from, and nothing is lost: "
+       "no snapshot has what the copies that work have.",
+       kInUse, "With --force it goes on over that in any case, and says so.", kAllOrNothing,
+       kRunAgain},
+      "Which copies work. What was written since the snapshots is given up.",
+      {GroupArgument("the group")},
+      {{"--snapshot", Value::kGsnap, "GSNAP", "the group snapshot to go to"},
+       Flag("--mixed",
+            "go to the last snapshot of each replica, also when these were not taken in "
+            "one cut"),
+       Flag("--force", "do it without the sources"),
+       GoOnInUse(),
+       DryRun(),
+       Yes()},
+      RunFailover};
 }
 
 }  // namespace drgroupctl

@@ -9,9 +9,11 @@
 #include <set>
 #include <thread>
 
+#include "action/group_cut.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
+#include "groups/gsnap_cut.h"
 #include "groups/known_snapshots.h"
 #include "host/copy_warning.h"
 #include "host/host.h"
@@ -24,6 +26,9 @@
 namespace drgroupctl {
 
 namespace {
+
+constexpr const char* kCrash = "crash";
+constexpr const char* kApp = "app";
 
 using SnapshotIds = std::map<VrelDR::Target, std::set<std::string>>;
 
@@ -150,6 +155,22 @@ void RequireNewName(const Group& group) {
                     "after that time, or see to the clock");
 }
 
+// Throws when the cut is less than what was asked for; its snapshots go with it.
+void RequireConsistency(const Group& group, const GsnapCut& cut, const std::string& required) {
+  const VrelDRGroup::GsnapCwType wanted = required.empty()   ? VrelDRGroup::kCwUnspecified
+                                          : required == kApp ? VrelDRGroup::kCwApplicationConsistent
+                                                             : VrelDRGroup::kCwCrashConsistent;
+  if (ConsistencyOf(cut) >= wanted) return;
+  const bool isCrash = ConsistencyOf(cut) == VrelDRGroup::kCwCrashConsistent;
+  throw Failure(
+      ExitCode::kRefused,
+      "group " + Quote(group.id) + ": no group snapshot was made: it would be " +
+          (isCrash ? "crash consistent only, as no command had its applications write their state"
+                   : "not of one instant, as the snapshots took " +
+                         std::to_string(cut.info.skew_ms) + " ms and nobody was held") +
+          ": tell who writes its targets with \"drgroupctl group quiesce " + group.id + "\"");
+}
+
 Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   const GroupLock lock(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
@@ -159,22 +180,26 @@ Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   for (const VrelDR::Target& target : group.targets) {
     RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
   }
-  WarnOfCopies(warnings, group.targets);
   WarnOfMounts(warnings, group.targets);
+  VrelDR::Cut cut;
+  PrepareCut(group, group.targets, "no group snapshot was made", cut, warnings);
+  const GsnapCut made = CutOf(cut.GetInfo());
+  RequireConsistency(group, made, args.Text("--require"));
+  WarnOfSkew(group, group.targets, cut.GetInfo(), warnings);
 
   const VrelDRGroup::TargetList targets(group.targets, group.id);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
-                                    ConsistencyNumber(args.Text("--consistency")));
+                                    ConsistencyOf(made));
   const Json::Value noReplicas(Json::objectValue);
   VrelDRGroup::Operation::GsnapshotCreate operation(targets, meta, group.directory, noReplicas);
   std::string said;
-  bool made = false;
+  bool isGood = false;
   {
     const StderrCapture capture;
-    made = operation.Run();
+    isGood = operation.Run();
     said = capture.FirstLine();
   }
-  if (!made) throw CreationFailure(warnings, group, operation, said, before);
+  if (!isGood) throw CreationFailure(warnings, group, operation, said, before);
 
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
   const Json::Value row = GsnapRow(info);
@@ -183,6 +208,8 @@ Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   report.AddField({"gsnap_id", "Snapshot"}, row["gsnap_id"]);
   report.AddField({"group_id", "Group"}, group.id);
   report.AddField({"name", "Name"}, row["name"]);
+  report.AddField({"consistency", "Consistency"}, row["consistency"]);
+  AddCut(made, info.cw_type, report);
   report.AddTable({"targets", "Targets"}, TargetSnapshotColumns(), TargetSnapshotRows(info));
   return report;
 }
@@ -190,20 +217,31 @@ Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
 }  // namespace
 
 Verb SnapshotCreate() {
-  return {"snapshot create",
-          "take a snapshot of every target of a group",
-          {"Takes one snapshot of each target, in the order of the group, and records them as one "
-           "group snapshot. A warning names the targets on volumes whose snapshots are copies: "
-           "those are only as consistent as the writers are quiet.",
-           "When a target fails, no group snapshot is recorded, and the snapshots that were taken "
-           "of targets before it are deleted again. What cannot be deleted stays, and the message "
-           "names it."},
-          "Adds a snapshot to each target and a group snapshot to the catalogue.",
-          {GroupArgument("the group")},
-          {Description(), Flag("--lock", "lock it against deletion"),
-           Consistency(
-               "how consistent whoever asks for it made the targets; unspecified when left out")},
-          RunSnapshotCreate};
+  return {
+      "snapshot create",
+      "take a snapshot of every target of a group",
+      {"Takes one snapshot of each target, all in one cut, and records them as one group "
+       "snapshot. On one btrfs they are of one instant, which is proven, and nobody is held for "
+       "it. Elsewhere they are when the group's writers are held, which \"group quiesce\" "
+       "configures; otherwise a warning tells how far apart they are. The consistency that is "
+       "recorded is what was found out: crash when one instant was proven or all writers were "
+       "held, application when besides a command had the applications write their state, and "
+       "unspecified otherwise.",
+       "When a target fails, no group snapshot is recorded, and the snapshots that were taken "
+       "of targets before it are deleted again. What cannot be deleted stays, and the message "
+       "names it."},
+      "Adds a snapshot to each target and a group snapshot to the catalogue.",
+      {GroupArgument("the group")},
+      {Description(),
+       Flag("--lock", "lock it against deletion"),
+       {"--require",
+        Value::kChoice,
+        "KIND",
+        "make none unless it is crash consistent, or application consistent",
+        false,
+        false,
+        {kCrash, kApp}}},
+      RunSnapshotCreate};
 }
 
 }  // namespace drgroupctl

@@ -2,6 +2,7 @@
 
 #include "groups/catalogue_view.h"
 #include "groups/gsnap_completeness.h"
+#include "groups/gsnap_cut.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
 
@@ -26,6 +27,7 @@ Report RunSnapshotShow(const Arguments& args, Warnings& warnings) {
   report.AddField({"is_locked", "Locked"}, row["is_locked"]);
   report.AddField({"consistency", "Consistency"}, row["consistency"]);
   report.AddField({"description", "Description"}, row["description"]);
+  AddCut(CutOf(info), info.cw_type, report);
   // Null when it cannot be told.
   report.AddField({"missing_targets", "Lacks target"}, defined ? missingRows : Json::Value());
   report.AddTable({"targets", "Targets"}, TargetSnapshotColumns(), TargetSnapshotRows(info));
@@ -41,16 +43,20 @@ Report RunSnapshotShow(const Arguments& args, Warnings& warnings) {
 }  // namespace
 
 Verb SnapshotShow() {
-  return {"snapshot show",
-          "show a group snapshot and its target snapshots",
-          {"Shows what the catalogue says, and for each target snapshot whether it really exists "
-           "and where its bytes can be read. A question mark, null in JSON, stands for one that "
-           "the host cannot find out about, such as on a volume that is not mounted. An incomplete "
-           "one is shown with the targets that it lacks."},
-          "Nothing.",
-          {Gsnap()},
-          {},
-          RunSnapshotShow};
+  return {
+      "snapshot show",
+      "show a group snapshot and its target snapshots",
+      {"Shows what the catalogue says, and for each target snapshot whether it really exists "
+       "and where its bytes can be read. A question mark, null in JSON, stands for one that "
+       "the host cannot find out about, such as on a volume that is not mounted. An incomplete "
+       "one is shown with the targets that it lacks.",
+       "Shows also how the snapshots were made, as the host has it: in one cut, and whether that "
+       "proved to be of one instant or writers were held for it; in different cuts; or that "
+       "this was not recorded. A consistency that says something else was said by hand."},
+      "Nothing.",
+      {Gsnap()},
+      {},
+      RunSnapshotShow};
 }
 
 }  // namespace drgroupctl

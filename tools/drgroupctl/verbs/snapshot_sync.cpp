@@ -11,6 +11,7 @@
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
+#include "groups/gsnap_cut.h"
 #include "host/host.h"
 #include "output/console.h"
 #include "output/failure.h"
@@ -78,6 +79,15 @@ void RequireNews(const Group& group) {
   }
 }
 
+// What the group snapshot is going to have.
+VrelDRGroup::GsnapshotInfo ArrivedTogether(const Group& group) {
+  VrelDRGroup::GsnapshotInfo info("");
+  for (const VrelDR::Target& each : group.targets) {
+    info.target_snapshots.emplace_back(each, RequireArrived(each.GetId()));
+  }
+  return info;
+}
+
 Report RunSnapshotSync(const Arguments& args, Warnings& /*warnings*/) {
   const std::string groupId = args.Text("GROUP");
   const GroupLock lock(groupId);
@@ -86,8 +96,9 @@ Report RunSnapshotSync(const Arguments& args, Warnings& /*warnings*/) {
   RequireNews(group);
 
   const VrelDRGroup::TargetList targets(group.targets, groupId);
+  const GsnapCut cut = CutOf(ArrivedTogether(group));
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
-                                    ConsistencyNumber(args.Text("--consistency")));
+                                    ConsistencyOf(cut));
   const Json::Value replicas = ReplicaMap(group);
   VrelDRGroup::Operation::GsnapshotSync operation(targets, meta, group.directory, replicas);
   std::string said;
@@ -114,6 +125,8 @@ Report RunSnapshotSync(const Arguments& args, Warnings& /*warnings*/) {
   report.AddField({"gsnap_id", "Snapshot"}, row["gsnap_id"]);
   report.AddField({"group_id", "Group"}, groupId);
   report.AddField({"name", "Name"}, row["name"]);
+  report.AddField({"consistency", "Consistency"}, row["consistency"]);
+  AddCut(cut, info.cw_type, report);
   report.AddTable({"targets", "Targets"}, TargetSnapshotColumns(), TargetSnapshotRows(info));
   return report;
 }
@@ -127,12 +140,13 @@ Verb SnapshotSync() {
            "group, which is usually the group of the DR copies, and records them as one group "
            "snapshot, with which target is replicated to which. Refused while nothing newer than "
            "the last recorded one has arrived.",
+           "The consistency that is recorded is that of the cut in which all of them were taken, "
+           "and unspecified when that was not one cut.",
            "After a failure rows of some targets may stay in the catalogue without a group "
            "snapshot; \"snapshot repair\" removes them."},
           "Adds a group snapshot to the catalogue.",
           {GroupArgument("the group")},
-          {Description(), Flag("--lock", "lock it against deletion"),
-           Consistency("how consistent the targets were; unspecified when left out")},
+          {Description(), Flag("--lock", "lock it against deletion")},
           RunSnapshotSync};
 }
 

@@ -1,7 +1,9 @@
 #include <vreldr/report.h>
 
 #include "action/group_action.h"
+#include "action/group_cut.h"
 #include "action/plans.h"
+#include "groups/gsnap_cut.h"
 #include "host/copy_warning.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
@@ -37,8 +39,11 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("sync", group);
   if (const auto report = CheckFirst(prepared, args)) return *report;
-  WarnOfCopies(warnings, SourcesOf(group));
-  WarnOfMounts(warnings, SourcesOf(group));
+  const std::vector<VrelDR::Target> sources = SourcesOf(group);
+  WarnOfMounts(warnings, sources);
+  VrelDR::Cut cut;  // the targets' syncs take up its snapshots, one after the other
+  PrepareCut(group, sources, "nothing was sent", cut, warnings);
+  WarnOfSkew(group, sources, cut.GetInfo(), warnings);
   Run(prepared, args);
 
   Report report;
@@ -53,6 +58,7 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
                    {"sent_bytes", "SENT", Shown::kBytes},
                    {"note", "NOTE", Shown::kIfAny}},
                   SyncRows(prepared.targets));
+  AddCut(CutOf(cut.GetInfo()), report);
   return report;
 }
 
@@ -62,10 +68,12 @@ Verb Sync() {
   return {
       "sync",
       "send what changed to the replicas of a group",
-      {"Afterwards the same new snapshot of each target stands on both sides; group snapshots that "
-       "wait to be sent were sent too. Only what changed since the last common snapshot is sent.",
-       "A warning names the sources whose snapshots are copies: those are only as consistent as "
-       "the writers are quiet. All targets are checked first. After a failure, a stop or an "
+      {"Afterwards the same new snapshot of each target stands on both sides, all of them made in "
+       "one cut, as by \"snapshot create\"; group snapshots that wait to be sent were sent too. "
+       "Only "
+       "what changed since the last common snapshot is sent.",
+       "A warning tells when the cut is not of one instant. All targets are checked first. After a "
+       "failure, a stop or an "
        "interruption what has arrived stays, and the same command goes on with it. SIGINT and "
        "SIGTERM stop it within a second."},
       "Adds a snapshot to both copies of each target, and releases the one before it.",

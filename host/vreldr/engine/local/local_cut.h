@@ -32,6 +32,7 @@ class LocalCut : public EngineCut {
 
   // Does what can be done before Take.
   Status Prepare();
+  bool MayBeOneInstant() const override { return transaction_ && plan_.copies.empty(); }
   Status Take(Watcher& watcher, CutOutcome& outcome) override;
   Status Settle(Watcher& watcher) override;
 

@@ -1,0 +1,91 @@
+#include "action/common_cut.h"
+
+#include <vreldr/target_operation.h>
+
+#include <algorithm>
+#include <map>
+
+#include "output/text.h"
+
+namespace drgroupctl {
+
+namespace {
+
+using VrelDR::Operation::Snapshot;
+
+// A replica's snapshots that were taken in cuts, by the cut.
+struct Replica {
+  Takeover* takeover = nullptr;
+  std::map<std::string, Snapshot> cuts;
+  std::string last_cut;  // of the snapshot that it would take over with; empty for none
+};
+
+Replica LookAt(Takeover& takeover) {
+  Replica replica{&takeover, {}, {}};
+  const VrelDR::TargetOperation operation(takeover.plan.GetProtectedTargetType(),
+                                          takeover.plan.GetReplicaTargetId());
+  for (const Snapshot& each : operation.ListSnapshots()) {
+    if (each.snap_id == takeover.snap_id) replica.last_cut = each.cut_id;
+    if (!each.cut_id.empty()) replica.cuts[each.cut_id] = each;
+  }
+  return replica;
+}
+
+// The newest cut that all of them have; empty when there is none.
+std::string NewestCommon(const std::vector<Replica>& replicas) {
+  std::string newest;
+  std::uint32_t time = 0;
+  for (const auto& [cutId, snapshot] : replicas.front().cuts) {
+    const bool isCommon = std::all_of(replicas.begin(), replicas.end(), [&](const Replica& each) {
+      return each.cuts.count(cutId) != 0;
+    });
+    if (isCommon && (newest.empty() || snapshot.create_time > time)) {
+      newest = cutId;
+      time = snapshot.create_time;
+    }
+  }
+  return newest;
+}
+
+bool AreOfOneCut(const std::vector<Replica>& replicas) {
+  const std::string& first = replicas.front().last_cut;
+  return !first.empty() && std::all_of(replicas.begin(), replicas.end(),
+                                       [&](const Replica& each) { return each.last_cut == first; });
+}
+
+}  // namespace
+
+CommonCut GoToCommonCut(std::vector<Takeover>& takeovers) {
+  std::vector<Replica> replicas;
+  for (Takeover& each : takeovers) {
+    if (!each.is_going_back && each.arrived.presence != Presence::kUnknown) {
+      replicas.push_back(LookAt(each));
+    }
+  }
+  if (replicas.size() < 2 || AreOfOneCut(replicas)) return {};
+  const bool hasCut = std::any_of(replicas.begin(), replicas.end(),
+                                  [](const Replica& each) { return !each.last_cut.empty(); });
+  const std::string cut = hasCut ? NewestCommon(replicas) : std::string();
+  if (!cut.empty()) {
+    for (const Replica& each : replicas) {
+      const Snapshot& snapshot = each.cuts.at(cut);
+      each.takeover->snap_id = snapshot.snap_id;
+      each.takeover->snap_time = snapshot.create_time;
+      LookAtSource(*each.takeover);
+    }
+    return {true, {}};
+  }
+  std::string text;
+  for (const Replica& each : replicas) {
+    text += (text.empty() ? "" : "; ") + Quote(each.takeover->plan.GetReplicaTargetId()) + " has " +
+            Printable(each.takeover->snap_id) + " of " +
+            (each.last_cut.empty() ? "no cut" : "cut " + each.last_cut);
+  }
+  return {
+      false,
+      "the last snapshots that arrived were not taken in one cut, and the replicas have none in "
+      "common that is as new: " +
+          text};
+}
+
+}  // namespace drgroupctl
