@@ -140,6 +140,39 @@ TEST_P(CutTest, ASyncShipsOneCutAndTheOtherSideKnowsIt) {
   EXPECT_THAT(recorded["targets"], SizeIs(2));
 }
 
+TEST_P(CutTest, AFailoverGoesToTheNewestCutThatAllReplicasHave) {
+  WriteConfiguration({"v1", "v2"});
+  RunWell({"protect", "g", "--volume", "v2"});
+  const auto write = [this](const std::string& text) {
+    for (const char* id : {"a", "b"}) host_test::WriteFile(VolumePath() + "/" + id + "/file", text);
+  };
+  write("first");
+  const std::string first = RunWell({"sync", "g", "--json"}).Json()["cut_id"].asString();
+  write("second");
+  setenv("VRELDR_FAIL_POINT", "ship@b-dr", 1);
+  EXPECT_NE(Run({"sync", "g"}).code, kDone);
+  unsetenv("VRELDR_FAIL_POINT");
+  const Json::Value mixed =
+      RunWell({"failover", "g", "--mixed", "--dry-run", "--json"}).Json()["takeover"];
+  const Json::Value common = RunWell({"failover", "g", "--dry-run", "--json"}).Json()["takeover"];
+  EXPECT_NE(common[0]["snap_id"], mixed[0]["snap_id"]);
+  EXPECT_EQ(common[1]["snap_id"], mixed[1]["snap_id"]);
+  // It is less than what one of them has, so that it has to be agreed to.
+  RunUnasked({"failover", "g"}, {"newest cut that all replicas have", "--yes"}, {"\"a\"", "\"b\""});
+  RunWell({"failover", "g", "--yes"});
+  for (const char* id : {"a-dr", "b-dr"}) {
+    EXPECT_EQ(ReadFile(VolumePath("v2") + "/" + id + "/file"), "first") << id;
+  }
+}
+
+TEST_P(CutTest, AFailoverToSnapshotsOfNoCutWantsToBeTold) {
+  WriteConfiguration({"v1", "v2"});
+  RunWell({"protect", "g", "--volume", "v2"});
+  RunWell({"action", "run", "sync", "g"});
+  RunBadly(kRefused, {"failover", "g"}, {"\"a-dr\"", "\"b-dr\"", "no cut", "--mixed"});
+  RunWell({"failover", "g", "--mixed"});
+}
+
 TEST_P(CutTest, ASyncWhoseWritersCannotBeHeldSendsNothing) {
   WriteConfiguration({"v1", "v2"});
   RunWell({"protect", "g", "--volume", "v2"});

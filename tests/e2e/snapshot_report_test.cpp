@@ -19,7 +19,9 @@ TEST_F(SnapshotReportTest, CreationTellsTheGroupSnapshotAndItsParts) {
   MakeGroup();
   const Json::Value made = RunWell({"snapshot", "create", "g", "--json"}).Json();
   EXPECT_THAT(made.getMemberNames(),
-              ElementsAre("group_id", "gsnap_id", "name", "targets", "warnings"))
+              ElementsAre("consistency", "cut_grade", "cut_held_ms", "cut_id", "cut_members",
+                          "cut_method", "cut_skew_ms", "group_id", "gsnap_id",
+                          "is_consistency_by_hand", "name", "targets", "warnings"))
       << "a directory is a volume whose snapshots are copies";
   EXPECT_THAT(made["warnings"][0].asString(), HasSubstr("not of one instant"));
   EXPECT_EQ(made["group_id"], "g");
@@ -40,11 +42,11 @@ TEST_F(SnapshotReportTest, ShowTellsWhatTheUserSaidOfIt) {
   const std::string id = TakeSnapshot({"--description", "before the upgrade", "--lock"});
   RunWell({"snapshot", "edit", id, "--consistency", "application"});
   const Json::Value shown = RunWell({"snapshot", "show", id, "--json"}).Json();
-  EXPECT_THAT(shown.getMemberNames(),
-              ElementsAre("consistency", "cut_grade", "cut_held_ms", "cut_id", "cut_members",
-                          "cut_method", "cut_skew_ms", "description", "group_id", "gsnap_id",
-                          "is_consistency_by_hand", "is_locked", "missing_targets", "name",
-                          "replicas", "status", "targets", "time"));
+  EXPECT_THAT(
+      shown.getMemberNames(),
+      ElementsAre("consistency", "cut_grade", "cut_held_ms", "cut_id", "cut_members", "cut_method",
+                  "cut_skew_ms", "description", "group_id", "gsnap_id", "is_consistency_by_hand",
+                  "is_locked", "missing_targets", "name", "replicas", "status", "targets", "time"));
   EXPECT_EQ(shown["description"], "before the upgrade");
   EXPECT_EQ(shown["is_locked"], true);
   EXPECT_EQ(shown["consistency"], "application");

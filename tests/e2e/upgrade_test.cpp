@@ -87,7 +87,8 @@ class RecordsUpgradeTest : public ToolTest {
 TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
   const std::string plans = RunWell({"plan", "list", "--json"}).out;
   RunSql(Records(),
-         "BEGIN; ALTER TABLE targets DROP COLUMN locator;"
+         "BEGIN; DROP TABLE cuts; DROP INDEX snapshots_by_cut; "
+         "ALTER TABLE snapshots DROP COLUMN cut_id; ALTER TABLE targets DROP COLUMN locator;"
          "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT");
   EXPECT_EQ(RunWell({"plan", "list", "--json"}).out, plans);
   RunWell({"sync", "g"});
@@ -96,15 +97,15 @@ TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
   RunSql(Records(),
          "CREATE TEMP TABLE checked (ok CHECK (ok)); "
          "INSERT INTO checked SELECT count(*) = 7 AND min(locator = id) FROM targets; "
-         "INSERT INTO checked SELECT value = 4 FROM vreldrcore_db_info WHERE key = 'version'");
+         "INSERT INTO checked SELECT value = 5 FROM vreldrcore_db_info WHERE key = 'version'");
 }
 
 TEST_F(RecordsUpgradeTest, RecordsOfALaterProgramAreRefusedAndLeftAlone) {
-  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '5' WHERE key = 'version'");
+  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '6' WHERE key = 'version'");
   const auto before = Tree(Root());
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"target", "list"}, {"plan", "list"}, {"snapshot", "create", "g"}}) {
-    RunBadly(kStorage, words, {Records(), "version 5"});
+    RunBadly(kStorage, words, {Records(), "version 6"});
   }
   EXPECT_EQ(Tree(Root()), before);
 }

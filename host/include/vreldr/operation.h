@@ -50,6 +50,19 @@ class VREL_API PlanSync : public DROperation {
   DataSyncParam param_;
 };
 
+// Settles what an operation on the plan left that ended before its end, as every operation does
+// before it begins, and does nothing else. Checked only, it is good when nobody works on the plan.
+// The library needs nothing of this; it is there for who prepares a cut of the plan's source before
+// its sync, which could not settle a target that the cut holds.
+class VREL_API PlanSettle : public DROperation {
+ public:
+  explicit PlanSettle(const std::string& planId);
+  bool Run(bool checkOnly) override;
+
+ private:
+  std::string plan_id_;
+};
+
 // Makes a sync that runs end with kErrStopped and waits for its end, a second if all is well. Fine
 // when none runs.
 class VREL_API PlanStop : public DROperation {

@@ -55,6 +55,18 @@ bool PlanSync::Run(bool checkOnly) {
   return RunAndRecord(*this, [&] { return SyncPlan(plan_id_, param_, checkOnly); });
 }
 
+PlanSettle::PlanSettle(const std::string& planId) : plan_id_(planId) {}
+
+bool PlanSettle::Run(bool checkOnly) {
+  return RunAndRecord(*this, [&] {
+    HostPlan plan;
+    Status status = plan.OpenToRead(plan_id_);
+    if (status.IsOk()) status = checkOnly ? plan.CheckIdle() : plan.Claim();
+    if (status.IsOk() && !checkOnly) status = plan.Settle();
+    return status.IsOk() ? status : InContext("cannot settle " + NameOf(plan.Get()), status);
+  });
+}
+
 PlanStop::PlanStop(const std::string& planId) : plan_id_(planId) {}
 
 bool PlanStop::Run(bool checkOnly) {

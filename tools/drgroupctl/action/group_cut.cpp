@@ -18,8 +18,7 @@ void PrepareCut(const Group& group, const std::vector<VrelDR::Target>& targets,
 void WarnOfSkew(const Group& group, const std::vector<VrelDR::Target>& targets,
                 const VrelDR::CutInfo& info, Warnings& warnings) {
   if (info.grade != VrelDR::CutGrade::kNone) return;
-  WarnOfCopies(warnings, targets);
-  if (targets.size() == 1) return;
+  if (targets.size() == 1) return WarnOfCopies(warnings, targets);
   warnings.Print("the snapshots of group " + Quote(group.id) +
                  " are not of one instant: they took " + std::to_string(info.skew_ms) +
                  " ms, and nobody was held meanwhile: tell who writes its targets with "

@@ -1,4 +1,5 @@
 #include <vreldr/target_operation.h>
+#include <vreldrgroup/db.h>
 #include <vreldrgroup/record/target_group.h>
 #include <vreldrgroup/snapshot/gsnap_create.h>
 
@@ -155,6 +156,13 @@ void RequireNewName(const Group& group) {
                     "after that time, or see to the clock");
 }
 
+// Nobody is held for a group snapshot that could not be recorded.
+void RequireReadyCatalogue(const Group& group) {
+  const StderrCapture capture;
+  if (VrelDRGroup::DRGroupDB::Init(group.directory, group.id, true)) return;
+  throw CatalogueFailure(group.id, "no group snapshot was made", capture.FirstLine());
+}
+
 // Throws when the cut is less than what was asked for; its snapshots go with it.
 void RequireConsistency(const Group& group, const GsnapCut& cut, const std::string& required) {
   const VrelDRGroup::GsnapCwType wanted = required.empty()   ? VrelDRGroup::kCwUnspecified
@@ -181,11 +189,11 @@ Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
     RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
   }
   WarnOfMounts(warnings, group.targets);
+  RequireReadyCatalogue(group);
   VrelDR::Cut cut;
   PrepareCut(group, group.targets, "no group snapshot was made", cut, warnings);
   const GsnapCut made = CutOf(cut.GetInfo());
   RequireConsistency(group, made, args.Text("--require"));
-  WarnOfSkew(group, group.targets, cut.GetInfo(), warnings);
 
   const VrelDRGroup::TargetList targets(group.targets, group.id);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
@@ -201,6 +209,7 @@ Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   }
   if (!isGood) throw CreationFailure(warnings, group, operation, said, before);
 
+  WarnOfSkew(group, group.targets, cut.GetInfo(), warnings);
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
   const Json::Value row = GsnapRow(info);
   Report report;

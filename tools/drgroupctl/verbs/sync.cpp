@@ -1,3 +1,4 @@
+#include <vreldr/operation.h>
 #include <vreldr/report.h>
 
 #include "action/group_action.h"
@@ -33,6 +34,18 @@ Json::Value SyncRows(const std::vector<std::string>& targets) {
   return rows;
 }
 
+// What earlier actions left half done is settled before the cut holds the sources.
+void SettlePlans(const Group& group) {
+  for (const VrelDR::Target& each : group.targets) {
+    VrelDR::Operation::PlanSettle settle(RequireOnePlan(each.GetId()).GetPlanId());
+    if (!settle.Run(false)) {
+      throw Failure(FromHostError(settle.GetErrCode()),
+                    "sync of group " + Quote(group.id) +
+                        " is refused, nothing was sent: " + HostMessage(settle));
+    }
+  }
+}
+
 Report RunSync(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
@@ -41,10 +54,11 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   if (const auto report = CheckFirst(prepared, args)) return *report;
   const std::vector<VrelDR::Target> sources = SourcesOf(group);
   WarnOfMounts(warnings, sources);
+  SettlePlans(group);
   VrelDR::Cut cut;  // the targets' syncs take up its snapshots, one after the other
   PrepareCut(group, sources, "nothing was sent", cut, warnings);
-  WarnOfSkew(group, sources, cut.GetInfo(), warnings);
   Run(prepared, args);
+  WarnOfSkew(group, sources, cut.GetInfo(), warnings);
 
   Report report;
   report.AddText("Synced group " + Quote(groupId) + ".");
