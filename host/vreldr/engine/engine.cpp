@@ -10,8 +10,9 @@ Status StorageEngine::LookAtTargets(std::vector<TargetSight>& sights, Watcher& w
     if (sight.status.IsOk() && !sight.snap_id.empty()) {
       sight.status = ListSnapshots(sight.place, snapIds, watcher);
     }
-    if (sight.status.code == kErrVolumeMissing || sight.status.code == kErrUnreachable) {
-      return sight.status;  // of none of them anything can be said
+    const int code = sight.status.code;
+    if (code == kErrVolumeMissing || code == kErrUnreachable || code == kErrStopped) {
+      return sight.status;  // not of this target alone
     }
     sight.has_snapshot = snapIds.count(sight.snap_id) != 0;
   }
