@@ -29,8 +29,8 @@ class Database {
   template <class Steps>
   Status ReadAtOnce(Steps&& steps) const {
     if (!db_.Exec("BEGIN")) return Result(false);
-    const Status status = Result(std::forward<Steps>(steps)(GetRecords()));
-    db_.Exec("COMMIT");
+    Status status = Result(std::forward<Steps>(steps)(GetRecords()));
+    if (!db_.Exec("COMMIT")) db_.Exec("ROLLBACK");  // without either nothing more could begin
     return status;
   }
   // Runs `steps`, which are given the records and return whether to go on, as one transaction: all

@@ -35,13 +35,13 @@ Replica LookAt(Takeover& takeover) {
 std::string NewestCommon(const std::vector<Replica>& replicas) {
   std::string newest;
   std::uint32_t time = 0;
-  for (const auto& [cutId, snapshot] : replicas.front().cuts) {
+  for (const auto& cut : replicas.front().cuts) {
     const bool isCommon = std::all_of(replicas.begin(), replicas.end(), [&](const Replica& each) {
-      return each.cuts.count(cutId) != 0;
+      return each.cuts.count(cut.first) != 0;
     });
-    if (isCommon && (newest.empty() || snapshot.create_time > time)) {
-      newest = cutId;
-      time = snapshot.create_time;
+    if (isCommon && (newest.empty() || cut.second.create_time > time)) {
+      newest = cut.first;
+      time = cut.second.create_time;
     }
   }
   return newest;

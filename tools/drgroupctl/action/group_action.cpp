@@ -113,7 +113,7 @@ std::vector<VrelDR::Target> SourcesOf(const Group& group) {
 }
 
 Report RunOnGroup(const std::string& task, const Arguments& args, Warnings& warnings,
-                  const std::string& done, Json::Value params) {
+                  const std::string& done, const Json::Value& params) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId, args);
   const Prepared prepared = PrepareOnGroup(task, LoadGroup(groupId), params);

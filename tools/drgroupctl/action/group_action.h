@@ -46,6 +46,6 @@ Report CourseReport(const Prepared& prepared, const Course& course, const std::s
 
 // All of it, for an action that needs nothing else.
 Report RunOnGroup(const std::string& task, const Arguments& args, Warnings& warnings,
-                  const std::string& done, Json::Value params = {});
+                  const std::string& done, const Json::Value& params = {});
 
 }  // namespace drgroupctl
