@@ -165,6 +165,30 @@ TEST_P(CutTest, AFailoverGoesToTheNewestCutThatAllReplicasHave) {
   }
 }
 
+TEST_P(CutTest, PruningLeavesTheNewestCutThatAllReplicasHave) {
+  WriteConfiguration({"v1", "v2"});
+  RunWell({"protect", "g", "--volume", "v2"});
+  RunWell({"sync", "g"});
+  const std::string common = RunWell({"sync", "g", "--json"}).Json()["cut_id"].asString();
+  setenv("VRELDR_FAIL_POINT", "ship@b-dr", 1);
+  EXPECT_NE(Run({"sync", "g"}).code, kDone);
+  unsetenv("VRELDR_FAIL_POINT");
+  RunWell({"group", "create", "other", "--target", "a"});
+  RunWell({"sync", "other"});
+  const Json::Value wanted = RunWell({"failover", "g", "--dry-run", "--json"}).Json()["takeover"];
+  for (const char* group : {"other", "g"}) {
+    const Json::Value pruned = RunWell({"snapshot", "prune", group, "--yes", "--json"}).Json();
+    for (const Json::Value& gone : pruned["snapshots"]) {
+      for (const Json::Value& each : wanted) EXPECT_NE(gone["snap_id"], each["snap_id"]) << common;
+    }
+  }
+  const Json::Value now = RunWell({"failover", "g", "--dry-run", "--json"}).Json()["takeover"];
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(now[i]["snap_id"], wanted[i]["snap_id"]);
+  RunWell({"sync", "g"});
+  EXPECT_GT(RunWell({"snapshot", "prune", "g", "--yes", "--json"}).Json()["deleted_count"].asInt(),
+            0);
+}
+
 TEST_P(CutTest, AFailoverToSnapshotsOfNoCutWantsToBeTold) {
   WriteConfiguration({"v1", "v2"});
   RunWell({"protect", "g", "--volume", "v2"});

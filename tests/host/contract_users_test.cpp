@@ -3,9 +3,11 @@
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/swap.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <thread>
 
 #include "../torture/loop_device.h"
@@ -222,6 +224,23 @@ TEST_P(UsersContractTest, AThreadThatHasDescriptorsOfItsOwnIsFound) {
     return opened;
   });
   ExpectUser(Find(A()), Kind::kOpenFile, true, user.GetPid(), File());
+}
+
+TEST_P(UsersContractTest, AMappingCountsWhenTheFirstThreadOfItsProgramHasEnded) {
+  const Holder user([&] {
+    std::signal(SIGUSR1, [](int) { syscall(SYS_exit, 0); });  // of one thread alone
+    std::thread([] {
+      for (;;) pause();
+    }).detach();
+    const int fd = open(File().c_str(), O_RDWR);
+    void* bytes = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    return bytes != MAP_FAILED;
+  });
+  ASSERT_EQ(syscall(SYS_tgkill, user.GetPid(), user.GetPid(), SIGUSR1), 0);
+  const std::string stat = "/proc/" + std::to_string(user.GetPid()) + "/stat";
+  while (ReadFile(stat).find(") Z") == std::string::npos) std::this_thread::yield();
+  ExpectUser(Find(A()), Kind::kMappedFile, true, user.GetPid(), File());
 }
 
 // Others want a swap file to be made in a way of theirs.

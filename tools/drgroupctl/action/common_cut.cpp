@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <map>
 
+#include "action/plans.h"
+#include "groups/group_store.h"
+#include "host/host.h"
 #include "output/text.h"
 
 namespace drgroupctl {
@@ -16,18 +19,19 @@ using VrelDR::Operation::Snapshot;
 // A replica's snapshots that were taken in cuts, by the cut.
 struct Replica {
   Takeover* takeover = nullptr;
-  std::map<std::string, Snapshot> cuts;
-  std::string last_cut;  // of the snapshot that it would take over with; empty for none
+  std::map<std::string, Snapshot> cuts = {};
+  std::string last_cut = {};  // of the snapshot that it would take over with; empty for none
+  std::string problem = {};   // why it could not be asked
 };
 
-Replica LookAt(Takeover& takeover) {
-  Replica replica{&takeover, {}, {}};
-  const VrelDR::TargetOperation operation(takeover.plan.GetProtectedTargetType(),
-                                          takeover.plan.GetReplicaTargetId());
+Replica LookAt(const VrelDR::DRPlan& plan, Takeover* takeover) {
+  Replica replica{takeover};
+  const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), plan.GetReplicaTargetId());
   for (const Snapshot& each : operation.ListSnapshots()) {
-    if (each.snap_id == takeover.snap_id) replica.last_cut = each.cut_id;
+    if (takeover != nullptr && each.snap_id == takeover->snap_id) replica.last_cut = each.cut_id;
     if (!each.cut_id.empty()) replica.cuts[each.cut_id] = each;
   }
+  if (operation.GetErrCode() != 0) replica.problem = HostMessage(operation);
   return replica;
 }
 
@@ -47,6 +51,19 @@ std::string NewestCommon(const std::vector<Replica>& replicas) {
   return newest;
 }
 
+// Adds the cut that the group with these plans needs.
+void AddNewest(const std::vector<VrelDR::DRPlan>& plans, NeededCuts& needed) {
+  std::vector<Replica> replicas;
+  for (const VrelDR::DRPlan& each : plans) {
+    replicas.push_back(LookAt(each, nullptr));
+    if (replicas.back().problem.empty()) continue;
+    needed.are_all = true;
+    needed.problem = replicas.back().problem;
+    return;
+  }
+  needed.ids.insert(NewestCommon(replicas));
+}
+
 bool AreOfOneCut(const std::vector<Replica>& replicas) {
   const std::string& first = replicas.front().last_cut;
   return !first.empty() && std::all_of(replicas.begin(), replicas.end(),
@@ -59,7 +76,7 @@ CommonCut GoToCommonCut(std::vector<Takeover>& takeovers) {
   std::vector<Replica> replicas;
   for (Takeover& each : takeovers) {
     if (!each.is_going_back && each.arrived.presence != Presence::kUnknown) {
-      replicas.push_back(LookAt(each));
+      replicas.push_back(LookAt(each.plan, &each));
     }
   }
   if (replicas.size() < 2 || AreOfOneCut(replicas)) return {};
@@ -86,6 +103,30 @@ CommonCut GoToCommonCut(std::vector<Takeover>& takeovers) {
       "the last snapshots that arrived were not taken in one cut, and the replicas have none in "
       "common that is as new: " +
           text};
+}
+
+NeededCuts FindNeededCuts(const std::vector<VrelDR::DRPlan>& plans) {
+  NeededCuts needed;
+  std::set<std::string> wanted;
+  for (const VrelDR::DRPlan& each : plans) wanted.insert(each.GetPlanId());
+  for (const std::string& groupId : ListGroupIds()) {
+    std::vector<VrelDR::DRPlan> own;
+    bool isWanted = false;
+    try {
+      for (const VrelDR::Target& target : LoadGroup(groupId).targets) {
+        for (VrelDR::DRPlan& plan : PlansOf(target.GetId())) {
+          isWanted = isWanted || wanted.count(plan.GetPlanId()) != 0;
+          own.push_back(std::move(plan));
+        }
+      }
+    } catch (const Failure& failure) {
+      needed.are_all = true;
+      needed.problem = failure.message;
+      continue;
+    }
+    if (isWanted) AddNewest(own, needed);
+  }
+  return needed;
 }
 
 }  // namespace drgroupctl

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -17,5 +18,19 @@ struct CommonCut {
 // last ones is of a cut an older one is not gone to. A replica that cannot be asked is passed over,
 // as the failover is refused for that.
 CommonCut GoToCommonCut(std::vector<Takeover>& takeovers);
+
+// The cuts whose snapshots a failover of a group may need.
+struct NeededCuts {
+  bool are_all = false;  // as a group or a replica could not be asked, which `problem` names
+  std::string problem;
+  std::set<std::string> ids;
+
+  bool Has(const std::string& cutId) const {
+    return !cutId.empty() && (are_all || ids.count(cutId) != 0);
+  }
+};
+
+// For each group that has one of the plans: the newest cut that all replicas of that group have.
+NeededCuts FindNeededCuts(const std::vector<VrelDR::DRPlan>& plans);
 
 }  // namespace drgroupctl

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "action/common_cut.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "command/confirm.h"
@@ -37,6 +38,13 @@ std::vector<Surplus> FindSurplus(Warnings& warnings, const Group& group) {
     plans.push_back(RequireOnePlan(each.GetId()));
     AddNeeded(plans.back(), needed);
   }
+  const NeededCuts cuts = FindNeededCuts(plans);
+  if (cuts.are_all) {
+    warnings.Print(
+        "snapshots that were taken in cuts stay, as it cannot be told which of them a "
+        "failover needs: " +
+        cuts.problem);
+  }
   std::vector<Surplus> surplus;
   for (std::size_t i = 0; i < plans.size(); ++i) {
     for (const std::string& id : {plans[i].GetProtectedTargetId(), plans[i].GetDRTargetId()}) {
@@ -47,7 +55,9 @@ std::vector<Surplus> FindSurplus(Warnings& warnings, const Group& group) {
       if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
         warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
       }
-      for (const Snapshot& each : leftovers) surplus.push_back({target, each, false});
+      for (const Snapshot& each : leftovers) {
+        if (!cuts.Has(each.cut_id)) surplus.push_back({target, each, false});
+      }
     }
   }
   return surplus;
@@ -120,17 +130,20 @@ Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
 }  // namespace
 
 Verb SnapshotPrune() {
-  return {"snapshot prune",
-          "delete the snapshots that syncs have left behind",
-          {"Every sync takes a snapshot of each target and needs only the last of them. Deletes, "
-           "on both copies, those before it that no plan holds or is going to send and that no "
-           "group's catalogue records. Refused while the catalogue of any group cannot be read. A "
-           "copy that is out of reach is passed over.",
-           "What was deleted before a failure stays deleted, and the same command goes on."},
-          "Snapshots that syncs have taken are lost.",
-          {GroupArgument("the group")},
-          {Flag("--dry-run", "only show what would be deleted"), Yes()},
-          RunSnapshotPrune};
+  return {
+      "snapshot prune",
+      "delete the snapshots that syncs have left behind",
+      {"Every sync takes a snapshot of each target and needs only the last of them. Deletes, "
+       "on both copies, those before it that no plan holds or is going to send and that no "
+       "group's catalogue records. The newest cut that all replicas of a group have stays, also "
+       "of another group with one of the targets; while a replica cannot be asked, all cuts do. "
+       "Refused while the catalogue of any group cannot be read. A "
+       "copy that is out of reach is passed over.",
+       "What was deleted before a failure stays deleted, and the same command goes on."},
+      "Snapshots that syncs have taken are lost.",
+      {GroupArgument("the group")},
+      {Flag("--dry-run", "only show what would be deleted"), Yes()},
+      RunSnapshotPrune};
 }
 
 }  // namespace drgroupctl

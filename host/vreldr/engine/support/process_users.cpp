@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <cstdlib>
+#include <iterator>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -29,10 +31,23 @@ Fd Borrow(pid_t pid, int number) {
   return process ? Fd(static_cast<int>(syscall(SYS_pidfd_getfd, process.Get(), number, 0))) : Fd();
 }
 
-bool IsStuck(const std::string& proc) {
+// The letter of a task's state; 0 when it has gone.
+char StateOf(const std::string& proc) {
   const std::string stat = ReadSystemLine(proc + "/stat");
   const std::size_t name = stat.rfind(')');
-  return name != std::string::npos && stat.compare(name, 3, ") D") == 0;
+  return name == std::string::npos || name + 2 >= stat.size() ? '\0' : stat[name + 2];
+}
+
+// Whether a task waits in the kernel, perhaps with the lock of its mappings. Who only waits for a
+// disk, in one of the calls that never have that lock, does not count.
+bool IsStuck(const std::string& proc) {
+  if (StateOf(proc) != 'D') return false;
+  constexpr long kHarmless[] = {SYS_fsync,  SYS_fdatasync, SYS_sync,      SYS_syncfs,
+                                SYS_openat, SYS_openat2,   SYS_renameat2, SYS_unlinkat,
+                                SYS_ioctl,  SYS_ftruncate, SYS_fallocate, SYS_close};
+  // "-1 ..." for one that is in no call, as at a page that is not in memory.
+  const long call = std::strtol(ReadSystemLine(proc + "/syscall").c_str(), nullptr, 10);
+  return std::find(std::begin(kHarmless), std::end(kHarmless), call) == std::end(kHarmless);
 }
 
 class ProcessWalk {
@@ -80,16 +95,26 @@ class ProcessWalk {
 
   void LookAt(const std::string& pid) {
     const std::string proc = "/proc/" + pid;
-    LookAtDescriptors(pid, proc);
-    LookAtMappings(pid, proc);
-    // Threads that share no descriptors with the others; the first one may have ended before them.
     std::vector<std::string> threads;
     (void)ListNumbers(proc + "/task", threads);
+    LookAtDescriptors(pid, proc);
+    LookAtMappings(pid, "/proc/" + (StateOf(proc) == 'Z' ? LiveOf(threads, pid) : pid));
+    // Threads that share no descriptors with the others; the first one may have ended before them.
     for (const std::string& thread : threads) {
       if (thread == pid) continue;
       const long order = syscall(SYS_kcmp, NumberOf(pid), NumberOf(thread), KCMP_FILES, 0, 0);
       if (order > 0) LookAtDescriptors(pid, PathIn(proc + "/task", thread));
     }
+  }
+
+  // A thread that has not ended, by which the mappings can be seen that the first one, which has,
+  // shows no more.
+  static const std::string& LiveOf(const std::vector<std::string>& threads,
+                                   const std::string& pid) {
+    const auto live = std::find_if(threads.begin(), threads.end(), [](const std::string& each) {
+      return StateOf("/proc/" + each) != 'Z';
+    });
+    return live == threads.end() ? pid : *live;
   }
 
   void LookAtDescriptors(const std::string& pid, const std::string& proc) {
