@@ -91,7 +91,7 @@ Step NextStep(const Sight& sight, std::mt19937& random, const std::string& impor
   const std::string group = MainGroupOf(sight);
   const auto plans = PlansOf(sight, group);
   Choice choice;
-  choice.Add(1, HoldWriters(group, "unit" + std::to_string(version)));
+  choice.Add(1, HoldWriters(group, "/bin/true " + std::to_string(version)));
   AddExtras(choice, sight, random, imports, version);
   if (sight.groups.count("d") != 0) choice.Add(plans.empty() ? 6 : 1, DeleteGroup("d"));
   if (plans.empty()) {

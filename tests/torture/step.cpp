@@ -132,14 +132,16 @@ Step DeleteGroup(const std::string& id) {
               });
 }
 
-Step HoldWriters(const std::string& group, const std::string& unit) {
-  return Make("group quiesce", {"group", "quiesce", group, "--unit", unit},
-              [=](const Sight&, const Sight& now) -> std::string {
-                const auto found = now.facts.find("group " + group);
-                const bool isSet = found != now.facts.end() &&
-                                   found->second.find("held by " + unit) != std::string::npos;
-                return isSet ? "" : "the writers of group " + group + " are not held by " + unit;
-              });
+Step HoldWriters(const std::string& group, const std::string& command) {
+  return Make(
+      "group quiesce",
+      {"group", "quiesce", group, "--freeze-command", command, "--thaw-command", "/bin/true"},
+      [=](const Sight&, const Sight& now) -> std::string {
+        const auto found = now.facts.find("group " + group);
+        const bool isSet = found != now.facts.end() &&
+                           found->second.find("held by " + command + " ") != std::string::npos;
+        return isSet ? "" : "the writers of group " + group + " are not held by " + command;
+      });
 }
 
 Step RenameGroup(const std::string& id, const std::string& to) {

@@ -33,7 +33,7 @@ Step ImportTarget(const std::string& id, const std::string& volume, const std::s
 Step RemoveTarget(const std::string& id);
 Step CreateGroup(const std::string& id, const std::vector<std::string>& targets);
 Step DeleteGroup(const std::string& id);
-Step HoldWriters(const std::string& group, const std::string& unit);
+Step HoldWriters(const std::string& group, const std::string& command);
 Step RenameGroup(const std::string& id, const std::string& to);
 Step TakeSnapshot(const std::string& group);
 Step DeleteSnapshot(const std::string& gsnap);
