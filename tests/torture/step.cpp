@@ -261,7 +261,7 @@ Step Switchover(const std::string& group) {
 }
 
 Step Failover(const std::string& group, bool isForced) {
-  Words words{"failover", group};
+  Words words{"failover", group, "--mixed"};  // what a switchover sent is of no cut
   if (isForced) words.insert(words.end(), {"--force", "--yes"});
   return Make("failover", words, [=](const Sight& before, const Sight& now) -> std::string {
     const auto plans = PlansOf(now, group);
