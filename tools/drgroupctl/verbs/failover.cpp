@@ -141,6 +141,12 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
   return *report;
 }
 
+constexpr char kForced[] =
+    "With --force nothing is needed of the sources, which may be gone; what would be lost is told "
+    "target by target, and has to be agreed to. A group that was reprotected and not synced since "
+    "is put back into the failover that it came from, and nothing is lost: no snapshot has what "
+    "the copies that work have.";
+
 }  // namespace
 
 Verb Failover() {
@@ -153,12 +159,8 @@ Verb Failover() {
        "one is gone, the newest that is there is taken, once that is agreed to. The source is "
        "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
        "copies that work; while the sources are well, a switchover loses nothing.",
-       "With --force nothing is needed of the sources, which may be gone; what would be lost "
-       "is told target by target, and has to be agreed to. A group that was reprotected and "
-       "not synced since is put back into the failover that it came from, and nothing is lost: "
-       "no snapshot has what the copies that work have.",
-       kInUse, "With --force it goes on over that in any case, and says so.", kAllOrNothing,
-       kRunAgain},
+       kForced, kInUse, "With --force it goes on over that in any case, and says so.",
+       kAllOrNothing, kRunAgain},
       "Which copies work. What was written since the snapshots is given up.",
       {GroupArgument("the group")},
       {{"--snapshot", Value::kGsnap, "GSNAP", "the group snapshot to go to"},

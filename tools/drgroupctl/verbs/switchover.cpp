@@ -20,17 +20,19 @@ Report RunSwitchover(const Arguments& args, Warnings& warnings) {
   return CourseReport(prepared, Run(prepared, args), "Switched over group " + Quote(groupId) + ".");
 }
 
+constexpr char kOrder[] =
+    "The source of each target is made unwritable, a last sync goes over, and its replica works "
+    "with exactly those bytes; replication then runs the other way.";
+constexpr char kAskedTwice[] =
+    "Whether somebody can still write a source is asked once more when that has been made "
+    "unwritable: then too the switchover is refused, and everything is as it was.";
+
 }  // namespace
 
 Verb Switchover() {
   return {"switchover",
           "let a group's copies change their parts, without loss",
-          {"The source of each target is made unwritable, a last sync goes over, and its replica "
-           "works with exactly those bytes; replication then runs the other way.",
-           kInUse,
-           "Whether somebody can still write a source is asked once more when that has been made "
-           "unwritable: then too the switchover is refused, and everything is as it was.",
-           kAllOrNothing, kRunAgain,
+          {kOrder, kInUse, kAskedTwice, kAllOrNothing, kRunAgain,
            "Look at \"status\" first: when all targets were done, it brings them back."},
           "Which copies work, and the direction of replication.",
           {GroupArgument("the group")},
