@@ -223,8 +223,7 @@ TEST_F(DocumentsTest, CompletionOffersWhatThereIs) {
               ElementsAre("guest", "lun", "share", "with\\ space"));
   EXPECT_THAT(Complete({"target", "create", "new", "--volume", ""}), ElementsAre("v1", "v2"));
   EXPECT_THAT(Complete({"target", "create", "new", "--type", "s"}), ElementsAre("share"));
-  EXPECT_THAT(Complete({"snapshot", "create", "g", "--require", ""}),
-              ElementsAre("crash", "app"));
+  EXPECT_THAT(Complete({"snapshot", "create", "g", "--require", ""}), ElementsAre("crash", "app"));
   EXPECT_THAT(Complete({"group", "create", "h", "--target", "lun", "s"}), ElementsAre("share"));
   EXPECT_THAT(Complete({"target", "import", "new", Root() + "/conf"}),
               ElementsAre(Root() + "/config.json"));
