@@ -7,7 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
+#include <fstream>
 #include <thread>
 
 #include "../torture/loop_device.h"
@@ -227,8 +227,7 @@ TEST_P(UsersContractTest, AThreadThatHasDescriptorsOfItsOwnIsFound) {
 }
 
 TEST_P(UsersContractTest, AMappingCountsWhenTheFirstThreadOfItsProgramHasEnded) {
-  const Holder user([&] {
-    std::signal(SIGUSR1, [](int) { syscall(SYS_exit, 0); });  // of one thread alone
+  const auto map = [&] {
     std::thread([] {
       for (;;) pause();
     }).detach();
@@ -236,10 +235,12 @@ TEST_P(UsersContractTest, AMappingCountsWhenTheFirstThreadOfItsProgramHasEnded) 
     void* bytes = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
     close(fd);
     return bytes != MAP_FAILED;
-  });
-  ASSERT_EQ(syscall(SYS_tgkill, user.GetPid(), user.GetPid(), SIGUSR1), 0);
-  const std::string stat = "/proc/" + std::to_string(user.GetPid()) + "/stat";
-  while (ReadFile(stat).find(") Z") == std::string::npos) std::this_thread::yield();
+  };
+  const Holder user(map, [] { syscall(SYS_exit, 0); });  // of one thread alone
+  for (std::string stat; stat.find(") Z") == std::string::npos; std::this_thread::yield()) {
+    std::ifstream file("/proc/" + std::to_string(user.GetPid()) + "/stat");
+    std::getline(file, stat);
+  }
   ExpectUser(Find(A()), Kind::kMappedFile, true, user.GetPid(), File());
 }
 

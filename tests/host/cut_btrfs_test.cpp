@@ -90,6 +90,7 @@ INSTANTIATE_TEST_SUITE_P(Volumes, BtrfsCutTest, testing::Values("btrfs-btrfs"), 
 
 TEST_P(BtrfsCutTest, ManyTargetsAreCutInOneTransactionAgainAndAgainAndNothingIsLeftOpen) {
   const std::vector<EngineTarget> targets = MakeMany(16);
+  std::thread([] {}).join();  // with the first one a sanitizer starts one of its own
   const int threads = CountThreads();
   const int descriptors = CountDescriptors();
   for (int i = 0; i < 10; ++i) {
@@ -102,7 +103,7 @@ TEST_P(BtrfsCutTest, ManyTargetsAreCutInOneTransactionAgainAndAgainAndNothingIsL
       EXPECT_EQ(ReadFile(each.SnapshotPath(id) + "/file"), each.place.id);
     }
   }
-  EXPECT_EQ(CountThreads(), threads);
+  EXPECT_LE(CountThreads(), threads);
   EXPECT_EQ(CountDescriptors(), descriptors);
   for (const EngineTarget& each : targets) {
     EXPECT_EQ(std::distance(fs::directory_iterator(OwnDir() + "/snapshots/" + each.place.id), {}),

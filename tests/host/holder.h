@@ -14,13 +14,16 @@ namespace host_test {
 // Another process that takes something and has it for as long as the object lives.
 class Holder {
  public:
-  // `take` runs in it, and tells whether that worked; the object is made when it has run.
-  explicit Holder(const std::function<bool()>& take) {
+  // `take` runs in it, and tells whether that worked; the object is made when it has run. `then`
+  // runs after that.
+  explicit Holder(
+      const std::function<bool()>& take, void (*then)() = [] {}) {
     int ready[2];
     EXPECT_EQ(pipe(ready), 0);
     pid_ = StartChild({}, [&] {
       const bool taken = take();
       if (write(ready[1], taken ? "y" : "n", 1) != 1) return 1;
+      then();
       for (;;) pause();
     });
     close(ready[1]);
