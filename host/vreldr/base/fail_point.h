@@ -9,8 +9,8 @@ namespace VrelDR {
 
 // Calls that a test can let fail for one target, to see what becomes of the others:
 // VRELDR_FAIL_POINT in the environment holds "step@target", or several of them with commas between.
-// Without the variable a fail point does nothing. All but "cut" and
-// the last are reached before the call has done anything.
+// Without the variable a fail point does nothing. All but "cut" and the
+// last are reached before the call has done anything.
 inline constexpr std::string_view kFailCreate = "create";
 inline constexpr std::string_view kFailRemove = "remove";
 inline constexpr std::string_view kFailTake = "take";

@@ -30,6 +30,8 @@ class SnapshotRecords : Table {
   bool ListOfAnyState(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
   bool GetOfAnyState(const std::string& targetId, const std::string& snapId,
                      std::optional<SnapshotRow>& row) const;
+  // Any of a cut.
+  bool GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const;
   bool Add(const std::string& targetId, const Operation::Snapshot& snapshot,
            RecordState state) const;
   // The sequence number of the one that was added last.
@@ -57,6 +59,7 @@ class CutRecords : Table {
 
   bool Get(const std::string& cutId, std::optional<CutInfo>& row) const;
   bool Add(const CutInfo& row) const;
+  bool Remove(const std::string& cutId) const { return Delete({{"id", cutId}}); }
   // Those of which no snapshot is recorded.
   bool RemoveUnused() const {
     return db_.Exec(
@@ -192,9 +195,7 @@ struct Records {
   bool RemoveSnapshots(const std::string& targetId) const {
     return snapshots.RemoveAll(targetId) && cuts.RemoveUnused();
   }
-  bool RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-    return snapshots.Remove(snapshot) && cuts.RemoveUnused();
-  }
+  bool RemoveSnapshot(const Operation::Snapshot& snapshot) const;
   // The plan with all that was recorded of it.
   bool RemovePlan(const std::string& planId) const;
 

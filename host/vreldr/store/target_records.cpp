@@ -85,6 +85,10 @@ bool SnapshotRecords::GetOfAnyState(const std::string& targetId, const std::stri
   return Get({{"target_id", targetId}, {"snap_id", snapId}}, ReadSnapshot, row);
 }
 
+bool SnapshotRecords::GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const {
+  return Get({{"cut_id", cutId}}, ReadSnapshot, row);
+}
+
 bool SnapshotRecords::Add(const std::string& targetId, const Operation::Snapshot& snapshot,
                           RecordState state) const {
   return Insert({{"target_id", targetId},
@@ -120,6 +124,13 @@ bool CutRecords::Add(const CutInfo& row) const {
                  {"method", row.method},
                  {"skew_ms", Number(row.skew_ms)},
                  {"held_ms", Number(row.held_ms)}});
+}
+
+bool Records::RemoveSnapshot(const Operation::Snapshot& snapshot) const {
+  if (!snapshots.Remove(snapshot)) return false;
+  if (snapshot.cut_id.empty()) return true;
+  std::optional<SnapshotRow> left;
+  return snapshots.GetOneOfCut(snapshot.cut_id, left) && (left || cuts.Remove(snapshot.cut_id));
 }
 
 bool VolumeRecords::List(std::vector<VolumeRow>& rows) const {
