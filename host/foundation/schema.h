@@ -112,6 +112,10 @@ CREATE TABLE cuts (
 ALTER TABLE snapshots ADD COLUMN cut_id TEXT NOT NULL DEFAULT '';
 CREATE INDEX snapshots_by_cut ON snapshots (cut_id);
 )",
+    // Whether a sync has made the group snapshots of a cut.
+    R"(
+ALTER TABLE cuts ADD COLUMN is_made_by_sync INTEGER NOT NULL DEFAULT 0;
+)",
 };
 
 }  // namespace VrelHost

@@ -26,7 +26,7 @@ using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 
-constexpr int kNewest = 5;
+constexpr int kNewest = 6;
 
 // Rows for every table that a version has, in all states, as programs of that version wrote them.
 constexpr std::array kRows{
@@ -60,6 +60,10 @@ UPDATE plans SET hand_failures = seq + 6;
 )",
     R"(
 UPDATE targets SET locator = 'at ' || id;
+)",
+    R"(
+INSERT INTO cuts VALUES ('c1', 2, 2, 1, 'btrfs transaction', 0, 0), ('c2', 3, 0, 0, 'copy', 7, 9);
+UPDATE snapshots SET cut_id = 'c1' WHERE target_id = 'lun';
 )",
 };
 
@@ -121,6 +125,9 @@ Content Upgraded(Content content, int version) {
   if (version < 5) {
     content["cuts"];
     for (Row& row : content["snapshots"]) row["cut_id"] = "";
+  }
+  if (version < 6) {
+    for (Row& row : content["cuts"]) row["is_made_by_sync"] = "0";
   }
   content["vreldrcore_db_info"] = {{{"key", "version"}, {"value", std::to_string(kNewest)}}};
   return content;
@@ -261,7 +268,7 @@ TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNoth
   RunBehindAWriter(Records(), last, 2, [this] {
     const VrelDR::Status status = Upgrade(Records());
     return status.code == VrelDR::kErrStore &&
-           status.message.find("are of version 6,") != std::string::npos;
+           status.message.find("are of version 7,") != std::string::npos;
   });
   Content after = ContentOf(Records());
   EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], "6");
@@ -279,7 +286,7 @@ TEST_P(RecordsUpgradeTest, RecordsOfALaterVersionAreRefusedAndStayAsTheyAre) {
   const VrelDR::Status status = VrelDR::Store::Open(Root(), store);
   EXPECT_EQ(status.code, VrelDR::kErrStore);
   EXPECT_THAT(status.message, HasSubstr(Records()));
-  EXPECT_THAT(status.message, HasSubstr("are of version 6,"));
+  EXPECT_THAT(status.message, HasSubstr("are of version 7,"));
   EXPECT_FALSE(store);
   VrelHost::RecordsCondition condition{};
   EXPECT_TRUE(VrelHost::ExamineRecords(Records(), condition).IsOk());

@@ -8,6 +8,7 @@
 #include "vrelcore/export.h"
 #include "vreldr/error.h"
 #include "vreldr/quiesce.h"
+#include "vreldr/snapshot.h"
 #include "vreldr/target.h"
 
 namespace VrelDR {
@@ -29,6 +30,7 @@ struct VREL_API CutInfo {
   std::uint32_t skew_ms = 0;  // from the first snapshot's beginning to the last one's end; 0 when
                               // all are of one instant
   std::uint32_t held_ms = 0;  // for which writers were held; 0 when nobody was
+  bool is_made_by_sync = false;  // a sync has made the group snapshots of it, see Cut::PutInHand
 };
 
 class TargetCut;
@@ -36,6 +38,7 @@ class TargetCut;
 // Snapshots of several targets of this node that are made together, as near to one instant as their
 // volumes can, and then taken up one by one: TargetOperation::TakeSnapshot, and a sync, of a target
 // that a cut of this process has prepared takes up the cut's snapshot instead of taking a new one.
+// PutInHand has the syncs of all its targets send it, whatever becomes of this process.
 //
 // From Prepare on the cut keeps the right to change each of its targets until its snapshot was
 // taken up, or the cut goes: anything else that would change it is refused with kErrBusy, in this
@@ -56,6 +59,19 @@ class VREL_API Cut : public DRErrRecorder {
   // kErrBusy when somebody works on it, kErrNotHeld when the writers did not stand still all the
   // time.
   bool Prepare(const std::vector<Target>& targets, const QuiesceMeans& means = {});
+  // Puts the cut's snapshots in hand of these plans, of each of which one of the targets is the
+  // source: in one transaction, held by the plans' retention locks. A snapshot that nobody has
+  // taken up is taken up with `meta`; one that TakeSnapshot has stays as it is. As long as the
+  // object lives, the PlanSync of these plans in this process sends that snapshot and takes none;
+  // any later one goes on with it before it takes its own. `isMadeBySync` says that group snapshots
+  // are made of the cut that may go when nobody needs them.
+  //
+  // Fails with the first plan that does not go along and then puts nothing in hand, and what was
+  // not taken up before is gone: kErrBusy when somebody works on it or its source, kErrPlanState
+  // when it has something else in hand or does not replicate, kErrSnapshotMissing when its source's
+  // snapshot is not there any more, kErrBadArgument when its source is no target of the cut.
+  bool PutInHand(const std::vector<std::string>& planIds, const Operation::SnapshotMeta& meta,
+                 bool isMadeBySync);
   // Empty before Prepare has succeeded.
   const CutInfo& GetInfo() const { return info_; }
   // Writers that were held and could not be let go on, a line for each, also when Prepare failed.

@@ -50,6 +50,19 @@ class VREL_API PlanSync : public DROperation {
   DataSyncParam param_;
 };
 
+// Sends what the plan has in hand, and the pending snapshots, and takes none: what an interrupted
+// sync has left to do. Fine when nothing waits. What is said of PlanSync holds otherwise. The
+// library needs nothing of this; it is there for who takes a cut of several plans' sources, which
+// all of an earlier one should have gone before.
+class VREL_API PlanSendWaiting : public DROperation {
+ public:
+  explicit PlanSendWaiting(const std::string& planId);
+  bool Run(bool checkOnly) override;
+
+ private:
+  std::string plan_id_;
+};
+
 // Settles what an operation on the plan left that ended before its end, as every operation does
 // before it begins, and does nothing else. Checked only, it is good when nobody works on the plan.
 // The library needs nothing of this; it is there for who prepares a cut of the plan's source before

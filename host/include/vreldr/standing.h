@@ -34,6 +34,9 @@ struct VREL_API PlanStanding {
   OPState op_state = OPState::kDone;
   int op_progress = 0;
   std::string op_message;
+  // The snapshot of the source that is being sent, or that an interrupted sync has left to be sent;
+  // empty when there is none. It is none of the pending ones.
+  std::string hand_snap_id;
   // Snapshots that are still to be sent; nothing when that is not known.
   std::optional<std::size_t> pending_count;
   // What the replica can take over with, or why it could not be asked: then nothing is known to be

@@ -2,6 +2,7 @@
 
 #include "base/boundary.h"
 #include "plan/guard.h"
+#include "plan/put_in_hand.h"
 #include "target/held_writers.h"
 #include "target/target_cut.h"
 
@@ -39,6 +40,16 @@ bool Cut::Prepare(const std::vector<Target>& targets, const QuiesceMeans& means)
     status = cut_->Prepare(std::move(ids), writers);
     troubles_ = writers.GetTroubles();
     if (status.IsOk()) info_ = cut_->GetInfo();
+    return status;
+  });
+}
+
+bool Cut::PutInHand(const std::vector<std::string>& planIds, const Operation::SnapshotMeta& meta,
+                    bool isMadeBySync) {
+  return RunAndRecord(*this, [&]() -> Status {
+    if (info_.id.empty()) return {kErrBadArgument, "the cut is not prepared; prepare it first"};
+    Status status = VrelDR::PutInHand(*cut_, planIds, meta, isMadeBySync);
+    if (status.IsOk()) info_.is_made_by_sync = isMadeBySync;
     return status;
   });
 }

@@ -27,7 +27,8 @@ Status SwitchOver(HostPlan& plan, const DataSyncParam& param) {
   KillPoint(kSwitchoverQuiet);
   // What is written from now on by whoever had it open before would be in no snapshot.
   if (status.IsOk()) status = plan.CheckUnwritten(source);
-  if (status.IsOk()) status = PlanSyncer(plan, param, kShareOfSync).Run(snapId);
+  // A cut of before is not the last that the source has.
+  if (status.IsOk()) status = PlanSyncer(plan, param, kShareOfSync).Run(Cuts::kUnused, snapId);
   KillPoint(kSwitchoverSynced);
   if (status.IsOk()) status = plan.Demote(source);
   KillPoint(kSwitchoverDemoted);

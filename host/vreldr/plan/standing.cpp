@@ -92,6 +92,7 @@ PlanStanding StandingOf(const Host& host, const ManyPlanFacts& all, PlanFacts& f
   } else {
     standing.unread.push_back(all.pending.message);
   }
+  standing.hand_snap_id = std::move(facts.row.hand_snap_id);
   standing.plan = std::move(facts.row.plan);
   return standing;
 }

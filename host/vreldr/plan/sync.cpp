@@ -36,8 +36,21 @@ PlanSyncer::PlanSyncer(HostPlan& plan, const DataSyncParam& param, int share)
   report_.record.begin_time = Now();
 }
 
-Status PlanSyncer::Run(std::string& snapId) {
-  Status status = SendAll(snapId);
+Status PlanSyncer::Run(Cuts cuts, std::string& snapId) {
+  return Reported([&] { return SendAll(cuts, snapId); });
+}
+
+Status PlanSyncer::RunWaiting() {
+  return Reported([&] {
+    Status status = SendHand();
+    return status.IsOk() ? SendPending() : status;
+  });
+}
+
+Status PlanSyncer::Reported(const std::function<Status()>& run) {
+  Status status = plan_.Report(report_, 0);
+  KillPoint(kSyncRecorded);
+  if (status.IsOk()) status = run();
   SyncRecord& record = report_.record;
   if (status.IsOk()) record.total_size_byte = record.sync_size_byte;
   record.end_time = Now();
@@ -49,12 +62,16 @@ Status PlanSyncer::Run(std::string& snapId) {
   return status.IsOk() ? written : status;
 }
 
-Status PlanSyncer::SendAll(std::string& snapId) {
-  Status status = plan_.Report(report_, 0);
-  KillPoint(kSyncRecorded);
-  if (status.IsOk()) status = SendHand();
+Status PlanSyncer::SendAll(Cuts cuts, std::string& snapId) {
+  const std::string& planId = plan_.Get().GetPlanId();
+  if (cuts == Cuts::kUsed && CutParts::IsInHand(planId, plan_.GetRow().hand_snap_id)) {
+    snapId = plan_.GetRow().hand_snap_id;
+    GiveUpOthers();
+    return Send(snapId);
+  }
+  Status status = SendHand();
   if (status.IsOk() && param_.with_pending) status = SendPending();
-  if (status.IsOk()) status = TakeNew(snapId);
+  if (status.IsOk()) status = TakeNew(cuts, snapId);
   KillPoint(kSyncTaken);
   if (status.IsOk()) status = Send(snapId);
   return status;
@@ -151,11 +168,15 @@ Status PlanSyncer::TakeInHand(const std::string& snapId, bool& found) {
   return status.IsOk() ? plan_.Records().TakeInHand(plan_.Get(), snapId) : status;
 }
 
-Status PlanSyncer::TakeNew(std::string& snapId) {
+Status PlanSyncer::TakeNew(Cuts cuts, std::string& snapId) {
   HostTarget replica(plan_.GetHost());
   HostTarget source(plan_.GetHost());
   Status status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
-  if (status.IsOk()) status = plan_.OpenToTake(plan_.Get().GetSourceTargetId(), source);
+  const std::string& sourceId = plan_.Get().GetSourceTargetId();
+  if (status.IsOk()) {
+    status = cuts == Cuts::kUsed ? plan_.OpenToTake(sourceId, source)
+                                 : plan_.OpenToWrite(sourceId, source);
+  }
   if (!status.IsOk()) return status;
   SnapshotOrder order;
   order.meta = param_.meta;

@@ -1,11 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <string>
 
 #include "plan/host_plan.h"
 
 namespace VrelDR {
+
+// Whether what a cut of this process has made counts as the source's new snapshot.
+enum class Cuts { kUsed, kUnused };
 
 // One sync of a plan that is claimed: finishes the snapshot that an earlier one had in hand, sends
 // the pending ones if asked, and then a new one. Its report is written as it goes.
@@ -14,9 +18,12 @@ class PlanSyncer : public Watcher {
   // `share` is the part of the operation's progress, in percent, that the sync is.
   PlanSyncer(HostPlan& plan, const DataSyncParam& param, int share);
 
-  // Puts the identifier of the new snapshot, which both sides then have, into `snapId`. What has
-  // arrived stays after a failure.
-  Status Run(std::string& snapId);
+  // Puts the identifier of the new snapshot, which both sides then have, into `snapId`: the one
+  // that a cut of this process has put in hand, or one that is taken. What has arrived stays after
+  // a failure.
+  Status Run(Cuts cuts, std::string& snapId);
+  // Sends only what waits for that, and takes no snapshot.
+  Status RunWaiting();
 
   void Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sent) override;
   bool GoesOn() override;
@@ -24,7 +31,9 @@ class PlanSyncer : public Watcher {
  private:
   using Clock = std::chrono::steady_clock;
 
-  Status SendAll(std::string& snapId);
+  // Runs it with a report from its beginning to its end.
+  Status Reported(const std::function<Status()>& run);
+  Status SendAll(Cuts cuts, std::string& snapId);
   // Finishes what is in hand, or gives it up when it has found no room too often.
   Status SendHand();
   // Gives up what other plans have in hand that has found no room on this replica's volume too
@@ -35,7 +44,7 @@ class PlanSyncer : public Watcher {
   // Gives up the snapshot in hand of a plan that is claimed, and notes that.
   Status GiveUp(HostPlan& plan);
   Status SendPending();
-  Status TakeNew(std::string& snapId);
+  Status TakeNew(Cuts cuts, std::string& snapId);
   // Holds a snapshot of the source against deletion; `found` is false when it is gone.
   Status TakeInHand(const std::string& snapId, bool& found);
   // Sends the snapshot in hand.

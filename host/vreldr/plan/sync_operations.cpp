@@ -9,7 +9,22 @@
 #include "vreldr/operation.h"
 #include "vreldr/utils.h"
 
-namespace VrelDR::Operation {
+namespace VrelDR {
+
+namespace {
+
+PlanWork SyncWork(std::function<Status(HostPlan&)> act) {
+  PlanWork work;
+  work.op = kOpSync;
+  work.what = "sync";
+  work.check = Check::Sync;
+  work.act = std::move(act);
+  return work;
+}
+
+}  // namespace
+
+namespace Operation {
 
 namespace {
 
@@ -55,6 +70,16 @@ bool PlanSync::Run(bool checkOnly) {
   return RunAndRecord(*this, [&] { return SyncPlan(plan_id_, param_, checkOnly); });
 }
 
+PlanSendWaiting::PlanSendWaiting(const std::string& planId) : plan_id_(planId) {}
+
+bool PlanSendWaiting::Run(bool checkOnly) {
+  return RunAndRecord(*this, [&] {
+    return RunPlanWork(plan_id_, checkOnly, SyncWork([](HostPlan& plan) {
+                         return PlanSyncer(plan, {}, 100).RunWaiting();
+                       }));
+  });
+}
+
 PlanSettle::PlanSettle(const std::string& planId) : plan_id_(planId) {}
 
 bool PlanSettle::Run(bool checkOnly) {
@@ -73,20 +98,14 @@ bool PlanStop::Run(bool checkOnly) {
   return RunAndRecord(*this, [&] { return Stop(plan_id_, checkOnly); });
 }
 
-}  // namespace VrelDR::Operation
-
-namespace VrelDR {
+}  // namespace Operation
 
 Status SyncPlan(const std::string& planId, const DataSyncParam& param, bool checkOnly) {
-  PlanWork work;
-  work.op = kOpSync;
-  work.what = "sync";
-  work.check = Check::Sync;
-  work.act = [&param](HostPlan& plan) {
+  const auto sync = [&param](HostPlan& plan) {
     std::string snapId;
-    return PlanSyncer(plan, param, 100).Run(snapId);
+    return PlanSyncer(plan, param, 100).Run(Cuts::kUsed, snapId);
   };
-  return RunPlanWork(planId, checkOnly, work);
+  return RunPlanWork(planId, checkOnly, SyncWork(sync));
 }
 
 }  // namespace VrelDR

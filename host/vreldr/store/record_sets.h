@@ -59,6 +59,9 @@ class CutRecords : Table {
 
   bool Get(const std::string& cutId, std::optional<CutInfo>& row) const;
   bool Add(const CutInfo& row) const;
+  bool SetMadeBySync(const std::string& cutId) const {
+    return Update({{"id", cutId}}, {{"is_made_by_sync", true}});
+  }
   bool Remove(const std::string& cutId) const { return Delete({{"id", cutId}}); }
   // Those of which no snapshot is recorded.
   bool RemoveUnused() const {
@@ -189,6 +192,11 @@ struct Records {
         syncs(db),
         journals(db) {}
 
+  // A snapshot becomes whole, of `time`, which is the target's newest.
+  bool FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
+                      std::uint32_t time) const {
+    return snapshots.Finish(snapshot, time) && targets.SetLastSnapTime(targetId, time);
+  }
   // The plan has the snapshot in hand and holds it on the source.
   bool TakeInHand(const DRPlan& plan, const std::string& snapId) const;
   // The snapshots of a target, or one of it, with what was recorded of their cuts alone.

@@ -100,9 +100,22 @@ Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& sn
 
 Status Store::FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                              std::uint32_t time) const {
+  return db_.Transact(
+      [&](const Records& records) { return records.FinishSnapshot(targetId, snapshot, time); });
+}
+
+Status Store::PutInHand(const std::vector<TakenUp>& takenUp, const std::vector<InHand>& inHand,
+                        const CutInfo& cut) const {
   return db_.Transact([&](const Records& records) {
-    return records.snapshots.Finish(snapshot, time) &&
-           records.targets.SetLastSnapTime(targetId, time);
+    return std::ranges::all_of(takenUp,
+                               [&](const TakenUp& each) {
+                                 return records.FinishSnapshot(each.target_id, each.snapshot,
+                                                               each.snapshot.create_time);
+                               }) &&
+           std::ranges::all_of(
+               inHand,
+               [&](const InHand& each) { return records.TakeInHand(each.plan, each.snap_id); }) &&
+           (!cut.is_made_by_sync || records.cuts.SetMadeBySync(cut.id));
   });
 }
 

@@ -68,6 +68,18 @@ class Store {
   // Makes it whole, of `time`, with what its `meta` says now.
   Status FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                         std::uint32_t time) const;
+  // Snapshots of a cut that are being taken become whole, with their times and what their `meta`
+  // says; the plans have theirs in hand and hold them. All of it or nothing.
+  struct TakenUp {
+    std::string target_id;
+    Operation::Snapshot snapshot;
+  };
+  struct InHand {
+    DRPlan plan;
+    std::string snap_id;
+  };
+  Status PutInHand(const std::vector<TakenUp>& takenUp, const std::vector<InHand>& inHand,
+                   const CutInfo& cut) const;
   Status MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
     return db_.Result(db_.GetRecords().snapshots.MarkDeleting(snapshot));
   }

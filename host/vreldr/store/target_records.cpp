@@ -42,6 +42,7 @@ CutInfo ReadCut(const SqliteValueList& values) {
   row.method = GetText(values, "method");
   values.GetValue("skew_ms", row.skew_ms);
   values.GetValue("held_ms", row.held_ms);
+  values.GetValue("is_made_by_sync", row.is_made_by_sync);
   return row;
 }
 
@@ -123,7 +124,8 @@ bool CutRecords::Add(const CutInfo& row) const {
                  {"is_app_consistent", row.is_app_consistent},
                  {"method", row.method},
                  {"skew_ms", Number(row.skew_ms)},
-                 {"held_ms", Number(row.held_ms)}});
+                 {"held_ms", Number(row.held_ms)},
+                 {"is_made_by_sync", row.is_made_by_sync}});
 }
 
 bool Records::RemoveSnapshot(const Operation::Snapshot& snapshot) const {

@@ -16,6 +16,10 @@ struct Registry {
   pid_t pid = 0;
   std::set<std::string> cuts;
   std::map<std::string, CutPart> parts;  // by target
+  struct Hand {
+    std::string cut_id, snap_id;
+  };
+  std::map<std::string, Hand> hands;  // by plan
 };
 
 // What a parent process had is not this one's: it drops its descriptors of it alone.
@@ -26,6 +30,7 @@ Registry& TheRegistry(std::unique_lock<std::mutex>& lock) {
     registry.pid = getpid();
     registry.cuts.clear();
     registry.parts.clear();
+    registry.hands.clear();
   }
   return registry;
 }
@@ -49,6 +54,7 @@ std::vector<CutParts::Part> CutParts::Withdraw(const std::string& cutId) {
   std::unique_lock<std::mutex> lock;
   Registry& registry = TheRegistry(lock);
   registry.cuts.erase(cutId);
+  std::erase_if(registry.hands, [&](const auto& each) { return each.second.cut_id == cutId; });
   std::vector<Part> withdrawn;
   for (auto each = registry.parts.begin(); each != registry.parts.end();) {
     if (each->second.snapshot.cut_id == cutId) {
@@ -64,6 +70,19 @@ std::vector<CutParts::Part> CutParts::Withdraw(const std::string& cutId) {
 bool CutParts::Has(const std::string& targetId) {
   std::unique_lock<std::mutex> lock;
   return TheRegistry(lock).parts.contains(targetId);
+}
+
+void CutParts::NoteInHand(const std::string& cutId, const std::string& planId,
+                          const std::string& snapId) {
+  std::unique_lock<std::mutex> lock;
+  TheRegistry(lock).hands.insert_or_assign(planId, Registry::Hand{cutId, snapId});
+}
+
+bool CutParts::IsInHand(const std::string& planId, const std::string& snapId) {
+  std::unique_lock<std::mutex> lock;
+  const auto& hands = TheRegistry(lock).hands;
+  const auto found = hands.find(planId);
+  return found != hands.end() && found->second.snap_id == snapId;
 }
 
 std::unique_ptr<BorrowedPart> BorrowedPart::Of(const std::string& targetId) {

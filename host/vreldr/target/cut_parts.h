@@ -32,6 +32,11 @@ std::vector<Part> Withdraw(const std::string& cutId);
 // Whether the target has one that nobody has borrowed.
 bool Has(const std::string& targetId);
 
+// The plan has a snapshot of the cut in hand, which its syncs in this process send as their own
+// until the cut goes.
+void NoteInHand(const std::string& cutId, const std::string& planId, const std::string& snapId);
+bool IsInHand(const std::string& planId, const std::string& snapId);
+
 }  // namespace CutParts
 
 // A part in the hands of one who may take it up, and who alone has the right to change its target.

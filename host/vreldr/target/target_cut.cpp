@@ -82,6 +82,12 @@ Status TargetCut::Prepare(std::vector<std::string> targetIds, CutWriters& writer
   return status;
 }
 
+const Operation::Snapshot* TargetCut::FindSnapshot(const std::string& targetId) const {
+  const auto found = std::ranges::find_if(
+      members_, [&](const Member& each) { return each.opened->GetTarget().GetId() == targetId; });
+  return found == members_.end() ? nullptr : &found->snapshot;
+}
+
 Status TargetCut::Open(const std::vector<std::string>& targetIds) {
   Status status;
   for (const std::string& each : targetIds) {

@@ -29,6 +29,8 @@ class TargetCut {
   // listed, and goes with the next change of its target.
   Status Prepare(std::vector<std::string> targetIds, CutWriters& writers);
   const CutInfo& GetInfo() const { return info_; }
+  // The cut's snapshot of a target; null when it is none of its targets.
+  const Operation::Snapshot* FindSnapshot(const std::string& targetId) const;
 
  private:
   struct Member {
