@@ -27,6 +27,8 @@ using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 
 constexpr int kNewest = 6;
+// How records that are too new for this program are told from others.
+const std::string kLater = std::to_string(kNewest + 1);
 
 // Rows for every table that a version has, in all states, as programs of that version wrote them.
 constexpr std::array kRows{
@@ -213,9 +215,9 @@ TEST_P(RecordsUpgradeTest, OneThatIsKilledHasHappenedOnceItIsCommittedAndNotBefo
 }
 
 // So many rows, and so little memory for them, that SQLite writes pages of the transaction to the
-// file before it is committed.
+// file before it is committed. What makes version 6 of version 5 is one page, written at its end.
 TEST_P(RecordsUpgradeTest, OneThatIsCutHalfWayIsTakenBackByItsJournalAndDoneByTheNextOpening) {
-  for (int version = 1; version < kNewest; ++version) {
+  for (int version = 1; version < 5; ++version) {
     SCOPED_TRACE(version);
     MakeVersion(version, true);
     ASSERT_TRUE(VrelHost::RecordsAt(Records()).Exec(
@@ -264,29 +266,31 @@ TEST_P(RecordsUpgradeTest, TwoProcessesThatBothSawTheEarlierVersionBothSucceed) 
 
 TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNothingBack) {
   MakeVersion(kNewest - 1, true);
-  const std::string last = "UPDATE vreldrcore_db_info SET value = '6'; CREATE TABLE later (a)";
+  const std::string last =
+      "UPDATE vreldrcore_db_info SET value = '" + kLater + "'; CREATE TABLE later (a)";
   RunBehindAWriter(Records(), last, 2, [this] {
     const VrelDR::Status status = Upgrade(Records());
     return status.code == VrelDR::kErrStore &&
-           status.message.find("are of version 7,") != std::string::npos;
+           status.message.find("are of version " + kLater + ",") != std::string::npos;
   });
   Content after = ContentOf(Records());
-  EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], "6");
+  EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], kLater);
   EXPECT_EQ(after.count("later"), 1U);
-  EXPECT_EQ(after["snapshots"].front().count("cut_id"), 0U);
+  EXPECT_EQ(after["cuts"].front().count("is_made_by_sync"), 0U);
 }
 
 TEST_P(RecordsUpgradeTest, RecordsOfALaterVersionAreRefusedAndStayAsTheyAre) {
   MakeVersion(kNewest, true);
   ASSERT_TRUE(
       VrelHost::RecordsAt(Records()).Exec("ALTER TABLE targets ADD COLUMN later;"
-                                          "UPDATE vreldrcore_db_info SET value = '6'"));
+                                          "UPDATE vreldrcore_db_info SET value = '" +
+                                          kLater + "'"));
   const auto before = DescribeTree(Root());
   std::optional<VrelDR::Store> store;
   const VrelDR::Status status = VrelDR::Store::Open(Root(), store);
   EXPECT_EQ(status.code, VrelDR::kErrStore);
   EXPECT_THAT(status.message, HasSubstr(Records()));
-  EXPECT_THAT(status.message, HasSubstr("are of version 7,"));
+  EXPECT_THAT(status.message, HasSubstr("are of version " + kLater + ","));
   EXPECT_FALSE(store);
   VrelHost::RecordsCondition condition{};
   EXPECT_TRUE(VrelHost::ExamineRecords(Records(), condition).IsOk());
