@@ -270,7 +270,7 @@ say "The data changes; fail over to the group snapshot"
 change '' 'changed before the failover'
 remember fourth
 for target in $targets; do differs "$target" third fourth; done
-show drgroupctl failover office --snapshot "$third"
+show drgroupctl failover office --snapshot "$third" --yes
 prove_copies -dr third
 
 say "Work goes on at the DR copies; reprotect the group and send that back"

@@ -189,12 +189,43 @@ TEST_P(CutTest, PruningLeavesTheNewestCutThatAllReplicasHave) {
             0);
 }
 
+TEST_P(CutTest, AFailoverSaysWhetherItsSnapshotsAreOfOneInstant) {
+  WriteConfiguration({"v1", "v2"});
+  RunWell({"protect", "g", "--volume", "v2"});
+  const auto told = [](const Words& options) {
+    Words words{"failover", "g", "--json"};
+    words.insert(words.end(), options.begin(), options.end());
+    std::string lines;
+    const Json::Value document = Run(words).Json();
+    for (const Json::Value& each : document["error"]["losses"]) {
+      lines += each.asString() + "\n";
+    }
+    return lines;
+  };
+  const Json::Value synced = RunWell({"sync", "g", "--json"}).Json();
+  EXPECT_EQ(told({}).find("the snapshots are not of one instant, but were taken within ") ==
+                std::string::npos,
+            IsBtrfs());
+  const Json::Value planned = RunWell({"failover", "g", "--dry-run", "--json"}).Json();
+  for (const char* key : {"cut_grade", "cut_id", "cut_members", "cut_skew_ms"}) {
+    EXPECT_EQ(planned[key], synced[key]) << key;
+  }
+  HoldByCommand("true");
+  RunWell({"sync", "g"});
+  EXPECT_THAT(told({}), testing::Not(HasSubstr("instant")));
+  setenv("VRELDR_FAIL_POINT", "ship@b-dr", 1);
+  EXPECT_NE(Run({"sync", "g"}).code, kDone);
+  unsetenv("VRELDR_FAIL_POINT");
+  EXPECT_THAT(told({"--mixed"}), HasSubstr("of different cuts"));
+  RunWell({"failover", "g", "--mixed", "--yes"});
+}
+
 TEST_P(CutTest, AFailoverToSnapshotsOfNoCutWantsToBeTold) {
   WriteConfiguration({"v1", "v2"});
   RunWell({"protect", "g", "--volume", "v2"});
   RunWell({"action", "run", "sync", "g"});
   RunBadly(kRefused, {"failover", "g"}, {"\"a-dr\"", "\"b-dr\"", "no cut", "--mixed"});
-  RunWell({"failover", "g", "--mixed"});
+  RunWell({"failover", "g", "--mixed", "--yes"});
 }
 
 TEST_P(CutTest, ASyncWhoseWritersCannotBeHeldSendsNothing) {

@@ -236,7 +236,7 @@ TEST_P(InUseTest, ACopyThatIsReplacedOrRemovedWithItsPlanIsNotTakenFromItsReader
     ExpectRefusal(words, {"target \"guest\" is in use", PidText(reader)});
     EXPECT_EQ(States(), AllTurned());
   }
-  RunWell({"unprotect", "g", "--in-use"});
+  RunWell({"unprotect", "g", "--in-use", "--yes"});
   EXPECT_EQ(States(), AllUnprotected());
 }
 

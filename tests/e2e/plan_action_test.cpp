@@ -21,6 +21,12 @@ class PlanActionTest : public PlanTest {
     return RunWell({"action", "run", task, "g", "--params", ParamsFile(params), "--yes", "--json"})
         .Json();
   }
+  // Expects that it is not run without being told to.
+  void RunUntold(const std::string& task, const Json::Value& params, const Words& parts) const {
+    const auto before = States();
+    RunBadly(kRefused, {"action", "run", task, "g", "--params", ParamsFile(params)}, parts);
+    EXPECT_EQ(States(), before);
+  }
   static Json::Value CreationParams() {
     Json::Value params;
     params["dst_vol"] = "v2";
@@ -79,6 +85,7 @@ TEST_P(PlanActionTest, EveryActionRunsByItsName) {
   RunWell({"snapshot", "ship", failover["gsnap_id"].asString()});
   RunTask("sync");
   ChangeMain();
+  RunUntold("failover", failover, {"written since", "--yes"});
   RunTask("failover", failover);
   EXPECT_EQ(States(), AllFailedOver());
   EXPECT_EQ(CopyContents(), wanted);
@@ -90,12 +97,12 @@ TEST_P(PlanActionTest, EveryActionRunsByItsName) {
   RunTask("switchover");
   EXPECT_EQ(MainContents(), wanted);
   failover["is_forced"] = true;
-  const Words forced{"action", "run", "failover", "g", "--params", ParamsFile(failover)};
-  RunBadly(kRefused, forced, {"written since", "--yes"});
+  RunUntold("failover", failover, {"written since", "--yes"});
   RunTask("failover", failover);
   RunTask("reprotect", side);
   RunTask("switchover");
   EXPECT_EQ(MainContents(), wanted);
+  RunUntold("delete", Json::Value(Json::objectValue), {"end the replication", "--yes"});
   RunTask("delete");
   EXPECT_EQ(States(), AllUnprotected());
   EXPECT_EQ(CopyContents(), wanted);

@@ -111,9 +111,10 @@ TEST_P(PlanDamageTest, WhatGoesIsNamedExactlyAndTheOriginalsAreCalledWhatTheyAre
   EXPECT_EQ(planned[0]["snapshot_count"].asUInt(), 1U);
   EXPECT_EQ(planned[0]["claims"].size(), 0U);
   RunWell({"switchover", "g"});
-  RunBadly(kRefused, {"unprotect", "g", "--delete-data"},
-           {"target \"lun\" on volume \"v1\" (the main side) with 2 snapshots",
-            "target \"guest\" on volume \"v1\" (the main side)", "--yes"});
+  RunUnasked({"unprotect", "g", "--delete-data"},
+             {"target \"lun\" on volume \"v1\" (the main side) with 2 snapshots",
+              "target \"guest\" on volume \"v1\" (the main side)", "end the replication"},
+             {"\"lun-dr\" works on", "target \"lun\" on volume \"v1\" goes with its snapshots"});
   RunBadly(kRefused, {"action", "run", "tmp_del", "g"},
            {"target \"share\" on volume \"v1\" (the main side) with 2 snapshots", "--yes"});
   const Result done = RunWell({"unprotect", "g", "--delete-data", "--yes"});
@@ -325,7 +326,7 @@ TEST_P(PlanDamageTest, ThatASwitchoverWouldLoseNothingIsSaidWhereThereIsAChoice)
   MakeProtected();
   EXPECT_THAT(RunWell({"failover", "g", "--dry-run"}).err, HasSubstr("would lose nothing"));
   EXPECT_THAT(Run({"failover", "g", "--force"}).err, HasSubstr("would lose nothing"));
-  EXPECT_THAT(RunWell({"failover", "g"}).err, Not(HasSubstr("would lose nothing")));
+  EXPECT_THAT(RunWell({"failover", "g", "--yes"}).err, Not(HasSubstr("would lose nothing")));
 }
 
 TEST_P(PlanDamageTest, AShipmentThatFindsNoRoomIsDroppedAndSaidToBe) {
@@ -427,7 +428,7 @@ TEST_P(PlanDamageTest, StatusSaysThatWhatWorksMayBeUnwritableAfterAKill) {
   RunWell({"group", "create", "s", "--target", "share"});
   ASSERT_TRUE(RunKilledAt("switchover.demoted", {"switchover", "s"}));
   expectTold("switchover");
-  ASSERT_TRUE(RunKilledAt("failover.demoted", {"failover", "s"}));
+  ASSERT_TRUE(RunKilledAt("failover.demoted", {"failover", "s", "--yes"}));
   expectTold("failover");
   ASSERT_TRUE(RunKilledAt("sync.taken", {"sync", "s"}));
   EXPECT_THAT(StatusOf("share")["problem"].asString(),

@@ -97,7 +97,7 @@ TEST_P(PlanFailureTest, AFailoverIsTakenBackWithoutALoss) {
     EXPECT_EQ(States(), AllProtected());
     EXPECT_EQ(MainContents(), wanted);
   };
-  AtEachTarget("promote", "-dr", {"failover", "g"}, "reverted", check);
+  AtEachTarget("promote", "-dr", {"failover", "g", "--yes"}, "reverted", check);
   AtEachTarget("promote", "-dr", {"failover", "g", "--force", "--yes"}, "reverted", check);
   ChangeMain();
   RunWell({"sync", "g"});
@@ -106,7 +106,7 @@ TEST_P(PlanFailureTest, AFailoverIsTakenBackWithoutALoss) {
 
 TEST_P(PlanFailureTest, AReprotectionIsTakenBack) {
   MakeProtected();
-  RunWell({"failover", "g"});
+  RunWell({"failover", "g", "--yes"});
   ChangeCopies();
   const auto wanted = CopyContents();
   for (const char* step : {"take", "quiesce"}) {

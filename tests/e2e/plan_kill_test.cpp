@@ -99,8 +99,8 @@ TEST_P(PlanKillTest, AFailoverThatIsKilledIsFinished) {
   MakeProtected();
   TargetContents wanted;
   for (const bool isForced : {false, true}) {
-    std::vector<std::string> words{"failover", "g"};
-    if (isForced) words.insert(words.end(), {"--force", "--yes"});
+    std::vector<std::string> words{"failover", "g", "--yes"};
+    if (isForced) words.emplace_back("--force");
     AtEach(
         {"failover.demoted", "restore.copied", "restore.synced", "restore.exchanged",
          "restore.done", "promote.done", "failover.promoted", "failover.turned"},
@@ -128,7 +128,7 @@ TEST_P(PlanKillTest, AFailoverThatIsKilledWhileItIsTakenBackIsFinished) {
   TargetContents wanted;
   setenv("VRELDR_FAIL_POINT", "promote@guest-dr", 1);
   AtEach(
-      {"revert.demoted", "revert.promoted", "revert.turned"}, {"failover", "g"},
+      {"revert.demoted", "revert.promoted", "revert.turned"}, {"failover", "g", "--yes"},
       [&] {
         ChangeMain();
         wanted = MainContents();
@@ -138,7 +138,7 @@ TEST_P(PlanKillTest, AFailoverThatIsKilledWhileItIsTakenBackIsFinished) {
       },
       [&](bool) {
         unsetenv("VRELDR_FAIL_POINT");
-        RunWell({"failover", "g"});
+        RunWell({"failover", "g", "--yes"});
         EXPECT_EQ(States(), AllFailedOver());
         EXPECT_EQ(CopyContents(), wanted);
         RunWell({"reprotect", "g"});
@@ -158,7 +158,7 @@ TEST_P(PlanKillTest, AReprotectionThatIsKilledIsFinished) {
        "take.done", "reprotect.kept", "reprotect.turned"},
       {"reprotect", "g"},
       [&] {
-        RunWell({"failover", "g", "--mixed"});  // what a switchover sent is of no cut
+        RunWell({"failover", "g", "--mixed", "--yes"});  // what a switchover sent is of no cut
         ChangeCopies();
         wanted = CopyContents();
       },
@@ -195,10 +195,10 @@ TEST_P(PlanKillTest, ADeletionThatIsKilledIsFinished) {
   MakeGroup();
   const auto wanted = MainContents();
   for (const bool withData : {false, true}) {
-    std::vector<std::string> words{"unprotect", "g"};
+    std::vector<std::string> words{"unprotect", "g", "--yes"};
     Steps steps{"plan_delete.promoted", "plan_delete.done"};
     if (withData) {
-      words.insert(words.end(), {"--delete-data", "--yes"});
+      words.emplace_back("--delete-data");
       steps = {"plan_delete.marked", "forget.snapshots_gone", "forget.bytes_gone", "forget.done",
                "plan_delete.done"};
     }

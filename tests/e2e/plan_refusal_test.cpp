@@ -114,7 +114,8 @@ TEST_P(PlanRefusalTest, ATargetWithTwoPlansIsRefusedByBoth) {
   for (const Json::Value& each : document["plans"]) {
     if (each["dr_target_id"] == "lun-dr2") made = each["plan_id"].asString();
   }
-  RunBadly(kRefused, {"plan", "delete", made, "--delete-data"}, {made, "--yes"});
+  RunUnasked({"plan", "delete", made, "--delete-data"}, {made},
+             {"\"lun-dr2\" on volume \"v2\" goes"});
   RunWell({"plan", "delete", made, "--delete-data", "--yes"});
   EXPECT_EQ(States(), AllProtected());
   EXPECT_EQ(TargetPaths().count("lun-dr2"), 0U);
@@ -177,13 +178,13 @@ TEST_P(PlanRefusalTest, AFailoverToASnapshotThatTheDrSideHasNotIsRefusedWithThos
 TEST_P(PlanRefusalTest, AnActionThatTheStateDoesNotAllowIsRefused) {
   MakeProtected();
   ExpectRefused(kRefused, {"reprotect", "g"}, {"nothing was done", "\"lun\""});
-  RunWell({"failover", "g"});
+  RunWell({"failover", "g", "--yes"});
   for (const char* verb : {"sync", "switchover"}) {
     const Result result = Run({verb, "g"});
     EXPECT_EQ(result.code, kRefused) << result.err;
     EXPECT_THAT(result.err, AllOf(HasSubstr("nothing was done"), HasSubstr("failed over")));
   }
-  EXPECT_EQ(Run({"failover", "g"}).code, kRefused);
+  EXPECT_EQ(Run({"failover", "g", "--yes"}).code, kRefused);
   EXPECT_EQ(Run({"unprotect", "g", "--delete-data", "--yes"}).code, kRefused);
   EXPECT_EQ(States(), AllFailedOver());
   // A replica takes no snapshot of its own, and a target of a plan is not removed under it.
@@ -306,7 +307,7 @@ TEST_F(FullDrVolumeTest, ADrVolumeThatIsFullInTheMiddleOfASyncLosesNothing) {
 
   ASSERT_EQ(mount(nullptr, VolumePath("v2").c_str(), nullptr, MS_REMOUNT, "size=32m"), 0);
   RunWell({"sync", "g"});
-  RunWell({"failover", "g"});
+  RunWell({"failover", "g", "--yes"});
   EXPECT_EQ(ReadContents({{"share", TargetPaths().at("share-dr")}}), wanted);
   EXPECT_EQ(ReadContents(TargetPaths()).at("lun"), before.at("lun"));
 }

@@ -261,8 +261,8 @@ Step Switchover(const std::string& group) {
 }
 
 Step Failover(const std::string& group, bool isForced) {
-  Words words{"failover", group, "--mixed"};  // what a switchover sent is of no cut
-  if (isForced) words.insert(words.end(), {"--force", "--yes"});
+  Words words{"failover", group, "--yes", "--mixed"};  // what a switchover sent is of no cut
+  if (isForced) words.emplace_back("--force");
   return Make("failover", words, [=](const Sight& before, const Sight& now) -> std::string {
     const auto plans = PlansOf(now, group);
     if (plans.empty()) return "group " + group + " has no plans";

@@ -128,9 +128,7 @@ Json::Value StatusRow(const PlanStanding& standing) {
   row["state"] = StateName(plan);
   row["direction"] = DirectionName(plan);
   row["working_target_id"] = plan.GetWorkingTargetId();
-  row["replica_target_id"] = plan.GetWorkingTargetId() == plan.GetReplicaTargetId()
-                                 ? plan.GetSourceTargetId()
-                                 : plan.GetReplicaTargetId();
+  row["replica_target_id"] = OtherCopyOf(plan);
   row["site"] = SiteName(standing.site);
   Arrived arrived = ToArrived(standing.arrived, standing.arrived_problem);
   arrived.is_recorded_known = standing.is_recorded_known;

@@ -73,6 +73,11 @@ Failure NoOnePlan(const std::string& target, const std::vector<DRPlan>& plans) {
                                   "\"drgroupctl plan delete\""};
 }
 
+const std::string& OtherCopyOf(const DRPlan& plan) {
+  return plan.GetWorkingTargetId() == plan.GetSourceTargetId() ? plan.GetReplicaTargetId()
+                                                               : plan.GetSourceTargetId();
+}
+
 std::string LastArrived(const std::string& planId) {
   VrelDR::RetentionLockReport report;
   const VrelDR::RetentionLockReporter reporter(planId);

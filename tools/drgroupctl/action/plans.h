@@ -24,6 +24,9 @@ VrelDR::DRPlan RequireOnePlan(const std::string& target);
 // Why no action can take the plan of a target that has these, of which there is not exactly one.
 Failure NoOnePlan(const std::string& target, const std::vector<VrelDR::DRPlan>& plans);
 
+// The copy that does not work.
+const std::string& OtherCopyOf(const VrelDR::DRPlan& plan);
+
 // The last snapshot that arrived for a plan; empty when there is none.
 std::string LastArrived(const std::string& planId);
 

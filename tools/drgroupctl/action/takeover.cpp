@@ -175,6 +175,31 @@ bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers) {
   });
 }
 
+GsnapCut CutOf(const std::vector<Takeover>& takeovers) {
+  SnapshotsOfTargets snapshots;
+  for (const Takeover& each : takeovers) {
+    if (each.is_going_back) continue;
+    const VrelDR::DRPlan& plan = each.plan;
+    snapshots.emplace_back(VrelDR::Target(plan.GetReplicaTargetId(), plan.GetProtectedTargetType()),
+                           each.snap_id);
+  }
+  return CutOf(snapshots);
+}
+
+std::string CutDetails(const GsnapCut& cut) {
+  const std::string apart = "; what one has may depend on what is missing in another\n";
+  switch (cut.kind) {
+    case GsnapCut::Kind::kOne:
+      if (cut.info.grade != VrelDR::CutGrade::kNone) return {};
+      return "the snapshots are " + cut.text + ", but were taken within " +
+             std::to_string(cut.info.skew_ms) + " ms" + apart;
+    case GsnapCut::Kind::kMixed:
+      return "the snapshots are " + cut.text + apart;
+    default:
+      return "whether the snapshots are of one instant is " + cut.text + "\n";
+  }
+}
+
 std::string LossDetails(const std::vector<Takeover>& takeovers) {
   std::string text;
   for (const Takeover& each : takeovers) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "groups/group_store.h"
+#include "groups/gsnap_cut.h"
 #include "host/arrived.h"
 #include "output/report.h"
 
@@ -62,8 +63,14 @@ std::string HalfWayAdvice(const std::vector<Takeover>& takeovers);
 // Whether the last snapshot that arrived is gone from a replica that takes over.
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers);
 
+// How the snapshots that the replicas take over with were made.
+GsnapCut CutOf(const std::vector<Takeover>& takeovers);
+
 // What is given up, a line for each target.
 std::string LossDetails(const std::vector<Takeover>& takeovers);
+// A line that tells that these snapshots are not of one instant, or that this is not known; empty
+// when they are.
+std::string CutDetails(const GsnapCut& cut);
 
 // What is lost with one takeover, in one line: "everything written since ...".
 std::string LostText(const Takeover& takeover);

@@ -164,9 +164,16 @@ void CheckParams(const Task& task, const Json::Value& params, const std::string&
   }
 }
 
+bool IsForced(const Task& task, const Json::Value& params) {
+  return task.loss == Loss::kUnsent && AsBool(Member(params, Param::kIsForced));
+}
+
 std::string LossOf(const Task& task, const Json::Value& params) {
-  if (task.loss == Loss::kUnsent && AsBool(Member(params, Param::kIsForced))) {
+  if (task.loss == Loss::kUnsent) {
     return "give up what was written since the snapshots that the replicas have";
+  }
+  if (task.loss == Loss::kCopiesIfAsked && !RemovesCopies(task, params)) {
+    return "end the replication of the targets";
   }
   return {};
 }

@@ -21,12 +21,12 @@ struct TaskParam {
   Kind kind;
 };
 
-// What running a task gives up, when its parameters ask for that.
+// What running a task gives up.
 enum class Loss {
   kNothing,
-  kUnsent,         // when forced, what was written since the snapshots that the replicas have
+  kUnsent,         // what was written since the snapshots that the replicas have
   kCopies,         // copies, with their plans
-  kCopiesIfAsked,  // the same, when the parameters say so
+  kCopiesIfAsked,  // plans, and the copies with them when the parameters say so
   kReplaced,       // the copies of the plans that its parameters name
 };
 
@@ -63,6 +63,9 @@ const Task& FindTask(const std::string& name);
 // Throws a usage failure when `params` has a member that the task does not take, or one of another
 // kind; `from` says where they come from, such as a file.
 void CheckParams(const Task& task, const Json::Value& params, const std::string& from);
+
+// Whether the task with these parameters goes on over whoever is in the way.
+bool IsForced(const Task& task, const Json::Value& params);
 
 // What running the task with these parameters gives up beside copies, as the start of a question;
 // empty when that is nothing.

@@ -3,7 +3,6 @@
 #include <vreldr/target_operation.h>
 
 #include <map>
-#include <vector>
 
 #include "host/host.h"
 #include "output/text.h"
@@ -44,14 +43,22 @@ GsnapCut CutOf(const VrelDR::CutInfo& info) {
 }
 
 GsnapCut CutOf(const VrelDRGroup::GsnapshotInfo& gsnap) {
-  std::map<std::string, std::vector<std::string>> targets;
+  SnapshotsOfTargets snapshots;
   for (const VrelDRGroup::TargetSnapshot& each : gsnap.target_snapshots) {
-    const VrelDR::TargetOperation operation(each.target);
-    const VrelDR::Operation::Snapshot found = operation.GetSnapshot(each.tsnap_id);
+    snapshots.emplace_back(each.target, each.tsnap_id);
+  }
+  return CutOf(snapshots);
+}
+
+GsnapCut CutOf(const SnapshotsOfTargets& snapshots) {
+  std::map<std::string, std::vector<std::string>> targets;
+  for (const auto& [target, snapId] : snapshots) {
+    const VrelDR::TargetOperation operation(target);
+    const VrelDR::Operation::Snapshot found = operation.GetSnapshot(snapId);
     if (found.snap_id.empty() && operation.GetErrCode() != 0) {
       return Unknown(HostMessage(operation));
     }
-    targets[found.cut_id].push_back(Quote(each.target.GetId()));
+    targets[found.cut_id].push_back(Quote(target.GetId()));
   }
   if (targets.size() > 1) return {GsnapCut::Kind::kMixed, {}, MixedText(targets)};
   const std::string cutId = targets.empty() ? "" : targets.begin()->first;

@@ -4,10 +4,13 @@
 #include <vreldrgroup/record/gsnapshot.h>
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "output/report.h"
 
-// How the snapshots of a group snapshot were made, as the host has it.
+// How snapshots that are used together were made, as the host has it: those of a group snapshot, or
+// those that replicas take over with.
 namespace drgroupctl {
 
 struct GsnapCut {
@@ -22,6 +25,9 @@ struct GsnapCut {
   std::string text;      // for people; of kMixed and kUnknown with the targets
 };
 
+// Of snapshots by their targets.
+using SnapshotsOfTargets = std::vector<std::pair<VrelDR::Target, std::string>>;
+GsnapCut CutOf(const SnapshotsOfTargets& snapshots);
 GsnapCut CutOf(const VrelDRGroup::GsnapshotInfo& gsnap);
 // Of one that was made just now.
 GsnapCut CutOf(const VrelDR::CutInfo& info);

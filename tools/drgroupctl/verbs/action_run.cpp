@@ -136,7 +136,7 @@ Report RunActionRun(const Arguments& args, Warnings& warnings) {
   const Prepared prepared = Prepare(task, groupId, TargetIds(group), params);
   if (task.is_checker) return CheckerReport(prepared);
   InUse inUse(UsesOf(task, params, prepared), args);
-  if (!LossOf(task, params).empty()) inUse.GoOn("as it is forced");
+  if (IsForced(task, params)) inUse.GoOn("as it is forced");
   std::optional<Report> checked = CheckFirst(prepared, args, inUse, warnings);
   std::optional<Removal> removal;
   if (RemovesCopies(task, params)) {

@@ -59,10 +59,19 @@ Prepared PrepareToGsnap(const Group& group, const std::string& gsnapId,
   return Prepare(FindTask("failover"), group.id, targets, params);
 }
 
+// Those that are still to be done.
+std::vector<Takeover> OpenOf(const std::vector<Takeover>& takeovers, const Prepared& prepared) {
+  std::vector<Takeover> open;
+  for (const Takeover& each : takeovers) {
+    if (prepared.passed_over.count(each.driven) == 0) open.push_back(each);
+  }
+  return open;
+}
+
 std::vector<PlannedUse> UsesOf(const std::vector<Takeover>& takeovers, const Prepared& prepared) {
   std::vector<PlannedUse> uses;
-  for (const Takeover& each : takeovers) {
-    if (each.is_going_back || prepared.passed_over.count(each.driven) != 0) continue;
+  for (const Takeover& each : OpenOf(takeovers, prepared)) {
+    if (each.is_going_back) continue;
     for (PlannedUse& use : UsesOfTurning(each.plan)) uses.push_back(std::move(use));
   }
   return uses;
@@ -115,37 +124,42 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
                                      " is there: \"drgroupctl switchover " + groupId +
                                      "\" would lose nothing"
                                : std::string();
+  const std::optional<GsnapCut> cut = isGoingBack ? std::nullopt : std::optional(CutOf(takeovers));
+  const auto tell = [&](Report& to) {
+    if (cut) AddCut(*cut, to);
+    AddTakeover(to, takeovers);
+  };
   if (report) {
     if (!hint.empty()) warnings.Print(hint);
-    AddTakeover(*report, takeovers);
+    tell(*report);
     return *report;
   }
-  const bool isOlder = IsOlderThanRecorded(takeovers);
-  if (isForced || isOlder || isOlderCut) {
+  // Nothing is lost by going back.
+  if (!isGoingBack) {
     // Said where there is still a choice.
     if (!hint.empty() && !args.Has("--yes")) warnings.Print(hint);
-    Confirm(
-        args,
-        isGoingBack
-            ? "put group " + Quote(groupId) + " back into the failover that it was reprotected from"
-            : "fail group " + Quote(groupId) +
-                  " over and give up what was written since those snapshots were taken" +
-                  (isOlder      ? ", as the last ones that arrived are gone"
-                   : isOlderCut ? ", which are of the newest cut that all replicas have"
-                                : ""),
-        LossDetails(takeovers));
+    const std::vector<Takeover> open = OpenOf(takeovers, prepared);
+    Confirm(args,
+            "fail group " + Quote(groupId) +
+                " over and give up what was written since those snapshots were taken" +
+                (IsOlderThanRecorded(open) ? ", as the last ones that arrived are gone"
+                 : isOlderCut              ? ", which are of the newest cut that all replicas have"
+                                           : ""),
+            LossDetails(open) + CutDetails(*cut));
   }
   const Course course = Run(prepared, args);
   report = CourseReport(prepared, course, "Failed over group " + Quote(groupId) + ".");
-  AddTakeover(*report, takeovers);
+  tell(*report);
   return *report;
 }
 
+constexpr char kLosses[] =
+    "What would be lost is told target by target, with how near to one instant the snapshots are, "
+    "and has to be agreed to.";
 constexpr char kForced[] =
-    "With --force nothing is needed of the sources, which may be gone; what would be lost is told "
-    "target by target, and has to be agreed to. A group that was reprotected and not synced since "
-    "is put back into the failover that it came from, and nothing is lost: no snapshot has what "
-    "the copies that work have.";
+    "With --force nothing is needed of the sources, which may be gone. A group that was "
+    "reprotected and not synced since is put back into the failover that it came from, which loses "
+    "nothing and is not asked about: no snapshot has what the copies that work have.";
 
 }  // namespace
 
@@ -156,10 +170,10 @@ Verb Failover() {
       {"Each replica works with exactly the bytes of a snapshot that it has: that of the newest "
        "cut that all replicas have, which is the last one that arrived unless a sync ended half "
        "way, or that of a group snapshot of the group or of its DR copies. When the last "
-       "one is gone, the newest that is there is taken, once that is agreed to. The source is "
+       "one is gone, the newest that is there is taken. The source is "
        "made unwritable and keeps its bytes. What was written since the snapshot is not at the "
        "copies that work; while the sources are well, a switchover loses nothing.",
-       kForced, kInUse, "With --force it goes on over that in any case, and says so.",
+       kLosses, kForced, kInUse, "With --force it goes on over that in any case, and says so.",
        kAllOrNothing, kRunAgain},
       "Which copies work. What was written since the snapshots is given up.",
       {GroupArgument("the group")},

@@ -1,6 +1,7 @@
 #include <vreldr/operation.h>
 
 #include "action/group_action.h"
+#include "action/plan_loss.h"
 #include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
@@ -49,9 +50,11 @@ Report RunPlanDelete(const Arguments& args, Warnings& warnings) {
     if (withData) removal.AddTo(*checked);
     return *checked;
   }
-  Confirm(args, "remove plan " + Quote(plan.GetPlanId()) + " of target " +
-                    Quote(plan.GetProtectedTargetId()) +
-                    (withData ? ", and with it " + removal.Text() : std::string()));
+  Confirm(args,
+          "remove plan " + Quote(plan.GetPlanId()) + " of target " +
+              Quote(plan.GetProtectedTargetId()) +
+              (withData ? ", and with it " + removal.Text() : std::string()),
+          LossDetails({plan}, withData));
   Run(prepared, args);
 
   Report report;

@@ -29,16 +29,15 @@ Report RunPlanPromote(const Arguments& args, Warnings& warnings) {
     AddTakeover(*report, {takeover});
     return *report;
   }
-  Confirm(
-      args,
-      takeover.is_going_back
-          ? "put plan " + Quote(plan.GetPlanId()) +
-                " back into the failover that it was reprotected from"
-          : "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
+  // Nothing is lost by going back.
+  if (!takeover.is_going_back) {
+    Confirm(args,
+            "let " + Quote(plan.GetReplicaTargetId()) + " take over from " +
                 Quote(plan.GetSourceTargetId()) + " with snapshot " + Quote(takeover.snap_id) +
                 " and give up what was written since that was taken" +
                 (IsOlderThanRecorded({takeover}) ? ", as the last one that arrived is gone" : ""),
-      LossDetails({takeover}));
+            LossDetails({takeover}));
+  }
   Run(prepared, args);
 
   const VrelDR::DRPlan now = RequirePlan(plan.GetPlanId());

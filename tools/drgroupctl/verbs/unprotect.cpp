@@ -1,9 +1,9 @@
 #include "action/group_action.h"
+#include "action/plan_loss.h"
 #include "action/plan_uses.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
-#include "host/host.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -12,19 +12,18 @@ namespace drgroupctl {
 
 namespace {
 
-// The copies that do not work, which become ordinary targets.
-std::string CopiesThatStay(const std::vector<std::string>& targets) {
-  std::vector<std::string> texts;
+std::vector<VrelDR::DRPlan> PlansOfAll(const std::vector<std::string>& targets) {
+  std::vector<VrelDR::DRPlan> all;
   for (const std::string& target : targets) {
-    for (const VrelDR::DRPlan& plan : PlansOf(target)) {
-      const std::string& id = plan.GetWorkingTargetId() == plan.GetSourceTargetId()
-                                  ? plan.GetReplicaTargetId()
-                                  : plan.GetSourceTargetId();
-      VrelDR::TargetEntry entry;
-      texts.push_back("target " + Quote(id) +
-                      (FindTarget(id, entry) ? " on volume " + Quote(entry.volume) : ""));
-    }
+    for (VrelDR::DRPlan& plan : PlansOf(target)) all.push_back(std::move(plan));
   }
+  return all;
+}
+
+// The copies that do not work, which become ordinary targets.
+std::string CopiesThatStay(const std::vector<VrelDR::DRPlan>& plans) {
+  std::vector<std::string> texts;
+  for (const VrelDR::DRPlan& plan : plans) texts.push_back(PlaceOf(OtherCopyOf(plan)));
   return Join(texts, ", ");
 }
 
@@ -36,11 +35,10 @@ Report RunUnprotect(const Arguments& args, Warnings& warnings) {
   params[Param::kIsDataDeleted] = withData;
   params[Param::kIsDrSiteDeleted] = withData;
   const Prepared prepared = PrepareOnGroup("delete", LoadGroup(groupId), params);
-  std::size_t plans = 0;
-  for (const std::string& target : prepared.targets) plans += PlansOf(target).size();
+  const std::vector<VrelDR::DRPlan> plans = PlansOfAll(prepared.targets);
   const Removal removal(PlansLostBy(FindTask("delete"), params, prepared.targets),
                         prepared.targets);
-  if (plans == 0 && (removal.IsEmpty() || !withData)) {
+  if (plans.empty() && (removal.IsEmpty() || !withData)) {
     throw Failure(ExitCode::kNotFound,
                   "group " + Quote(groupId) + " is not protected: no target of it has a plan" +
                       (removal.IsEmpty() ? ""
@@ -54,8 +52,11 @@ Report RunUnprotect(const Arguments& args, Warnings& warnings) {
     if (withData) removal.AddTo(*checked);
     return *checked;
   }
-  if (withData) Confirm(args, "remove " + removal.Text() + ", of group " + Quote(groupId));
-  const std::string kept = withData ? std::string() : CopiesThatStay(prepared.targets);
+  Confirm(args,
+          "end the replication of group " + Quote(groupId) +
+              (withData ? " and remove " + removal.Text() : ""),
+          LossDetails(plans, withData));
+  const std::string kept = withData ? std::string() : CopiesThatStay(plans);
   const Course course = Run(prepared, args);
   if (withData) removal.Finish();
   Report report = CourseReport(
@@ -76,7 +77,7 @@ Verb Unprotect() {
        "--delete-data they go with their snapshots. Those are the DR copies, but after a "
        "switchover the ones on the main side. The copies that work are never touched. Targets "
        "without a plan are passed over.",
-       kClaims, kInUse,
+       "What goes with each plan is told and has to be agreed to.", kClaims, kInUse,
        "All targets are checked first. What was removed before a failure stays removed, and the "
        "same command goes on with the others; a copy whose removal has begun never comes back, and "
        "the same command, \"target remove\" or the next target that is made finishes it."},
