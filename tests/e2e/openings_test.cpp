@@ -46,7 +46,7 @@ TEST_P(OpeningsTest, ACallOpensTheHostOnceWhateverTheNumberOfTargets) {
   ExpectOpenedOnce({"status", "g"});
   ExpectOpenedOnce({"switchover", "g", "--dry-run"});
   ExpectOpenedOnce({"switchover", "g"});
-  ExpectOpenedOnce({"failover", "g", "--mixed", "--yes"});
+  ExpectOpenedOnce({"failover", "g", "--yes"});
   ExpectOpenedOnce({"reprotect", "g"});
   ExpectOpenedOnce({"unprotect", "g", "--yes"});
 }

@@ -158,7 +158,7 @@ TEST_P(PlanKillTest, AReprotectionThatIsKilledIsFinished) {
        "take.done", "reprotect.kept", "reprotect.turned"},
       {"reprotect", "g"},
       [&] {
-        RunWell({"failover", "g", "--mixed", "--yes"});  // what a switchover sent is of no cut
+        RunWell({"failover", "g", "--yes"});
         ChangeCopies();
         wanted = CopyContents();
       },

@@ -87,7 +87,7 @@ void AddExtras(Choice& choice, const Sight& sight, std::mt19937& random, const s
 }  // namespace
 
 Step NextStep(const Sight& sight, std::mt19937& random, const std::string& imports, int& version,
-              bool hasArrived) {
+              Arrived arrived) {
   const std::string group = MainGroupOf(sight);
   const auto plans = PlansOf(sight, group);
   Choice choice;
@@ -118,7 +118,9 @@ Step NextStep(const Sight& sight, std::mt19937& random, const std::string& impor
   choice.Add(1, Prune(group));
   if (plan.last.empty()) return choice.Pick(random);
   choice.Add(3, Switchover(group));
-  if (hasArrived) choice.Add(3, Failover(group, random() % 2 == 0));
+  if (arrived != Arrived::kNothing) {
+    choice.Add(3, Failover(group, random() % 2 == 0, arrived == Arrived::kNoCut));
+  }
   const auto gsnaps = SnapshotsOf(sight, group);
   if (isAtHome && !gsnaps.empty()) choice.Add(1, ShipSnapshot(gsnaps.back()));
   if (isAtHome && sight.groups.count("d") == 0) {

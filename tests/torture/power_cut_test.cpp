@@ -89,12 +89,12 @@ Sight PowerCutTest::CutAtRandomMoments(const Step& step, const Sight& before) {
 void PowerCutTest::RunSequence(int steps) {
   StartHost();
   Sight now = See();
-  bool hasArrived = true;
+  Arrived arrived = Arrived::kOneCut;
   for (int at = 0; at < steps && !HasFailure() && (!IsOver() || at < 3); ++at) {
     const bool isChanged = Random()() % 3 != 0;
     if (isChanged) Do(WriteAll(now, Random()() % 4 != 0));
     const Sight before = now;
-    const Step step = NextStep(before, Random(), Imports(), Version(), hasArrived);
+    const Step step = NextStep(before, Random(), Imports(), Version(), arrived);
     SCOPED_TRACE(step.Text());
     switch (Random()() % 4) {
       case 0:
@@ -107,9 +107,11 @@ void PowerCutTest::RunSequence(int steps) {
         now = CutAtAKillPoint(step, before);
     }
     Complete(now);
-    hasArrived =
-        step.verb != "reprotect" && (hasArrived || step.verb == "sync" ||
-                                     step.verb == "switchover" || step.verb == "unprotect");
+    if (step.verb == "reprotect") arrived = Arrived::kNothing;
+    if (step.verb == "edit") arrived = Arrived::kNoCut;
+    if (step.verb == "sync" || step.verb == "switchover" || step.verb == "unprotect") {
+      arrived = Arrived::kOneCut;
+    }
     if (step.verb == "snapshot restore") Unsynced().clear();
     Cut({"", "acknowledged", step, true, before, now, {}});
   }

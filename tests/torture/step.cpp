@@ -260,9 +260,10 @@ Step Switchover(const std::string& group) {
               OfEachPlan(group, isTurned, "is not switched over with its bytes"));
 }
 
-Step Failover(const std::string& group, bool isForced) {
-  Words words{"failover", group, "--yes", "--mixed"};  // what a switchover sent is of no cut
+Step Failover(const std::string& group, bool isForced, bool isMixed) {
+  Words words{"failover", group, "--yes"};
   if (isForced) words.emplace_back("--force");
+  if (isMixed) words.emplace_back("--mixed");
   return Make("failover", words, [=](const Sight& before, const Sight& now) -> std::string {
     const auto plans = PlansOf(now, group);
     if (plans.empty()) return "group " + group + " has no plans";

@@ -45,14 +45,21 @@ Step Prune(const std::string& group);
 Step Protect(const std::string& group, const std::string& volume, const std::string& drGroup);
 Step Sync(const std::string& group);
 Step Switchover(const std::string& group);
-Step Failover(const std::string& group, bool isForced);
+// `isMixed` when the last snapshots that arrived are of no cut.
+Step Failover(const std::string& group, bool isForced, bool isMixed = false);
 Step Reprotect(const std::string& group);
 Step Edit(const std::string& group, const std::string& volume);
 Step Unprotect(const std::string& group, bool withData);
 
-// One that makes sense now, at random. `imports` is a folder for what is imported. `hasArrived` is
-// false when nothing has arrived since a reprotection, which a failover would only take back.
+// What the replicas have got last.
+enum class Arrived {
+  kNothing,  // since a reprotection, which a failover would only take back
+  kNoCut,    // snapshots that were taken one by one, as by an edit
+  kOneCut,
+};
+
+// One that makes sense now, at random. `imports` is a folder for what is imported.
 Step NextStep(const Sight& sight, std::mt19937& random, const std::string& imports, int& version,
-              bool hasArrived);
+              Arrived arrived);
 
 }  // namespace torture

@@ -27,6 +27,14 @@ bool ChangesRoles(DRPlanOPStatus op) {
          op == kOpDelete;
 }
 
+// Whether the system lets nobody write a target that is quiet.
+bool IsRefusedToAll(Host& host, const std::string& targetId) {
+  HostTarget target(host);
+  VolumeDescription volume;
+  return target.OpenToRead(targetId).IsOk() &&
+         target.GetEngine().Describe(volume, host.watcher).IsOk() && volume.is_immutable;
+}
+
 }  // namespace
 
 Status HostPlan::Find(const std::string& planId) {
@@ -209,8 +217,9 @@ Status HostPlan::Quiesce(const std::string& targetId, HostTarget& target) {
                    target.GetEngine().Quiesce(target.GetPlace(), host_->watcher));
 }
 
-Status HostPlan::CheckUnwritten(const std::string& targetId) {
+Status HostPlan::CheckUnwritten(const std::string& targetId, bool& isUnwritable) {
   Status status = CheckUnused(*host_, targetId, PlaceUse::kDemotion);
+  isUnwritable = status.IsOk() && IsRefusedToAll(*host_, targetId);
   if (status.IsOk() || !InUseAllowed::IsSaid()) return InContext(SideOf(Get(), targetId), status);
   Note("went on, as was asked for, although: " + status.message);
   return {};

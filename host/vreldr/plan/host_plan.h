@@ -59,8 +59,9 @@ class HostPlan {
   // Nobody writes a copy from now on; it still is what it was.
   Status Quiesce(const std::string& targetId);
   // Good when nobody can write the copy, which was made quiet, any more. kErrInUse otherwise,
-  // unless the caller has said that it goes on all the same: then that is noted.
-  Status CheckUnwritten(const std::string& targetId);
+  // unless the caller has said that it goes on all the same: then that is noted. `isUnwritable`
+  // tells whether nobody can from now on either, as the system refuses it to everybody.
+  Status CheckUnwritten(const std::string& targetId, bool& isUnwritable);
   // The same as Quiesce, and it gives up its part.
   Status Demote(const std::string& targetId);
   // Lets a copy work with a snapshot's bytes, or with those it has when `snapId` is empty.

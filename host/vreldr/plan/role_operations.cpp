@@ -8,6 +8,7 @@
 #include "target/target_snapshot.h"
 #include "vreldr/operation.h"
 #include "vreldr/snapshot_history.h"
+#include "vreldr/switchover_cut.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelDR::Operation {
@@ -22,13 +23,18 @@ Status SwitchOver(HostPlan& plan, const DataSyncParam& param) {
   constexpr int kShareOfSync = 90;
   const std::string source = plan.Get().GetSourceTargetId();
   std::string snapId;
+  bool isUnwritable = false;
   Status status;
   if (param.stop_source) status = plan.Quiesce(source);
   KillPoint(kSwitchoverQuiet);
   // What is written from now on by whoever had it open before would be in no snapshot.
-  if (status.IsOk()) status = plan.CheckUnwritten(source);
+  if (status.IsOk()) status = plan.CheckUnwritten(source, isUnwritable);
+  PlanSyncer sync(plan, param, kShareOfSync);
+  if (param.stop_source && status.IsOk()) {
+    sync.TakeAsOf(SwitchoverCut::Join(plan.Get().GetPlanId(), isUnwritable));
+  }
   // A cut of before is not the last that the source has.
-  if (status.IsOk()) status = PlanSyncer(plan, param, kShareOfSync).Run(Cuts::kUnused, snapId);
+  if (status.IsOk()) status = sync.Run(Cuts::kUnused, snapId);
   KillPoint(kSwitchoverSynced);
   if (status.IsOk()) status = plan.Demote(source);
   KillPoint(kSwitchoverDemoted);

@@ -186,6 +186,7 @@ Status PlanSyncer::TakeNew(Cuts cuts, std::string& snapId) {
   order.after = replica.GetRow().last_snap_time;
   order.plan = &plan_.Get();
   order.watcher = this;
+  order.cut = cut_;
   Snapshot taken;
   status = TakeSnapshotOf(source, order, taken);
   snapId = taken.snap_id;

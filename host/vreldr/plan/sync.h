@@ -2,9 +2,12 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "plan/host_plan.h"
+#include "vreldr/cut.h"
 
 namespace VrelDR {
 
@@ -22,6 +25,8 @@ class PlanSyncer : public Watcher {
   // that a cut of this process has put in hand, or one that is taken. What has arrived stays after
   // a failure.
   Status Run(Cuts cuts, std::string& snapId);
+  // The snapshot that it takes is to be of this cut.
+  void TakeAsOf(std::optional<CutInfo> cut) { cut_ = std::move(cut); }
   // Sends only what waits for that, and takes no snapshot.
   Status RunWaiting();
 
@@ -52,6 +57,7 @@ class PlanSyncer : public Watcher {
 
   HostPlan& plan_;
   DataSyncParam param_;
+  std::optional<CutInfo> cut_;
   int share_;
   SyncRow report_;
   SyncRecord before_;  // what the snapshots before the one in hand came to

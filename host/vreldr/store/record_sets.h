@@ -59,6 +59,8 @@ class CutRecords : Table {
 
   bool Get(const std::string& cutId, std::optional<CutInfo>& row) const;
   bool Add(const CutInfo& row) const;
+  // Puts it in the place of what was recorded of the cut before.
+  bool Replace(const CutInfo& row) const { return Remove(row.id) && Add(row); }
   bool SetMadeBySync(const std::string& cutId) const {
     return Update({{"id", cutId}}, {{"is_made_by_sync", true}});
   }

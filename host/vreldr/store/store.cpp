@@ -57,10 +57,11 @@ Status Store::RemoveTarget(const std::string& targetId) const {
 }
 
 Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
-                          const DRPlan* plan) const {
+                          const DRPlan* plan, const std::optional<CutInfo>& cut) const {
   long sequence = 0;
   Status status = db_.Transact([&](const Records& records) {
-    return records.snapshots.Add(targetId, snapshot, RecordState::kBuilding) &&
+    return (!cut || records.cuts.Replace(*cut)) &&
+           records.snapshots.Add(targetId, snapshot, RecordState::kBuilding) &&
            records.snapshots.GetLastSeq(sequence) &&
            (plan == nullptr || records.TakeInHand(*plan, snapshot.snap_id));
   });

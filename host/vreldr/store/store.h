@@ -51,9 +51,10 @@ class Store {
     return db_.Result(db_.GetRecords().snapshots.ListOfAnyState(targetId, rows));
   }
   // A new snapshot in the state kBuilding. Its sequence number is found in `snapshot` afterwards.
-  // With a plan it is in the plan's hand from then on, which takes it to send it.
-  Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot,
-                     const DRPlan* plan) const;
+  // With a plan it is in the plan's hand from then on, which takes it to send it. With a cut that
+  // is recorded too, as it is now.
+  Status AddSnapshot(const std::string& targetId, Operation::Snapshot& snapshot, const DRPlan* plan,
+                     const std::optional<CutInfo>& cut = {}) const;
   // The same of a snapshot of each of several targets, all or none.
   struct NewSnapshot {
     std::string target_id;

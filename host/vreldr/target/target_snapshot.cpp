@@ -31,7 +31,8 @@ Status Record(const HostTarget& opened, const SnapshotOrder& order, Snapshot& sn
   snapshot.snap_id = order.snap_id.empty() ? VrelDRCore::GenerateUUID() : order.snap_id;
   snapshot.meta = order.meta;
   snapshot.maker = Operation::ThisMaker();
-  return store.AddSnapshot(opened.GetTarget().GetId(), snapshot, order.plan);
+  if (order.cut) snapshot.cut_id = order.cut->id;
+  return store.AddSnapshot(opened.GetTarget().GetId(), snapshot, order.plan, order.cut);
 }
 
 Status MakeBytes(const HostTarget& opened, const SnapshotOrder& order, Snapshot& snapshot) {

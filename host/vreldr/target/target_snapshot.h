@@ -2,9 +2,11 @@
 
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 
 #include "target/host.h"
+#include "vreldr/cut.h"
 
 namespace VrelDR {
 
@@ -12,9 +14,10 @@ namespace VrelDR {
 struct SnapshotOrder {
   std::string snap_id;  // a new one when it is empty
   Operation::SnapshotMeta meta;
-  std::uint32_t after = 0;       // its time is later than this one
-  const DRPlan* plan = nullptr;  // in whose hand it then is
-  Watcher* watcher = nullptr;    // may be null
+  std::uint32_t after = 0;          // its time is later than this one
+  const DRPlan* plan = nullptr;     // in whose hand it then is
+  Watcher* watcher = nullptr;       // may be null
+  std::optional<CutInfo> cut = {};  // that it is of, when it is not taken up from one
   // Makes the bytes when that is not done by taking a snapshot of a target that works.
   std::function<Status(const StorageEngine&, const TargetPlace&, const std::string& snapId)> make =
       {};

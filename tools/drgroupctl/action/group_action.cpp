@@ -1,7 +1,9 @@
 #include "action/group_action.h"
 
 #include <vreldr/report.h>
+#include <vreldr/switchover_cut.h>
 
+#include "action/interrupted.h"
 #include "action/plan_uses.h"
 #include "action/plans.h"
 #include "output/console.h"
@@ -86,6 +88,10 @@ Course Run(const Prepared& prepared, const Arguments& args) {
   Course course;
   std::optional<VrelDR::InUseAllowed> allowed;
   if (args.Has("--in-use")) allowed.emplace();
+  std::optional<VrelDR::SwitchoverCut> cut;
+  if (prepared.is_switchover) {
+    cut.emplace(static_cast<int>(prepared.targets.size()), LastOfOneCut(prepared.passed_over));
+  }
   {
     Progress progress(prepared, args);
     course = Drive(prepared, progress);

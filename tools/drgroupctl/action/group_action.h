@@ -38,7 +38,8 @@ std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args
                                  const InUse& inUse, Warnings& warnings);
 
 // Runs the action; throws, with what became of every target, when one fails. With --in-use a
-// switchover goes on over who is found in the way later, too.
+// switchover goes on over who is found in the way later, too. The last snapshots of a switchover
+// are one cut.
 Course Run(const Prepared& prepared, const Arguments& args);
 
 // `sentence`, the group and what became of every target.

@@ -1,5 +1,7 @@
 #include "action/interrupted.h"
 
+#include <vreldr/arrived.h>
+
 #include "action/plans.h"
 
 namespace drgroupctl {
@@ -32,6 +34,19 @@ std::map<std::string, std::string> DoneBefore(const Task& task,
   }
   if (done.size() == targets.size()) done.clear();
   return done;
+}
+
+VrelDR::Operation::Snapshot LastOfOneCut(const std::map<std::string, std::string>& done) {
+  VrelDR::Operation::Snapshot oldest;
+  for (const auto& each : done) {
+    VrelDR::ArrivedSnapshots arrived;
+    if (!VrelDR::ArrivedReporter(RequireOnePlan(each.first).GetPlanId()).Read(arrived)) return {};
+    const VrelDR::Operation::Snapshot& last = arrived.newest;
+    const bool isFirst = oldest.snap_id.empty();
+    if (last.cut_id.empty() || (!isFirst && last.cut_id != oldest.cut_id)) return {};
+    if (isFirst || oldest > last) oldest = last;
+  }
+  return oldest;
 }
 
 }  // namespace drgroupctl

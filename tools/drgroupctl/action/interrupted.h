@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vreldr/snapshot.h>
+
 #include <map>
 #include <string>
 #include <vector>
@@ -16,5 +18,9 @@ namespace drgroupctl {
 // the direction that all were to have, and after one that was being reverted the one that all had.
 std::map<std::string, std::string> DoneBefore(const Task& task,
                                               const std::vector<std::string>& targets);
+
+// The last snapshot that arrived of one of these targets, the oldest, when those of all are of one
+// cut: where an interrupted switchover has done them it is of that one's. An empty one otherwise.
+VrelDR::Operation::Snapshot LastOfOneCut(const std::map<std::string, std::string>& done);
 
 }  // namespace drgroupctl

@@ -59,6 +59,7 @@ Prepared Prepare(const Task& task, const std::string& group,
   prepared.may_pass_over = task.may_pass_over;
   prepared.is_checker = task.is_checker;
   prepared.is_sync = task.is_sync;
+  prepared.is_switchover = task.goal == Goal::kTurned;
   prepared.passed_over = DoneBefore(task, targets);
   const std::set<std::string> all(targets.begin(), targets.end());
   if (prepared.action->PreAct(all, params) != 0) ThrowNotPrepared(task, targets, params);

@@ -26,6 +26,7 @@ struct Prepared {
   bool may_pass_over = false;
   bool is_checker = false;
   bool is_sync = false;
+  bool is_switchover = false;
   // Targets that the action leaves alone, with the reason.
   std::map<std::string, std::string> passed_over = {};
   // The plan of each target where it is not the target's first, by target.
