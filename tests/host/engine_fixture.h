@@ -99,6 +99,7 @@ class EngineTest : public testing::TestWithParam<std::string> {
   Side& A() { return a_; }
   Side& B() { return b_; }
   const Side& A() const { return a_; }
+  const Side& B() const { return b_; }
   bool AreBothBtrfs() const { return a_.type == "btrfs" && b_.type == "btrfs"; }
 
   // All expect to work.

@@ -30,18 +30,6 @@ using namespace VrelDR::Operation;  // the operations by their names
 
 class PlanDamageTest : public PlanTest {
  protected:
-  // Takes a snapshot's bytes away behind the host's back.
-  void LoseBytes(const std::string& targetId, const std::string& snapId) const {
-    const std::string dir = SnapshotDir(targetId, snapId);
-    ASSERT_TRUE(fs::exists(dir));
-    if (IsBtrfs()) {
-      EXPECT_EQ(RunProgram({"btrfs", "subvolume", "delete", dir}), 0);
-    } else {
-      RunProgram({"chattr", "-R", "-i", dir});
-      fs::remove_all(dir);
-    }
-    ASSERT_FALSE(fs::exists(dir));
-  }
   static std::vector<VrelDR::TargetRemains> Remains() {
     std::vector<VrelDR::TargetRemains> remains;
     const TargetManager manager;

@@ -93,6 +93,18 @@ std::set<std::string> PlanTest::SnapshotsOnDisk(const std::string& targetId) con
   return names;
 }
 
+void PlanTest::LoseBytes(const std::string& targetId, const std::string& snapId) const {
+  const std::string dir = SnapshotDir(targetId, snapId);
+  ASSERT_TRUE(fs::exists(dir));
+  if (IsBtrfs()) {
+    EXPECT_EQ(RunProgram({"btrfs", "subvolume", "delete", dir}), 0);
+  } else {
+    RunProgram({"chattr", "-R", "-i", dir});
+    fs::remove_all(dir);
+  }
+  ASSERT_FALSE(fs::exists(dir));
+}
+
 void PlanTest::ExpectNothingOnItsWay(const std::string& targetId) const {
   const fs::path volume = fs::path(PathOf(targetId)).parent_path();
   if (!IsFake()) {

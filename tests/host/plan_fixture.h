@@ -39,9 +39,11 @@ class PlanTest : public HostTest {
   std::set<std::string> NamesOnSecondVolume() const;
   // those of a target's snapshots,
   std::set<std::string> SnapshotsOnDisk(const std::string& targetId) const;
-  // where one of them is,
+  // and where one of them is.
   std::string SnapshotDir(const std::string& targetId, const std::string& snapId) const;
-  // and that nothing is left of work on the target and of shipments to it.
+  // Takes a snapshot's bytes away.
+  void LoseBytes(const std::string& targetId, const std::string& snapId) const;
+  // Expects that nothing is left of work on the target and of shipments to it.
   void ExpectNothingOnItsWay(const std::string& targetId) const;
 
   // Makes the share "a" on "v1" with one of everything in it, and a plan of it to "v2". The plan's

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <set>
 
 #include "base/fail_point.h"
 #include "base/kill_point.h"
@@ -30,6 +31,15 @@ class ShipFailureTest : public EngineTest {
   bool IsReached(std::string_view step) {
     if (step == VrelDR::kShipFrozen || step == VrelDR::kCopyFile) return B().type != "btrfs";
     return true;
+  }
+
+  std::set<std::string> NamesOnTheWay() const {
+    std::set<std::string> names;
+    std::error_code none;
+    for (const auto& each : fs::directory_iterator(B().path + "/.vreldr/incoming/replica", none)) {
+      names.insert(each.path().filename());
+    }
+    return names;
   }
 
   int ShipInChild(const std::string& variable, std::string_view step, const std::string& id,
@@ -77,6 +87,11 @@ TEST_P(ShipFailureTest, AKilledShipmentIsThereAsAWholeOrNotAtAllAndGoesOn) {
       Overwrite(A().TargetPath() + "/big", 10'000, RandomBytes(10'000));
       Take(A(), id);
       ASSERT_EQ(ShipInChild("VRELDR_KILL_POINT", step, id, base), kKilled);
+      // Nothing of it is where those clean up who change the replica meanwhile.
+      const auto onItsWay = NamesOnTheWay();
+      EXPECT_FALSE(fs::exists(B().path + "/.vreldr/tmp/replica"));
+      EXPECT_TRUE(B().CleanUp().IsOk());
+      EXPECT_EQ(NamesOnTheWay(), onItsWay);
       if (B().Snapshots().count(id) != 0) {
         EXPECT_TRUE(step == VrelDR::kShipRenamed || step == VrelDR::kShipDone);
         ExpectSame(A(), B(), id);

@@ -56,8 +56,8 @@ class VREL_API Cut : public DRErrRecorder {
   // later than that of any snapshot of any of them. Who writes is held by the means, unless the
   // snapshots prove to be of one instant without that; to have applications write their state they
   // always are. Fails with the first target that does not go along, and then leaves nothing:
-  // kErrBusy when somebody works on it, kErrNotHeld when the writers did not stand still all the
-  // time.
+  // kErrBusy when somebody still works on it after five seconds, kErrNotHeld when the writers did
+  // not stand still all the time.
   bool Prepare(const std::vector<Target>& targets, const QuiesceMeans& means = {});
   // Puts the cut's snapshots in hand of these plans, of each of which one of the targets is the
   // source: in one transaction, held by the plans' retention locks. A snapshot that nobody has

@@ -40,6 +40,11 @@ namespace Operation {
 // earlier sync took goes from both sides then. One that has found no room at the replica twice is
 // given up instead, as PlanDropShipment does, and the journal says so. kErrPlanState unless the
 // plan is in normal state.
+//
+// While bytes go others may take, clone and delete snapshots of both targets, but for those that
+// the plan holds (see TargetOperation). Before it sends it waits for somebody who changes one of
+// them: for a source up to five seconds, for a replica ten minutes, or until it is stopped; then
+// kErrBusy.
 class VREL_API PlanSync : public DROperation {
  public:
   PlanSync(const std::string& planId, const DataSyncParam& param);

@@ -12,7 +12,9 @@
 namespace VrelDR {
 
 // What can be asked of and done to one target of this node and its snapshots. Every call that fails
-// records a code of ErrCode and a message; every call that succeeds records 0.
+// records a code of ErrCode and a message; every call that succeeds records 0. One that changes the
+// target waits up to five seconds for somebody else who does, and then fails with kErrBusy. A sync
+// that sends the target's snapshots, or sends some to it, is in nobody's way but for a moment.
 class VREL_API TargetOperation : public DRErrRecorder {
  public:
   explicit TargetOperation(const Target& target);
@@ -36,7 +38,9 @@ class VREL_API TargetOperation : public DRErrRecorder {
   // `snapId`. A failure or a crash leaves no part of one that could be taken for a whole one. Of a
   // target that a cut of this process has prepared it is the cut's; see vreldr/cut.h.
   bool TakeSnapshot(const Operation::SnapshotMeta& meta, std::string& snapId) const;
-  // Removes a snapshot. Fails with kErrSnapshotMissing when there is none of that name.
+  // Removes a snapshot. Fails with kErrSnapshotMissing when there is none of that name, and with
+  // kErrLocked while a plan holds it: the one that arrived last, the one that a sync sends, and the
+  // one that it sends the difference from, on both sides.
   bool DeleteSnapshot(const std::string& snapId) const;
 
   // Rolls the target back to a snapshot: it holds exactly the snapshot's bytes when the call

@@ -36,7 +36,9 @@ class Link {
   // Makes the replica have the snapshot too: read-only, the same bytes, there as a whole or not at
   // all. Only what differs from `baseId`, a snapshot that both have, is sent; everything when it is
   // empty. A call that was stopped, failed or crashed leaves what has arrived where only the next
-  // call for the same snapshot finds it, and that goes on from there.
+  // call for the same snapshot finds it, and that goes on from there. Others may change both
+  // targets meanwhile, with all calls of their engines that leave alone the base, the snapshot and
+  // the part that the target has; there is no other shipment to the replica.
   virtual Status Ship(const TargetPlace& source, const std::string& snapId,
                       const std::string& baseId, const TargetPlace& replica,
                       Watcher& watcher) const = 0;

@@ -2,10 +2,8 @@
 
 #include <unistd.h>
 
-#include <chrono>
 #include <ctime>
 #include <set>
-#include <thread>
 
 #include "plan/plan_text.h"
 #include "target/target_snapshot.h"
@@ -18,8 +16,6 @@ namespace VrelDR {
 namespace {
 
 using Operation::Snapshot;
-
-constexpr std::chrono::seconds kPatience(5);
 
 // Whether the operation changes which copy can be written.
 bool ChangesRoles(DRPlanOPStatus op) {
@@ -165,24 +161,14 @@ bool HostPlan::IsStopAsked() const {
   return Records().GetJournal(Get().GetPlanId(), journal).IsOk() && journal.is_stop_asked;
 }
 
-Status HostPlan::OpenPatiently(const std::string& targetId,
-                               const std::function<Status()>& open) const {
-  const auto deadline = std::chrono::steady_clock::now() + kPatience;
-  for (;;) {
-    Status status = open();
-    if (status.code != kErrBusy || std::chrono::steady_clock::now() >= deadline) {
-      return InContext(SideOf(Get(), targetId), status);
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
+Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target,
+                             const Patience& patience) const {
+  return InContext(SideOf(Get(), targetId), target.OpenToWrite(targetId, patience));
 }
 
-Status HostPlan::OpenToWrite(const std::string& targetId, HostTarget& target) const {
-  return OpenPatiently(targetId, [&] { return target.OpenToWrite(targetId); });
-}
-
-Status HostPlan::OpenToTake(const std::string& targetId, HostTarget& target) const {
-  return OpenPatiently(targetId, [&] { return target.OpenToTake(targetId); });
+Status HostPlan::OpenToTake(const std::string& targetId, HostTarget& target,
+                            const Patience& patience) const {
+  return InContext(SideOf(Get(), targetId), target.OpenToTake(targetId, patience));
 }
 
 Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {

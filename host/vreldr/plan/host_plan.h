@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -51,11 +50,12 @@ class HostPlan {
   // Reads the plan's record again.
   Status Refresh();
 
-  // Opens one of the plan's targets to change it. Somebody who works on it is waited for a few
-  // seconds.
-  Status OpenToWrite(const std::string& targetId, HostTarget& target) const;
+  // Opens one of the plan's targets to change it.
+  Status OpenToWrite(const std::string& targetId, HostTarget& target,
+                     const Patience& patience = {}) const;
   // The same to take a snapshot, or while one that a cut has prepared waits for that.
-  Status OpenToTake(const std::string& targetId, HostTarget& target) const;
+  Status OpenToTake(const std::string& targetId, HostTarget& target,
+                    const Patience& patience = {}) const;
   // Nobody writes a copy from now on; it still is what it was.
   Status Quiesce(const std::string& targetId);
   // Good when nobody can write the copy, which was made quiet, any more. kErrInUse otherwise,
@@ -93,7 +93,6 @@ class HostPlan {
   Status ListReplicaSnapshots(std::vector<Operation::Snapshot>& snapshots);
 
  private:
-  Status OpenPatiently(const std::string& targetId, const std::function<Status()>& open) const;
   Status Quiesce(const std::string& targetId, HostTarget& target);
   Status Find(const std::string& planId);
   Status Busy() const;

@@ -18,6 +18,9 @@ using Operation::Snapshot;
 constexpr std::chrono::milliseconds kWriteEvery(500);
 constexpr std::chrono::milliseconds kLookEvery(150);
 
+// As long as it takes to delete or clone a large snapshot of the replica, within reason.
+constexpr std::chrono::minutes kMostWaiting(10);
+
 // After which nobody hopes for room any more: what the source has now may need less.
 constexpr int kMostHandFailures = 2;
 
@@ -193,26 +196,66 @@ Status PlanSyncer::TakeNew(Cuts cuts, std::string& snapId) {
   return status;
 }
 
+Status PlanSyncer::ClearWay(const std::string& snapId, HostTarget& replica, std::string& base) {
+  std::vector<Snapshot> arrived;
+  std::vector<SnapshotRow> recorded;
+  Status status =
+      plan_.OpenToWrite(plan_.Get().GetReplicaTargetId(), replica, {kMostWaiting, this});
+  if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  if (status.IsOk()) {
+    status = plan_.GetStore().ListSnapshotsOfAnyState(replica.GetTarget().GetId(), recorded);
+  }
+  // The record of one whose bytes had gone would let others find, and delete, what arrives.
+  for (const SnapshotRow& each : recorded) {
+    if (!status.IsOk() || each.snapshot.snap_id != snapId) continue;
+    if (SnapshotHistory::Find(arrived, snapId) != nullptr) continue;
+    status = plan_.GetStore().RemoveSnapshot(each.snapshot);
+  }
+  if (!status.IsOk()) return status;
+  // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
+  (void)plan_.DropShipments(replica, snapId);
+  return param_.is_full ? status : HoldBase(arrived, base);
+}
+
+Status PlanSyncer::HoldBase(const std::vector<Snapshot>& arrived, std::string& base) {
+  const std::string& sourceId = plan_.Get().GetSourceTargetId();
+  HostTarget source(plan_.GetHost());
+  std::vector<Snapshot> sent;
+  std::vector<std::string> held;
+  Status status = source.OpenToRead(sourceId);
+  if (status.IsOk()) status = source.ListSnapshots(sent);
+  if (status.IsOk()) status = plan_.ListHeld(held);
+  if (!status.IsOk()) return status;
+  base = SnapshotHistory::NewestCommon(sent, arrived);
+  const auto isHeld = [&] { return std::ranges::find(held, base) != held.end(); };
+  if (base.empty() || isHeld()) return {};
+  // Another one than the last that has arrived, as that has gone: somebody may be deleting it.
+  HostTarget claimed(plan_.GetHost());
+  sent.clear();
+  status = plan_.OpenToTake(sourceId, claimed, {kMostWaiting, this});
+  if (status.IsOk()) status = claimed.ListSnapshots(sent);
+  base = SnapshotHistory::NewestCommon(sent, arrived);
+  if (!status.IsOk() || base.empty() || isHeld()) return status;
+  return plan_.Records().MoveLock(plan_.Get(), {}, base);
+}
+
+// While bytes go nobody's right to change the targets is kept from him: the snapshot and the base
+// are held against deletion, what is on its way is touched by the plan's own operations alone, and
+// so is what has arrived until it is recorded.
 Status PlanSyncer::Send(const std::string& snapId) {
   HostTarget source(plan_.GetHost());
   HostTarget replica(plan_.GetHost());
-  std::vector<Snapshot> sent;
-  std::vector<Snapshot> arrived;
   Snapshot snapshot;
+  std::string base;
   bool newest = false;
   Status status = source.OpenToRead(plan_.Get().GetSourceTargetId());
   if (status.IsOk()) status = FindSnapshot(source, snapId, snapshot);
-  if (status.IsOk()) status = source.ListSnapshots(sent);
-  if (status.IsOk()) status = plan_.OpenToWrite(plan_.Get().GetReplicaTargetId(), replica);
-  if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  if (status.IsOk()) status = ClearWay(snapId, replica, base);
   if (status.IsOk()) status = IsNewest(plan_, replica, snapshot, newest);
   if (!status.IsOk()) return status;
+  (void)replica.ReleaseLock();
   report_.snap_id = snapId;
   before_ = report_.record;
-  // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
-  (void)plan_.DropShipments(replica, snapId);
-  const std::string base =
-      param_.is_full ? std::string() : SnapshotHistory::NewestCommon(sent, arrived);
   const std::string cannot = source.Cannot("send a snapshot of") + " to target " +
                              Quoted(replica.GetTarget().GetId()) + " on volume " +
                              Quoted(replica.GetRow().volume);

@@ -52,6 +52,12 @@ class PlanSyncer : public Watcher {
   Status TakeNew(Cuts cuts, std::string& snapId);
   // Holds a snapshot of the source against deletion; `found` is false when it is gone.
   Status TakeInHand(const std::string& snapId, bool& found);
+  // Opens the replica to be changed, for the snapshot in hand to be sent there, and finds the base
+  // to send it from, which the plan holds on both sides afterwards; an empty one when there is
+  // none.
+  Status ClearWay(const std::string& snapId, HostTarget& replica, std::string& base);
+  // The second half, of a replica that has these snapshots.
+  Status HoldBase(const std::vector<Operation::Snapshot>& arrived, std::string& base);
   // Sends the snapshot in hand.
   Status Send(const std::string& snapId);
 

@@ -62,8 +62,8 @@ class PlanStore {
   Status ListLocksOfPlan(const std::string& planId, std::vector<LockRow>& rows) const {
     return db_.Result(db_.GetRecords().locks.ListOfPlan(planId, rows));
   }
-  // The plan lets go of one snapshot on both its sides and holds another one instead, or none when
-  // `newId` is empty.
+  // The plan lets go of one snapshot on both its sides and holds another one instead; of none, or
+  // none, when an identifier is empty.
   Status MoveLock(const DRPlan& plan, const std::string& oldId, const std::string& newId) const;
 
   // In the order in which they were added.

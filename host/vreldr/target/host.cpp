@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <map>
 #include <set>
+#include <thread>
 
+#include "engine/support/watch.h"
 #include "engine/tables.h"
 #include "target/volume_admission.h"
 #include "vreldrnode/open_config.h"
@@ -191,21 +193,32 @@ Status HostTarget::OpenToRead(const std::string& targetId) {
   return status.IsOk() ? FindBytes() : status;
 }
 
-Status HostTarget::Claim(const std::string& targetId) {
+Status HostTarget::Lock(const std::string& targetId, const Patience& patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience.time;
+  for (;;) {
+    Status status = lock_.Acquire(host_.config.state_dir, targetId);
+    if (status.code != kErrBusy) return status;
+    if (CutParts::Has(targetId)) {  // for which nobody would ever have waited long enough
+      status.message = "a cut that this process has prepared holds it; take its snapshot up first";
+      return status;
+    }
+    if (std::chrono::steady_clock::now() >= deadline) return status;
+    if (patience.watcher != nullptr && !patience.watcher->GoesOn()) return Watch::Stopped();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+Status HostTarget::Claim(const std::string& targetId, const Patience& patience) {
   Status status = host_.Open();
   if (status.IsOk()) status = FindRow(targetId);
   if (!status.IsOk()) return status;
-  status = lock_.Acquire(host_.config.state_dir, targetId);
-  if (status.code == kErrBusy && CutParts::Has(targetId)) {
-    status.message = "a cut that this process has prepared holds it; take its snapshot up first";
-  }
-  status = InContext(Cannot("work on"), status);
+  status = InContext(Cannot("work on"), Lock(targetId, patience));
   // Somebody may have changed or removed it before the lock was ours.
   return status.IsOk() ? FindRow(targetId) : status;
 }
 
-Status HostTarget::OpenToWrite(const std::string& targetId) {
-  Status status = Claim(targetId);
+Status HostTarget::OpenToWrite(const std::string& targetId, const Patience& patience) {
+  Status status = Claim(targetId, patience);
   if (status.IsOk()) status = CheckWhole();
   if (status.IsOk()) status = FindBytes();
   if (status.IsOk()) status = InContext(Cannot("change"), engine_->CheckWritable(GetWatcher()));
@@ -213,9 +226,9 @@ Status HostTarget::OpenToWrite(const std::string& targetId) {
   return InContext(Cannot("clean up"), CleanUpSnapshots(*this));
 }
 
-Status HostTarget::OpenToTake(const std::string& targetId) {
+Status HostTarget::OpenToTake(const std::string& targetId, const Patience& patience) {
   part_ = BorrowedPart::Of(targetId);
-  if (!part_) return OpenToWrite(targetId);
+  if (!part_) return OpenToWrite(targetId, patience);
   Status status = host_.Open();
   if (status.IsOk()) status = FindRow(targetId);
   return status.IsOk() ? CheckWhole() : status;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <optional>
 #include <string>
@@ -89,6 +90,13 @@ bool IsOutOfReach(const Status& status);
 // The target as its engine knows it.
 TargetPlace PlaceOf(const TargetRow& row);
 
+// How long somebody else who works on a target is waited for. Those who have it for a moment only,
+// as a sync before it sends, are in nobody's way by that.
+struct Patience {
+  std::chrono::milliseconds time = std::chrono::seconds(5);
+  Watcher* watcher = nullptr;  // by which the waiting can be stopped; may be null
+};
+
 // One target of the host for the time of one call.
 class HostTarget {
  public:
@@ -98,16 +106,17 @@ class HostTarget {
   // Opens the host and finds the target to look at it. Afterwards the target is known to be
   // recorded as whole and to have bytes; kErrTargetMissing otherwise.
   Status OpenToRead(const std::string& targetId);
-  // The same, with the right to change it until the object goes. Its volume can be written, and
-  // what interrupted calls left of their work is gone.
-  Status OpenToWrite(const std::string& targetId);
+  // The same, with the right to change it until the object goes; kErrBusy when somebody else still
+  // has that at the end of the patience. Its volume can be written, and what interrupted calls left
+  // of their work is gone, shipments apart.
+  Status OpenToWrite(const std::string& targetId, const Patience& patience = {});
   // The same, to take a snapshot: of a target that a cut of this process has prepared the part that
   // nobody has taken up yet is borrowed, with the right that the cut has. What TakeSnapshotOf takes
   // is that one then.
-  Status OpenToTake(const std::string& targetId);
+  Status OpenToTake(const std::string& targetId, const Patience& patience = {});
   // Opens the host and takes the right to change the target, which may be recorded in any state and
   // need not have bytes.
-  Status Claim(const std::string& targetId);
+  Status Claim(const std::string& targetId, const Patience& patience = {});
   // Gives the right to change the target to somebody else.
   TargetLock ReleaseLock() { return std::move(lock_); }
   // What OpenToTake has borrowed; null when it was nothing.
@@ -131,6 +140,7 @@ class HostTarget {
 
  private:
   Status FindRow(const std::string& targetId);
+  Status Lock(const std::string& targetId, const Patience& patience);
   Status CheckWhole() const;
   Status FindBytes() const;
 

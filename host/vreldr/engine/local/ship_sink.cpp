@@ -21,13 +21,18 @@ namespace {
 
 constexpr SettleSteps kShipSteps{kShipFrozen, kShipRenamed};
 
+// The name of a copy of the base that is being made. No identifier begins with a dot.
+std::string BaseName(const std::string& snapId) {
+  return ".base." + snapId;
+}
+
 }  // namespace
 
 Status ShipSink::Open(Watcher& watcher) {
   there_ = dir_.Open(replica_, watcher);
   if (!there_.status.IsOk()) return there_.status;
   // The programs that move the bytes would go into what is mounted there.
-  for (const char* area : {kSnapshots, kIncoming, kTmp}) {
+  for (const char* area : {kSnapshots, kIncoming}) {
     Status status =
         dir_.CheckUnmounted(there_.own.Get(), std::string(area) + "/" + replica_.locator);
     if (!status.IsOk()) return status;
@@ -75,18 +80,16 @@ Status ShipSink::Prepare(const std::string& baseId, Watch& watch) const {
     return made ? Status() : StatusOfErrno(errno, GetVolumePath());
   }
   // Half a copy of the base would hide from the next call what the base has: it arrives as a whole.
-  const Fd tmp = OpenOrMakeArea(there_.own.Get(), kTmp, replica_);
-  if (!tmp) return StatusOfErrno(errno, GetVolumePath());
-  int error = RemoveTree(tmp.Get(), snap_id_);
-  if (error == 0 && mkdirat(tmp.Get(), snap_id_.c_str(), 0700) != 0) error = errno;
-  const Fd copy = error == 0 ? OpenDir(tmp.Get(), snap_id_) : Fd();
+  const std::string name = BaseName(snap_id_);
+  int error = RemoveTree(incoming, name);
+  if (error == 0 && mkdirat(incoming, name.c_str(), 0700) != 0) error = errno;
+  const Fd copy = error == 0 ? OpenDir(incoming, name) : Fd();
   if (!copy) return StatusOfErrno(error != 0 ? error : errno, GetVolumePath());
   TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kArchived, watch);
   Status status = copier.CopyContent(base.Get(), dir_.SnapshotPath(replica_, baseId));
   if (!status.IsOk()) return status;
-  if (renameat(tmp.Get(), snap_id_.c_str(), incoming, snap_id_.c_str()) != 0) error = errno;
-  if (error == 0) error = RemoveArea(there_.own.Get(), kTmp, replica_);
-  return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
+  const bool isNamed = renameat(incoming, name.c_str(), incoming, snap_id_.c_str()) == 0;
+  return isNamed ? Status() : StatusOfErrno(errno, GetVolumePath());
 }
 
 Status ShipSink::Discard() const {

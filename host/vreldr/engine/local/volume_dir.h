@@ -19,6 +19,7 @@ namespace VrelDR::Local {
 //   <volume>/.vreldr/cut/                            what cuts change; see commit_window.h
 //   <volume>/.vreldr/tmp/<target>/                   copies that are being made
 //   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
+//   <volume>/.vreldr/incoming/<target>/.base.<snapshot>/  what it is to begin with, being copied
 //   <volume>/.vreldr/incoming/<target>/.whole.<snapshot>  says that this is all, and on disk
 //   <volume>/.vreldr/frozen/<target>/                what its user had made immutable; see frozen.h
 //
