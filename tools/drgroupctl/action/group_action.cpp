@@ -84,7 +84,7 @@ std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args
   return report;
 }
 
-Course Run(const Prepared& prepared, const Arguments& args) {
+Course Run(const Prepared& prepared, const Arguments& args, const Abreast& abreast) {
   Course course;
   std::optional<VrelDR::InUseAllowed> allowed;
   if (args.Has("--in-use")) allowed.emplace();
@@ -94,7 +94,7 @@ Course Run(const Prepared& prepared, const Arguments& args) {
   }
   {
     Progress progress(prepared, args);
-    course = Drive(prepared, progress);
+    course = Drive(prepared, progress, abreast);
   }
   RequireDone(prepared, course);
   return course;

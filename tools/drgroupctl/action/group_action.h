@@ -40,7 +40,7 @@ std::optional<Report> CheckFirst(const Prepared& prepared, const Arguments& args
 // Runs the action; throws, with what became of every target, when one fails. With --in-use a
 // switchover goes on over who is found in the way later, too. The last snapshots of a switchover
 // are one cut.
-Course Run(const Prepared& prepared, const Arguments& args);
+Course Run(const Prepared& prepared, const Arguments& args, const Abreast& abreast = {});
 
 // `sentence`, the group and what became of every target.
 Report CourseReport(const Prepared& prepared, const Course& course, const std::string& sentence);

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 
+#include "action/crew.h"
 #include "output/console.h"
 #include "output/text.h"
 
@@ -126,13 +127,12 @@ std::optional<Failure> Progress::FindStop() const {
 
 void Progress::Begin(const std::string& target) {
   const std::lock_guard lock(mutex_);
-  target_ = target;
-  ++begun_;
+  running_.push_back({target, {}, ++begun_});
 }
 
-void Progress::End() {
+void Progress::End(const std::string& target) {
   const std::lock_guard lock(mutex_);
-  target_.clear();
+  std::erase_if(running_, [&](const Running& each) { return each.target == target; });
 }
 
 // Looked up only for an operation that takes long enough to be watched.
@@ -145,42 +145,64 @@ std::string Progress::PlanOf(const std::string& target) const {
 }
 
 void Progress::Watch() {
-  bool isStopped = false;
   std::unique_lock lock(mutex_);
   while (!changed_.wait_for(lock, kPause, [this] { return is_over_; })) {
-    if (target_.empty()) continue;
-    const std::string target = target_;
-    const std::size_t index = begun_ - 1;
+    if (running_.empty()) continue;
+    std::vector<Running> running = running_;
+    const std::size_t ended = begun_ - running.size();
     lock.unlock();
-    const std::string plan = PlanOf(target);
-    if (is_sync_ && stopAsked && !isStopped) {
-      isStopped = VrelDR::Operation::PlanStop(plan).Run(false);
-    }
-    if (mode_ != Mode::kNone) Show(target, plan, index);
+    for (Running& each : running) each.plan = PlanOf(each.target);
+    // Asked again each time, as an operation may not have come so far yet that it can be stopped.
+    if (is_sync_ && stopAsked) Stop(running);
+    if (mode_ != Mode::kNone) Show(running, ended);
     lock.lock();
   }
 }
 
-void Progress::Show(const std::string& target, const std::string& planId, std::size_t index) {
+// All at once, as each is waited for.
+void Progress::Stop(const std::vector<Running>& running) {
+  Crew crew(running.size());
+  for (const Running& each : running) {
+    crew.Start(each.number, [&each] { VrelDR::Operation::PlanStop(each.plan).Run(false); });
+  }
+}
+
+void Progress::Show(const std::vector<Running>& running, std::size_t ended) {
   const std::uint64_t now = Now();
   if (mode_ == Mode::kLines && now - last_line_ < kLinePause) return;
   last_line_ = now;
-  const Reading reading = Read(task_, is_sync_, target, planId);
-  const std::size_t count = prepared_.targets.size();
-  const int whole = static_cast<int>((index * 100 + static_cast<std::size_t>(reading.percent)) /
-                                     std::max<std::size_t>(count, 1));
-  percent_ = std::max(percent_, whole);
-  const std::string bytes = BytesText(reading);
-  const std::string place = std::to_string(index + 1) + "/" + std::to_string(count);
+  std::vector<Reading> readings;
+  Reading sum;
+  std::size_t percents = ended * 100;
+  for (const Running& each : running) {
+    const Reading& reading = readings.emplace_back(Read(task_, is_sync_, each.target, each.plan));
+    percents += static_cast<std::size_t>(reading.percent);
+    sum.done += reading.done;
+    sum.total += reading.total;
+  }
+  const std::size_t count = std::max<std::size_t>(prepared_.targets.size(), 1);
+  percent_ = std::max(percent_, static_cast<int>(percents / count));
+  const auto place = [count](std::size_t number) {
+    return std::to_string(number) + "/" + std::to_string(count);
+  };
   if (mode_ == Mode::kBar) {
-    const std::string details = place + " " + (bytes.empty() ? "" : bytes + " ") + target;
+    const std::string bytes = BytesText(sum);
+    const std::string what = running.size() == 1
+                                 ? running.front().target
+                                 : "(" + std::to_string(running.size()) + " at a time)";
+    const std::string details =
+        place(running.back().number) + " " + (bytes.empty() ? "" : bytes + " ") + what;
     PrintOnTerminal("\r" +
                     ProgressBar(task_ + " " + Printable(group_), percent_, Printable(details),
                                 TerminalWidth()) +
                     "\x1b[K");
-  } else {
-    PrintNote(prepared_.title + ": " + std::to_string(percent_) + " %, target " + Quote(target) +
-              " (" + place + ")" + (bytes.empty() ? "" : ", " + bytes));
+    return;
+  }
+  for (std::size_t i = 0; i < running.size(); ++i) {
+    const std::string bytes = BytesText(readings[i]);
+    PrintNote(prepared_.title + ": " + std::to_string(percent_) + " %, target " +
+              Quote(running[i].target) + " (" + place(running[i].number) + ")" +
+              (bytes.empty() ? "" : ", " + bytes));
   }
 }
 

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "action/prepared.h"
 #include "command/verb.h"
@@ -23,10 +24,10 @@ struct Reading {
 std::string ProgressBar(const std::string& title, int percent, const std::string& details,
                         std::size_t width);
 
-// Shows how far an action is while its operations run in another thread: as a bar on a terminal,
-// which is cleared at the end, as a line every few seconds elsewhere, and with --json not at all.
-// While it lives, SIGINT and SIGTERM ask a running sync to stop, which ends it with what has
-// arrived kept; a second one ends the process.
+// Shows how far an action is while its operations run in other threads than its own: as a bar on a
+// terminal, which is cleared at the end, as a line for each of them every few seconds elsewhere,
+// and with --json not at all. While it lives, SIGINT and SIGTERM ask all syncs that run to stop,
+// which ends them with what has arrived kept; a second one ends the process.
 class Progress {
  public:
   Progress(const Prepared& prepared, const Arguments& args);
@@ -37,28 +38,24 @@ class Progress {
   // The failure to end with when a signal has asked for a stop.
   std::optional<Failure> FindStop() const;
 
-  // While it lives, the operation of a target runs.
-  class Scope {
-   public:
-    Scope(Progress& progress, const std::string& target) : progress_(progress) {
-      progress_.Begin(target);
-    }
-    Scope(const Scope&) = delete;
-    Scope& operator=(const Scope&) = delete;
-    ~Scope() { progress_.End(); }
-
-   private:
-    Progress& progress_;
-  };
+  // The operation of a target begins to run, and has ended.
+  void Begin(const std::string& target);
+  void End(const std::string& target);
 
  private:
   enum class Mode { kNone, kLines, kBar };
 
-  void Begin(const std::string& target);
-  void End();
+  // An operation that runs.
+  struct Running {
+    std::string target;
+    std::string plan;
+    std::size_t number;  // of how many were begun, from 1
+  };
+
   void Watch();
   std::string PlanOf(const std::string& target) const;
-  void Show(const std::string& target, const std::string& planId, std::size_t index);
+  static void Stop(const std::vector<Running>& running);
+  void Show(const std::vector<Running>& running, std::size_t ended);
 
   // Only read once the thread runs.
   const std::string task_;
@@ -73,8 +70,8 @@ class Progress {
 
   std::mutex mutex_;  // for what follows
   std::condition_variable changed_;
-  std::string target_;     // empty while none runs
-  std::size_t begun_ = 0;  // how many targets
+  std::vector<Running> running_;  // without their plans
+  std::size_t begun_ = 0;         // how many targets
   bool is_over_ = false;
 
   std::thread thread_;

@@ -4,6 +4,7 @@
 #include <map>
 #include <thread>
 
+#include "action/abreast.h"
 #include "action/group_action.h"
 #include "action/plans.h"
 #include "host/host.h"
@@ -56,8 +57,9 @@ bool IsBusy(const std::string& groupId) {
   }
 }
 
-// A sync that goes from one target to the next may just be between the two: the targets are asked
-// until the process that syncs them has ended. One that does something else is not waited for.
+// All targets are asked at once, as each is waited for. A sync that goes from one target to the
+// next may just be between the two: they are asked until the process that syncs them has ended. One
+// that does something else is not waited for.
 Report RunStop(const Arguments& args, Warnings& /*warnings*/) {
   constexpr int kRounds = 30;
   constexpr auto kPause = std::chrono::milliseconds(100);
@@ -67,10 +69,11 @@ Report RunStop(const Arguments& args, Warnings& /*warnings*/) {
     throw Failure(*refusal);
   }
   const Runs before = LookAtRuns(prepared.targets);
-  Course course = Run(prepared, args);
+  const Abreast all{kMostJobs};
+  Course course = Run(prepared, args, all);
   for (int round = 0; round < kRounds && IsBusy(groupId); ++round) {
     std::this_thread::sleep_for(kPause);
-    course = Run(prepared, args);
+    course = Run(prepared, args, all);
   }
   const std::vector<std::string> stopped = FindStopped(prepared.targets, before);
   std::vector<std::string> names;

@@ -1,6 +1,7 @@
 #include <vreldr/operation.h>
 #include <vreldr/report.h>
 
+#include "action/abreast.h"
 #include "action/group_action.h"
 #include "action/group_cut.h"
 #include "action/plans.h"
@@ -51,13 +52,14 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   const ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("sync", group);
+  const Abreast abreast = SendAbreast(prepared.targets, args);
   if (const auto report = CheckFirst(prepared, args)) return *report;
   const std::vector<VrelDR::Target> sources = SourcesOf(group);
   WarnOfMounts(warnings, sources);
   SettlePlans(group);
   VrelDR::Cut cut;  // the targets' syncs take up its snapshots, one after the other
   PrepareCut(group, sources, "nothing was sent", cut, warnings);
-  Run(prepared, args);
+  Run(prepared, args, abreast);
   WarnOfSkew(group, sources, cut.GetInfo(), warnings);
 
   Report report;
@@ -89,10 +91,15 @@ Verb Sync() {
        "A warning tells when the cut is not of one instant. All targets are checked first. After a "
        "failure, a stop or an "
        "interruption what has arrived stays, and the same command goes on with it. SIGINT and "
-       "SIGTERM stop it within a second."},
+       "SIGTERM stop it within a second.",
+       "Several targets are sent at a time, but of those that come from the same volume and go to "
+       "the same one only one, unless --same-volumes is given with --jobs. When one fails, those "
+       "that are being sent go on to their end, and no other is begun."},
       "Adds a snapshot to both copies of each target, and releases the one before it.",
       {GroupArgument("the group")},
-      {DryRun()},
+      {{kJobs, Value::kText, "N", "how many targets are sent at a time, 1 to 64; 4 unless given"},
+       Flag(kSameVolumes, "of the same two volumes, too"),
+       DryRun()},
       RunSync};
 }
 
