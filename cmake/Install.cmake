@@ -20,7 +20,12 @@ file(RELATIVE_PATH prefix_from_pc /${pc_dir} /)
 configure_file(cmake/vreldrgroup.pc.in vreldrgroup.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vreldrgroup.pc DESTINATION ${pc_dir})
 
-# The library looks for the script here whatever the prefix.
-set(script_dir /var/packages/Guestora/target/sbin)
-install(PROGRAMS sbin/vreldrgroup_db.sh DESTINATION ${script_dir})
-install(DIRECTORY sbin/vreldrgroup_db DESTINATION ${script_dir})
+# The library looks for the script here whatever the prefix. Who may not write there can install the
+# rest all the same.
+set(VRELDRGROUP_SCRIPT_DIR /var/packages/Guestora/target/sbin)
+configure_file(cmake/InstallScript.cmake.in InstallScript.cmake @ONLY)
+install(SCRIPT ${PROJECT_BINARY_DIR}/InstallScript.cmake COMPONENT script)
+
+# Takes away what was installed from this build last, by the manifest of that.
+add_custom_target(uninstall COMMAND ${CMAKE_COMMAND} -P ${PROJECT_SOURCE_DIR}/cmake/Uninstall.cmake
+  WORKING_DIRECTORY ${PROJECT_BINARY_DIR} VERBATIM)

@@ -1,11 +1,13 @@
 #!/bin/sh
-# The main job on real data, on a throwaway host: demo.sh BUILD_DIR [PATH...]
+# The main job on real data, on a throwaway host: demo.sh BUILD_DIR [PATH...], or with what is
+# installed: demo.sh --installed [PATH...]
 #
 # Makes its own temporary directory and, in a private mount namespace, a /var of its own for the
 # library's fixed paths; both are gone at the end, whatever the end is.
 set -eu
 if [ "${1:-}" != --inside ]; then
-  build=$(realpath "$1")
+  build=$1
+  [ "$build" = --installed ] || build=$(realpath "$build")
   shift
   for path; do
     [ -r "$path" ] || {
@@ -32,10 +34,16 @@ source=$(realpath "$(dirname "$0")/..")
 build=$2
 work=$3
 shift 3
-PATH=$build/tools/drgroupctl:$PATH
+script_dir=/var/packages/Guestora/target/sbin
+if [ "$build" = --installed ]; then
+  cp -R "$script_dir" "$work/sbin"
+else
+  PATH=$build/tools/drgroupctl:$PATH
+  cp -R "$source/sbin" "$work/sbin"
+fi
 mount -t tmpfs tmpfs /var
-mkdir -p /var/packages/Guestora/target
-cp -R "$source/sbin" /var/packages/Guestora/target/sbin
+mkdir -p "$script_dir"
+cp -R "$work/sbin/." "$script_dir"
 
 say() { printf '\n== %s\n' "$*"; }
 show() { # the command as it would be typed, then its output
