@@ -171,14 +171,15 @@ TEST_P(PowerCutTest, AWriterThatDoesNotSyncIsCaught) {
 
 // The tool itself, when the system only says that it has synced.
 TEST_P(PowerCutTest, AToolWhoseSyncsDoNothingIsCaught) {
-  setenv("LD_PRELOAD", FAILING_CALLS, 1);
+  const std::string loaded = std::getenv("LD_PRELOAD");
+  setenv("LD_PRELOAD", (FAILING_CALLS ":" + loaded).c_str(), 1);
   setenv("FAILING_SYNCS_LIE", "1", 1);
   StartHost();
   const Sight before = See();
   const Step step = TakeSnapshot("g");
   Cut({"", "acknowledged", step, true, before, Finish(step, before, "running"), {}});
   unsetenv("FAILING_SYNCS_LIE");
-  unsetenv("LD_PRELOAD");
+  setenv("LD_PRELOAD", loaded.c_str(), 1);
   // Before the power goes nothing is missing.
   ExpectNoFaults();
   LookAtCuts();

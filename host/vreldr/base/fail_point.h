@@ -7,10 +7,10 @@
 
 namespace VrelDR {
 
-// Calls that a test can let fail for one target, to see what becomes of the others:
-// VRELDR_FAIL_POINT in the environment holds "step@target", or several of them with commas between.
-// Without the variable a fail point does nothing. All but "cut" and the
-// last are reached before the call has done anything.
+// Calls that a test can let fail for one target, to see what becomes of the others: the tests'
+// library (see test_hook.h) takes "step@target" from VRELDR_FAIL_POINT in the environment, or
+// several of them with commas between. Without that library a fail point does nothing. All but
+// "cut" and the last are reached before the call has done anything.
 inline constexpr std::string_view kFailCreate = "create";
 inline constexpr std::string_view kFailRemove = "remove";
 inline constexpr std::string_view kFailTake = "take";
@@ -22,7 +22,7 @@ inline constexpr std::string_view kFailPromote = "promote";
 inline constexpr std::string_view kFailShip = "ship";               // the target is the replica
 inline constexpr std::string_view kFailShipMiddle = "ship.middle";  // after some bytes were sent
 
-// kErrIo when VRELDR_FAIL_POINT names `step` for the target, else good.
+// kErrIo when a test lets `step` fail for the target, else good.
 Status FailPoint(std::string_view step, const std::string& targetId);
 
 }  // namespace VrelDR

@@ -4,9 +4,9 @@
 
 namespace VrelDR {
 
-// Steps between which a crash must lose nothing. A test names one in the environment variable
-// VRELDR_KILL_POINT, and the process ends there as in a crash (SIGKILL to itself): tests go through
-// the whole list. Without the variable a kill point does nothing.
+// Steps between which a crash must lose nothing. The tests' library (see test_hook.h) ends the
+// process at the one that VRELDR_KILL_POINT in the environment names, as in a crash (SIGKILL to
+// itself): tests go through the whole list. Without that library a kill point does nothing.
 //
 // Cloning goes through the steps of creating. "copy.file" is reached after each file of a copy, the
 // others once in the call they are named for. A step that an engine does not have is not reached
@@ -101,7 +101,7 @@ inline constexpr std::string_view kVolumePlaced = "volume.placed";     // not sy
 inline constexpr std::string_view kVolumeMarked = "volume.marked";     // the record is left
 inline constexpr std::string_view kVolumeRecorded = "volume.recorded";
 
-// Ends the process at once when VRELDR_KILL_POINT names `step`.
+// Ends the process at once when a test wants it to end at `step`.
 void KillPoint(std::string_view step);
 
 }  // namespace VrelDR

@@ -4,8 +4,8 @@
 
 namespace drgroupctl {
 
-// Steps of the tool's own between which a crash must lose nothing, named in VRELDR_KILL_POINT as
-// the host's are: the process ends there as in a crash.
+// Steps of the tool's own between which a crash must lose nothing. Tests end the process there, as
+// at the host's.
 inline constexpr std::string_view kCreateReserved = "create.reserved";    // identifier taken
 inline constexpr std::string_view kCreateDefined = "create.defined";      // group.json written
 inline constexpr std::string_view kCreateLinked = "create.linked";        // catalogue and link made
@@ -19,7 +19,7 @@ inline constexpr std::string_view kRenameLinked = "rename.linked";        // fou
 inline constexpr std::string_view kRelinkMade = "relink.made";            // the new link, beside
 inline constexpr std::string_view kRelinkReplaced = "relink.replaced";    // in the old one's place
 
-// Ends the process at once when VRELDR_KILL_POINT names `step`.
+// Ends the process at once when a test wants it to end at `step`.
 void KillPoint(std::string_view step);
 
 }  // namespace drgroupctl
