@@ -1,12 +1,9 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <functional>
 #include <sstream>
-#include <thread>
 
+#include "paused_shipment.h"
 #include "plan_fixture.h"
 
 // Syncs that run: watched, stopped, and in somebody else's way.
@@ -14,72 +11,10 @@
 namespace e2e {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::Not;
 using Clock = std::chrono::steady_clock;
-
-// Waits until `condition` holds; a test failure when it does not in time.
-void WaitFor(const std::string& what, const std::function<bool()>& condition) {
-  const auto end = Clock::now() + std::chrono::seconds(20);
-  while (!condition()) {
-    if (Clock::now() > end) {
-      ADD_FAILURE() << "waited too long for " << what;
-      return;
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
-
-std::string FirstLine(const fs::path& path) {
-  std::ifstream file(path);
-  std::string line;
-  std::getline(file, line);
-  return line;
-}
-
-// The process below `pid` that writes what is sent: without it nothing goes on. Of btrfs there are
-// others that only read. 0 when there is none.
-int FindWriter(int pid) {
-  std::error_code error;
-  const fs::path tasks = "/proc/" + std::to_string(pid) + "/task";
-  for (fs::directory_iterator each(tasks, error); !error && each != fs::directory_iterator();
-       each.increment(error)) {
-    std::ifstream children(each->path() / "children");
-    for (int child = 0; children >> child;) {
-      const fs::path proc = "/proc/" + std::to_string(child);
-      const std::string name = FirstLine(proc / "comm");
-      if (name == "rsync") return child;
-      if (name == "btrfs" && FirstLine(proc / "cmdline").find("receive") != std::string::npos) {
-        return child;
-      }
-      const int below = FindWriter(child);
-      if (below != 0) return below;
-    }
-  }
-  return 0;
-}
-
-// Holds the program that sends a snapshot for as long as it lives.
-class PausedShipment {
- public:
-  explicit PausedShipment(const Process& tool) {
-    WaitFor("the program that sends", [&] {
-      pid_ = FindWriter(tool.Id());
-      return pid_ != 0;
-    });
-    if (pid_ != 0) kill(pid_, SIGSTOP);
-  }
-  PausedShipment(const PausedShipment&) = delete;
-  PausedShipment& operator=(const PausedShipment&) = delete;
-  ~PausedShipment() {
-    if (pid_ != 0) kill(pid_, SIGCONT);
-  }
-
- private:
-  int pid_ = 0;
-};
 
 class PlanRunTest : public PlanTest {
  protected:

@@ -36,17 +36,56 @@ std::string RunningText(const std::string& groupId) {
   return Join(texts, ", ");
 }
 
-}  // namespace
-
-ActionLock::ActionLock(const std::string& groupId, const Arguments& args) {
-  if (args.Has("--dry-run")) return;
+// Takes a lock of the group; a failure tells what runs on its plans.
+template <class Take>
+void TakeOrTell(const std::string& groupId, const Take& take) {
   try {
-    lock_.emplace(groupId);
+    take();
   } catch (Failure& failure) {
     const std::string running =
         failure.code == ExitCode::kBusy ? RunningText(groupId) : std::string();
     if (!running.empty()) failure.message += "; " + running;
     throw;
+  }
+}
+
+// Empty when the group's link is no use.
+std::string OwnDirectory(const std::string& groupId) {
+  try {
+    return GroupDirectory(groupId);
+  } catch (const Failure&) {  // whoever needs it tells of it
+    return {};
+  }
+}
+
+}  // namespace
+
+ActionLock::ActionLock(const std::string& groupId, const std::string& directory) {
+  Take(groupId, directory);
+}
+
+ActionLock::ActionLock(const std::string& groupId, const Arguments& args) {
+  if (!args.Has("--dry-run")) Take(groupId, {});
+}
+
+void ActionLock::Take(const std::string& groupId, const std::string& directory) {
+  TakeOrTell(groupId, [&] {
+    group_.emplace(groupId);
+    sending_.emplace(groupId, directory.empty() ? OwnDirectory(groupId) : directory);
+  });
+}
+
+NobodySends::NobodySends(const std::set<std::string>& targetIds) {
+  std::set<std::string> copies = targetIds;  // and those that are sent to them, or from them
+  for (const std::string& target : targetIds) {
+    for (const VrelDR::DRPlan& plan : PlansOf(target)) {
+      copies.insert({plan.GetProtectedTargetId(), plan.GetDRTargetId()});
+    }
+  }
+  for (const std::string& groupId : GroupsOfTargets(copies)) {
+    TakeOrTell(groupId, [&] {
+      locks_.push_back(std::make_unique<SendLock>(groupId, OwnDirectory(groupId)));
+    });
   }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,14 +15,34 @@
 // What the verbs that run an action on a group have in common.
 namespace drgroupctl {
 
-// The lock of a group for an action; a failure to get it tells what runs on the group's plans. With
-// --dry-run, which changes nothing, none is taken.
+// The locks of a group for what does not go on beside a sync: an action, and what would take the
+// group or its targets from under one that sends. What a sync is not in the way of takes a
+// GroupLock. A failure to get them tells what runs on the group's plans.
 class ActionLock {
  public:
+  // The group's own directory is the one that its link leads to, unless another one is given.
+  explicit ActionLock(const std::string& groupId, const std::string& directory = {});
+  // With --dry-run, which changes nothing, none is taken.
   ActionLock(const std::string& groupId, const Arguments& args);
 
+  // Only bytes are sent from now on: others may work on the group beside that.
+  void ReleaseGroup() { group_.reset(); }
+
  private:
-  std::optional<GroupLock> lock_;
+  void Take(const std::string& groupId, const std::string& directory);
+
+  std::optional<GroupLock> group_;
+  std::optional<SendLock> sending_;
+};
+
+// Keeps everybody from sending a target, for whatever group, as long as it lives. Throws when
+// somebody does.
+class NobodySends {
+ public:
+  explicit NobodySends(const std::set<std::string>& targetIds);
+
+ private:
+  std::vector<std::unique_ptr<SendLock>> locks_;
 };
 
 std::vector<std::string> TargetIds(const Group& group);

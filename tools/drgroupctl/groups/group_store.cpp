@@ -70,6 +70,21 @@ std::string Interpret(const Json::Value& root, Group& group) {
   return {};
 }
 
+// Locks a directory, unless another process has: then `error` is EWOULDBLOCK. The descriptor that
+// has the lock, or -1 with an errno.
+int LockDirectory(const std::string& dir, int& error) {
+  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd != -1 && flock(fd, LOCK_EX | LOCK_NB) == 0) return fd;
+  error = errno;
+  if (fd != -1) close(fd);
+  return -1;
+}
+
+Failure CannotLock(const std::string& groupId, const std::string& dir, int error) {
+  return BadGroup(groupId, "cannot lock " + Quote(dir) + ": " +
+                               std::generic_category().message(error) + "; check its permissions");
+}
+
 // Brings the directories to disk in which a group's name is found. What an interrupted run has made
 // or removed there is about to be told as a fact and built upon: a power cut must not take it back.
 void BringNameToDisk(const std::string& groupId) {
@@ -231,13 +246,13 @@ void WriteDefinition(const Group& group) {
   }
 }
 
-std::vector<std::string> GroupsOfTarget(const std::string& targetId) {
+std::vector<std::string> GroupsOfTargets(const std::set<std::string>& targetIds) {
   std::vector<std::string> groups;
   for (const std::string& id : ListGroupIds()) {
     try {
       const Group group = LoadGroup(id);
       if (std::any_of(group.targets.begin(), group.targets.end(),
-                      [&](const auto& each) { return each.GetId() == targetId; })) {
+                      [&](const auto& each) { return targetIds.count(each.GetId()) != 0; })) {
         groups.push_back(id);
       }
     } catch (const Failure&) {  // "group list" tells of it
@@ -248,22 +263,17 @@ std::vector<std::string> GroupsOfTarget(const std::string& targetId) {
 
 GroupLock::GroupLock(const std::string& groupId) {
   const std::string dir = LinkDirectory(groupId);
-  fd_ = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd_ == -1 && errno == ENOENT) {
+  int error = 0;
+  fd_ = LockDirectory(dir, error);
+  if (error == ENOENT) {
     BringNameToDisk(groupId);
     throw NoSuchGroup(groupId);
   }
-  const bool locked = fd_ != -1 && flock(fd_, LOCK_EX | LOCK_NB) == 0;
-  if (!locked && errno != EWOULDBLOCK) {
-    const int error = errno;
-    if (fd_ != -1) close(fd_);
-    throw BadGroup(groupId, "cannot lock " + Quote(dir) + ": " +
-                                std::generic_category().message(error) + "; check its permissions");
-  }
+  if (error != 0 && error != EWOULDBLOCK) throw CannotLock(groupId, dir, error);
   // Whoever had the lock before may have removed the directory; then the lock is worth nothing.
   struct stat mine = {};
   struct stat named = {};
-  if (locked && fstat(fd_, &mine) == 0 && stat(dir.c_str(), &named) == 0 &&
+  if (fd_ != -1 && fstat(fd_, &mine) == 0 && stat(dir.c_str(), &named) == 0 &&
       mine.st_ino == named.st_ino && mine.st_dev == named.st_dev) {
     try {
       BringNameToDisk(groupId);
@@ -273,7 +283,7 @@ GroupLock::GroupLock(const std::string& groupId) {
     }
     return;
   }
-  close(fd_);
+  if (fd_ != -1) close(fd_);
   throw Failure(ExitCode::kBusy, "group " + Quote(groupId) +
                                      ": another process works on it; run it again when that has "
                                      "finished");
@@ -281,6 +291,22 @@ GroupLock::GroupLock(const std::string& groupId) {
 
 GroupLock::~GroupLock() {
   close(fd_);
+}
+
+SendLock::SendLock(const std::string& groupId, const std::string& directory) {
+  int error = 0;
+  fd_ = LockDirectory(directory, error);
+  if (error == 0 || error == ENOENT || error == ENOTDIR) return;
+  if (error != EWOULDBLOCK) throw CannotLock(groupId, directory, error);
+  throw Failure(ExitCode::kBusy, "group " + Quote(groupId) +
+                                     ": another process works on it, a sync or something else that "
+                                     "goes with none; wait for its end, or stop a sync with "
+                                     "\"drgroupctl stop " +
+                                     Printable(groupId) + "\"");
+}
+
+SendLock::~SendLock() {
+  if (fd_ != -1) close(fd_);
 }
 
 }  // namespace drgroupctl

@@ -4,6 +4,7 @@
 #include <vreldr/target.h>
 
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -61,18 +62,35 @@ bool ReadDefinition(const std::string& dir, Group& group);
 // whatever happens. Throws when it cannot be written.
 void WriteDefinition(const Group& group);
 
-// The groups that the target is in, those that cannot be read passed over.
-std::vector<std::string> GroupsOfTarget(const std::string& targetId);
+// The groups that one of the targets is in, those that cannot be read passed over.
+std::vector<std::string> GroupsOfTargets(const std::set<std::string>& targetIds);
 
 // One process at a time changes a group: holds the lock on the group's link directory, which has to
 // exist. Throws when another process has it, or when the group is gone. Either way the group's
 // name, or that it is gone, is on disk then, whoever was interrupted before.
+//
+// What a sync that sends is in the way of takes an ActionLock.
 class GroupLock {
  public:
   explicit GroupLock(const std::string& groupId);
   GroupLock(const GroupLock&) = delete;
   GroupLock& operator=(const GroupLock&) = delete;
   ~GroupLock();
+
+ private:
+  int fd_ = -1;
+};
+
+// One process at a time sends what a group's targets hold, or does to the group what nobody may
+// while somebody sends: holds the lock on the group's own directory, which has its definition.
+// Throws when another process has it. Where there is no such directory there is nothing to be
+// locked: nobody can send for a group without a definition.
+class SendLock {
+ public:
+  SendLock(const std::string& groupId, const std::string& directory);
+  SendLock(const SendLock&) = delete;
+  SendLock& operator=(const SendLock&) = delete;
+  ~SendLock();
 
  private:
   int fd_ = -1;

@@ -150,6 +150,7 @@ Report RunActionRun(const Arguments& args, Warnings& warnings) {
   }
   const std::string loss = LossOf(task, params);
   if (!loss.empty()) Confirm(args, loss + ", in group " + Quote(groupId));
+  if (task.is_sync && lock) lock->ReleaseGroup();
   const Course course = Run(prepared, args);
   if (removal) removal->Finish();
   if (args.Has("--params-out")) WriteParams(args.Text("--params-out"), params);

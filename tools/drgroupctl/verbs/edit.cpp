@@ -155,7 +155,7 @@ void RemoveOldPlans(const Group& group, const EditState& state, const Json::Valu
 void WarnOfGroups(Warnings& warnings, const EditState& state) {
   std::set<std::string> groups;
   for (const auto& [target, plan] : state.old_plans) {
-    for (const std::string& id : GroupsOfTarget(plan.GetDRTargetId())) groups.insert(id);
+    for (const std::string& id : GroupsOfTargets({plan.GetDRTargetId()})) groups.insert(id);
   }
   if (groups.empty()) return;
   warnings.Print("group " + Quote(Join({groups.begin(), groups.end()}, ", ")) +

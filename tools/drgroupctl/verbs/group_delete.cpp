@@ -9,6 +9,7 @@
 #include <set>
 #include <system_error>
 
+#include "action/group_action.h"
 #include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
@@ -171,7 +172,7 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
 
 Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
-  const GroupLock lock(groupId);
+  const ActionLock lock(groupId);
   RefuseAstray(groupId);
   const Contents contents = LookAt(warnings, groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);

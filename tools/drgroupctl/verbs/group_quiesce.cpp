@@ -2,6 +2,7 @@
 #include <charconv>
 #include <optional>
 
+#include "action/group_action.h"
 #include "command/words.h"
 #include "groups/group_store.h"
 #include "groups/writers.h"
@@ -87,7 +88,7 @@ void AddTrial(Report& report, const VrelDR::QuiesceTrial& trial, Warnings& warni
 Report RunGroupQuiesce(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const bool isChange = args.Has("--none") || IsAnyGiven(args) || args.Has("--application");
-  std::optional<GroupLock> lock;
+  std::optional<ActionLock> lock;
   if (isChange) lock.emplace(groupId);
   Group group = LoadGroup(groupId);
   group.quiesce = Change(args, group.quiesce);

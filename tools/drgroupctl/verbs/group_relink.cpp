@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "action/group_action.h"
 #include "groups/catalogue.h"
 #include "groups/directory_argument.h"
 #include "groups/group_link.h"
@@ -71,7 +72,7 @@ void CheckCatalogue(const std::string& groupId, const std::string& dir) {
 Report RunGroupRelink(const Arguments& args, Warnings& /*warnings*/) {
   const std::string groupId = args.Text("GROUP");
   const std::string dir = DirectoryArgument("DIRECTORY", args.Text("DIRECTORY"));
-  const GroupLock lock(groupId);
+  const ActionLock lock(groupId, dir);
   const std::string before = LedTo(groupId);
   CheckDefinition(groupId, dir);
   if (const auto from = RenamedFrom(groupId)) throw UnfinishedRenaming(*from, groupId);

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "action/group_action.h"
 #include "groups/catalogue.h"
 #include "groups/file_write.h"
 #include "groups/group_link.h"
@@ -60,7 +61,7 @@ Report RunGroupRename(const Arguments& args, Warnings& /*warnings*/) {
     throw Failure(ExitCode::kUsage,
                   "group " + Quote(oldId) + " has that name already: give another");
   }
-  const GroupLock lock(oldId);
+  const ActionLock lock(oldId);
   // Another group that is on its way to the name has it first.
   const auto from = RenamedFrom(newId);
   if (from && *from != oldId) throw UnfinishedRenaming(*from, newId);

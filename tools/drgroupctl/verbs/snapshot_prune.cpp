@@ -3,6 +3,7 @@
 #include <vreldrgroup/replication/action_words.h>
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 #include "action/common_cut.h"
@@ -97,7 +98,8 @@ Report PruneReport(const Group& group, const std::string& sentence,
 }
 
 Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
-  const ActionLock lock(args.Text("GROUP"), args);
+  std::optional<GroupLock> lock;
+  if (!args.Has("--dry-run")) lock.emplace(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
   std::vector<Surplus> surplus = FindSurplus(warnings, group);
   const std::string count = Count(surplus.size(), "snapshot");

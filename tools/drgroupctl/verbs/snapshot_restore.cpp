@@ -1,6 +1,7 @@
 #include <vreldrgroup/snapshot/gsnap_restore.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
+#include "action/group_action.h"
 #include "action/plans.h"
 #include "command/confirm.h"
 #include "groups/catalogue_view.h"
@@ -112,6 +113,11 @@ Report RunSnapshotRestore(const Arguments& args, Warnings& warnings) {
     RequirePlace(each.target.GetId(), VrelDR::PlaceUse::kReplacement);
   }
   RequireWorking(info);
+  std::set<std::string> ids;
+  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+    ids.insert(each.target.GetId());
+  }
+  const NobodySends nobodySends(ids);
   std::vector<PlannedUse> uses;
   for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
     uses.push_back({each.target.GetId(), VrelDR::PlaceUse::kReplacement});
@@ -147,8 +153,10 @@ Verb SnapshotRestore() {
        "Targets are restored one after the other, each whole or not at all. Nothing is begun "
        "unless every target snapshot is there. When a target fails, the message tells which "
        "targets were restored, which one failed and which were not started, and the same command "
-       "can be run again. Refused without --force when the status of the group snapshot is bad, or "
-       "when it is incomplete: with it the targets that it has no part of stay as they are."},
+       "can be run again. Refused while a sync sends one of the targets, for whatever group. "
+       "Without "
+       "--force it is refused when the status of the group snapshot is bad, or when it is "
+       "incomplete: with it the targets that it has no part of stay as they are."},
       "What the targets hold now is lost.",
       {Gsnap()},
       {Flag("--force", "restore it although it is bad or incomplete"), GoOnInUse(), Yes()},

@@ -46,10 +46,10 @@ std::vector<std::string> FindStopped(const std::vector<std::string>& targets, co
   return stopped;
 }
 
-// Whether another process works on the group.
+// Whether another process sends for the group.
 bool IsBusy(const std::string& groupId) {
   try {
-    const GroupLock lock(groupId);
+    const SendLock lock(groupId, GroupDirectory(groupId));
     return false;
   } catch (const Failure& failure) {
     if (failure.code != ExitCode::kBusy) throw;

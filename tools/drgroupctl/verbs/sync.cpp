@@ -49,7 +49,7 @@ void SettlePlans(const Group& group) {
 
 Report RunSync(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
-  const ActionLock lock(groupId, args);
+  ActionLock lock(groupId, args);
   const Group group = LoadGroup(groupId);
   const Prepared prepared = PrepareOnGroup("sync", group);
   const Abreast abreast = SendAbreast(prepared.targets, args);
@@ -59,6 +59,7 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   SettlePlans(group);
   VrelDR::Cut cut;  // the targets' syncs take up its snapshots, one after the other
   PrepareCut(group, sources, "nothing was sent", cut, warnings);
+  lock.ReleaseGroup();
   Run(prepared, args, abreast);
   WarnOfSkew(group, sources, cut.GetInfo(), warnings);
 

@@ -31,7 +31,7 @@ struct Candidate {
 // Nobody may be taking a snapshot that is going to be recorded.
 std::vector<std::unique_ptr<GroupLock>> LockGroupsOf(const std::string& targetId) {
   std::vector<std::unique_ptr<GroupLock>> locks;
-  for (const std::string& group : GroupsOfTarget(targetId)) {
+  for (const std::string& group : GroupsOfTargets({targetId})) {
     locks.push_back(std::make_unique<GroupLock>(group));
   }
   return locks;
@@ -125,6 +125,8 @@ void Delete(const VrelDR::Target& target, std::vector<Candidate>& candidates, bo
     if (!areNamed && operation.GetErrCode() == VrelDR::kErrLocked) continue;
     if (error == 0) error = operation.GetErrCode();
     problems.push_back(Printable(each.snapshot.snap_id) + " (" + each.problem + ")");
+    // Each of the others would be waited for as long.
+    if (operation.GetErrCode() == VrelDR::kErrBusy) break;
   }
   if (problems.empty()) return;
   Failure failure(FromHostError(error),

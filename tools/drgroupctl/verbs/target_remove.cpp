@@ -44,7 +44,7 @@ Report RunTargetRemove(const Arguments& args, Warnings& warnings) {
   const InUse inUse({{id, VrelDR::PlaceUse::kRemoval}}, args);
   inUse.Require("removing target " + Quote(id));
   inUse.Warn(warnings);
-  const std::vector<std::string> groups = GroupsOfTarget(id);
+  const std::vector<std::string> groups = GroupsOfTargets({id});
   if (!groups.empty()) {
     warnings.Print("target " + Quote(id) + " belongs to group " + Quote(Join(groups, ", ")) +
                    ", which can take no snapshot without it");
