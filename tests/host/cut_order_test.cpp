@@ -1,15 +1,6 @@
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <atomic>
-#include <filesystem>
-#include <thread>
-
-#include "base/fd.h"
 #include "contract_rig.h"
 #include "engine/cut.h"
-#include "tree.h"
+#include "ordered_writers.h"
 
 // The point of a cut: whoever finds a write in its snapshots finds every write that was
 // acknowledged before it, in whatever target that is.
@@ -17,73 +8,11 @@
 namespace host_test {
 namespace {
 
-namespace fs = std::filesystem;
 using VrelDR::CutMember;
 using VrelDR::CutOutcome;
 using VrelDR::EngineCut;
-using VrelDR::Fd;
 using VrelDR::Status;
 using VrelDR::Watcher;
-
-// Ways to write a file so that it is on disk afterwards.
-void WriteAndSync(const std::string& path, const std::string& text) {
-  const Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
-  ASSERT_EQ(pwrite(file.Get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-  ASSERT_EQ(fdatasync(file.Get()), 0);
-}
-void WriteThrough(const std::string& path, const std::string& text) {
-  const Fd file(open(path.c_str(), O_WRONLY | O_CREAT | O_DSYNC | O_CLOEXEC, 0600));
-  ASSERT_EQ(pwrite(file.Get(), text.data(), text.size(), 0), static_cast<ssize_t>(text.size()));
-}
-void Replace(const std::string& path, const std::string& text) {
-  WriteAndSync(path + ".new", text);
-  ASSERT_EQ(rename((path + ".new").c_str(), path.c_str()), 0);
-  const Fd dir(open(fs::path(path).parent_path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  ASSERT_EQ(fsync(dir.Get()), 0);
-}
-
-// Writes the numbers from 1 on, each into the target after that of the one before, and each only
-// when the one before is on disk.
-class Writer {
- public:
-  using Way = void (*)(const std::string& path, const std::string& text);
-
-  Writer(std::string name, Way way, const std::vector<EngineTarget>& targets)
-      : name_(std::move(name)), targets_(targets), thread_([this, way](const std::stop_token& end) {
-          for (std::uint64_t n = 1; !end.stop_requested(); ++n) {
-            const EngineTarget& target = targets_[n % targets_.size()];
-            way(target.TargetPath() + "/" + name_, Padded(n));
-            written_ = n;
-          }
-        }) {}
-
-  std::uint64_t GetWritten() const { return written_; }
-  // Whether the snapshots hold all that was written before the last that they hold.
-  bool IsWhole(const std::string& snapId) const {
-    std::vector<std::uint64_t> held;
-    for (const EngineTarget& each : targets_) {
-      const std::string path = each.SnapshotPath(snapId) + "/" + name_;
-      held.push_back(fs::exists(path) ? std::stoull(ReadFile(path)) : 0);
-    }
-    const std::uint64_t last = *std::ranges::max_element(held);
-    for (std::uint64_t n = last; n > 0 && last - n < held.size(); --n) {
-      if (held[n % held.size()] != n) return false;
-    }
-    return true;
-  }
-
- private:
-  static std::string Padded(std::uint64_t n) {
-    std::string text = std::to_string(n);
-    text.resize(4096, ' ');
-    return text;
-  }
-
-  std::string name_;
-  const std::vector<EngineTarget>& targets_;
-  std::atomic<std::uint64_t> written_ = 0;
-  std::jthread thread_;  // last: it uses the others
-};
 
 class CutOrderTest : public ContractTest {
  protected:
@@ -95,17 +24,11 @@ class CutOrderTest : public ContractTest {
       targets_.push_back(Prepare(A(), "t" + std::to_string(i), VrelDR::kTargetShare));
       ExpectGood(targets_.back().Create({}));
     }
-    writers_.push_back(std::make_unique<Writer>("synced", WriteAndSync, targets_));
-    writers_.push_back(std::make_unique<Writer>("through", WriteThrough, targets_));
-    writers_.push_back(std::make_unique<Writer>("replaced", Replace, targets_));
+    std::vector<std::string> dirs;
+    for (const EngineTarget& each : targets_) dirs.push_back(each.TargetPath());
+    writers_ = std::make_unique<OrderedWriters>(dirs);
   }
-  // Waits until every writer has been everywhere since.
-  void LetWritersGoRound() const {
-    for (const auto& each : writers_) {
-      const std::uint64_t wanted = each->GetWritten() + targets_.size();
-      while (each->GetWritten() < wanted) std::this_thread::yield();
-    }
-  }
+  bool LetWritersGoRound() const { return writers_->GoRound(); }
   CutOutcome CutAll(const std::string& snapId) const {
     std::vector<CutMember> members;
     for (const EngineTarget& each : targets_) {
@@ -124,7 +47,9 @@ class CutOrderTest : public ContractTest {
     return outcome;
   }
   bool IsWhole(const std::string& snapId) const {
-    return std::ranges::all_of(writers_, [&](const auto& each) { return each->IsWhole(snapId); });
+    std::vector<std::string> dirs;
+    for (const EngineTarget& each : targets_) dirs.push_back(each.SnapshotPath(snapId));
+    return HoldAllInOrder(dirs);
   }
   void Remove(const std::string& snapId) const {
     for (const EngineTarget& each : targets_) ExpectGood(each.RemoveSnapshot(snapId));
@@ -134,7 +59,7 @@ class CutOrderTest : public ContractTest {
     int whole = 0;
     for (int i = 0; i < kCuts; ++i) {
       const std::string id = "cut" + std::to_string(i);
-      LetWritersGoRound();
+      ASSERT_TRUE(LetWritersGoRound());
       EXPECT_TRUE(CutAll(id).is_one_instant) << id;
       whole += IsWhole(id) ? 1 : 0;
       Remove(id);
@@ -144,13 +69,13 @@ class CutOrderTest : public ContractTest {
   const std::vector<EngineTarget>& Targets() const { return targets_; }
 
   void TearDown() override {
-    writers_.clear();
+    writers_.reset();
     ContractTest::TearDown();
   }
 
  private:
   std::vector<EngineTarget> targets_;
-  std::vector<std::unique_ptr<Writer>> writers_;
+  std::unique_ptr<OrderedWriters> writers_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Volumes, CutOrderTest, testing::Values("btrfs-btrfs"), EngineTest::NameOf);
@@ -172,7 +97,7 @@ TEST_P(CutOrderTest, SnapshotsThatAreTakenOneAfterTheOtherDoNot) {
   MakeTargets(8);
   bool isTorn = false;
   for (int i = 0; i < kCuts && !isTorn; ++i) {
-    LetWritersGoRound();
+    ASSERT_TRUE(LetWritersGoRound());
     for (const EngineTarget& each : Targets()) ExpectGood(each.TakeSnapshot("s1"));
     isTorn = !IsWhole("s1");
     Remove("s1");

@@ -1,7 +1,6 @@
 #include "hold_fixture.h"
 
 #include <fcntl.h>
-#include <mntent.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
@@ -18,6 +17,8 @@
 #include <new>
 #include <sstream>
 #include <thread>
+
+#include "control_groups.h"
 
 namespace host_test {
 
@@ -102,27 +103,7 @@ void HoldTest::TearDown() {
 }
 
 std::string HoldTest::Hierarchy(const std::string& kind, std::string& why) const {
-  const bool isV2 = kind == "v2";
-  std::FILE* mounts = setmntent("/proc/self/mounts", "re");
-  std::string found;
-  for (struct mntent* each; (each = getmntent(mounts)) != nullptr;) {
-    if (isV2
-            ? std::strcmp(each->mnt_type, "cgroup2") == 0
-            : std::strcmp(each->mnt_type, "cgroup") == 0 && hasmntopt(each, "freezer") != nullptr) {
-      found = each->mnt_dir;
-    }
-  }
-  endmntent(mounts);
-  if (!found.empty()) return found;
-  const std::string dir = root_ + "/" + kind;
-  fs::create_directory(dir);
-  if (mount("none", dir.c_str(), isV2 ? "cgroup2" : "cgroup", 0, isV2 ? "" : "freezer") == 0) {
-    return dir;
-  }
-  why = "no hierarchy of control groups of this kind can be mounted here: " +
-        std::string(std::strerror(errno)) + "; run it as root where there is one";
-  fs::remove(dir);
-  return {};
+  return FindHierarchy(kind, root_, why);
 }
 
 std::string HoldTest::MakeGroup(const std::string& kind, const std::string& name) {

@@ -59,10 +59,11 @@ int RunInChild(const std::vector<std::pair<std::string, std::string>>& environme
   return pid == -1 ? -1 : WaitFor(pid);
 }
 
-MountedImage::MountedImage(const std::string& type, const std::string& dir, std::string& why)
+MountedImage::MountedImage(const std::string& type, const std::string& dir, std::string& why,
+                           std::uint64_t mib)
     : dir_(dir) {
   const std::string image = dir + ".img";
-  const std::uint64_t mib = type == "xfs" ? 320 : type == "btrfs" ? 160 : 64;
+  if (mib == 0) mib = type == "xfs" ? 320 : type == "btrfs" ? 160 : 64;
   WriteFile(image, "");
   fs::resize_file(image, mib * 1024 * 1024);
   // The directories of system tools may be missing from an ordinary user's PATH.

@@ -4,6 +4,7 @@
 #include <json/writer.h>
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -33,8 +34,9 @@ int RunInChild(const std::vector<std::pair<std::string, std::string>>& environme
 // A directory with a file system of its own on a loop image, for as long as the object lives.
 class MountedImage {
  public:
-  // `type` is ext4, xfs or btrfs. `why` says what did not work.
-  MountedImage(const std::string& type, const std::string& dir, std::string& why);
+  // `type` is ext4, xfs or btrfs. `why` says what did not work. Of so many MiB, or small.
+  MountedImage(const std::string& type, const std::string& dir, std::string& why,
+               std::uint64_t mib = 0);
   ~MountedImage();
   MountedImage(const MountedImage&) = delete;
   MountedImage& operator=(const MountedImage&) = delete;
