@@ -1,7 +1,8 @@
 #!/bin/sh
 # The long run of the torture ring: torture.sh BUILD_DIR [OPTION...]
 #
-# Cuts the power of hosts at moments that a seed chooses, and lets every call of the system fail once.
+# Cuts the power of hosts at moments that a seed chooses, lets every call of the system fail once, and
+# looks at what programs find in snapshots that were made while they wrote.
 # The seed of a run is printed; the same seed cuts at the same kill points of the same sequences.
 set -eu
 usage() {
@@ -11,7 +12,7 @@ Options of torture:
   --count N    how many cuts, or failing calls, each test makes; no bound when left out
   --seconds N  how long each test goes on; 600 when left out
   --only TEXT  only the tests that have this in their names, such as PowerCut, FailingCall,
-               DiskEach or btrfs
+               HeldOrProven (dependent writes, 20 rounds), Postgres (20 rounds), DiskEach or btrfs
   --case TEXT  only this failing call, as a fault names it: "sync, call 12, EIO"
 TXT
 }
