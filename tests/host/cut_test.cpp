@@ -5,9 +5,11 @@
 
 #include <csignal>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "base/kill_point.h"
+#include "holder.h"
 #include "host_fixture.h"
 #include "tree.h"
 #include "vreldr/session.h"
@@ -171,6 +173,14 @@ TEST_P(CutTest, WhatNobodyTakesUpGoesWithIt) {
   EXPECT_EQ(CountListed(), 1U);
   ExpectNothingElseOnDisk();
   // It has no right any more either.
+  for (const Target& each : Targets()) Take(each.GetId());
+}
+
+TEST_P(CutTest, ItsRightGoesWithItAlsoWhileAProcessLivesThatWasForkedOffBefore) {
+  std::optional<Cut> cut;
+  PrepareAll(cut.emplace());
+  const Holder child([] { return true; });
+  cut.reset();
   for (const Target& each : Targets()) Take(each.GetId());
 }
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "base/fd.h"
+#include "base/held_file.h"
 #include "base/status.h"
 
 namespace VrelDR {
@@ -18,7 +18,7 @@ class PlanLock {
   static void Remove(const std::string& stateDir, const std::string& planId);
 
  private:
-  Fd file_;
+  HeldFile file_;
 };
 
 }  // namespace VrelDR

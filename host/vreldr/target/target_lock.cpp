@@ -24,7 +24,7 @@ Status TargetLock::Acquire(const std::string& stateDir, const std::string& targe
     if (errno != EWOULDBLOCK) return StatusOfErrno(errno, path);
     return {kErrBusy, "another process works on it; run it again when that has finished"};
   }
-  file_ = std::move(file);
+  file_ = HeldFile(std::move(file), [](int fd) { (void)flock(fd, LOCK_UN); });
   return {};
 }
 

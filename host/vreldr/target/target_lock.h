@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "base/fd.h"
+#include "base/held_file.h"
 #include "base/status.h"
 
 namespace VrelDR {
@@ -15,7 +15,7 @@ class TargetLock {
   Status Acquire(const std::string& stateDir, const std::string& targetId);
 
  private:
-  Fd file_;
+  HeldFile file_;
 };
 
 }  // namespace VrelDR
