@@ -25,7 +25,8 @@ class VRELDRGROUP_API TargetReplicaListSqliteTable : public VrelDRCore::SqliteTa
 
 // A group's catalogue of group snapshots: the file "drgroup.db" in a directory of the caller's
 // choice, and a link to it in the group's link directory, by which a group identifier alone finds
-// it. Objects are made for one operation and closed with it; making one opens nothing.
+// it. Objects are made for one operation and closed with it; making one opens nothing. One belongs
+// to one thread; different ones may work on the same catalogue at once, and wait for each other.
 class VRELDRGROUP_API DRGroupDB : public VrelDRCore::SqliteDB {
  public:
   // The database in `dbDir`. An empty directory gives a database without a path, on which every

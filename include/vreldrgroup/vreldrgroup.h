@@ -1,6 +1,10 @@
 #pragma once
 
 // Everything that libvreldrgroup offers.
+//
+// An object is one thread's at a time; different objects, and free functions, may be used by
+// different threads at once. Who changes a group sees to it that nobody else does meanwhile: the
+// library takes no lock of a group. docs/threads.md tells more.
 
 #include "vreldrgroup/db.h"
 #include "vreldrgroup/record/gsnapshot.h"

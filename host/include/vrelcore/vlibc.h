@@ -4,7 +4,8 @@
 
 #include "vrelcore/export.h"
 
-// The platform library: running a program and asking about a path. C linkage; nothing throws.
+// The platform library: running a program and asking about a path. C linkage; nothing throws, and
+// any thread may call.
 
 extern "C" {
 

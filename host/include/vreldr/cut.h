@@ -44,7 +44,7 @@ class TargetCut;
 // taken up, or the cut goes: anything else that would change it is refused with kErrBusy, in this
 // process and in others. Snapshots that nobody took up go with the object, or, after a crash, with
 // the next change of their target; nobody has seen them. A process that was forked off has nothing
-// of a cut.
+// of a cut. One object belongs to one thread; its snapshots are taken up by any.
 class VREL_API Cut : public DRErrRecorder {
  public:
   Cut();

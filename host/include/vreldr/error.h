@@ -19,7 +19,7 @@ enum ErrCode : int {
   kErrReadOnly = 413,         // the volume cannot be written
   kErrIo = 414,               // reading or writing failed otherwise
   kErrExists = 415,           // something of that name is there already
-  kErrBusy = 416,             // another process works on the target or the plan, or has the records
+  kErrBusy = 416,             // somebody works on the target or the plan, or has the records
   kErrStopped = 417,          // ended because somebody asked for it
   kErrLocked = 418,           // a retention lock, or a plan, holds it
   kErrUnsupported = 419,      // this host, or the engine of the volume, cannot do that

@@ -14,9 +14,9 @@ namespace VrelDR {
 // Something that can be done to a replication plan, or found out about it.
 //
 // An object is made with all that the operation needs, run, and asked for its error. Making one
-// touches nothing. One process at a time works on a plan: kErrBusy tells who does. An operation
-// that was interrupted is settled by the next one on the plan, whichever that is: it is taken back
-// unless it had reached its end.
+// touches nothing. One object belongs to one thread. Of all threads and processes one at a time
+// works on a plan: kErrBusy tells who does. An operation that was interrupted is settled by the
+// next one on the plan, whichever that is: it is taken back unless it had reached its end.
 class VREL_API DROperation : public DRErrRecorder {
  public:
   ~DROperation() override = default;

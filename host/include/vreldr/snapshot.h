@@ -25,9 +25,11 @@ struct VREL_API SnapshotMeta {
 
 // One existing snapshot of a target.
 struct VREL_API Snapshot {
-  std::uint32_t create_time = 0;  // seconds since the epoch
-  std::string snap_id;            // empty when the snapshot does not exist
-  std::uint64_t sequence = 0;     // grows with every snapshot taken on this host
+  // Seconds since the epoch. No two snapshots that a target ever had have the same: callers name
+  // things by it.
+  std::uint32_t create_time = 0;
+  std::string snap_id;         // empty when the snapshot does not exist
+  std::uint64_t sequence = 0;  // grows with every snapshot taken on this host
   SnapshotMeta meta;
   std::string path;    // where its bytes can be read
   std::string cut_id;  // of the cut that it is of, see vreldr/cut.h; empty when it is of none

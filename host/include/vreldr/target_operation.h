@@ -12,9 +12,10 @@
 namespace VrelDR {
 
 // What can be asked of and done to one target of this node and its snapshots. Every call that fails
-// records a code of ErrCode and a message; every call that succeeds records 0. One that changes the
-// target waits up to five seconds for somebody else who does, and then fails with kErrBusy. A sync
-// that sends the target's snapshots, or sends some to it, is in nobody's way but for a moment.
+// records a code of ErrCode and a message; every call that succeeds records 0. One object belongs
+// to one thread. Of all threads and processes one at a time changes a target: another one waits for
+// it up to five seconds, and then fails with kErrBusy. A sync that sends the target's snapshots, or
+// sends some to it, is in nobody's way but for a moment.
 class VREL_API TargetOperation : public DRErrRecorder {
  public:
   explicit TargetOperation(const Target& target);

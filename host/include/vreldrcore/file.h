@@ -6,6 +6,7 @@
 
 namespace VrelDRCore {
 
+// Any thread may call.
 class VREL_API File {
  public:
   // Makes `dir` and its missing parents, each with `mode` (less the umask), and brings their names

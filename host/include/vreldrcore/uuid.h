@@ -6,7 +6,7 @@
 
 namespace VrelDRCore {
 
-// A new random UUID in its 36-character lower-case form.
+// A new random UUID in its 36-character lower-case form. Any thread may call.
 VREL_API std::string GenerateUUID();
 
 }  // namespace VrelDRCore

@@ -6,7 +6,7 @@
 
 namespace VrelDRNode {
 
-// This node, as other nodes know it.
+// This node, as other nodes know it. Any thread may call.
 class VREL_API DRNode {
  public:
   // The identifier of this node: made once, with the host's records, kept in the host's state

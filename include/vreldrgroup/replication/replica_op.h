@@ -8,6 +8,8 @@
 
 #include "vreldrgroup/export.h"
 
+// Questions about the plans of targets, and single changes of them. Any thread may call at any
+// time.
 namespace VrelDRGroup::Operation {
 
 // The plan of a target, the first when it has several. 0, or -1 and nothing changed when it has

@@ -15,7 +15,7 @@
 
 // Reading and editing a group's catalogue. Every function opens what it needs and closes it again;
 // failures are logged and give false; outputs are appended to, and keep what could be read before a
-// failure.
+// failure. Any thread may call any of them at any time; a group is changed by one at a time.
 namespace VrelDRGroup::Operation {
 
 // The group's snapshots, in the order in which they were recorded; with `latestOnly` the newest
