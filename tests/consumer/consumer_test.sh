@@ -1,8 +1,8 @@
 #!/bin/sh
 # Installs the build as the README says, in /usr/local and in another prefix, builds the README's
 # example against each with its own words, and runs it on a throwaway host. The loader finds the
-# libraries by what the README does for that, not by an environment variable:
-# consumer_test.sh SOURCE_DIR BUILD_DIR
+# libraries by what the README does for that, not by an environment variable. Then the same with the
+# host of examples/own-host in the place of ours: consumer_test.sh SOURCE_DIR BUILD_DIR
 set -eu
 source=$(realpath "$1")
 build=$(realpath "$2")
@@ -84,9 +84,42 @@ mv a.out elsewhere
 consumer cmake-elsewhere -DCMAKE_PREFIX_PATH=/opt/drgroup
 try_all /opt/drgroup ./elsewhere cmake-elsewhere/consumer
 
-# The library against libraries of the same contract that it did not build.
+# Builds the example of an own host against the package in a prefix, runs it, and looks at what it
+# says and at the catalogue that it leaves: own_host DIR PREFIX
+own_host() {
+  cmake -S "$source/examples/own-host" -B "$1" -G Ninja "-DCMAKE_PREFIX_PATH=$2" \
+    '-DCMAKE_CXX_FLAGS=-Wall -Wextra -Werror' >"$1.log"
+  cmake --build "$1"
+  rm -rf /var/packages/Guestora/etc
+  "$1/own-host" "$work/$1/catalogue" >out || { cat out; exit 1; }
+  for line in '  tables 1, files 1' 'deleting: done' \
+    'protecting db-disk is refused: 419 this host keeps targets in memory and does not replicate'; do
+    grep -qxF "$line" out || { cat out; exit 1; }
+  done
+  rows=$(sqlite3 "$1/catalogue/drgroup.db" "SELECT group_concat(tag || ' ' || status) FROM gsnap_meta;
+    SELECT group_concat(target_id || ' ' || tsnap_id) FROM target_snap_list")
+  [ "$rows" = 'shop 1
+db-disk snap-3,db-share snap-4' ] || { echo "$rows"; exit 1; }
+}
+
+# The page about it says of every header whether an own host needs it.
+(cd "$source/host/include" && find . -name '*.h') | sed 's,^\./,,' | while IFS= read -r header; do
+  grep -qF "\`$header\`" "$source/docs/own-host.md" ||
+    { echo "docs/own-host.md does not say who needs $header" >&2; exit 1; }
+done
+
+# Libraries of the same contract under the library as it is installed, by being loaded before; and
+# then under one that was built for them, with nothing of our own host there.
+own_host loaded /opt/drgroup
+cmake --install loaded --prefix /opt/own >own.log
+cp -a /opt/drgroup/lib/libvreldrcore.so* /opt/drgroup/lib/libvrelcore.so* /opt/own/lib
+rm -rf /opt/drgroup
 cmake -S "$source" -B external -G Ninja -DVRELDRGROUP_HOST=external -DVRELDRGROUP_TESTS=OFF \
-  -DCMAKE_BUILD_TYPE=Debug \
-  -DCMAKE_PREFIX_PATH=/opt/drgroup >external.log
+  -DCMAKE_BUILD_TYPE=Debug -DCMAKE_PREFIX_PATH=/opt/own >external.log
 cmake --build external
-echo "the installed package works with CMake and with pkg-config, in /usr/local and in another prefix"
+cmake --install external --prefix /opt/own >>own.log
+own_host built /opt/own
+ldd /opt/own/lib/libvreldrgroup.so.1 >libraries
+[ "$(grep -c ' => /opt/own/lib/libvrel' libraries)" -eq 4 ] || { cat libraries; exit 1; }
+echo "the installed package works with CMake and with pkg-config, in /usr/local and in another prefix," \
+  "and on the host of the example"
