@@ -113,7 +113,14 @@ done
 own_host loaded /opt/drgroup
 cmake --install loaded --prefix /opt/own >own.log
 cp -a /opt/drgroup/lib/libvreldrcore.so* /opt/drgroup/lib/libvrelcore.so* /opt/own/lib
-rm -rf /opt/drgroup
+
+# What is taken away leaves nothing of ours.
+commands Removing >removing.sh
+[ "$(grep -c '^cmake --build' removing.sh)" -eq 1 ] || { cat removing.sh; exit 1; }
+sh -eu removing.sh >removing.log
+left=$(find /opt/drgroup /var/packages -name '*vrel*' -o -name '*drgroup*' ! -path '*/etc/*' ! -path /opt/drgroup)
+[ -z "$left" ] || { echo "not removed: $left" >&2; exit 1; }
+
 cmake -S "$source" -B external -G Ninja -DVRELDRGROUP_HOST=external -DVRELDRGROUP_TESTS=OFF \
   -DCMAKE_BUILD_TYPE=Debug -DCMAKE_PREFIX_PATH=/opt/own >external.log
 cmake --build external
@@ -121,5 +128,6 @@ cmake --install external --prefix /opt/own >>own.log
 own_host built /opt/own
 ldd /opt/own/lib/libvreldrgroup.so.1 >libraries
 [ "$(grep -c ' => /opt/own/lib/libvrel' libraries)" -eq 4 ] || { cat libraries; exit 1; }
+
 echo "the installed package works with CMake and with pkg-config, in /usr/local and in another prefix," \
   "and on the host of the example"
