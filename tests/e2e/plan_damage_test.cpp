@@ -430,7 +430,7 @@ TEST_P(PlanDamageTest, StatusSaysThatWhatWorksMayBeUnwritableAfterAKill) {
   expectTold("switchover");
   ASSERT_TRUE(RunKilledAt("failover.demoted", {"failover", "s", "--yes"}));
   expectTold("failover");
-  ASSERT_TRUE(RunKilledAt("sync.taken", {"sync", "s"}));
+  ASSERT_TRUE(RunKilledAt("sync.recorded", {"sync", "s"}));
   EXPECT_THAT(StatusOf("share")["problem"].asString(),
               AllOf(HasSubstr("sync was interrupted"), Not(HasSubstr("unwritable"))));
   EXPECT_TRUE(canWrite());

@@ -7,6 +7,7 @@ namespace e2e {
 namespace {
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::HasSubstr;
 using testing::Not;
 
@@ -36,7 +37,9 @@ class PlanFailureTest : public PlanTest {
       ASSERT_EQ(error["targets"].size(), 3U);
       for (Json::ArrayIndex i = 0; i < 3; ++i) {
         const std::string wanted = i < k ? before : i == k ? "failed" : "not started";
-        EXPECT_EQ(error["targets"][i]["result"], wanted);
+        // A sync that goes on with an interrupted one passes over what has that already.
+        EXPECT_THAT(error["targets"][i]["result"].asString(),
+                    AnyOf(wanted, i < k ? "nothing to do" : wanted));
         EXPECT_EQ(error["targets"][i]["target_id"], Names()[i]);
       }
       check(k);

@@ -35,9 +35,9 @@ class PlanKillTest : public PlanTest {
   }
 
   static Steps ShipSteps() {
-    return {"sync.recorded", "sync.taken",   "ship.begun",   "ship.data",    "ship.sent",
-            "ship.synced",   "ship.marked",  "ship.frozen",  "ship.renamed", "ship.done",
-            "sync.shipped",  "sync.arrived", "sync.reported"};
+    return {"hand.taken_up", "hand.recorded", "sync.recorded", "ship.begun",   "ship.data",
+            "ship.sent",     "ship.synced",   "ship.marked",   "ship.frozen",  "ship.renamed",
+            "ship.done",     "sync.shipped",  "sync.arrived",  "sync.reported"};
   }
 };
 

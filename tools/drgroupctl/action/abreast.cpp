@@ -37,9 +37,10 @@ Abreast SendAbreast(const std::vector<std::string>& targets, const Arguments& ar
                                         ", which says how many of them are sent at a time");
   }
   for (const std::string& target : targets) {
-    const VrelDR::DRPlan plan = RequireOnePlan(target);
-    abreast.lanes[target] =
-        VolumeOf(plan.GetSourceTargetId()) + "\n" + VolumeOf(plan.GetReplicaTargetId());
+    const std::vector<VrelDR::DRPlan> plans = PlansOf(target);
+    if (plans.size() != 1) continue;  // the sync itself refuses that
+    abreast.lanes[target] = VolumeOf(plans.front().GetSourceTargetId()) + "\n" +
+                            VolumeOf(plans.front().GetReplicaTargetId());
   }
   return abreast;
 }

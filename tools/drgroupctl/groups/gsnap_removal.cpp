@@ -1,8 +1,8 @@
 #include "groups/gsnap_removal.h"
 
 #include <vreldr/target_operation.h>
+#include <vreldrgroup/db.h>
 #include <vreldrgroup/snapshot/gsnap_delete.h>
-#include <vreldrgroup/snapshot/gsnap_op.h>
 
 #include <algorithm>
 #include <iterator>
@@ -10,7 +10,6 @@
 #include <set>
 
 #include "groups/catalogue.h"
-#include "groups/catalogue_view.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
 #include "output/failure.h"
@@ -128,13 +127,24 @@ Failure NotDeleted(const std::string& groupId, const VrelDRGroup::GsnapshotInfo&
   return failure;
 }
 
-// The library counts what it could not remove from the catalogue as done.
+// Whether the table has a row of the group snapshot, or could not be asked.
+bool MayHaveRow(const std::string& groupId, const VrelDRCore::SqliteTableHandler& table,
+                const std::string& gsnapId) {
+  VrelDRCore::SelectCommand command;
+  command.SetTable(table);
+  command.SetCondition(VrelDRCore::SqliteEqual("gsnap_id", gsnapId));
+  command.SetLimit(1);
+  VrelDRCore::SqliteValueList row;
+  const VrelDRGroup::DRGroupDB db = VrelDRGroup::DRGroupDB::GetRef(groupId);
+  return db.SelectRecord(command, row) || db.GetErrCode() != 0;
+}
+
+// The library counts what it could not remove from the catalogue as done. Looks at the rows of this
+// one alone: a catalogue may have thousands of others.
 void CheckForgotten(const std::string& groupId, const std::string& gsnapId) {
-  std::vector<std::string> ids;
-  std::vector<VrelDRGroup::TargetReplica> replicas;
-  if (!Op::GsnapshotIdList(groupId, ids) || !Op::TargetReplicaList(gsnapId, replicas) ||
-      std::find(ids.begin(), ids.end(), gsnapId) != ids.end() || !replicas.empty() ||
-      CountTargetSnapshots(groupId).count(gsnapId) != 0) {
+  if (MayHaveRow(groupId, VrelDRGroup::GsnapMetadataSqliteTable(), gsnapId) ||
+      MayHaveRow(groupId, VrelDRGroup::TargetSnapListSqliteTable(), gsnapId) ||
+      MayHaveRow(groupId, VrelDRGroup::TargetReplicaListSqliteTable(), gsnapId)) {
     throw CatalogueFailure(groupId,
                            "group snapshot " + Quote(gsnapId) +
                                ": its target snapshots are deleted, but not all of its records");

@@ -1,25 +1,10 @@
-#include <vreldr/target_operation.h>
-#include <vreldrgroup/db.h>
-#include <vreldrgroup/record/target_group.h>
-#include <vreldrgroup/snapshot/gsnap_create.h>
-
-#include <chrono>
-#include <cstdint>
-#include <ctime>
-#include <map>
-#include <set>
-#include <thread>
-
 #include "action/group_cut.h"
-#include "groups/catalogue.h"
+#include "action/gsnap_making.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_cut.h"
-#include "groups/known_snapshots.h"
 #include "host/copy_warning.h"
 #include "host/host.h"
-#include "output/console.h"
-#include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -28,189 +13,25 @@ namespace drgroupctl {
 
 namespace {
 
-constexpr const char* kCrash = "crash";
-constexpr const char* kApp = "app";
-
-using SnapshotIds = std::map<VrelDR::Target, std::set<std::string>>;
-
-// The snapshots that the group's targets have now. Throws unless every target is there and can be
-// asked: a group snapshot that is going to fail should take none.
-SnapshotIds ListSnapshotIds(const Group& group) {
-  SnapshotIds ids;
-  for (const VrelDR::Target& target : group.targets) {
-    const VrelDR::TargetOperation operation(target);
-    if (!operation.ListSnapshotIds(ids[target])) {
-      throw Failure(FromHostError(operation.GetErrCode()),
-                    "group " + Quote(group.id) + ": " + HostMessage(operation));
-    }
-  }
-  return ids;
-}
-
-// What a failed creation left on the targets that nothing refers to, and the first target without a
-// new snapshot, which is the one that failed: targets are taken in their order.
-struct Leftovers {
-  Json::Value rows = Json::Value(Json::arrayValue);
-  std::string text;
-  std::string failedTarget;
-
-  void Add(const VrelDR::Target& target, const std::string& snapId, const std::string& problem) {
-    Json::Value row(Json::objectValue);
-    row["target_id"] = target.GetId();
-    row["tsnap_id"] = snapId;
-    row["problem"] = problem;
-    rows.append(row);
-    text += (text.empty() ? "" : ", ") + snapId + " of target " + Quote(target.GetId()) + " (" +
-            problem + ")";
-  }
-};
-
-// Says why snapshots that nobody is known to need cannot be deleted; empty when `recorded` has all
-// that are needed.
-std::string ReadAllRecorded(std::set<std::string>& recorded) {
-  try {
-    recorded = AllRecordedSnapshotIds();
-    return {};
-  } catch (const Failure& failure) {
-    recorded = RecordedSnapshotIds();
-    return failure.message;
-  }
-}
-
-// Deletes again what this call has taken and nothing records: snapshots that carry the mark of this
-// process. What cannot be deleted stays, as do new ones of which nobody knows who took them.
-Leftovers RemoveTaken(Warnings& warnings, const Group& group, const SnapshotIds& before) {
-  Leftovers left;
-  std::set<std::string> recorded;
-  const std::string doubt = ReadAllRecorded(recorded);
-  const std::string maker = VrelDR::Operation::ThisMaker();
-  for (const VrelDR::Target& target : group.targets) {
-    const VrelDR::TargetOperation operation(target);
-    const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
-    if (operation.GetErrCode() != 0) {
-      warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
-                     " cannot be told: " + HostMessage(operation));
-    }
-    bool isNew = false;
-    for (const VrelDR::Operation::Snapshot& each : now) {
-      const bool isOthers = !each.maker.empty() && each.maker != maker;
-      if (isOthers || before.at(target).count(each.snap_id) != 0) continue;
-      isNew = true;
-      if (recorded.count(each.snap_id) != 0) continue;
-      if (each.maker.empty()) {
-        left.Add(target, each.snap_id, "who took it is not known");
-      } else if (!doubt.empty()) {
-        left.Add(target, each.snap_id, "whether a group has it cannot be told: " + doubt);
-      } else if (!operation.DeleteSnapshot(each.snap_id)) {
-        left.Add(target, each.snap_id, HostMessage(operation));
-      }
-    }
-    if (!isNew && left.failedTarget.empty()) left.failedTarget = target.GetId();
-  }
-  return left;
-}
-
-Failure CreationFailure(Warnings& warnings, const Group& group,
-                        const VrelDRCore::ErrRecorder& operation, const std::string& said,
-                        const SnapshotIds& before) {
-  const Leftovers left = RemoveTaken(warnings, group, before);
-  // What the host refuses has a message; what the catalogue refuses has none.
-  Failure failure =
-      operation.GetErrMsg().isNull()
-          ? CatalogueFailure(group.id, "no group snapshot was made", said)
-          : Failure(FromHostError(operation.GetErrCode()),
-                    "group " + Quote(group.id) + ": no group snapshot was made: target " +
-                        Quote(left.failedTarget) + ": " + HostMessage(operation));
-  if (!left.text.empty()) {
-    failure.message +=
-        "; these target snapshots were taken before, stay, and belong to no group "
-        "snapshot, delete them with \"drgroupctl target prune\": " +
-        left.text;
-  }
-  if (!left.failedTarget.empty()) failure.details["target_id"] = left.failedTarget;
-  failure.details["left_snapshots"] = left.rows;
-  return failure;
-}
-
-// A group snapshot is called by the time of its first target's, which is later than that of any
-// before it on that target. Waits for a moment, and then throws, when it could be one that the
-// catalogue has: its creation would fail, and take back the one that was there.
-void RequireNewName(const Group& group) {
-  const std::vector<VrelDRGroup::Gsnapshot> latest = ListGsnaps(group.id, true);
-  const std::int64_t newest = latest.empty() ? 0 : latest.front().gsnap_time;
-  if (newest < std::time(nullptr)) return;
-  const VrelDR::Target& first = group.targets.front();
-  const VrelDR::TargetOperation operation(first);
-  for (const VrelDR::Operation::Snapshot& each : operation.ListSnapshots()) {
-    if (each.create_time >= newest) return;
-  }
-  for (int tries = 0; tries < 15; ++tries) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    if (newest < std::time(nullptr)) return;
-  }
-  throw Failure(ExitCode::kRefused,
-                "group " + Quote(group.id) + " has group snapshots of times up to " +
-                    FormatTime(newest) + ", which lie ahead of this host's clock (" +
-                    FormatTime(std::time(nullptr)) + "), and target " + Quote(first.GetId()) +
-                    " has none so late: a new one could get the name of one of them; run it again "
-                    "after that time, or see to the clock");
-}
-
-// Nobody is held for a group snapshot that could not be recorded.
-void RequireReadyCatalogue(const Group& group) {
-  const StderrCapture capture;
-  if (VrelDRGroup::DRGroupDB::Init(group.directory, group.id, true)) return;
-  throw CatalogueFailure(group.id, "no group snapshot was made", capture.FirstLine());
-}
-
-// Throws when the cut is less than what was asked for; its snapshots go with it.
-void RequireConsistency(const Group& group, const GsnapCut& cut, const std::string& required) {
-  const VrelDRGroup::GsnapCwType wanted = required.empty()   ? VrelDRGroup::kCwUnspecified
-                                          : required == kApp ? VrelDRGroup::kCwApplicationConsistent
-                                                             : VrelDRGroup::kCwCrashConsistent;
-  if (ConsistencyOf(cut) >= wanted) return;
-  const bool isCrash = ConsistencyOf(cut) == VrelDRGroup::kCwCrashConsistent;
-  throw Failure(
-      ExitCode::kRefused,
-      "group " + Quote(group.id) + ": no group snapshot was made: it would be " +
-          (isCrash ? "crash consistent only, as no command had its applications write their state"
-                   : "not of one instant, as the snapshots took " +
-                         std::to_string(cut.info.skew_ms) + " ms and nobody was held") +
-          ": tell who writes its targets with \"drgroupctl group quiesce " + group.id + "\"");
-}
+constexpr char kNotMade[] = "no group snapshot was made";
 
 Report RunSnapshotCreate(const Arguments& args, Warnings& warnings) {
   const GroupLock lock(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
-  RequireCatalogue(group.id, Access::kWrite);
-  const SnapshotIds before = ListSnapshotIds(group);
-  RequireNewName(group);
+  const GsnapMaking making(group);
   for (const VrelDR::Target& target : group.targets) {
     RequirePlace(target.GetId(), VrelDR::PlaceUse::kSnapshot);
   }
   WarnOfMounts(warnings, group.targets);
-  RequireReadyCatalogue(group);
   VrelDR::Cut cut;
-  PrepareCut(group, group.targets, "no group snapshot was made", cut, warnings);
+  PrepareCut(group, group.targets, kNotMade, cut, warnings);
   const GsnapCut made = CutOf(cut.GetInfo());
-  RequireConsistency(group, made, args.Text("--require"));
-
-  const VrelDRGroup::TargetList targets(group.targets, group.id);
+  RequireConsistency(group, made, kNotMade, args);
   const VrelDRGroup::GsnapMeta meta(args.Text("--description"), args.Has("--lock"),
                                     ConsistencyOf(made));
-  const Json::Value noReplicas(Json::objectValue);
-  VrelDRGroup::Operation::GsnapshotCreate operation(targets, meta, group.directory, noReplicas);
-  std::string said;
-  bool isGood = false;
-  {
-    const StderrCapture capture;
-    isGood = operation.Run();
-    said = capture.FirstLine();
-  }
-  if (!isGood) throw CreationFailure(warnings, group, operation, said, before);
+  const VrelDRGroup::GsnapshotInfo info = making.Make(meta, warnings);
 
   WarnOfSkew(group, group.targets, cut.GetInfo(), warnings);
-  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(operation.GetGsnapshot().gsnap_id);
   const Json::Value row = GsnapRow(info);
   Report report;
   report.AddText("Created group snapshot " + Quote(info.gsnap_id) + ".");
@@ -241,15 +62,8 @@ Verb SnapshotCreate() {
        "names it."},
       "Adds a snapshot to each target and a group snapshot to the catalogue.",
       {GroupArgument("the group")},
-      {Description(),
-       Flag("--lock", "lock it against deletion"),
-       {"--require",
-        Value::kChoice,
-        "KIND",
-        "make none unless it is crash consistent, or application consistent",
-        false,
-        false,
-        {kCrash, kApp}}},
+      {Description(), Flag("--lock", "lock it against deletion"),
+       RequireOption("make none unless it is crash consistent, or application consistent")},
       RunSnapshotCreate};
 }
 

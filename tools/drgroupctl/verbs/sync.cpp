@@ -1,12 +1,23 @@
 #include <vreldr/operation.h>
 #include <vreldr/report.h>
+#include <vreldrgroup/replication/action_words.h>
+
+#include <memory>
+#include <optional>
+#include <utility>
 
 #include "action/abreast.h"
 #include "action/group_action.h"
 #include "action/group_cut.h"
+#include "action/gsnap_making.h"
+#include "action/gsnap_recording.h"
+#include "action/gsnap_sides.h"
 #include "action/plans.h"
+#include "action/waiting.h"
 #include "groups/gsnap_cut.h"
+#include "groups/kill_point.h"
 #include "host/copy_warning.h"
+#include "host/host.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
@@ -15,8 +26,11 @@ namespace drgroupctl {
 
 namespace {
 
-// What the last sync of each target has sent.
-Json::Value SyncRows(const std::vector<std::string>& targets) {
+constexpr char kDrGroup[] = "--dr-group";
+constexpr char kNothingSent[] = "nothing was sent";
+
+// What the last sync of each target has sent, and what is to be told of the one before.
+Json::Value SyncRows(const std::vector<std::string>& targets, const Finished& finished) {
   Json::Value rows(Json::arrayValue);
   for (const std::string& target : targets) {
     VrelDR::SyncReport report;
@@ -28,7 +42,8 @@ Json::Value SyncRows(const std::vector<std::string>& targets) {
     row["size_bytes"] = Json::UInt64(report.GetSyncRecord().total_size_byte);
     VrelDR::SiteOPJournal journal;
     VrelDR::SiteOPJournalReporter(RequireOnePlan(target).GetPlanId()).ReadReport(journal);
-    row["note"] = journal.GetMessage();
+    const auto note = finished.notes.find(target);
+    row["note"] = note == finished.notes.end() ? journal.GetMessage() : note->second;
     row["sent_bytes"] = Json::UInt64(report.GetSyncRecord().sent_size_byte);
     rows.append(row);
   }
@@ -47,26 +62,103 @@ void SettlePlans(const Group& group) {
   }
 }
 
-Report RunSync(const Arguments& args, Warnings& warnings) {
-  const std::string groupId = args.Text("GROUP");
-  ActionLock lock(groupId, args);
-  const Group group = LoadGroup(groupId);
-  const Prepared prepared = PrepareOnGroup("sync", group);
-  const Abreast abreast = SendAbreast(prepared.targets, args);
-  if (const auto report = CheckFirst(prepared, args)) return *report;
-  const std::vector<VrelDR::Target> sources = SourcesOf(group);
-  WarnOfMounts(warnings, sources);
-  SettlePlans(group);
-  VrelDR::Cut cut;  // the targets' syncs take up its snapshots, one after the other
-  PrepareCut(group, sources, "nothing was sent", cut, warnings);
-  lock.ReleaseGroup();
-  Run(prepared, args, abreast);
-  WarnOfSkew(group, sources, cut.GetInfo(), warnings);
+// The making and recording of a group snapshot of what a sync sends, on both sides. The lock of the
+// group that is synced is held until the cut is in hand, and free from then on.
+class BothCatalogues {
+ public:
+  BothCatalogues(const std::string& groupId, GsnapSides sides)
+      : group_id_(groupId), sides_(std::move(sides)) {}
 
+  // Records what an interrupted sync has left to be recorded. Empty when there was nothing.
+  std::string RecordLeft() const {
+    const auto lock = LockOther(sides_.replica.id, group_id_);
+    return drgroupctl::RecordLeft(sides_);
+  }
+  // Nobody is to be held for what could not be recorded on both sides.
+  void Begin() {
+    {
+      const auto lock = LockOther(sides_.replica.id, group_id_);
+      RequireRoomForGsnap(sides_.replica, kNothingSent);
+    }
+    source_lock_ = LockOther(sides_.source.id, group_id_);
+    making_.emplace(sides_.source);
+  }
+  // Makes the source's one of the cut that was prepared since.
+  void Make(const VrelDR::CutInfo& cut, const Arguments& args, Warnings& warnings) {
+    is_locked_ = args.Has("--lock");
+    description_ = args.Text("--description");
+    made_ = making_->Make({description_, is_locked_, ConsistencyOf(CutOf(cut))}, warnings).gsnap_id;
+    source_lock_.reset();
+    KillPoint(kSyncGsnapMade);
+  }
+  // Records it on the other side, where it has arrived.
+  void Record(const VrelDR::CutInfo& cut) {
+    KillPoint(kSyncAllArrived);
+    const auto lock = LockOther(sides_.replica.id, {});
+    const ArrivedGsnap arrived = FindArrivedGsnap(sides_.replica);
+    if (arrived.cut.info.id != cut.id) {
+      throw Failure(ExitCode::kBusy, "group " + Quote(sides_.replica.id) +
+                                         ": no group snapshot was recorded: another cut has "
+                                         "arrived since");
+    }
+    recorded_ = RecordArrived(sides_.replica, arrived, description_, is_locked_).gsnap_id;
+    KillPoint(kSyncGsnapRecorded);
+  }
+
+  const std::string& GetMade() const { return made_; }
+  const std::string& GetRecorded() const { return recorded_; }
+
+ private:
+  std::string group_id_;
+  GsnapSides sides_;
+  std::unique_ptr<GroupLock> source_lock_;
+  std::optional<GsnapMaking> making_;
+  std::string description_;
+  bool is_locked_ = false;
+  std::string made_;
+  std::string recorded_;
+};
+
+// From now on the cut's snapshots are what a sync goes on with, whatever happens.
+void PutInHand(const Prepared& prepared, VrelDR::Cut& cut, bool isGsnap) {
+  std::vector<std::string> plans;
+  for (const std::string& each : prepared.targets) {
+    plans.push_back(RequireOnePlan(each).GetPlanId());
+  }
+  const VrelDR::Operation::SnapshotMeta meta(VrelDRGroup::ActionPolicy::kTakenByActions, false,
+                                             false, "");
+  if (!cut.PutInHand(plans, meta, isGsnap)) {
+    throw Failure(FromHostError(cut.GetErrCode()),
+                  prepared.title + " failed, " + kNothingSent + ": " + HostMessage(cut));
+  }
+}
+
+void CheckOptions(const Arguments& args) {
+  for (const char* each : {"--description", "--lock"}) {
+    if (args.Has(kDrGroup) || !args.Has(each)) continue;
+    throw Failure(ExitCode::kUsage,
+                  std::string(each) + " is for a group snapshot: add " + kDrGroup + " to make one");
+  }
+}
+
+Report SyncReport(const Prepared& prepared, const VrelDR::CutInfo& cut, const Finished& finished,
+                  const std::optional<BothCatalogues>& both, const std::string& left) {
   Report report;
-  report.AddText("Synced group " + Quote(groupId) + ".");
-  report.AddField({"group_id", "Group"}, groupId);
+  if (finished.is_any) {
+    report.AddText("Finished the sync of group " + Quote(prepared.group) +
+                   " that was interrupted, first.");
+  }
+  report.AddText("Synced group " + Quote(prepared.group) +
+                 (both ? ", as group snapshot " + Quote(both->GetMade()) + " and " +
+                             Quote(both->GetRecorded()) + "."
+                       : "."));
+  report.AddField({"group_id", "Group"}, prepared.group);
   report.AddField({"task", "Task"}, prepared.name);
+  report.AddField({"finished_cut_id", "Finished cut", Shown::kIfAny}, finished.cut_id);
+  report.AddField({"finished_dr_gsnap_id", "Recorded of it", Shown::kIfAny}, left);
+  report.AddField({"gsnap_id", "Snapshot", Shown::kIfAny}, both ? both->GetMade() : "");
+  report.AddField({"dr_gsnap_id", "Of the replicas", Shown::kIfAny},
+                  both ? both->GetRecorded() : "");
   report.AddTable({"targets", "Targets"},
                   {{"target_id", "TARGET"},
                    {"result", "RESULT"},
@@ -74,9 +166,50 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
                    {"size_bytes", "LOOKED AT", Shown::kBytes},
                    {"sent_bytes", "SENT", Shown::kBytes},
                    {"note", "NOTE", Shown::kIfAny}},
-                  SyncRows(prepared.targets));
-  AddCut(CutOf(cut.GetInfo()), report);
+                  SyncRows(prepared.targets, finished));
+  AddCut(CutOf(cut), report);
   return report;
+}
+
+Report RunSync(const Arguments& args, Warnings& warnings) {
+  CheckOptions(args);
+  const std::string groupId = args.Text("GROUP");
+  ActionLock lock(groupId, args);
+  const Group group = LoadGroup(groupId);
+  const Prepared prepared = PrepareOnGroup("sync", group);
+  const Abreast abreast = SendAbreast(prepared.targets, args);
+  std::optional<BothCatalogues> both;
+  if (args.Has(kDrGroup)) both.emplace(groupId, FindSides(group, args.Text(kDrGroup)));
+  if (const auto report = CheckFirst(prepared, args)) return *report;
+  const std::vector<VrelDR::Target> sources = SourcesOf(group);
+  WarnOfMounts(warnings, sources);
+  SettlePlans(group);
+  lock.ReleaseGroup();
+  const Finished finished = FinishWaiting(group, args, abreast);
+  auto groupLock = LockOther(groupId, {});
+  const std::string left = both ? both->RecordLeft() : std::string();
+
+  if (both) both->Begin();
+  VrelDR::Cut cut;
+  PrepareCut(group, sources, kNothingSent, cut, warnings);
+  RequireConsistency(group, CutOf(cut.GetInfo()), kNothingSent, args);
+  if (both) both->Make(cut.GetInfo(), args, warnings);
+  try {
+    PutInHand(prepared, cut, both.has_value());
+    groupLock.reset();
+    Run(prepared, args, abreast);
+    if (both) both->Record(cut.GetInfo());
+  } catch (Failure& failure) {
+    if (both) {
+      failure.message += "; group snapshot " + Quote(both->GetMade()) +
+                         " stays, and \"drgroupctl sync " + groupId + " " + kDrGroup + " " +
+                         args.Text(kDrGroup) + "\" goes on with it";
+      failure.details["gsnap_id"] = both->GetMade();
+    }
+    throw;
+  }
+  WarnOfSkew(group, sources, cut.GetInfo(), warnings);
+  return SyncReport(prepared, cut.GetInfo(), finished, both, left);
 }
 
 }  // namespace
@@ -93,13 +226,26 @@ Verb Sync() {
        "failure, a stop or an "
        "interruption what has arrived stays, and the same command goes on with it. SIGINT and "
        "SIGTERM stop it within a second.",
+       "What an interrupted sync has left is sent first, so that the replicas have all of its cut "
+       "before there is another one.",
+       "With --dr-group the cut is a group snapshot on both sides: of the group whose copies work, "
+       "and, once it has arrived, of the other one, which has to be the group of exactly the other "
+       "copies. When sending fails the one that was made stays; the same command sends and records "
+       "it, and then makes another one. \"snapshot prune\" deletes them when they are not needed.",
        "Several targets are sent at a time, but of those that come from the same volume and go to "
        "the same one only one, unless --same-volumes is given with --jobs. When one fails, those "
        "that are being sent go on to their end, and no other is begun."},
-      "Adds a snapshot to both copies of each target, and releases the one before it.",
+      "Adds a snapshot to both copies of each target, and releases the one before it; with "
+      "--dr-group "
+      "a group snapshot to both catalogues.",
       {GroupArgument("the group")},
       {{kJobs, Value::kText, "N", "how many targets are sent at a time, 1 to 64; 4 unless given"},
        Flag(kSameVolumes, "of the same two volumes, too"),
+       {kDrGroup, Value::kGroup, "OTHER",
+        "make a group snapshot of it, here and in the group of the other copies"},
+       Description(),
+       Flag("--lock", "lock the group snapshots against deletion"),
+       RequireOption("send nothing unless it is crash consistent, or application consistent"),
        DryRun()},
       RunSync};
 }

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "action/gsnap_recording.h"
+#include "groups/group_store.h"
+
+namespace drgroupctl {
+
+// A group and that of the other copies of its plans, by the direction that data goes now.
+struct GsnapSides {
+  Group source;
+  Group replica;
+};
+
+// Throws unless the other group has exactly the other copies of the group's plans, and one of the
+// two groups all that work.
+GsnapSides FindSides(const Group& group, const std::string& otherId);
+
+// Records the cut that has arrived last at the replicas, if it was to be recorded there and is not,
+// as after a sync that was interrupted; the group snapshot of it on the source side tells what is
+// said of it. Empty when there is none, else its identifier.
+std::string RecordLeft(const GsnapSides& sides);
+
+// The lock of another group, for a short time, waited for: whoever works on that group is not in
+// the way for long. Nothing when that is the group itself, whose lock is held. Throws when it does
+// not become free.
+std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId);
+
+}  // namespace drgroupctl
