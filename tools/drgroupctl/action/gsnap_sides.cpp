@@ -93,11 +93,11 @@ std::string RecordLeft(const GsnapSides& sides) {
   return RecordArrived(sides.replica, arrived, made.desc, made.is_user_locked).gsnap_id;
 }
 
-std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId) {
-  constexpr auto kPatience = std::chrono::minutes(10);
+std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId,
+                                     std::chrono::seconds patience) {
   constexpr auto kPause = std::chrono::milliseconds(100);
   if (otherId == ownId) return nullptr;
-  const auto end = std::chrono::steady_clock::now() + kPatience;
+  const auto end = std::chrono::steady_clock::now() + patience;
   for (;;) {
     try {
       return std::make_unique<GroupLock>(otherId);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -26,6 +27,7 @@ std::string RecordLeft(const GsnapSides& sides);
 // The lock of another group, for a short time, waited for: whoever works on that group is not in
 // the way for long. Nothing when that is the group itself, whose lock is held. Throws when it does
 // not become free.
-std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId);
+std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId,
+                                     std::chrono::seconds patience = std::chrono::minutes(10));
 
 }  // namespace drgroupctl

@@ -4,8 +4,10 @@
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
 #include <map>
+#include <utility>
 
 #include "groups/catalogue.h"
+#include "groups/catalogue_view.h"
 #include "groups/group_link.h"
 #include "groups/group_store.h"
 #include "host/arrived.h"
@@ -46,6 +48,27 @@ std::set<std::string> AllRecordedSnapshotIds() {
   }
   for (const Failure& each : FindUnlinked()) throw Failure(each);
   return ids;
+}
+
+RecordedGsnaps AllRecordedGsnaps() {
+  std::map<std::string, RecordedGsnap> gsnaps;
+  for (const std::string& groupId : ListGroupIds()) {
+    RequireCatalogue(groupId, Access::kRead);
+    for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(groupId, false)) {
+      gsnaps.insert_or_assign(each.gsnap_id,
+                              RecordedGsnap{groupId, VrelDRGroup::GsnapshotInfo(each), true});
+    }
+    for (const auto& each : RecordedSnapshots(groupId)) {
+      RecordedGsnap half{groupId, VrelDRGroup::GsnapshotInfo(each.gsnap_id), false};
+      const auto gsnap = gsnaps.try_emplace(each.gsnap_id, std::move(half)).first;
+      gsnap->second.info.target_snapshots.push_back(each);
+    }
+  }
+  for (const Failure& each : FindUnlinked()) throw Failure(each);
+  RecordedGsnaps all;
+  all.reserve(gsnaps.size());
+  for (auto& [id, gsnap] : gsnaps) all.push_back(std::move(gsnap));
+  return all;
 }
 
 void AddNeeded(const VrelDR::DRPlan& plan, std::set<std::string>& needed) {

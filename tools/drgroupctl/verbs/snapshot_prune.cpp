@@ -3,14 +3,22 @@
 #include <vreldrgroup/replication/action_words.h>
 
 #include <algorithm>
+#include <chrono>
+#include <map>
+#include <memory>
 #include <optional>
 #include <set>
+#include <utility>
 
 #include "action/common_cut.h"
 #include "action/group_action.h"
+#include "action/gsnap_sides.h"
+#include "action/gsnap_surplus.h"
 #include "action/plans.h"
 #include "command/confirm.h"
+#include "groups/catalogue.h"
 #include "groups/group_store.h"
+#include "groups/gsnap_removal.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
 #include "output/console.h"
@@ -32,12 +40,46 @@ struct Surplus {
   bool is_deleted = false;
 };
 
-std::vector<Surplus> FindSurplus(Warnings& warnings, const Group& group) {
-  std::set<std::string> needed = AllRecordedSnapshotIds();
+// What a pruning of a group deletes.
+struct Found {
+  std::vector<SurplusGsnap> gsnaps;
+  std::vector<Surplus> snapshots;  // that belong to none
+};
+
+// Whether syncs have taken it and nobody has said anything of it since.
+bool IsOfSync(const Snapshot& snapshot, SyncCuts& cuts, Warnings& warnings) {
+  const VrelDR::Operation::SnapshotMeta& meta = snapshot.meta;
+  return meta.description.empty() && !meta.is_locked && cuts.Has(snapshot.cut_id, warnings);
+}
+
+// The group's targets and the other copies of their plans, with what they have. One that is out of
+// reach is passed over: the other copy may need the room all the more.
+SnapshotsByTarget ListSnapshots(Warnings& warnings, const std::vector<VrelDR::DRPlan>& plans) {
+  SnapshotsByTarget snapshots;
+  for (const VrelDR::DRPlan& plan : plans) {
+    for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
+      const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), id);
+      std::vector<Snapshot> list = operation.ListSnapshots();
+      if (operation.GetErrCode() == 0) {
+        snapshots[id] = std::move(list);
+      } else {
+        warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
+      }
+    }
+  }
+  return snapshots;
+}
+
+Found FindSurplus(Warnings& warnings, const Group& group) {
+  const RecordedGsnaps recorded = AllRecordedGsnaps();
   std::vector<VrelDR::DRPlan> plans;
+  std::set<std::string> needed;
+  std::map<std::string, int> types;
   for (const VrelDR::Target& each : group.targets) {
     plans.push_back(RequireOnePlan(each.GetId()));
     AddNeeded(plans.back(), needed);
+    types[plans.back().GetProtectedTargetId()] = each.GetType();
+    types[plans.back().GetDRTargetId()] = each.GetType();
   }
   const NeededCuts cuts = FindNeededCuts(plans);
   if (cuts.are_all) {
@@ -46,22 +88,30 @@ std::vector<Surplus> FindSurplus(Warnings& warnings, const Group& group) {
         "failover needs: " +
         cuts.problem);
   }
-  std::vector<Surplus> surplus;
-  for (std::size_t i = 0; i < plans.size(); ++i) {
-    for (const std::string& id : {plans[i].GetProtectedTargetId(), plans[i].GetDRTargetId()}) {
-      const VrelDR::Target target(id, group.targets[i].GetType());
-      const VrelDR::TargetOperation operation(target);
-      const std::vector<Snapshot> leftovers = VrelDR::SnapshotHistory::Leftovers(
-          operation.ListSnapshots(), VrelDRGroup::ActionPolicy::kTakenByActions, needed);
-      if (operation.GetErrCode() != 0) {  // the other copy may need the room all the more
-        warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
-      }
-      for (const Snapshot& each : leftovers) {
-        if (!cuts.Has(each.cut_id)) surplus.push_back({target, each, false});
+  const SnapshotsByTarget snapshots = ListSnapshots(warnings, plans);
+  SyncCuts syncCuts;
+  Found found;
+  found.gsnaps = FindSurplusGsnaps(
+      recorded, snapshots, needed, [&cuts](const std::string& id) { return cuts.Has(id); },
+      syncCuts, warnings);
+  for (const RecordedGsnap& gsnap : recorded) {
+    for (const auto& part : gsnap.info.target_snapshots) needed.insert(part.tsnap_id);
+  }
+  for (const auto& [id, list] : snapshots) {
+    std::set<std::string> leftovers;
+    for (const Snapshot& each : VrelDR::SnapshotHistory::Leftovers(
+             list, VrelDRGroup::ActionPolicy::kTakenByActions, needed)) {
+      leftovers.insert(each.snap_id);
+    }
+    for (const Snapshot& each : list) {
+      const bool isLeft = leftovers.count(each.snap_id) != 0 ||
+                          (needed.count(each.snap_id) == 0 && IsOfSync(each, syncCuts, warnings));
+      if (isLeft && !cuts.Has(each.cut_id)) {
+        found.snapshots.push_back({VrelDR::Target(id, types[id]), each, false});
       }
     }
   }
-  return surplus;
+  return found;
 }
 
 Json::Value Rows(const std::vector<Surplus>& surplus) {
@@ -77,56 +127,116 @@ Json::Value Rows(const std::vector<Surplus>& surplus) {
   return rows;
 }
 
-std::size_t CountDeleted(const std::vector<Surplus>& surplus) {
-  return static_cast<std::size_t>(std::count_if(surplus.begin(), surplus.end(),
-                                                [](const auto& each) { return each.is_deleted; }));
+Json::Value GsnapRows(const std::vector<SurplusGsnap>& gsnaps) {
+  Json::Value rows(Json::arrayValue);
+  for (const SurplusGsnap& each : gsnaps) {
+    Json::Value row(Json::objectValue);
+    row["gsnap_id"] = each.info.gsnap_id;
+    row["group_id"] = each.group_id;
+    row["time"] = Json::Int64(each.info.gsnap_time);
+    row["is_deleted"] = each.is_deleted;
+    rows.append(row);
+  }
+  return rows;
 }
 
-Report PruneReport(const Group& group, const std::string& sentence,
-                   const std::vector<Surplus>& surplus) {
+template <class List>
+std::size_t CountDeleted(const List& list) {
+  return static_cast<std::size_t>(
+      std::count_if(list.begin(), list.end(), [](const auto& each) { return each.is_deleted; }));
+}
+
+std::string CountText(std::size_t snapshots, std::size_t gsnaps) {
+  return Count(snapshots, "snapshot") +
+         (gsnaps == 0 ? std::string() : " and " + Count(gsnaps, "group snapshot"));
+}
+
+Report PruneReport(const Group& group, const std::string& sentence, const Found& found) {
   Report report;
   report.AddText(sentence);
   report.AddField({"group_id", "Group"}, group.id);
-  report.AddField({"deleted_count", "Deleted"}, Json::UInt64(CountDeleted(surplus)));
+  report.AddField({"deleted_count", "Deleted"}, Json::UInt64(CountDeleted(found.snapshots)));
+  report.AddField({"deleted_gsnap_count", "Deleted group snapshots"},
+                  Json::UInt64(CountDeleted(found.gsnaps)));
+  report.AddTable({"group_snapshots", "Group snapshots"},
+                  {{"gsnap_id", "GROUP SNAPSHOT"},
+                   {"group_id", "GROUP"},
+                   {"time", "TIME", Shown::kTime},
+                   {"is_deleted", "DELETED"}},
+                  GsnapRows(found.gsnaps));
   report.AddTable({"snapshots", "Snapshots"},
                   {{"target_id", "TARGET"},
                    {"snap_id", "SNAPSHOT"},
                    {"time", "TIME", Shown::kTime},
                    {"is_deleted", "DELETED"}},
-                  Rows(surplus));
+                  Rows(found.snapshots));
   return report;
+}
+
+// How far it has come stands before the message.
+Failure Stopped(const Group& group, const Found& found, const Failure& why) {
+  Failure failure(
+      why.code, "group " + Quote(group.id) + ": " +
+                    CountText(CountDeleted(found.snapshots), CountDeleted(found.gsnaps)) + " of " +
+                    CountText(found.snapshots.size(), found.gsnaps.size()) +
+                    " deleted, the same command goes on: " + why.message);
+  failure.details["snapshots"] = Rows(found.snapshots);
+  failure.details["group_snapshots"] = GsnapRows(found.gsnaps);
+  return failure;
+}
+
+// Those of other groups too, whose locks are held all the time: two prunings that want each other's
+// groups do not wait for each other for long.
+void DeleteGsnaps(const Group& group, Found& found) {
+  std::map<std::string, std::unique_ptr<GroupLock>> locks;
+  try {
+    for (const SurplusGsnap& each : found.gsnaps) {
+      if (locks.count(each.group_id) != 0) continue;
+      locks[each.group_id] = LockOther(each.group_id, group.id, std::chrono::seconds(5));
+      RequireCatalogue(each.group_id, Access::kWrite);
+    }
+    for (SurplusGsnap& each : found.gsnaps) {
+      RemoveGsnap(each.group_id, each.info, OutOfReach::kFail);
+      each.is_deleted = true;
+    }
+  } catch (const Failure& failure) {
+    throw Stopped(group, found, failure);
+  }
+}
+
+void DeleteSnapshots(const Group& group, Found& found) {
+  for (Surplus& each : found.snapshots) {
+    const VrelDR::TargetOperation operation(each.target);
+    each.is_deleted = operation.DeleteSnapshot(each.snapshot.snap_id);
+    // One that a plan is in the middle of sending stays.
+    if (each.is_deleted || operation.GetErrCode() == VrelDR::kErrLocked) continue;
+    Failure failure = Stopped(
+        group, found, Failure(FromHostError(operation.GetErrCode()), HostMessage(operation)));
+    failure.details["target_id"] = each.target.GetId();
+    throw failure;
+  }
 }
 
 Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
   std::optional<GroupLock> lock;
   if (!args.Has("--dry-run")) lock.emplace(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
-  std::vector<Surplus> surplus = FindSurplus(warnings, group);
-  const std::string count = Count(surplus.size(), "snapshot");
+  Found found = FindSurplus(warnings, group);
+  const std::string count = CountText(found.snapshots.size(), found.gsnaps.size());
   if (args.Has("--dry-run")) {
     return PruneReport(group, "Would delete " + count + " of group " + Quote(group.id) + ".",
-                       surplus);
+                       found);
   }
-  if (!surplus.empty()) {
+  if (!found.snapshots.empty() || !found.gsnaps.empty()) {
     Confirm(args, "delete " + count + " that syncs of group " + Quote(group.id) + " have taken");
   }
-  for (Surplus& each : surplus) {
-    const VrelDR::TargetOperation operation(each.target);
-    each.is_deleted = operation.DeleteSnapshot(each.snapshot.snap_id);
-    // One that a plan is in the middle of sending stays.
-    if (each.is_deleted || operation.GetErrCode() == VrelDR::kErrLocked) continue;
-    Failure failure(FromHostError(operation.GetErrCode()),
-                    "group " + Quote(group.id) + ": " + std::to_string(CountDeleted(surplus)) +
-                        " of " + count +
-                        " deleted, the same command goes on: " + HostMessage(operation));
-    failure.details["target_id"] = each.target.GetId();
-    failure.details["snapshots"] = Rows(surplus);
-    throw failure;
-  }
-  return PruneReport(
-      group,
-      "Deleted " + Count(CountDeleted(surplus), "snapshot") + " of group " + Quote(group.id) + ".",
-      surplus);
+  DeleteGsnaps(group, found);
+  DeleteSnapshots(group, found);
+  return PruneReport(group,
+                     "Deleted " +
+                         CountText(CountDeleted(found.snapshots), CountDeleted(found.gsnaps)) +
+                         " of group " + Quote(group.id) + ".",
+                     found);
 }
 
 }  // namespace
@@ -141,8 +251,11 @@ Verb SnapshotPrune() {
        "of another group with one of the targets; while a replica cannot be asked, all cuts do. "
        "Refused while the catalogue of any group cannot be read. A "
        "copy that is out of reach is passed over.",
+       "Group snapshots that \"sync --dr-group\" has made are deleted in the same way, from the "
+       "catalogues of all groups that record that cut, the older ones first, unless one of them is "
+       "locked or has a description, or a part of it is out of reach.",
        "What was deleted before a failure stays deleted, and the same command goes on."},
-      "Snapshots that syncs have taken are lost.",
+      "Snapshots and group snapshots that syncs have made are lost.",
       {GroupArgument("the group")},
       {Flag("--dry-run", "only show what would be deleted"), Yes()},
       RunSnapshotPrune};

@@ -1,0 +1,170 @@
+#include <vreldr/target_operation.h>
+
+#include "plan_fixture.h"
+
+// Group snapshots that syncs have made: which of them pruning deletes; and which group snapshots
+// cannot be deleted, as plans need them.
+
+namespace e2e {
+namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
+using Words = std::vector<std::string>;
+
+class GsnapPruningTest : public PlanTest {
+ protected:
+  // The group snapshots of "g" and of "gd" that a sync has made.
+  struct Made {
+    std::string main;
+    std::string copy;
+  };
+  Made Sync(const Words& options = {}) {
+    ChangeMain();
+    Words words{"sync", "g", "--dr-group", "gd", "--json"};
+    words.insert(words.end(), options.begin(), options.end());
+    const Json::Value synced = RunWell(words).Json();
+    return {synced["gsnap_id"].asString(), synced["dr_gsnap_id"].asString()};
+  }
+  static Json::Value Prune(const Words& options = {"--yes"}) {
+    Words words{"snapshot", "prune", "g", "--json"};
+    words.insert(words.end(), options.begin(), options.end());
+    return RunWell(words).Json();
+  }
+  static std::vector<std::string> Names(const Json::Value& pruned) {
+    std::vector<std::string> names;
+    for (const Json::Value& each : pruned["group_snapshots"]) {
+      names.push_back(each["gsnap_id"].asString());
+    }
+    return names;
+  }
+  static std::size_t CountOf(const std::string& target) {
+    return VrelDR::TargetOperation(0, target).ListSnapshots().size();
+  }
+  static void ExpectCataloguesWhole() {
+    for (const char* group : {"g", "gd"}) {
+      const Json::Value found =
+          RunWell({"snapshot", "repair", group, "--dry-run", "--json"}).Json();
+      EXPECT_THAT(found["deleted"], SizeIs(0)) << group;
+      EXPECT_THAT(found["changed"], SizeIs(0)) << group;
+      EXPECT_THAT(found["incomplete"], SizeIs(0)) << group;
+    }
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, GsnapPruningTest, testing::Values("directory", "btrfs"),
+                         FileSystemsTest::NameOf);
+
+TEST_P(GsnapPruningTest, WhatSyncsHaveMadeGoesFromBothCataloguesUnlessItIsNeeded) {
+  MakeProtected();
+  const std::string own = TakeSnapshot();
+  const Made first = Sync();
+  const Made locked = Sync({"--lock"});
+  const Made described = Sync({"--description", "before the upgrade"});
+  const Made edited = Sync();
+  RunWell({"snapshot", "edit", edited.copy, "--description", "ask Anna"});
+  const Made second = Sync();
+  const Made last = Sync();
+  const auto wanted = Names(Prune({"--dry-run"}));
+  EXPECT_THAT(wanted, UnorderedElementsAre(first.main, first.copy, second.main, second.copy));
+  EXPECT_THAT(ListSnapshots(), SizeIs(7));
+  const Json::Value pruned = Prune();
+  EXPECT_EQ(Names(pruned), wanted);
+  EXPECT_EQ(pruned["deleted_gsnap_count"], 4);
+  EXPECT_THAT(ListSnapshots(),
+              ElementsAre(own, locked.main, described.main, edited.main, last.main));
+  EXPECT_THAT(ListSnapshots("gd"),
+              ElementsAre(locked.copy, described.copy, edited.copy, last.copy));
+  for (const std::string target : {"lun", "share", "guest"}) {
+    EXPECT_EQ(CountOf(target), 5U);
+    EXPECT_EQ(CountOf(target + "-dr"), 4U);
+  }
+  ExpectCataloguesWhole();
+  EXPECT_THAT(Names(Prune()), IsEmpty());
+  RunWell({"sync", "g"});
+  ExpectSameSnapshots();
+}
+
+TEST_P(GsnapPruningTest, TheNewestThatAllReplicasHaveStays) {
+  MakeProtected();
+  const Made common = Sync();
+  ChangeMain();
+  EXPECT_EQ(RunFailingAt("ship@guest-dr", {"sync", "g", "--dr-group", "gd"}).code, kStorage);
+  const auto before = ListSnapshots();
+  EXPECT_THAT(Names(Prune()), IsEmpty());
+  EXPECT_EQ(ListSnapshots(), before);
+  EXPECT_THAT(ListSnapshots("gd"), ElementsAre(common.copy));
+}
+
+TEST_P(GsnapPruningTest, WhileACopyIsOutOfReachItStaysInBothCatalogues) {
+  MakeProtected();
+  Sync();
+  Sync();
+  LoseVolume("v2");
+  EXPECT_THAT(Names(Prune()), IsEmpty());
+  BringVolumeBack("v2");
+  EXPECT_THAT(Names(Prune()), SizeIs(2));
+  ExpectCataloguesWhole();
+}
+
+TEST_P(GsnapPruningTest, WhatAGroupRecordsBesidesStays) {
+  MakeProtected();
+  const Made made = Sync();
+  RunWell({"group", "create", "one", "--target", "share-dr"});
+  const Json::Value recorded = RunWell({"snapshot", "sync", "one", "--lock", "--json"}).Json();
+  Sync();
+  EXPECT_THAT(Names(Prune()), IsEmpty());
+  RunWell({"snapshot", "edit", recorded["gsnap_id"].asString(), "--unlock"});
+  EXPECT_THAT(Names(Prune()),
+              UnorderedElementsAre(made.main, made.copy, recorded["gsnap_id"].asString()));
+}
+
+TEST_P(GsnapPruningTest, OneThatIsKilledIsFinishedByTheSameCommand) {
+  MakeProtected();
+  for (const std::string step : {"delete.marked", "delete.bytes_gone", "delete.done"}) {
+    SCOPED_TRACE(step);
+    Sync();
+    Sync();
+    const Made last = Sync();
+    EXPECT_TRUE(RunKilledAt(step, {"snapshot", "prune", "g", "--yes"}));
+    Prune();
+    EXPECT_THAT(ListSnapshots(), ElementsAre(last.main));
+    EXPECT_THAT(ListSnapshots("gd"), ElementsAre(last.copy));
+    for (const char* target : {"lun", "lun-dr", "guest", "guest-dr"}) {
+      EXPECT_EQ(CountOf(target), 1U) << target;
+    }
+    ExpectCataloguesWhole();
+  }
+}
+
+TEST_P(GsnapPruningTest, WhatAPlanHoldsIsNotDeletedNorAnyOtherPartOfIt) {
+  MakeProtected();
+  const Made made = Sync();
+  for (const std::string& gsnap : {made.main, made.copy}) {
+    for (const Words& options : {Words{"--yes"}, Words{"--yes", "--force"}}) {
+      Words words{"snapshot", "delete", gsnap};
+      words.insert(words.end(), options.begin(), options.end());
+      RunBadly(kRefused, words, {gsnap, "was not deleted", "target \"lun", "is held by plan"});
+    }
+  }
+  const std::string waiting = TakeSnapshot();
+  RunWell({"snapshot", "ship", waiting});
+  RunBadly(kRefused, {"snapshot", "delete", waiting, "--yes"},
+           {"waits to be sent", "snapshot ship --undo"});
+  RunWell({"snapshot", "ship", waiting, "--undo"});
+  RunWell({"snapshot", "delete", waiting, "--yes"});
+  EXPECT_EQ(RunFailingAt("ship@lun-dr", {"sync", "g", "--dr-group", "gd"}).code, kStorage);
+  const std::string inHand = ListSnapshots().back();
+  RunBadly(kRefused, {"snapshot", "delete", inHand, "--yes", "--force"},
+           {"target \"lun\"", "is in hand of plan", "plan drop-shipment lun"});
+  for (const auto& each : RunWell({"snapshot", "show", inHand, "--json"}).Json()["targets"]) {
+    EXPECT_EQ(each["exists"], true);
+  }
+}
+
+}  // namespace
+}  // namespace e2e
