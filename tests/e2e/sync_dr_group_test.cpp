@@ -232,7 +232,7 @@ TEST_P(SyncDrGroupTest, OneThatIsKilledAtAnyStepIsFinishedByTheSameCommand) {
     const auto recorded = ListSnapshots("gd");
     ASSERT_THAT(recorded, SizeIs(before + (isInHand ? 2 : 1)));
     if (isInHand) {
-      const std::string other = recorded[recorded.size() - 2];
+      const std::string& other = recorded[recorded.size() - 2];
       ExpectOnBothSides(cutBefore, other, Show(cutBefore)["cut_id"].asString());
       EXPECT_EQ(ReadContents(SnapshotPaths(cutBefore)), interrupted);
     }

@@ -212,29 +212,34 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   return SyncReport(prepared, cut.GetInfo(), finished, both, left);
 }
 
+constexpr char kWhatIsSent[] =
+    "Afterwards the same new snapshot of each target stands on both sides, all of them made in one "
+    "cut, as by \"snapshot create\"; group snapshots that wait to be sent were sent too. Only what "
+    "changed since the last common snapshot is sent.";
+constexpr char kWhatIsChecked[] =
+    "A warning tells when the cut is not of one instant. All targets are checked first. After a "
+    "failure, a stop or an interruption what has arrived stays, and the same command goes on with "
+    "it. SIGINT and SIGTERM stop it within a second.";
+constexpr char kInterrupted[] =
+    "What an interrupted sync has left is sent first, so that the replicas have all of its cut "
+    "before there is another one.";
+constexpr char kBothSides[] =
+    "With --dr-group the cut is a group snapshot on both sides: of the group whose copies work, "
+    "and, once it has arrived, of the other one, which has to be the group of exactly the other "
+    "copies. When sending fails the one that was made stays; the same command sends and records "
+    "it, and then makes another one. \"snapshot prune\" deletes them when they are not needed.";
+constexpr char kAtATime[] =
+    "Several targets are sent at a time, but of those that come from the same volume and go to the "
+    "same one only one, unless --same-volumes is given with --jobs. When one fails, those that are "
+    "being sent go on to their end, and no other is begun.";
+
 }  // namespace
 
 Verb Sync() {
   return {
       "sync",
       "send what changed to the replicas of a group",
-      {"Afterwards the same new snapshot of each target stands on both sides, all of them made in "
-       "one cut, as by \"snapshot create\"; group snapshots that wait to be sent were sent too. "
-       "Only "
-       "what changed since the last common snapshot is sent.",
-       "A warning tells when the cut is not of one instant. All targets are checked first. After a "
-       "failure, a stop or an "
-       "interruption what has arrived stays, and the same command goes on with it. SIGINT and "
-       "SIGTERM stop it within a second.",
-       "What an interrupted sync has left is sent first, so that the replicas have all of its cut "
-       "before there is another one.",
-       "With --dr-group the cut is a group snapshot on both sides: of the group whose copies work, "
-       "and, once it has arrived, of the other one, which has to be the group of exactly the other "
-       "copies. When sending fails the one that was made stays; the same command sends and records "
-       "it, and then makes another one. \"snapshot prune\" deletes them when they are not needed.",
-       "Several targets are sent at a time, but of those that come from the same volume and go to "
-       "the same one only one, unless --same-volumes is given with --jobs. When one fails, those "
-       "that are being sent go on to their end, and no other is begun."},
+      {kWhatIsSent, kWhatIsChecked, kInterrupted, kBothSides, kAtATime},
       "Adds a snapshot to both copies of each target, and releases the one before it; with "
       "--dr-group "
       "a group snapshot to both catalogues.",
