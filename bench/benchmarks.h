@@ -21,6 +21,7 @@ void RegisterScript(Workplace& place);
 void RegisterShip(const std::filesystem::path& dir);
 void RegisterPlans(const std::filesystem::path& dir);
 void RegisterCut(const std::filesystem::path& dir);
+void RegisterHeldCut(const std::filesystem::path& dir);
 
 // When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or
 // "raw:GROUP" as its only argument: what is after the prefix goes in here. Prints the KiB that one
