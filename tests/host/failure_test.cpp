@@ -5,8 +5,10 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "host_fixture.h"
+#include "opening.h"
 #include "tree.h"
 #include "vreldr/volume.h"
 
@@ -172,6 +174,22 @@ TEST_P(FailureTest, ATargetThatSomebodyWorksOnIsBusyAndCanBeLookedAt) {
   EXPECT_THAT(ListIds("share1"), ElementsAre(snapshot.snap_id));
   close(lock);
   EXPECT_TRUE(operation.TakeSnapshot({}, snapId)) << operation.GetErr();
+}
+
+TEST_P(FailureTest, SomebodyWhoHasATargetForAMomentIsWaitedFor) {
+  MakeShare("share1");
+  const auto snapshot = Take("share1");
+  const std::string path = StateDir() + "/locks/share1";
+  const int lock = open(path.c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(flock(lock, LOCK_EX | LOCK_NB), 0);
+  const Opening tried(path);
+  const TargetOperation operation(Target("share1", 2));
+  bool isDeleted = false;
+  std::thread deletion([&] { isDeleted = operation.DeleteSnapshot(snapshot.snap_id); });
+  tried.Wait();
+  close(lock);
+  deletion.join();
+  EXPECT_TRUE(isDeleted) << operation.GetErr();
 }
 
 TEST_P(FailureTest, ManyProcessesStartOnAFreshHostAtOnce) {

@@ -13,6 +13,7 @@
 
 #include "base/kill_point.h"
 #include "holder.h"
+#include "opening.h"
 #include "plan_fixture.h"
 #include "tree.h"
 #include "vreldr/arrived.h"
@@ -62,7 +63,7 @@ class PlanBesideTest : public PlanTest {
   std::string MakeSynced() const {
     MakeShare("a");
     MakeSampleTree(PathOf("a"));
-    const std::string planId = MakePlan("a");
+    std::string planId = MakePlan("a");
     ExpectSync(planId);
     WriteFile(PathOf("a") + "/big", RandomText(4 << 20));
     return planId;
@@ -189,6 +190,26 @@ TEST_P(PlanBesideTest, ATargetWhoseSnapshotsAreBeingTakenOrDeletedIsNotWaitedFor
   EXPECT_EQ(WaitFor(sync), 0);
   EXPECT_EQ(Last(planId), hand);
   EXPECT_EQ(BytesOf("a-dr", hand), wanted);
+}
+
+TEST_P(PlanBesideTest, ASyncThatWaitsForItsReplicaCanBeStoppedAndRunAgain) {
+  const std::string planId = MakeSynced();
+  const Tree wanted = Bytes("a");
+  const std::string lock = StateDir() + "/locks/a-dr";
+  {
+    const Holder other([&] { return flock(open(lock.c_str(), O_RDWR), LOCK_EX | LOCK_NB) == 0; });
+    const Opening tried(lock);
+    const pid_t sync = StartChild({}, [&] {
+      PlanSync operation(planId, {});
+      return operation.Run(false) ? 0 : operation.GetErrCode() - 400;
+    });
+    tried.Wait();
+    ExpectRun(PlanStop(planId));
+    EXPECT_EQ(WaitFor(sync), VrelDR::kErrStopped - 400);
+  }
+  ExpectSync(planId);
+  EXPECT_EQ(BytesOf("a-dr", Last(planId)), wanted);
+  EXPECT_EQ(ListIds("a-dr"), ListIds("a"));
 }
 
 // A base that the plan does not hold by itself: the last snapshot that arrived has gone.
