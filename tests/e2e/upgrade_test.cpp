@@ -97,15 +97,15 @@ TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
   RunSql(Records(),
          "CREATE TEMP TABLE checked (ok CHECK (ok)); "
          "INSERT INTO checked SELECT count(*) = 7 AND min(locator = id) FROM targets; "
-         "INSERT INTO checked SELECT value = 5 FROM vreldrcore_db_info WHERE key = 'version'");
+         "INSERT INTO checked SELECT value = 6 FROM vreldrcore_db_info WHERE key = 'version'");
 }
 
 TEST_F(RecordsUpgradeTest, RecordsOfALaterProgramAreRefusedAndLeftAlone) {
-  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '6' WHERE key = 'version'");
+  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '7' WHERE key = 'version'");
   const auto before = Tree(Root());
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"target", "list"}, {"plan", "list"}, {"snapshot", "create", "g"}}) {
-    RunBadly(kStorage, words, {Records(), "version 6"});
+    RunBadly(kStorage, words, {Records(), "version 7"});
   }
   EXPECT_EQ(Tree(Root()), before);
 }

@@ -181,6 +181,9 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   std::optional<BothCatalogues> both;
   if (args.Has(kDrGroup)) both.emplace(groupId, FindSides(group, args.Text(kDrGroup)));
   if (const auto report = CheckFirst(prepared, args)) return *report;
+  // The other group stays what it is until the cut is recorded there.
+  std::optional<SendLock> other;
+  if (both) other.emplace(args.Text(kDrGroup), GroupDirectory(args.Text(kDrGroup)));
   const std::vector<VrelDR::Target> sources = SourcesOf(group);
   WarnOfMounts(warnings, sources);
   SettlePlans(group);
