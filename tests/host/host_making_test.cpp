@@ -349,6 +349,9 @@ class EarlierHostTest : public HostMakingTest {
     ASSERT_EQ(RunProgram({"sqlite3", "-bail", Records(), sql}), 0) << sql;
   }
   void MakeEarlier(int version) const {
+    Sql("BEGIN; ALTER TABLE cuts DROP COLUMN is_made_by_sync;"
+        "UPDATE vreldrcore_db_info SET value = '5'; COMMIT");
+    if (version == 5) return;
     Sql("BEGIN; DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
         "ALTER TABLE snapshots DROP COLUMN cut_id;"
         "UPDATE vreldrcore_db_info SET value = '4'; COMMIT");
@@ -371,9 +374,9 @@ class EarlierHostTest : public HostMakingTest {
   void ExpectUpgraded() const {
     EXPECT_THAT(ListIds("share1"), testing::SizeIs(1));
     Sql("CREATE TEMP TABLE t (ok CHECK (ok)); "
-        "INSERT INTO t SELECT value = 5 FROM vreldrcore_db_info WHERE key = 'version';"
+        "INSERT INTO t SELECT value = 6 FROM vreldrcore_db_info WHERE key = 'version';"
         "INSERT INTO t SELECT cut_id = '' FROM snapshots;"
-        "INSERT INTO t SELECT count(*) = 0 FROM cuts;"
+        "INSERT INTO t SELECT count(is_made_by_sync) = 0 FROM cuts;"
         "INSERT INTO t SELECT locator = id FROM targets;"
         "INSERT INTO t SELECT maker = '' FROM snapshots;"
         "INSERT INTO t SELECT count(hand_failures) = 0 FROM plans;"
@@ -386,14 +389,14 @@ class EarlierHostTest : public HostMakingTest {
 INSTANTIATE_TEST_SUITE_P(FileSystems, EarlierHostTest, testing::Values("tmpfs"), HostTest::NameOf);
 
 TEST_P(EarlierHostTest, RecordsOfEveryEarlierVersionAreUpgraded) {
-  for (const int version : {1, 2, 3, 4}) {
+  for (const int version : {1, 2, 3, 4, 5}) {
     MakeEarlier(version);
     ExpectUpgraded();
   }
 }
 
 TEST_P(EarlierHostTest, AnUpgradeThatWasKilledHasHappenedOrHasNot) {
-  for (const int version : {1, 2, 3, 4}) {
+  for (const int version : {1, 2, 3, 4, 5}) {
     for (const std::string_view point : {VrelDR::kRecordsUpgrading, VrelDR::kRecordsUpgraded}) {
       SCOPED_TRACE(std::to_string(version) + " " + std::string(point));
       MakeEarlier(version);
@@ -406,7 +409,7 @@ TEST_P(EarlierHostTest, AnUpgradeThatWasKilledHasHappenedOrHasNot) {
 }
 
 TEST_P(EarlierHostTest, ProcessesThatUpgradeAtOnceAllSucceed) {
-  for (const int version : {1, 2, 3, 4, 1, 2, 3, 4}) {
+  for (const int version : {1, 2, 3, 4, 5, 1, 2, 3, 4, 5}) {
     MakeEarlier(version);
     std::vector<pid_t> children;
     for (int i = 0; i < 6; ++i) {
