@@ -95,6 +95,28 @@ TEST_P(SyncDrGroupTest, TheCutIsAGroupSnapshotOnBothSides) {
   EXPECT_THAT(ListSnapshots("gd"), SizeIs(1));
 }
 
+TEST_P(SyncDrGroupTest, AGroupSnapshotThatWasShippedIsRecordedAsItself) {
+  MakeProtected();
+  const auto create = [](const std::string& description) {
+    const Words words{"snapshot", "create", "g", "--description", description, "--json", "--lock"};
+    return RunWell(words).Json()["gsnap_id"].asString();
+  };
+  const std::string shipped = create("before");
+  ChangeMain();
+  const std::string other = create("stays here");
+  RunWell({"snapshot", "ship", shipped});
+  ChangeMain();
+  const Json::Value synced = Sync();
+  ASSERT_THAT(synced["shipped_gsnaps"], SizeIs(1));
+  const std::string recorded = synced["shipped_gsnaps"][0]["gsnap_id"].asString();
+  EXPECT_THAT(ListSnapshots("gd"), ElementsAre(recorded, synced["dr_gsnap_id"].asString()));
+  ExpectOnBothSides(shipped, recorded, Show(shipped)["cut_id"].asString());
+  EXPECT_EQ(Show(recorded)["description"], "before");
+  EXPECT_THAT(Sync()["shipped_gsnaps"], IsEmpty());
+  EXPECT_THAT(ListSnapshots("gd"), SizeIs(3));
+  ExpectCatalogueWhole("gd");
+}
+
 TEST_P(SyncDrGroupTest, ItTurnsWithASwitchover) {
   MakeProtected();
   RunWell({"switchover", "g"});

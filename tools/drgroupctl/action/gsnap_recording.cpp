@@ -126,4 +126,23 @@ VrelDRGroup::GsnapshotInfo RecordArrived(const Group& group, const ArrivedGsnap&
       "group " + Quote(group.id) + ": no group snapshot was recorded: " + HostMessage(operation));
 }
 
+// The library's own recording knows only what has arrived last. The rows are those that it writes,
+// in its order: without the last one nobody takes them for a group snapshot.
+void RecordEarlier(const Group& group, const VrelDRGroup::GsnapshotInfo& gsnap) {
+  namespace Rows = VrelDRGroup::Utils;
+  RequireCatalogue(group.id, Access::kWrite);
+  RemoveHalfRecorded(group, gsnap.gsnap_id);
+  const Json::Value replicas = ReplicaMap(group);
+  bool isGood = true;
+  for (const VrelDRGroup::TargetSnapshot& each : gsnap.target_snapshots) {
+    const std::string& id = each.target.GetId();
+    const VrelDRGroup::TargetReplica replica(id, replicas[id].asString());
+    isGood = isGood && Rows::SetTargetSnapshotRecord(each, gsnap.gsnap_id, group.directory) &&
+             Rows::SetTargetReplicaRecord(replica, gsnap.gsnap_id, group.directory);
+  }
+  int err = 0;
+  if (isGood && Rows::SetGroupSnapRecord(gsnap, group.directory, err)) return;
+  throw CatalogueFailure(group.id, "group snapshot " + Quote(gsnap.gsnap_id) + " was not recorded");
+}
+
 }  // namespace drgroupctl

@@ -1,15 +1,20 @@
 #include "action/gsnap_sides.h"
 
+#include <vreldr/target_operation.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <map>
 #include <set>
 #include <thread>
 #include <vector>
 
 #include "action/plans.h"
 #include "groups/catalogue_view.h"
+#include "groups/known_snapshots.h"
+#include "host/host.h"
 #include "output/failure.h"
 #include "output/text.h"
 
@@ -54,6 +59,44 @@ VrelDRGroup::Gsnapshot FindMade(const Group& source, long time) {
   return VrelDRGroup::Gsnapshot("");
 }
 
+using Parts = std::map<std::string, std::string>;  // snapshots by their targets
+
+// A replica with the times of the snapshots that it has.
+struct Replica {
+  VrelDR::Target target;
+  std::string source_id;
+  std::map<std::string, std::uint32_t> times;
+};
+
+std::vector<Replica> LookAtReplicas(const Group& group) {
+  std::vector<Replica> replicas;
+  for (const VrelDR::Target& each : group.targets) {
+    Replica replica{each, RequireOnePlan(each.GetId()).GetSourceTargetId(), {}};
+    const VrelDR::TargetOperation operation(each);
+    for (const auto& snapshot : operation.ListSnapshots()) {
+      replica.times[snapshot.snap_id] = snapshot.create_time;
+    }
+    if (operation.GetErrCode() != 0) ThrowHostError(operation);
+    replicas.push_back(std::move(replica));
+  }
+  return replicas;
+}
+
+// The parts that the replicas have of a group snapshot, with its time there. False when one of them
+// has none.
+bool FindShipped(const std::vector<Replica>& replicas, const Parts& parts,
+                 VrelDRGroup::GsnapshotInfo& shipped) {
+  for (const Replica& each : replicas) {
+    const auto part = parts.find(each.source_id);
+    if (part == parts.end()) return false;
+    const auto time = each.times.find(part->second);
+    if (time == each.times.end()) return false;
+    if (shipped.target_snapshots.empty()) shipped.gsnap_time = time->second;
+    shipped.target_snapshots.emplace_back(each.target, part->second);
+  }
+  return true;
+}
+
 }  // namespace
 
 GsnapSides FindSides(const Group& group, const std::string& otherId) {
@@ -91,6 +134,31 @@ std::string RecordLeft(const GsnapSides& sides) {
   if (!isOwn || arrived.is_recorded) return {};
   const VrelDRGroup::Gsnapshot made = FindMade(sides.source, arrived.info.gsnap_time);
   return RecordArrived(sides.replica, arrived, made.desc, made.is_user_locked).gsnap_id;
+}
+
+std::vector<std::string> RecordShipped(const GsnapSides& sides) {
+  std::map<std::string, Parts> parts;
+  for (const auto& each : RecordedSnapshots(sides.source.id)) {
+    parts[each.gsnap_id][each.target.GetId()] = each.tsnap_id;
+  }
+  std::vector<std::string> known = ListGsnapIds(sides.replica.id);
+  std::ranges::sort(known);
+  const std::vector<Replica> replicas = LookAtReplicas(sides.replica);
+  std::vector<std::string> recorded;
+  for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(sides.source.id, false)) {
+    VrelDRGroup::GsnapshotInfo shipped("");
+    if (!FindShipped(replicas, parts[each.gsnap_id], shipped)) continue;
+    shipped.gsnap_id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
+    if (std::ranges::binary_search(known, shipped.gsnap_id)) continue;
+    const GsnapCut cut = CutOf(shipped);
+    VrelDRGroup::Utils::InitGroupSnapshot(
+        shipped, sides.replica.id,
+        VrelDRGroup::GsnapMeta(each.desc, each.is_user_locked, ConsistencyOf(cut)));
+    shipped.gsnap_id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
+    RecordEarlier(sides.replica, shipped);
+    recorded.push_back(shipped.gsnap_id);
+  }
+  return recorded;
 }
 
 std::unique_ptr<GroupLock> LockOther(const std::string& otherId, const std::string& ownId,

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "action/gsnap_recording.h"
 #include "groups/group_store.h"
@@ -23,6 +24,11 @@ GsnapSides FindSides(const Group& group, const std::string& otherId);
 // as after a sync that was interrupted; the group snapshot of it on the source side tells what is
 // said of it. Empty when there is none, else its identifier.
 std::string RecordLeft(const GsnapSides& sides);
+
+// Records on the replicas' side, whose group's lock is held, every group snapshot of the source side
+// that has been shipped and is not recorded there: every replica has its part. What is said of it
+// is what the source side says. Their identifiers there, in the order of the source side's.
+std::vector<std::string> RecordShipped(const GsnapSides& sides);
 
 // The lock of another group, for a short time, waited for: whoever works on that group is not in
 // the way for long. Nothing when that is the group itself, whose lock is held. Throws when it does

@@ -74,6 +74,11 @@ class BothCatalogues {
     const auto lock = LockOther(sides_.replica.id, group_id_);
     return drgroupctl::RecordLeft(sides_);
   }
+  // Records the group snapshots that were shipped beside. Their identifiers there.
+  std::vector<std::string> RecordShipped() const {
+    const auto lock = LockOther(sides_.replica.id, group_id_);
+    return drgroupctl::RecordShipped(sides_);
+  }
   // Nobody is to be held for what could not be recorded on both sides.
   void Begin() {
     {
@@ -142,7 +147,8 @@ void CheckOptions(const Arguments& args) {
 }
 
 Report SyncReport(const Prepared& prepared, const VrelDR::CutInfo& cut, const Finished& finished,
-                  const std::optional<BothCatalogues>& both, const std::string& left) {
+                  const std::optional<BothCatalogues>& both, const std::string& left,
+                  const std::vector<std::string>& shipped) {
   Report report;
   if (finished.is_any) {
     report.AddText("Finished the sync of group " + Quote(prepared.group) +
@@ -159,6 +165,14 @@ Report SyncReport(const Prepared& prepared, const VrelDR::CutInfo& cut, const Fi
   report.AddField({"gsnap_id", "Snapshot", Shown::kIfAny}, both ? both->GetMade() : "");
   report.AddField({"dr_gsnap_id", "Of the replicas", Shown::kIfAny},
                   both ? both->GetRecorded() : "");
+  if (both) {
+    Json::Value rows(Json::arrayValue);
+    for (const std::string& each : shipped) {
+      rows.append(Json::objectValue);
+      rows[rows.size() - 1]["gsnap_id"] = each;
+    }
+    report.AddTable({"shipped_gsnaps", "Shipped"}, {{"gsnap_id", "RECORDED AS SHIPPED"}}, rows);
+  }
   report.AddTable({"targets", "Targets"},
                   {{"target_id", "TARGET"},
                    {"result", "RESULT"},
@@ -191,6 +205,8 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   const Finished finished = FinishWaiting(group, args, abreast);
   auto groupLock = LockOther(groupId, {});
   const std::string left = both ? both->RecordLeft() : std::string();
+  const std::vector<std::string> shipped =
+      both ? both->RecordShipped() : std::vector<std::string>();
 
   if (both) both->Begin();
   VrelDR::Cut cut;
@@ -212,7 +228,7 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
     throw;
   }
   WarnOfSkew(group, sources, cut.GetInfo(), warnings);
-  return SyncReport(prepared, cut.GetInfo(), finished, both, left);
+  return SyncReport(prepared, cut.GetInfo(), finished, both, left, shipped);
 }
 
 constexpr char kWhatIsSent[] =
@@ -230,7 +246,8 @@ constexpr char kBothSides[] =
     "With --dr-group the cut is a group snapshot on both sides: of the group whose copies work, "
     "and, once it has arrived, of the other one, which has to be the group of exactly the other "
     "copies. When sending fails the one that was made stays; the same command sends and records "
-    "it, and then makes another one. \"snapshot prune\" deletes them when they are not needed.";
+    "it, and then makes another one. \"snapshot prune\" deletes them when they are not needed. "
+    "Group snapshots that were shipped with \"snapshot ship\" are recorded there, too.";
 constexpr char kAtATime[] =
     "Several targets are sent at a time, but of those that come from the same volume and go to the "
     "same one only one, unless --same-volumes is given with --jobs. When one fails, those that are "
