@@ -196,6 +196,42 @@ TEST_P(SyncDrGroupTest, OneThatFailsHalfWayIsFinishedAndRecordedByTheSameCommand
   EXPECT_EQ(LastArrivedContents(), MainContents());
 }
 
+TEST_P(SyncDrGroupTest, DeletingAGroupIsRefusedBeforeAnythingOfItGoes) {
+  MakeProtected();
+  Sync();
+  Sync();
+  for (const char* group : {"g", "gd"}) {
+    RunBadly(kRefused, {"group", "delete", group, "--force", "--yes"},
+             {LastOf(group), "is held by plan", "drgroupctl unprotect"});
+    EXPECT_THAT(ListSnapshots(group), SizeIs(2));
+  }
+  RunWell({"unprotect", "g", "--yes"});
+  RunWell({"group", "delete", "gd", "--force", "--yes"});
+  RunWell({"group", "delete", "g", "--force", "--yes"});
+}
+
+TEST_P(SyncDrGroupTest, WhatWasGivenUpOfAnInterruptedSyncIsTold) {
+  MakeProtected();
+  ChangeMain();
+  EXPECT_EQ(RunFailingAt("ship@share-dr", {"sync", "g", "--jobs", "1"}).code, kStorage);
+  const Json::Value status = RunWell({"status", "g", "--json"}).Json();
+  RunWell({"plan", "drop-shipment", status["targets"][1]["plan_id"].asString()});
+  const Result synced = RunWell({"sync", "g"});
+  EXPECT_THAT(synced.err, HasSubstr("is not whole: its snapshot has not come to share-dr"));
+  EXPECT_THAT(ArrivedCuts(), SizeIs(1));
+}
+
+TEST_P(SyncDrGroupTest, ACutWhoseNameIsTakenIsSaidNotToBeRecorded) {
+  MakeProtected();
+  ChangeMain();
+  EXPECT_EQ(RunFailingAt("ship@share-dr", {"sync", "g", "--dr-group", "gd", "--jobs", "1"}).code,
+            kStorage);
+  RunWell({"snapshot", "sync", "gd", "--mixed"});
+  const Result synced = RunWell({"sync", "g", "--dr-group", "gd"});
+  EXPECT_THAT(synced.err, HasSubstr("is not recorded: group snapshot \"" +
+                                    ListSnapshots("gd").front() + "\" has its name"));
+}
+
 TEST_P(SyncDrGroupTest, AnInterruptedSyncIsFinishedWithTheSameCutBeforeThereIsAnother) {
   MakeProtected();
   ChangeMain();
@@ -205,7 +241,8 @@ TEST_P(SyncDrGroupTest, AnInterruptedSyncIsFinishedWithTheSameCutBeforeThereIsAn
   // The new one fails at once: the replicas have all of the interrupted one by then.
   RunWell({"group", "quiesce", "g", "--freeze-command", "/bin/false", "--thaw-command", "/bin/true",
            "--application"});
-  RunBadly(kRefused, {"sync", "g"}, {"nothing was sent"});
+  RunBadly(kRefused, {"sync", "g"},
+           {"what an interrupted sync had left was sent, and nothing new"});
   EXPECT_THAT(ArrivedCuts(), SizeIs(1));
   RunWell({"group", "quiesce", "g", "--none"});
   EXPECT_EQ(RunFailingAt("ship@lun-dr", {"sync", "g"}).code, kStorage);

@@ -28,8 +28,8 @@ void RequireTogether(const Group& group, const ArrivedGsnap& arrived);
 VrelDRGroup::GsnapshotInfo RecordArrived(const Group& group, const ArrivedGsnap& arrived,
                                          const std::string& description, bool isLocked);
 
-// Records a group snapshot all parts of which arrived some time ago, in the group's catalogue, whose
-// lock is held. Throws when the catalogue refuses; run again it begins anew.
+// Records a group snapshot all parts of which arrived some time ago, in the group's catalogue,
+// whose lock is held. Throws when the catalogue refuses; run again it begins anew.
 void RecordEarlier(const Group& group, const VrelDRGroup::GsnapshotInfo& gsnap);
 
 }  // namespace drgroupctl

@@ -15,6 +15,7 @@
 #include "groups/catalogue_view.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
+#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 
@@ -60,6 +61,14 @@ VrelDRGroup::Gsnapshot FindMade(const Group& source, long time) {
 }
 
 using Parts = std::map<std::string, std::string>;  // snapshots by their targets
+
+Parts PartsOf(const VrelDRGroup::GsnapshotInfo& gsnap) {
+  Parts parts;
+  for (const VrelDRGroup::TargetSnapshot& each : gsnap.target_snapshots) {
+    parts[each.target.GetId()] = each.tsnap_id;
+  }
+  return parts;
+}
 
 // A replica with the times of the snapshots that it has.
 struct Replica {
@@ -120,7 +129,7 @@ GsnapSides FindSides(const Group& group, const std::string& otherId) {
   return sides;
 }
 
-std::string RecordLeft(const GsnapSides& sides) {
+std::string RecordLeft(const GsnapSides& sides, Warnings& warnings) {
   ArrivedGsnap arrived;
   try {
     arrived = FindArrivedGsnap(sides.replica);
@@ -131,6 +140,11 @@ std::string RecordLeft(const GsnapSides& sides) {
   const VrelDR::CutInfo& cut = arrived.cut.info;
   const bool isOwn = arrived.cut.kind == GsnapCut::Kind::kOne && cut.is_made_by_sync &&
                      cut.members == static_cast<int>(sides.replica.targets.size());
+  if (isOwn && arrived.is_recorded &&
+      PartsOf(RequireGsnap(arrived.info.gsnap_id)) != PartsOf(arrived.info)) {
+    warnings.Print("the cut " + cut.id + " that has arrived is not recorded: group snapshot " +
+                   Quote(arrived.info.gsnap_id) + " has its name, and other parts");
+  }
   if (!isOwn || arrived.is_recorded) return {};
   const VrelDRGroup::Gsnapshot made = FindMade(sides.source, arrived.info.gsnap_time);
   return RecordArrived(sides.replica, arrived, made.desc, made.is_user_locked).gsnap_id;

@@ -10,6 +10,8 @@
 
 namespace drgroupctl {
 
+class Warnings;
+
 // A group and that of the other copies of its plans, by the direction that data goes now.
 struct GsnapSides {
   Group source;
@@ -22,12 +24,13 @@ GsnapSides FindSides(const Group& group, const std::string& otherId);
 
 // Records the cut that has arrived last at the replicas, if it was to be recorded there and is not,
 // as after a sync that was interrupted; the group snapshot of it on the source side tells what is
-// said of it. Empty when there is none, else its identifier.
-std::string RecordLeft(const GsnapSides& sides);
+// said of it. Empty when there is none, else its identifier. A warning tells when another group
+// snapshot has the name that it would have.
+std::string RecordLeft(const GsnapSides& sides, Warnings& warnings);
 
-// Records on the replicas' side, whose group's lock is held, every group snapshot of the source side
-// that has been shipped and is not recorded there: every replica has its part. What is said of it
-// is what the source side says. Their identifiers there, in the order of the source side's.
+// Records on the replicas' side, whose group's lock is held, every group snapshot of the source
+// side that has been shipped and is not recorded there: every replica has its part. What is said of
+// it is what the source side says. Their identifiers there, in the order of the source side's.
 std::vector<std::string> RecordShipped(const GsnapSides& sides);
 
 // The lock of another group, for a short time, waited for: whoever works on that group is not in

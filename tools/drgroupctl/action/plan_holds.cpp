@@ -36,7 +36,7 @@ PlanHolds::PlanHolds(const std::set<std::string>& targets) {
                      "is in hand of " + plan +
                          ", which has begun to send it: a sync goes on with that, \"drgroupctl "
                          "plan drop-shipment " +
-                         Printable(each.plan.GetProtectedTargetId()) + "\" gives it up");
+                         Printable(planId) + "\" gives it up");
     }
     for (const std::string& id :
          Read<VrelDR::RetentionLockReport, VrelDR::RetentionLockReporter>(planId)) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 #include <set>
 
 #include "action/plans.h"
@@ -167,6 +168,25 @@ std::string HalfWayAdvice(const std::vector<Takeover>& takeovers) {
          " works already, as after a switchover that ended half way: let each of the others "
          "take over with " +
          Join(commands, ", ");
+}
+
+std::string BothSidesAdvice(const std::string& groupId, const std::vector<Takeover>& takeovers) {
+  std::map<VrelDR::DRPlanDirection, std::vector<std::string>> working;
+  std::map<VrelDR::DRPlanDirection, std::vector<std::string>> commands;
+  for (const Takeover& each : takeovers) {
+    if (each.plan.GetStatus() != VrelDR::kPlanNormal || each.is_going_back) continue;
+    const VrelDR::DRPlanDirection direction = each.plan.GetDirection();
+    working[direction].push_back(Quote(each.plan.GetSourceTargetId()));
+    commands[direction].push_back("\"drgroupctl plan promote " + Printable(each.target) + "\"");
+  }
+  if (working.size() < 2) return {};
+  return "on the main side " + Join(working[VrelDR::kMainToDR], ", ") + " works, on the DR side " +
+         Join(working[VrelDR::kDRToMain], ", ") +
+         ", as after a switchover that ended half way: bring them together with \"drgroupctl "
+         "switchover " +
+         Printable(groupId) + "\"; where a side is lost, on the DR side with " +
+         Join(commands[VrelDR::kMainToDR], ", ") + ", on the main side with " +
+         Join(commands[VrelDR::kDRToMain], ", ");
 }
 
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers) {

@@ -60,6 +60,10 @@ bool IsGoingBack(const std::vector<Takeover>& takeovers);
 // the commands for the others. Empty when it is not so.
 std::string HalfWayAdvice(const std::vector<Takeover>& takeovers);
 
+// What to do when those that work stand on both sides of the plans, as after a switchover that
+// ended half way: failed over, each would only change sides. Empty when they do not.
+std::string BothSidesAdvice(const std::string& groupId, const std::vector<Takeover>& takeovers);
+
 // Whether the last snapshot that arrived is gone from a replica that takes over.
 bool IsOlderThanRecorded(const std::vector<Takeover>& takeovers);
 

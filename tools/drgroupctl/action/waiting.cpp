@@ -5,11 +5,13 @@
 #include <vreldr/standing.h>
 #include <vreldr/target_operation.h>
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <vector>
 
 #include "action/group_action.h"
+#include "action/plans.h"
 #include "host/host.h"
 
 namespace drgroupctl {
@@ -56,6 +58,20 @@ void LookAtArrived(const std::vector<Waiting>& waiting, Finished& finished) {
   if (cuts.size() == 1) finished.cut_id = *cuts.begin();
 }
 
+// Something of the cut may have been given up.
+void LookWhoLacks(const Group& group, Finished& finished) {
+  if (finished.cut_id.empty()) return;
+  for (const VrelDR::Target& each : group.targets) {
+    const std::string replica = RequireOnePlan(each.GetId()).GetReplicaTargetId();
+    const VrelDR::TargetOperation operation(VrelDR::Target(replica, each.GetType()));
+    const auto snapshots = operation.ListSnapshots();
+    if (operation.GetErrCode() != 0) ThrowHostError(operation);
+    const bool has = std::ranges::any_of(
+        snapshots, [&](const auto& snapshot) { return snapshot.cut_id == finished.cut_id; });
+    if (!has) finished.lacking.push_back(replica);
+  }
+}
+
 }  // namespace
 
 Finished FinishWaiting(const Group& group, const Arguments& args, const Abreast& abreast) {
@@ -78,6 +94,7 @@ Finished FinishWaiting(const Group& group, const Arguments& args, const Abreast&
     if (!journal.GetMessage().empty()) finished.notes[target] = journal.GetMessage();
   }
   LookAtArrived(waiting, finished);
+  LookWhoLacks(group, finished);
   return finished;
 }
 

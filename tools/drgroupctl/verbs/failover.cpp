@@ -118,6 +118,11 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
     if (!advice.empty()) failure.message += "; " + advice;
     throw;
   }
+  const std::string bothSides = BothSidesAdvice(groupId, takeovers);
+  if (!bothSides.empty()) {
+    throw Failure(ExitCode::kRefused, "failover of group " + Quote(groupId) +
+                                          " is refused, nothing was done: " + bothSides);
+  }
   const bool isGoingBack = IsGoingBack(takeovers);
   const std::string hint = IsSourceWell(takeovers) && !isGoingBack
                                ? "every source of group " + Quote(groupId) +

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "action/group_action.h"
+#include "action/gsnap_release.h"
 #include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
@@ -170,6 +171,23 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
   }
 }
 
+// A failure tells how many are gone.
+void RemoveGsnaps(const std::string& groupId,
+                  const std::vector<VrelDRGroup::GsnapshotInfo>& gsnaps) {
+  std::size_t count = 0;
+  try {
+    for (const VrelDRGroup::GsnapshotInfo& each : gsnaps) {
+      RemoveGsnap(groupId, each, OutOfReach::kFail);
+      ++count;
+    }
+  } catch (Failure& failure) {
+    failure.message = "group " + Quote(groupId) + " was not deleted; " + std::to_string(count) +
+                      " of its " + Count(gsnaps.size(), "group snapshot") +
+                      " were: " + failure.message;
+    throw;
+  }
+}
+
 Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId);
@@ -177,14 +195,13 @@ Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
   const Contents contents = LookAt(warnings, groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
   for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) CheckReachable(each);
+  RequireReleased(contents.gsnaps);
   if (!contents.problem.empty()) warnings.Print(contents.problem);
   Confirm(args, "delete group " + Quote(groupId) + " with its catalogue" +
                     (contents.gsnaps.empty()
                          ? std::string()
                          : " and its " + Count(contents.gsnaps.size(), "group snapshot")));
-  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) {
-    RemoveGsnap(groupId, each, OutOfReach::kFail);
-  }
+  RemoveGsnaps(groupId, contents.gsnaps);
   RemoveStore(groupId, contents.directory);
 
   Report report;
@@ -206,6 +223,8 @@ Verb GroupDelete() {
       "delete a group's catalogue; its targets stay",
       {"Refused while the group has group snapshots. With --force they are deleted first, locked "
        "ones too.",
+       "Refused, with --force too, while a plan holds a part of one of them or is going to send "
+       "it.",
        "With --force a catalogue that cannot be used is given up as well. The report names the "
        "target snapshots that stay on their targets although nothing records them any more."},
       "The group's link, catalogue and definition are lost; with --force its group snapshots too.",

@@ -1,11 +1,10 @@
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
-#include "action/plan_holds.h"
+#include "action/gsnap_release.h"
 #include "command/confirm.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
-#include "groups/gsnap_completeness.h"
 #include "groups/gsnap_removal.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -15,21 +14,6 @@
 namespace drgroupctl {
 
 namespace {
-
-// What a plan holds or sends the host would refuse to delete, when other parts are gone already.
-void RequireReleased(const VrelDRGroup::GsnapshotInfo& info) {
-  const PlanHolds holds(PartsOf(info));
-  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
-    const std::string reason = holds.Find(each.target.GetId(), each.tsnap_id);
-    if (reason.empty()) continue;
-    Failure failure(ExitCode::kRefused, "group snapshot " + Quote(info.gsnap_id) +
-                                            " was not deleted: its snapshot of target " +
-                                            Quote(each.target.GetId()) + " " + reason);
-    failure.details["target_id"] = each.target.GetId();
-    failure.details["tsnap_id"] = each.tsnap_id;
-    throw failure;
-  }
-}
 
 Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
@@ -45,7 +29,7 @@ Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
     }
     CheckReachable(info);
   }
-  RequireReleased(info);
+  RequireReleased({info});
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
                     Count(info.target_snapshots.size(), "target snapshot"));
   const std::vector<VrelDRGroup::TargetSnapshot> there = Present(info.target_snapshots);

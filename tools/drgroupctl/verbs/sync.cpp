@@ -27,7 +27,6 @@ namespace drgroupctl {
 namespace {
 
 constexpr char kDrGroup[] = "--dr-group";
-constexpr char kNothingSent[] = "nothing was sent";
 
 // What the last sync of each target has sent, and what is to be told of the one before.
 Json::Value SyncRows(const std::vector<std::string>& targets, const Finished& finished) {
@@ -70,9 +69,9 @@ class BothCatalogues {
       : group_id_(groupId), sides_(std::move(sides)) {}
 
   // Records what an interrupted sync has left to be recorded. Empty when there was nothing.
-  std::string RecordLeft() const {
+  std::string RecordLeft(Warnings& warnings) const {
     const auto lock = LockOther(sides_.replica.id, group_id_);
-    return drgroupctl::RecordLeft(sides_);
+    return drgroupctl::RecordLeft(sides_, warnings);
   }
   // Records the group snapshots that were shipped beside. Their identifiers there.
   std::vector<std::string> RecordShipped() const {
@@ -80,10 +79,10 @@ class BothCatalogues {
     return drgroupctl::RecordShipped(sides_);
   }
   // Nobody is to be held for what could not be recorded on both sides.
-  void Begin() {
+  void Begin(const std::string& failed) {
     {
       const auto lock = LockOther(sides_.replica.id, group_id_);
-      RequireRoomForGsnap(sides_.replica, kNothingSent);
+      RequireRoomForGsnap(sides_.replica, failed);
     }
     source_lock_ = LockOther(sides_.source.id, group_id_);
     making_.emplace(sides_.source);
@@ -134,7 +133,7 @@ void PutInHand(const Prepared& prepared, VrelDR::Cut& cut, bool isGsnap) {
                                              false, "");
   if (!cut.PutInHand(plans, meta, isGsnap)) {
     throw Failure(FromHostError(cut.GetErrCode()),
-                  prepared.title + " failed, " + kNothingSent + ": " + HostMessage(cut));
+                  prepared.title + " failed, nothing of the new cut was sent: " + HostMessage(cut));
   }
 }
 
@@ -204,14 +203,23 @@ Report RunSync(const Arguments& args, Warnings& warnings) {
   lock.ReleaseGroup();
   const Finished finished = FinishWaiting(group, args, abreast);
   auto groupLock = LockOther(groupId, {});
-  const std::string left = both ? both->RecordLeft() : std::string();
+  if (!finished.lacking.empty()) {
+    warnings.Print(
+        "the cut of the sync that was interrupted is not whole: its snapshot has not "
+        "come to " +
+        Join(finished.lacking, ", ") + ", as it was given up or is gone");
+  }
+  const std::string left = both ? both->RecordLeft(warnings) : std::string();
   const std::vector<std::string> shipped =
       both ? both->RecordShipped() : std::vector<std::string>();
 
-  if (both) both->Begin();
+  const std::string failed = finished.is_any
+                                 ? "what an interrupted sync had left was sent, and nothing new"
+                                 : "nothing was sent";
+  if (both) both->Begin(failed);
   VrelDR::Cut cut;
-  PrepareCut(group, sources, kNothingSent, cut, warnings);
-  RequireConsistency(group, CutOf(cut.GetInfo()), kNothingSent, args);
+  PrepareCut(group, sources, failed, cut, warnings);
+  RequireConsistency(group, CutOf(cut.GetInfo()), failed, args);
   if (both) both->Make(cut.GetInfo(), args, warnings);
   try {
     PutInHand(prepared, cut, both.has_value());
