@@ -91,7 +91,8 @@ TEST_P(ShipFailureTest, AKilledShipmentIsThereAsAWholeOrNotAtAllAndGoesOn) {
       const auto onItsWay = NamesOnTheWay();
       EXPECT_FALSE(fs::exists(B().path + "/.vreldr/tmp/replica"));
       EXPECT_TRUE(B().CleanUp().IsOk());
-      EXPECT_EQ(NamesOnTheWay(), onItsWay);
+      // What had been started may still have come to something after the look.
+      for (const std::string& each : onItsWay) EXPECT_EQ(NamesOnTheWay().count(each), 1U) << each;
       if (B().Snapshots().count(id) != 0) {
         EXPECT_TRUE(step == VrelDR::kShipRenamed || step == VrelDR::kShipDone);
         ExpectSame(A(), B(), id);
