@@ -122,7 +122,7 @@ Status PutInHand(const TargetCut& cut, std::vector<std::string> planIds,
   if (planIds.empty()) return {kErrBadArgument, "no plan is named; name one"};
   // In one order, so that of two who want the same plans one gets them all.
   std::ranges::sort(planIds);
-  planIds.erase(std::ranges::unique(planIds).begin(), planIds.end());
+  planIds.erase(std::unique(planIds.begin(), planIds.end()), planIds.end());
   Handing handing(cut, meta);
   Status status;
   for (const std::string& each : planIds) {
