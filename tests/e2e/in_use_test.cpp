@@ -50,7 +50,8 @@ class InUseTest : public PlanTest {
   static std::string Path(const std::string& target) { return TargetPaths().at(target); }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, InUseTest, testing::Values("ext4", "xfs", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, InUseTest,
+                         testing::ValuesIn(LongSuiteOn({"ext4", "xfs", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(InUseTest, ARestoreIsRefusedWithTheNameAndGoesOnWhenToldTo) {

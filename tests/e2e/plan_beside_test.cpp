@@ -43,7 +43,8 @@ class PlanBesideTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, PlanBesideTest, testing::Values("directory", "xfs", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlanBesideTest,
+                         testing::ValuesIn(LongSuiteOn({"directory", "xfs", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(PlanBesideTest, SnapshotsOfTheGroupComeAndGoWhileASyncSends) {

@@ -51,7 +51,8 @@ class PlanDamageTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, PlanDamageTest, testing::Values("ext4", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlanDamageTest,
+                         testing::ValuesIn(LongSuiteOn({"ext4", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(PlanDamageTest, ACopyThatIsHalfRemovedIsNamedAndTheSameCommandFinishesIt) {

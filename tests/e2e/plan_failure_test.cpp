@@ -48,7 +48,7 @@ class PlanFailureTest : public PlanTest {
 };
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, PlanFailureTest,
-                         testing::Values("directory", "ext4", "xfs", "btrfs"),
+                         testing::ValuesIn(LongSuiteOn({"directory", "ext4", "xfs", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(PlanFailureTest, AProtectionIsTakenBack) {

@@ -41,15 +41,8 @@ class PlanKillTest : public PlanTest {
   }
 };
 
-// These are the longest tests of all. What is shipped is tested on every file system, a build with
-// sanitizers, which looks at the programs and not at the bytes, on the one that has both kinds of
-// shipping.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-const std::string kFileSystems[] = {"btrfs"};
-#else
-const std::string kFileSystems[] = {"ext4", "xfs", "btrfs"};
-#endif
-INSTANTIATE_TEST_SUITE_P(FileSystems, PlanKillTest, testing::ValuesIn(kFileSystems),
+INSTANTIATE_TEST_SUITE_P(FileSystems, PlanKillTest,
+                         testing::ValuesIn(LongSuiteOn({"ext4", "xfs", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(PlanKillTest, ASyncThatIsKilledGoesOn) {

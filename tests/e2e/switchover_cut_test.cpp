@@ -30,7 +30,8 @@ class SwitchoverCutTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, SwitchoverCutTest, testing::Values("ext4", "xfs", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, SwitchoverCutTest,
+                         testing::ValuesIn(LongSuiteOn({"ext4", "xfs", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(SwitchoverCutTest, AFailoverRightAfterASwitchoverGoesToItsBytes) {

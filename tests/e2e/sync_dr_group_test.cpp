@@ -63,7 +63,8 @@ class SyncDrGroupTest : public PlanTest {
   }
 };
 
-INSTANTIATE_TEST_SUITE_P(FileSystems, SyncDrGroupTest, testing::Values("directory", "btrfs"),
+INSTANTIATE_TEST_SUITE_P(FileSystems, SyncDrGroupTest,
+                         testing::ValuesIn(LongSuiteOn({"directory", "btrfs"})),
                          FileSystemsTest::NameOf);
 
 TEST_P(SyncDrGroupTest, TheCutIsAGroupSnapshotOnBothSides) {
