@@ -139,6 +139,47 @@ TEST_P(GsnapPruningTest, OneThatIsKilledIsFinishedByTheSameCommand) {
   }
 }
 
+TEST_P(GsnapPruningTest, WhatAKilledSyncHasInHandStaysWholeAndTheRestGoes) {
+  MakeProtected();
+  const Made old = Sync();
+  const Made common = Sync();
+  ChangeMain();
+  ASSERT_TRUE(RunKilledAt("ship.begun", {"sync", "g", "--dr-group", "gd"}));
+  const std::string inHand = ListSnapshots().back();
+  const auto expectWhole = [&] {
+    EXPECT_THAT(ListSnapshots(), ElementsAre(common.main, inHand));
+    for (const Json::Value& each :
+         RunWell({"snapshot", "show", inHand, "--json"}).Json()["targets"]) {
+      EXPECT_EQ(each["exists"], true) << each["target_id"];
+    }
+  };
+  const Json::Value wanted = Prune({"--dry-run"});
+  EXPECT_THAT(Names(wanted), UnorderedElementsAre(old.main, old.copy));
+  const Json::Value pruned = Prune();
+  EXPECT_EQ(Names(pruned), Names(wanted));
+  EXPECT_EQ(pruned["deleted_gsnap_count"], 2);
+  EXPECT_EQ(pruned["deleted_count"].asUInt(), wanted["snapshots"].size());
+  expectWhole();
+  // One part of it is not in hand any more: it stays for the others.
+  const Json::Value targets = RunWell({"status", "g", "--json"}).Json()["targets"];
+  const auto drop = [&](Json::ArrayIndex i) {
+    const std::string plan = targets[i]["plan_id"].asString();
+    EXPECT_NE(RunWell({"plan", "drop-shipment", plan, "--json"}).Json()["dropped_snap_id"], "");
+  };
+  drop(0);
+  for (const Words& options : {Words{"--dry-run"}, Words{"--yes"}}) {
+    EXPECT_THAT(Names(Prune(options)), IsEmpty());
+    EXPECT_THAT(Prune(options)["snapshots"], SizeIs(0));
+  }
+  expectWhole();
+  drop(1);
+  drop(2);
+  EXPECT_THAT(Names(Prune()), ElementsAre(inHand));
+  EXPECT_THAT(ListSnapshots(), ElementsAre(common.main));
+  EXPECT_EQ(CountOf("lun"), 1U);
+  ExpectCataloguesWhole();
+}
+
 TEST_P(GsnapPruningTest, WhatAPlanHoldsIsNotDeletedNorAnyOtherPartOfIt) {
   MakeProtected();
   const Made made = Sync();

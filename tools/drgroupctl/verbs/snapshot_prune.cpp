@@ -14,6 +14,7 @@
 #include "action/group_action.h"
 #include "action/gsnap_sides.h"
 #include "action/gsnap_surplus.h"
+#include "action/plan_holds.h"
 #include "action/plans.h"
 #include "command/confirm.h"
 #include "groups/catalogue.h"
@@ -70,6 +71,19 @@ SnapshotsByTarget ListSnapshots(Warnings& warnings, const std::vector<VrelDR::DR
   return snapshots;
 }
 
+// Adds those of the snapshots that plans hold, have in hand or are going to send: the copies of
+// them on the other side, too, as those have the same identifiers.
+void AddHeld(const SnapshotsByTarget& snapshots, std::set<std::string>& needed) {
+  std::set<std::string> targets;
+  for (const auto& each : snapshots) targets.insert(each.first);
+  const PlanHolds holds(targets);
+  for (const auto& [id, list] : snapshots) {
+    for (const Snapshot& each : list) {
+      if (!holds.Find(id, each.snap_id).empty()) needed.insert(each.snap_id);
+    }
+  }
+}
+
 Found FindSurplus(Warnings& warnings, const Group& group) {
   const RecordedGsnaps recorded = AllRecordedGsnaps();
   std::vector<VrelDR::DRPlan> plans;
@@ -89,6 +103,7 @@ Found FindSurplus(Warnings& warnings, const Group& group) {
         cuts.problem);
   }
   const SnapshotsByTarget snapshots = ListSnapshots(warnings, plans);
+  AddHeld(snapshots, needed);
   SyncCuts syncCuts;
   Found found;
   found.gsnaps = FindSurplusGsnaps(
@@ -253,7 +268,7 @@ Verb SnapshotPrune() {
        "copy that is out of reach is passed over.",
        "Group snapshots that \"sync --dr-group\" has made are deleted in the same way, from the "
        "catalogues of all groups that record that cut, the older ones first, unless one of them is "
-       "locked or has a description, or a part of it is out of reach.",
+       "locked or has a description, or a part of it is out of reach or needed by a plan.",
        "What was deleted before a failure stays deleted, and the same command goes on."},
       "Snapshots and group snapshots that syncs have made are lost.",
       {GroupArgument("the group")},
