@@ -43,8 +43,8 @@ class GsnapPruningTest : public PlanTest {
   static std::size_t CountOf(const std::string& target) {
     return VrelDR::TargetOperation(0, target).ListSnapshots().size();
   }
-  static void ExpectCataloguesWhole() {
-    for (const char* group : {"g", "gd"}) {
+  static void ExpectCataloguesWhole(const Words& groups = {"g", "gd"}) {
+    for (const std::string& group : groups) {
       const Json::Value found =
           RunWell({"snapshot", "repair", group, "--dry-run", "--json"}).Json();
       EXPECT_THAT(found["deleted"], SizeIs(0)) << group;
@@ -121,21 +121,82 @@ TEST_P(GsnapPruningTest, WhatAGroupRecordsBesidesStays) {
               UnorderedElementsAre(made.main, made.copy, recorded["gsnap_id"].asString()));
 }
 
-TEST_P(GsnapPruningTest, OneThatIsKilledIsFinishedByTheSameCommand) {
+TEST_P(GsnapPruningTest, OneThatIsKilledAnywhereIsFinishedByTheSameCommand) {
   MakeProtected();
-  for (const std::string step : {"delete.marked", "delete.bytes_gone", "delete.done"}) {
+  RunWell({"group", "create", "one", "--target", "share-dr"});
+  Made last = Sync();
+  Prune();
+  // How often it is killed there until it has come through: every time it gets one step further.
+  const std::vector<std::pair<std::string, int>> steps{{"prune.forgotten", 3},
+                                                       {"prune.all_forgotten", 1},
+                                                       {"delete.marked", 6},
+                                                       {"delete.bytes_gone", 6},
+                                                       {"delete.done", 6}};
+  for (const auto& [step, kills] : steps) {
     SCOPED_TRACE(step);
-    Sync();
-    Sync();
-    const Made last = Sync();
-    EXPECT_TRUE(RunKilledAt(step, {"snapshot", "prune", "g", "--yes"}));
-    Prune();
+    RunWell({"snapshot", "sync", "one"});
+    last = Sync();
+    int killed = 0;
+    while (killed <= kills && RunKilledAt(step, {"snapshot", "prune", "g", "--yes"})) {
+      ++killed;
+      ExpectCataloguesWhole({"g", "gd", "one"});
+    }
+    EXPECT_EQ(killed, kills);
     EXPECT_THAT(ListSnapshots(), ElementsAre(last.main));
     EXPECT_THAT(ListSnapshots("gd"), ElementsAre(last.copy));
-    for (const char* target : {"lun", "lun-dr", "guest", "guest-dr"}) {
+    EXPECT_THAT(ListSnapshots("one"), IsEmpty());
+    for (const std::string target : {"lun", "share", "guest"}) {
       EXPECT_EQ(CountOf(target), 1U) << target;
+      EXPECT_EQ(CountOf(target + "-dr"), 1U) << target;
     }
+  }
+  ExpectSameSnapshots();
+}
+
+// The catalogue is left whole, and nothing was deleted.
+TEST_P(GsnapPruningTest, ACatalogueThatRefusesKeepsAllOfTheGroupSnapshot) {
+  MakeProtected();
+  Sync();
+  Prune();
+  for (const char* table : {"gsnap_meta", "target_snap_list", "target_replica_list"}) {
+    SCOPED_TRACE(table);
+    const auto before = ListSnapshots("gd");
+    Sync();
+    RunSql(DatabaseOf("gd"), "INSERT INTO target_replica_list VALUES ('lun', 'other', '" +
+                                 before.back() + "'); CREATE TRIGGER keep BEFORE DELETE ON " +
+                                 table + " BEGIN SELECT RAISE(ABORT, 'no'); END");
+    RunBadly(kCatalogue, {"snapshot", "prune", "g", "--yes"},
+             {before.back(), "the same command goes on"});
+    EXPECT_EQ(ListSnapshots("gd").front(), before.back());
+    EXPECT_EQ(CountOf("lun"), 2U);
+    EXPECT_EQ(CountOf("lun-dr"), 2U);
     ExpectCataloguesWhole();
+    RunSql(DatabaseOf("gd"), "DROP TRIGGER keep");
+    EXPECT_THAT(Names(Prune()), ElementsAre(before.back()));
+    EXPECT_EQ(CountOf("lun"), 1U);
+  }
+}
+
+TEST_P(GsnapPruningTest, AfterATargetHasRefusedTheSameCommandGoesOn) {
+  MakeProtected();
+  Sync();
+  Sync();
+  const std::string records = Root() + "/state/replica.db";
+  RunSql(records,
+         "CREATE TRIGGER keep BEFORE UPDATE ON snapshots WHEN NEW.state = 3 AND NEW.target_id = "
+         "'share' BEGIN SELECT RAISE(ABORT, 'no'); END");
+  const Result failed = Run({"snapshot", "prune", "g", "--yes", "--json"});
+  RunSql(records, "DROP TRIGGER keep");
+  EXPECT_NE(failed.code, kDone);
+  const Json::Value error = failed.Json()["error"];
+  EXPECT_EQ(error["target_id"], "share");
+  EXPECT_THAT(error["group_snapshots"], SizeIs(2));
+  EXPECT_EQ(CountOf("share"), 3U);
+  ExpectCataloguesWhole();
+  Prune();
+  for (const std::string target : {"lun", "share", "guest"}) {
+    EXPECT_EQ(CountOf(target), 1U) << target;
+    EXPECT_EQ(CountOf(target + "-dr"), 1U) << target;
   }
 }
 

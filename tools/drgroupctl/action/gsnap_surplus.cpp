@@ -74,7 +74,9 @@ std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
   std::vector<SurplusGsnap> surplus;
   for (const auto& [id, cut] : byCut) {
     if (cut.stays || id.empty() || isNeeded(id) || !cuts.Has(id, warnings)) continue;
-    for (const RecordedGsnap* each : cut.gsnaps) surplus.push_back({each->group_id, each->info});
+    for (const RecordedGsnap* each : cut.gsnaps) {
+      surplus.push_back({each->group_id, each->info, id});
+    }
   }
   std::sort(surplus.begin(), surplus.end(), [](const SurplusGsnap& a, const SurplusGsnap& b) {
     return std::pair(a.info.gsnap_time, a.info.gsnap_id) <

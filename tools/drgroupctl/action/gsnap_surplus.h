@@ -22,6 +22,7 @@ using SnapshotsByTarget = std::map<std::string, std::vector<VrelDR::Operation::S
 struct SurplusGsnap {
   std::string group_id;
   VrelDRGroup::GsnapshotInfo info;
+  std::string cut_id;
   bool is_deleted = false;
 };
 

@@ -151,6 +151,16 @@ void CheckForgotten(const std::string& groupId, const std::string& gsnapId) {
   }
 }
 
+// In one transaction: what is not committed is rolled back when it returns.
+bool DeleteRecords(const std::string& groupId, const std::string& gsnapId) {
+  const VrelDRGroup::DRGroupDB db = VrelDRGroup::DRGroupDB::GetRef(groupId);
+  const VrelDRCore::SqliteCondition own = VrelDRCore::SqliteEqual("gsnap_id", gsnapId);
+  return db.Exec("BEGIN IMMEDIATE") &&
+         db.DeleteRecord(VrelDRGroup::GsnapMetadataSqliteTable(), own) &&
+         db.DeleteRecord(VrelDRGroup::TargetSnapListSqliteTable(), own) &&
+         db.DeleteRecord(VrelDRGroup::TargetReplicaListSqliteTable(), own) && db.Exec("COMMIT");
+}
+
 }  // namespace
 
 void CheckReachable(const VrelDRGroup::GsnapshotInfo& info) {
@@ -209,6 +219,12 @@ void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& i
     throw failure;
   }
   CheckForgotten(groupId, info.gsnap_id);
+}
+
+void ForgetGsnap(const std::string& groupId, const std::string& gsnapId) {
+  if (!DeleteRecords(groupId, gsnapId)) {
+    throw CatalogueFailure(groupId, "group snapshot " + Quote(gsnapId) + " was not deleted");
+  }
 }
 
 }  // namespace drgroupctl

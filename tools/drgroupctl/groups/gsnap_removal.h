@@ -20,6 +20,9 @@ enum class OutOfReach { kFail, kForget };
 void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
                  OutOfReach outOfReach);
 
+// Deletes all records of the group snapshot, or none: then it throws. Its target snapshots stay.
+void ForgetGsnap(const std::string& groupId, const std::string& gsnapId);
+
 // Those of `snapshots` that exist.
 std::vector<VrelDRGroup::TargetSnapshot> Present(
     const std::vector<VrelDRGroup::TargetSnapshot>& snapshots);

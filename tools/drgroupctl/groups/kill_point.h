@@ -18,8 +18,10 @@ inline constexpr std::string_view kRenameRewritten = "rename.rewritten";  // the
 inline constexpr std::string_view kRenameLinked = "rename.linked";        // found by it
 inline constexpr std::string_view kRelinkMade = "relink.made";            // the new link, beside
 inline constexpr std::string_view kRelinkReplaced = "relink.replaced";    // in the old one's place
-inline constexpr std::string_view kSyncGsnapMade = "sync.gsnap_made";     // nothing is in hand yet
-inline constexpr std::string_view kSyncAllArrived = "sync.all_arrived";   // at all replicas
+inline constexpr std::string_view kPruneForgotten = "prune.forgotten";    // by one catalogue
+inline constexpr std::string_view kPruneAllForgotten = "prune.all_forgotten";  // parts are there
+inline constexpr std::string_view kSyncGsnapMade = "sync.gsnap_made";    // nothing is in hand yet
+inline constexpr std::string_view kSyncAllArrived = "sync.all_arrived";  // at all replicas
 inline constexpr std::string_view kSyncGsnapRecorded = "sync.gsnap_recorded";  // on both sides
 
 // Ends the process at once when a test wants it to end at `step`.

@@ -20,6 +20,7 @@
 #include "groups/catalogue.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_removal.h"
+#include "groups/kill_point.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
 #include "output/console.h"
@@ -84,6 +85,30 @@ void AddHeld(const SnapshotsByTarget& snapshots, std::set<std::string>& needed) 
   }
 }
 
+using Parts = std::set<std::pair<std::string, std::string>>;  // by target and snapshot
+
+Parts PartsOf(const std::vector<SurplusGsnap>& gsnaps) {
+  Parts parts;
+  for (const SurplusGsnap& gsnap : gsnaps) {
+    for (const auto& part : gsnap.info.target_snapshots) {
+      parts.emplace(part.target.GetId(), part.tsnap_id);
+    }
+  }
+  return parts;
+}
+
+// Adds what the catalogues record, but for what is going to go. What a pruning that was interrupted
+// has left on one side only the group snapshot of the other may record.
+void AddRecorded(const RecordedGsnaps& recorded, const std::vector<SurplusGsnap>& surplus,
+                 std::set<std::string>& needed) {
+  std::set<std::string> going;
+  for (const SurplusGsnap& each : surplus) going.insert(each.info.gsnap_id);
+  for (const RecordedGsnap& gsnap : recorded) {
+    if (going.count(gsnap.info.gsnap_id) != 0) continue;
+    for (const auto& part : gsnap.info.target_snapshots) needed.insert(part.tsnap_id);
+  }
+}
+
 Found FindSurplus(Warnings& warnings, const Group& group) {
   const RecordedGsnaps recorded = AllRecordedGsnaps();
   std::vector<VrelDR::DRPlan> plans;
@@ -109,9 +134,8 @@ Found FindSurplus(Warnings& warnings, const Group& group) {
   found.gsnaps = FindSurplusGsnaps(
       recorded, snapshots, needed, [&cuts](const std::string& id) { return cuts.Has(id); },
       syncCuts, warnings);
-  for (const RecordedGsnap& gsnap : recorded) {
-    for (const auto& part : gsnap.info.target_snapshots) needed.insert(part.tsnap_id);
-  }
+  AddRecorded(recorded, found.gsnaps, needed);
+  const Parts parts = PartsOf(found.gsnaps);
   for (const auto& [id, list] : snapshots) {
     std::set<std::string> leftovers;
     for (const Snapshot& each : VrelDR::SnapshotHistory::Leftovers(
@@ -121,7 +145,7 @@ Found FindSurplus(Warnings& warnings, const Group& group) {
     for (const Snapshot& each : list) {
       const bool isLeft = leftovers.count(each.snap_id) != 0 ||
                           (needed.count(each.snap_id) == 0 && IsOfSync(each, syncCuts, warnings));
-      if (isLeft && !cuts.Has(each.cut_id)) {
+      if (isLeft && !cuts.Has(each.cut_id) && parts.count({id, each.snap_id}) == 0) {
         found.snapshots.push_back({VrelDR::Target(id, types[id]), each, false});
       }
     }
@@ -195,9 +219,40 @@ Failure Stopped(const Group& group, const Found& found, const Failure& why) {
                     CountText(CountDeleted(found.snapshots), CountDeleted(found.gsnaps)) + " of " +
                     CountText(found.snapshots.size(), found.gsnaps.size()) +
                     " deleted, the same command goes on: " + why.message);
+  failure.details = why.details;
   failure.details["snapshots"] = Rows(found.snapshots);
   failure.details["group_snapshots"] = GsnapRows(found.gsnaps);
   return failure;
+}
+
+// Whether the snapshot is gone; one that a plan has begun to need stays. Throws when it cannot be
+// deleted otherwise.
+bool DeleteSnapshot(const VrelDR::Target& target, const std::string& snapId) {
+  const VrelDR::TargetOperation operation(target);
+  if (operation.DeleteSnapshot(snapId)) return true;
+  const int error = operation.GetErrCode();
+  if (error == VrelDR::kErrSnapshotMissing) return true;
+  if (error == VrelDR::kErrLocked) return false;
+  Failure failure(FromHostError(error), HostMessage(operation));
+  failure.details["target_id"] = target.GetId();
+  throw failure;
+}
+
+// The records go first, as each part tells for itself that a sync has made it: what is left of them
+// after an interruption is found as a snapshot that belongs to none. Records without parts would
+// tell nothing.
+void DeleteGsnapsOfCut(const std::vector<SurplusGsnap*>& gsnaps) {
+  for (const SurplusGsnap* each : gsnaps) {
+    ForgetGsnap(each->group_id, each->info.gsnap_id);
+    KillPoint(kPruneForgotten);
+  }
+  KillPoint(kPruneAllForgotten);
+  for (SurplusGsnap* each : gsnaps) {
+    for (const VrelDRGroup::TargetSnapshot& part : each->info.target_snapshots) {
+      DeleteSnapshot(part.target, part.tsnap_id);
+    }
+    each->is_deleted = true;
+  }
 }
 
 // Those of other groups too, whose locks are held all the time: two prunings that want each other's
@@ -210,9 +265,10 @@ void DeleteGsnaps(const Group& group, Found& found) {
       locks[each.group_id] = LockOther(each.group_id, group.id, std::chrono::seconds(5));
       RequireCatalogue(each.group_id, Access::kWrite);
     }
-    for (SurplusGsnap& each : found.gsnaps) {
-      RemoveGsnap(each.group_id, each.info, OutOfReach::kFail);
-      each.is_deleted = true;
+    std::map<std::string, std::vector<SurplusGsnap*>> cuts;
+    for (SurplusGsnap& each : found.gsnaps) cuts[each.cut_id].push_back(&each);
+    for (const SurplusGsnap& each : found.gsnaps) {
+      if (!each.is_deleted) DeleteGsnapsOfCut(cuts[each.cut_id]);
     }
   } catch (const Failure& failure) {
     throw Stopped(group, found, failure);
@@ -220,15 +276,12 @@ void DeleteGsnaps(const Group& group, Found& found) {
 }
 
 void DeleteSnapshots(const Group& group, Found& found) {
-  for (Surplus& each : found.snapshots) {
-    const VrelDR::TargetOperation operation(each.target);
-    each.is_deleted = operation.DeleteSnapshot(each.snapshot.snap_id);
-    // One that a plan is in the middle of sending stays.
-    if (each.is_deleted || operation.GetErrCode() == VrelDR::kErrLocked) continue;
-    Failure failure = Stopped(
-        group, found, Failure(FromHostError(operation.GetErrCode()), HostMessage(operation)));
-    failure.details["target_id"] = each.target.GetId();
-    throw failure;
+  try {
+    for (Surplus& each : found.snapshots) {
+      each.is_deleted = DeleteSnapshot(each.target, each.snapshot.snap_id);
+    }
+  } catch (const Failure& failure) {
+    throw Stopped(group, found, failure);
   }
 }
 
