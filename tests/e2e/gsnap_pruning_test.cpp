@@ -260,7 +260,7 @@ TEST_P(GsnapPruningTest, WhatAPlanHoldsIsNotDeletedNorAnyOtherPartOfIt) {
   EXPECT_EQ(RunFailingAt("ship@lun-dr", {"sync", "g", "--dr-group", "gd"}).code, kStorage);
   const std::string inHand = ListSnapshots().back();
   RunBadly(kRefused, {"snapshot", "delete", inHand, "--yes", "--force"},
-           {"target \"lun\"", "is in hand of plan", "plan drop-shipment lun"});
+           {"target \"lun\"", "is in hand of plan", "drgroupctl plan drop-shipment"});
   for (const auto& each : RunWell({"snapshot", "show", inHand, "--json"}).Json()["targets"]) {
     EXPECT_EQ(each["exists"], true);
   }
