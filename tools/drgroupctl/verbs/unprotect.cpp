@@ -23,6 +23,7 @@ std::vector<VrelDR::DRPlan> PlansOfAll(const std::vector<std::string>& targets) 
 // The copies that do not work, which become ordinary targets.
 std::string CopiesThatStay(const std::vector<VrelDR::DRPlan>& plans) {
   std::vector<std::string> texts;
+  texts.reserve(plans.size());
   for (const VrelDR::DRPlan& plan : plans) texts.push_back(PlaceOf(OtherCopyOf(plan)));
   return Join(texts, ", ");
 }
@@ -67,25 +68,28 @@ Report RunUnprotect(const Arguments& args, Warnings& warnings) {
   return report;
 }
 
+constexpr char kCopies[] =
+    "The copies that do not work stay as ordinary targets that hold what arrived last; with "
+    "--delete-data they go with their snapshots. Those are the DR copies, but after a switchover "
+    "the ones on the main side. The copies that work are never touched. Targets without a plan are "
+    "passed over.";
+constexpr char kAllFirst[] =
+    "All targets are checked first. What was removed before a failure stays removed, and the same "
+    "command goes on with the others; a copy whose removal has begun never comes back, and the "
+    "same command, \"target remove\" or the next target that is made finishes it.";
+
 }  // namespace
 
 Verb Unprotect() {
-  return {
-      "unprotect",
-      "remove the plans of a group",
-      {"The copies that do not work stay as ordinary targets that hold what arrived last; with "
-       "--delete-data they go with their snapshots. Those are the DR copies, but after a "
-       "switchover the ones on the main side. The copies that work are never touched. Targets "
-       "without a plan are passed over.",
-       "What goes with each plan is told and has to be agreed to.", kClaims, kInUse,
-       "All targets are checked first. What was removed before a failure stays removed, and the "
-       "same command goes on with the others; a copy whose removal has begun never comes back, and "
-       "the same command, \"target remove\" or the next target that is made finishes it."},
-      "The plans; with --delete-data the copies that do not work and their snapshots are lost.",
-      {GroupArgument("the group")},
-      {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
-       ForceClaims(), GoOnInUse(), DryRun(), Yes()},
-      RunUnprotect};
+  return {"unprotect",
+          "remove the plans of a group",
+          {kCopies, "What goes with each plan is told and has to be agreed to.", kClaims, kInUse,
+           kAllFirst},
+          "The plans; with --delete-data the copies that do not work and their snapshots are lost.",
+          {GroupArgument("the group")},
+          {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
+           ForceClaims(), GoOnInUse(), DryRun(), Yes()},
+          RunUnprotect};
 }
 
 }  // namespace drgroupctl
