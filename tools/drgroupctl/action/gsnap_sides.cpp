@@ -162,15 +162,15 @@ std::vector<std::string> RecordShipped(const GsnapSides& sides) {
   for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(sides.source.id, false)) {
     VrelDRGroup::GsnapshotInfo shipped("");
     if (!FindShipped(replicas, parts[each.gsnap_id], shipped)) continue;
-    shipped.gsnap_id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
-    if (std::ranges::binary_search(known, shipped.gsnap_id)) continue;
+    const std::string id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
+    if (std::ranges::binary_search(known, id)) continue;
     const GsnapCut cut = CutOf(shipped);
     VrelDRGroup::Utils::InitGroupSnapshot(
         shipped, sides.replica.id,
         VrelDRGroup::GsnapMeta(each.desc, each.is_user_locked, ConsistencyOf(cut)));
-    shipped.gsnap_id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
+    shipped.gsnap_id = id;
     RecordEarlier(sides.replica, shipped);
-    recorded.push_back(shipped.gsnap_id);
+    recorded.push_back(id);
   }
   return recorded;
 }
