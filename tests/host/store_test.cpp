@@ -164,6 +164,57 @@ TEST_P(StoreTest, WhatIsNotWholeIsFoundOnlyByCallsThatSaySo) {
   EXPECT_THAT(Snapshots("source", true), ElementsAre("s1"));
 }
 
+TEST_P(StoreTest, OneSnapshotIsFoundByItsNameAndOnlyWholeOnesAreCounted) {
+  const auto expect = [&](const char* snapId, bool isRecorded, bool isWhole) {
+    SCOPED_TRACE(snapId);
+    std::optional<SnapshotRow> row;
+    EXPECT_TRUE(store_->GetSnapshotOfAnyState("source", snapId, row).IsOk());
+    EXPECT_EQ(row.has_value(), isRecorded);
+    EXPECT_TRUE(store_->GetSnapshot("source", snapId, row).IsOk());
+    EXPECT_EQ(row.has_value(), isWhole);
+    if (isWhole && row) {
+      EXPECT_EQ(row->snapshot.snap_id, snapId);
+      EXPECT_EQ(row->snapshot.meta.description, "of source");
+    }
+  };
+  const auto expectCount = [&](const char* targetId, std::uint64_t expected) {
+    std::uint64_t count = 77;
+    EXPECT_TRUE(store_->CountSnapshots(targetId, count).IsOk());
+    EXPECT_EQ(count, expected) << targetId;
+  };
+  for (const char* targetId : {"source", "source2", "sourc"}) {
+    for (const char* snapId : {"s1", "s2", "s3", "s4"}) {
+      Snapshot snapshot;
+      snapshot.snap_id = snapId;
+      snapshot.meta.description = std::string("of ") + targetId;
+      ASSERT_TRUE(store_->AddSnapshot(targetId, snapshot, nullptr).IsOk());
+      if (snapId == std::string("s3")) continue;
+      ASSERT_TRUE(store_->FinishSnapshot(targetId, snapshot, 7).IsOk());
+      if (snapId == std::string("s1")) {
+        ASSERT_TRUE(store_->MarkSnapshotDeleting(snapshot).IsOk());
+      }
+    }
+  }
+  expect("s1", true, false);
+  expect("s2", true, true);
+  expect("s3", true, false);
+  expect("s4", true, true);
+  expect("s5", false, false);
+  expectCount("source", 2);
+  expectCount("other", 0);
+  std::vector<SnapshotRow> rows;
+  ASSERT_TRUE(store_->ListUnfinishedSnapshots("source", rows).IsOk());
+  ASSERT_THAT(rows, testing::SizeIs(2));
+  EXPECT_EQ(rows[0].snapshot.snap_id, "s1");
+  EXPECT_EQ(rows[0].state, VrelDR::RecordState::kDeleting);
+  EXPECT_EQ(rows[0].snapshot.meta.description, "of source");
+  EXPECT_EQ(rows[1].snapshot.snap_id, "s3");
+  EXPECT_EQ(rows[1].state, VrelDR::RecordState::kBuilding);
+  ASSERT_TRUE(store_->RemoveTarget("source").IsOk());
+  expectCount("source", 0);
+  expectCount("source2", 2);
+}
+
 TEST_P(StoreTest, ATransactionOfWhichOneStepFailsLeavesNothingAndTheNextOneWorks) {
   AddPlan();
   const DRPlan sameId = Plan("p", "source", "other");

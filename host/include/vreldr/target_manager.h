@@ -15,9 +15,11 @@ namespace VrelDR {
 struct VREL_API TargetEntry {
   Target target;
   std::string volume;
-  std::string path;             // where its bytes are, for whoever uses the target
-  bool is_existed = false;      // false when its bytes are gone, or cannot be reached
-  std::uint64_t snapshots = 0;  // how many complete snapshots it has
+  std::string path;         // where its bytes are, for whoever uses the target
+  bool is_existed = false;  // false when its bytes are gone, or cannot be reached
+  // How many snapshots are recorded as complete. Nobody has looked whether the bytes of each are
+  // still there, which ListSnapshots of the target does.
+  std::uint64_t snapshots = 0;
   // Why its bytes cannot be reached, so that they may be there although `is_existed` is false, or
   // why its snapshots cannot be counted. Empty when both are known.
   std::string problem;

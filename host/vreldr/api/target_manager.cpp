@@ -5,6 +5,7 @@
 #include "plan/guard.h"
 #include "target/host.h"
 #include "target/target_creation.h"
+#include "target/target_look.h"
 
 namespace VrelDR {
 
@@ -91,22 +92,26 @@ Status DescribeRemains(const Store& store, const TargetRow& row, TargetRemains& 
   return status;
 }
 
-TargetEntry Describe(Host& host, const TargetRow& row) {
-  TargetEntry entry;
-  entry.target = row.target;
-  entry.volume = row.volume;
-  HostTarget opened(host);
-  Status status = opened.Adopt(row);
-  if (status.IsOk()) {
-    entry.path = opened.GetEngine().GetTargetPath(PlaceOf(row));
-    status = InContext(opened.Cannot("look at"),
-                       opened.GetEngine().FindTarget(PlaceOf(row), entry.is_existed, host.watcher));
+// Appends what is to be said of the targets, in their order: each volume is asked once, and the
+// records for no more than a count of each.
+void Describe(Host& host, const std::vector<TargetRow>& rows, std::vector<TargetEntry>& entries) {
+  std::vector<TargetLook> looks;
+  looks.reserve(rows.size());
+  for (const TargetRow& row : rows) looks.push_back({&row, row.target.GetId(), {}, {}, false, {}});
+  LookAtTargets(host, looks);
+  for (const TargetLook& look : looks) {
+    const TargetRow& row = *look.row;
+    TargetEntry& entry = entries.emplace_back();
+    entry.target = row.target;
+    entry.volume = row.volume;
+    HostTarget opened(host);
+    Status status = opened.Adopt(row);
+    if (status.IsOk()) entry.path = opened.GetEngine().GetTargetPath(PlaceOf(row));
+    entry.is_existed = look.status.IsOk();
+    if (status.IsOk() && look.status.code != kErrTargetMissing) status = look.status;
+    if (status.IsOk()) status = host.store->CountSnapshots(row.target.GetId(), entry.snapshots);
+    entry.problem = status.message;
   }
-  std::vector<Operation::Snapshot> snapshots;
-  if (status.IsOk()) status = opened.ListSnapshots(snapshots);
-  entry.snapshots = snapshots.size();
-  entry.problem = status.message;
-  return entry;
 }
 
 }  // namespace
@@ -121,7 +126,7 @@ bool TargetManager::List(std::vector<TargetEntry>& targets) const {
     Status status = host->OpenIfMade();
     std::vector<TargetRow> rows;
     if (host->store) status = host->store->ListTargets(rows);
-    for (const TargetRow& row : rows) targets.push_back(Describe(*host, row));
+    if (status.IsOk()) Describe(*host, rows, targets);
     return status;
   });
 }
@@ -151,7 +156,9 @@ bool TargetManager::Get(const std::string& targetId, TargetEntry& entry) const {
                         std::optional<TargetRow> row;
                         if (host->store) status = host->store->GetTarget(targetId, row);
                         found = row.has_value();
-                        if (found) entry = Describe(*host, *row);
+                        std::vector<TargetEntry> entries;
+                        if (found) Describe(*host, {*row}, entries);
+                        if (found) entry = std::move(entries.front());
                         return status;
                       }) &&
          found;

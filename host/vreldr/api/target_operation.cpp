@@ -6,7 +6,6 @@
 #include "target/host.h"
 #include "target/target_creation.h"
 #include "target/target_snapshot.h"
-#include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
@@ -128,9 +127,12 @@ bool TargetOperation::IsSnapshotExisted(const std::string& snapId) const {
 Snapshot TargetOperation::GetSnapshot(const std::string& snapId) const {
   Snapshot found;
   RunAndRecord(*this, [&] {
-    std::vector<Snapshot> snapshots;
-    Status status = List(target_, snapshots);
-    if (const Snapshot* known = SnapshotHistory::Find(snapshots, snapId)) found = *known;
+    const std::shared_ptr<Host> host = TheHost();
+    HostTarget opened(*host);
+    std::optional<Snapshot> known;
+    Status status = opened.OpenToRead(target_.GetId());
+    if (status.IsOk()) status = opened.GetSnapshot(snapId, known);
+    if (known) found = *std::move(known);
     return status;
   });
   return found;

@@ -28,8 +28,10 @@ class SnapshotRecords : Table {
 
   // In the order in which they were recorded.
   bool ListOfAnyState(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
+  bool ListUnfinished(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
   bool GetOfAnyState(const std::string& targetId, const std::string& snapId,
                      std::optional<SnapshotRow>& row) const;
+  bool CountWhole(const std::string& targetId, std::uint64_t& count) const;
   // Any of a cut.
   bool GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const;
   bool Add(const std::string& targetId, const Operation::Snapshot& snapshot,

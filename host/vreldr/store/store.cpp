@@ -24,6 +24,19 @@ Status Store::GetTarget(const std::string& targetId, std::optional<TargetRow>& r
   return status;
 }
 
+Status Store::GetSnapshot(const std::string& targetId, const std::string& snapId,
+                          std::optional<SnapshotRow>& row) const {
+  Status status = GetSnapshotOfAnyState(targetId, snapId, row);
+  if (row && (!status.IsOk() || row->state != RecordState::kWhole)) row.reset();
+  return status;
+}
+
+Status Store::CountSnapshots(const std::string& targetId, std::uint64_t& count) const {
+  const bool good = db_.GetRecords().snapshots.CountWhole(targetId, count);
+  if (!good) count = 0;
+  return db_.Result(good);
+}
+
 Status Store::AddTarget(const TargetRow& row, const DRPlan* plan) const {
   JournalRow creation;
   creation.op = kOpCreate;

@@ -50,6 +50,20 @@ class Store {
                                  std::vector<SnapshotRow>& rows) const {
     return db_.Result(db_.GetRecords().snapshots.ListOfAnyState(targetId, rows));
   }
+  // Those that are not whole, in the same order: however many the target has, nothing else is read.
+  Status ListUnfinishedSnapshots(const std::string& targetId,
+                                 std::vector<SnapshotRow>& rows) const {
+    return db_.Result(db_.GetRecords().snapshots.ListUnfinished(targetId, rows));
+  }
+  // One of them, by its name alone; empty when there is none.
+  Status GetSnapshot(const std::string& targetId, const std::string& snapId,
+                     std::optional<SnapshotRow>& row) const;
+  Status GetSnapshotOfAnyState(const std::string& targetId, const std::string& snapId,
+                               std::optional<SnapshotRow>& row) const {
+    return db_.Result(db_.GetRecords().snapshots.GetOfAnyState(targetId, snapId, row));
+  }
+  // How many ListSnapshots would find; 0 after a failure.
+  Status CountSnapshots(const std::string& targetId, std::uint64_t& count) const;
   // A new snapshot in the state kBuilding. Its sequence number is found in `snapshot` afterwards.
   // With a plan it is in the plan's hand from then on, which takes it to send it. With a cut that
   // is recorded too, as it is now.

@@ -1,4 +1,6 @@
 // The tables of targets, of their snapshots, of cuts and of volumes.
+#include <algorithm>
+
 #include "store/record_sets.h"
 
 namespace VrelDR {
@@ -84,6 +86,21 @@ bool SnapshotRecords::ListOfAnyState(const std::string& targetId,
 bool SnapshotRecords::GetOfAnyState(const std::string& targetId, const std::string& snapId,
                                     std::optional<SnapshotRow>& row) const {
   return Get({{"target_id", targetId}, {"snap_id", snapId}}, ReadSnapshot, row);
+}
+
+bool SnapshotRecords::ListUnfinished(const std::string& targetId,
+                                     std::vector<SnapshotRow>& rows) const {
+  if (!ListOfAnyState(targetId, rows)) return false;
+  std::erase_if(rows, [](const SnapshotRow& each) { return each.state == RecordState::kWhole; });
+  return true;
+}
+
+bool SnapshotRecords::CountWhole(const std::string& targetId, std::uint64_t& count) const {
+  std::vector<SnapshotRow> rows;
+  if (!ListOfAnyState(targetId, rows)) return false;
+  count = static_cast<std::uint64_t>(std::ranges::count(
+      rows, RecordState::kWhole, [](const SnapshotRow& each) { return each.state; }));
+  return true;
 }
 
 bool SnapshotRecords::GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const {

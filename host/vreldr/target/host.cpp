@@ -252,6 +252,25 @@ Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) co
   return {};
 }
 
+Status HostTarget::GetSnapshot(const std::string& snapId,
+                               std::optional<Operation::Snapshot>& found) const {
+  found.reset();
+  std::optional<SnapshotRow> row;
+  Status status = host_.store->GetSnapshot(row_.target.GetId(), snapId, row);
+  if (!status.IsOk() || !row) return status;
+  std::vector<TargetSight> sights(1);
+  TargetSight& sight = sights.front();
+  sight.place = GetPlace();
+  sight.snap_id = snapId;
+  status = engine_->LookAtTargets(sights, GetWatcher());
+  if (status.IsOk()) status = sight.status;
+  if (!status.IsOk()) return InContext(Cannot("list the snapshots of"), status);
+  if (!sight.has_snapshot) return {};
+  found = std::move(row->snapshot);
+  found->path = engine_->GetSnapshotPath(sight.place, snapId);
+  return {};
+}
+
 Status FindLink(const HostTarget& from, const HostTarget& to, std::unique_ptr<Link>& link) {
   return from.GetHost().FindLink(from.GetRow().volume, to.GetRow().volume, link);
 }
@@ -260,7 +279,7 @@ Status CleanUpSnapshots(const HostTarget& opened) {
   const StorageEngine& engine = opened.GetEngine();
   const TargetPlace place = opened.GetPlace();
   std::vector<SnapshotRow> rows;
-  Status status = opened.GetStore().ListSnapshotsOfAnyState(place.id, rows);
+  Status status = opened.GetStore().ListUnfinishedSnapshots(place.id, rows);
   for (const SnapshotRow& each : rows) {
     if (!IsHalfDone(each.state)) continue;
     const std::string& snapId = each.snapshot.snap_id;

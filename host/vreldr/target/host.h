@@ -135,6 +135,8 @@ class HostTarget {
 
   // The snapshots that are recorded as whole and really there, oldest first.
   Status ListSnapshots(std::vector<Operation::Snapshot>& snapshots) const;
+  // One of them; empty when it has none of that name. The others are not looked at.
+  Status GetSnapshot(const std::string& snapId, std::optional<Operation::Snapshot>& found) const;
 
   std::string Cannot(const std::string& what) const { return VrelDR::Cannot(what, row_); }
 

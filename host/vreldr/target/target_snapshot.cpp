@@ -4,7 +4,6 @@
 #include <ctime>
 
 #include "base/kill_point.h"
-#include "vreldr/snapshot_history.h"
 #include "vreldrcore/uuid.h"
 
 namespace VrelDR {
@@ -76,11 +75,11 @@ Status TakeSnapshotOf(const HostTarget& opened, const SnapshotOrder& order, Snap
 }
 
 Status FindSnapshot(const HostTarget& opened, const std::string& snapId, Snapshot& found) {
-  std::vector<Snapshot> snapshots;
-  Status status = opened.ListSnapshots(snapshots);
+  std::optional<Snapshot> known;
+  Status status = opened.GetSnapshot(snapId, known);
   if (!status.IsOk()) return status;
-  if (const Snapshot* known = SnapshotHistory::Find(snapshots, snapId)) {
-    found = *known;
+  if (known) {
+    found = *std::move(known);
     return {};
   }
   return {kErrSnapshotMissing, "target " + Quoted(opened.GetTarget().GetId()) +
