@@ -13,6 +13,7 @@ inline constexpr const char* kSnapshots = "snapshots";
 inline constexpr const char* kTmp = "tmp";
 inline constexpr const char* kIncoming = "incoming";
 inline constexpr const char* kFrozen = "frozen";
+inline constexpr const char* kDigests = "digests";
 
 // The area that has no directories of targets: what cuts change on purpose; see commit_window.h.
 inline constexpr const char* kCut = "cut";

@@ -10,6 +10,7 @@
 #include <cerrno>
 
 #include "base/fd.h"
+#include "engine/local/digest_writer.h"
 
 namespace VrelDR::Local {
 
@@ -35,8 +36,19 @@ int WriteAll(int to, const char* bytes, std::size_t count, off_t at) {
   return 0;
 }
 
+// The same, telling what was written.
+int WriteAndTell(int to, const char* bytes, std::size_t count, off_t at, DigestWriter* digests) {
+  int error = WriteAll(to, bytes, count, at);
+  if (digests == nullptr) return error;
+  if ((error == ENOSPC || error == EDQUOT) && digests->GiveUp()) {
+    error = WriteAll(to, bytes, count, at);
+  }
+  if (error == 0) digests->AddData(static_cast<std::uint64_t>(at), bytes, count);
+  return error;
+}
+
 // Both copy [at, end) and stop early, without an error, where the source has become shorter.
-int CopyByReading(int from, int to, off_t at, off_t end) {
+int CopyByReading(int from, int to, off_t at, off_t end, DigestWriter* digests) {
   std::array<char, std::size_t{128} * 1024> buffer;
   while (at < end) {
     const auto want = std::min<off_t>(end - at, static_cast<off_t>(buffer.size()));
@@ -46,9 +58,8 @@ int CopyByReading(int from, int to, off_t at, off_t end) {
       if (errno == EINTR) continue;
       return errno;
     }
-    if (const int error = WriteAll(to, buffer.data(), static_cast<std::size_t>(got), at)) {
-      return error;
-    }
+    const auto count = static_cast<std::size_t>(got);
+    if (const int error = WriteAndTell(to, buffer.data(), count, at, digests)) return error;
     at += got;
   }
   return 0;
@@ -62,19 +73,21 @@ void StartWriting(int fd, off_t at, off_t count) {
   if (count >= kPiece) (void)sync_file_range(fd, at, count, SYNC_FILE_RANGE_WRITE);
 }
 
-int CopyRange(int from, int to, off_t at, off_t end, Watch& watch) {
+int CopyRange(int from, int to, off_t at, off_t end, Watch& watch, DigestWriter* digests) {
   while (at < end) {
     if (!watch.GoesOn()) return ECANCELED;
     const off_t pieceEnd = std::min(end, at + kPiece);
     loff_t in = at;
     loff_t out = at;
-    const ssize_t done =
-        copy_file_range(from, &in, to, &out, static_cast<std::size_t>(pieceEnd - at), 0);
-    if (done < 0 && errno == EINTR) continue;
-    if (done < 0 && !IsNotForThisFile(errno)) return errno;
+    ssize_t done = 0;
+    if (digests == nullptr || !digests->IsGood()) {
+      done = copy_file_range(from, &in, to, &out, static_cast<std::size_t>(pieceEnd - at), 0);
+      if (done < 0 && errno == EINTR) continue;
+      if (done < 0 && !IsNotForThisFile(errno)) return errno;
+    }
     // Some file systems answer 0 for files that have data; reading tells the truth.
     if (done <= 0) {
-      if (const int error = CopyByReading(from, to, at, pieceEnd)) return error;
+      if (const int error = CopyByReading(from, to, at, pieceEnd, digests)) return error;
     }
     const off_t next = done > 0 ? at + done : pieceEnd;
     StartWriting(to, at, next - at);
@@ -85,9 +98,12 @@ int CopyRange(int from, int to, off_t at, off_t end, Watch& watch) {
 
 }  // namespace
 
-int CopyFileData(int from, int to, off_t size, Watch& watch) {
+int CopyFileData(int from, int to, off_t size, Watch& watch, DigestWriter* digests) {
   if (size == 0) return 0;
-  if (ioctl(to, FICLONE, from) == 0) return 0;
+  if (ioctl(to, FICLONE, from) == 0) {
+    if (digests != nullptr) digests->GiveUp();
+    return 0;
+  }
   if (!IsNotForThisFile(errno)) return errno;
   if (ftruncate(to, size) != 0) return errno;
   off_t at = 0;
@@ -103,7 +119,7 @@ int CopyFileData(int from, int to, off_t size, Watch& watch) {
       if (hole < 0) return errno;
     }
     at = std::min(hole, size);
-    if (const int error = CopyRange(from, to, data, at, watch)) return error;
+    if (const int error = CopyRange(from, to, data, at, watch, digests)) return error;
   }
   return 0;
 }

@@ -14,11 +14,13 @@
 #include "engine/local/area.h"
 #include "engine/local/arrival.h"
 #include "engine/local/content.h"
+#include "engine/local/digest_writer.h"
 #include "engine/local/directory.h"
 #include "engine/local/file_data.h"
 #include "engine/local/flags.h"
 #include "engine/local/freeze.h"
 #include "engine/local/frozen.h"
+#include "engine/local/kept_digests.h"
 #include "engine/local/place.h"
 #include "engine/local/settle.h"
 #include "engine/local/subvolume.h"
@@ -254,6 +256,7 @@ Status LocalEngine::RemoveTarget(const TargetPlace& target, Watcher& watcher) co
   if (status.IsOk()) status = CheckPlace(target, PlaceUse::kRemoval, watcher);
   if (!status.IsOk()) return status;
   int error = RemoveArea(own.Get(), kSnapshots, target);
+  if (error == 0) error = RemoveArea(own.Get(), kDigests, target);
   KillPoint(kForgetSnapshotsGone);
   if (error == 0) error = RemoveTree(volume.Get(), target.locator);
   if (error == 0) error = SyncFd(volume.Get());
@@ -294,31 +297,50 @@ Status LocalEngine::CopyBytes(const TargetPlace& target, const std::string& snap
                               int ownFd, Watcher& watcher) const {
   const Fd tmp = OpenOrMakeArea(ownFd, kTmp, target);
   if (!tmp) return dir_.AreaFailure(errno, ownFd, kTmp, target);
-  if (mkdirat(tmp.Get(), snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
-  const Fd copy = OpenDir(tmp.Get(), snapId);
+  // Of a snapshot of that name that did not come to be.
+  int error = RemoveDigests(ownFd, target, snapId);
+  if (error != 0) return StatusOfErrno(error, dir_.GetPath());
+  DigestWriter digests(tmp.Get(), DigestsName(snapId));
+  Status status = CopyTree(target, snapId, sourceFd, ownFd, tmp.Get(), &digests, watcher);
+  if (status.code == kErrNoSpace && digests.GiveUp()) {
+    // Perhaps it fits without them.
+    error = RemoveTree(tmp.Get(), snapId);
+    if (error != 0) return StatusOfErrno(error, {});
+    status = CopyTree(target, snapId, sourceFd, ownFd, tmp.Get(), nullptr, watcher);
+  }
+  if (!status.IsOk()) return status;
+  KillPoint(kTakeCopied);
+  if (digests.Finish()) KillPoint(kTakeDigested);
+  return {};
+}
+
+Status LocalEngine::CopyTree(const TargetPlace& target, const std::string& snapId, int sourceFd,
+                             int ownFd, int tmpFd, DigestWriter* digests, Watcher& watcher) const {
+  if (mkdirat(tmpFd, snapId.c_str(), 0700) != 0) return StatusOfErrno(errno, {});
+  const Fd copy = OpenDir(tmpFd, snapId);
   if (!copy) return StatusOfErrno(errno, {});
   Watch watch(watcher);
   TreeCopier copier(copy.Get(), Strictness::kAll, TreeCopier::FlagsOf::kTarget, watch);
   copier.LeaveOutMounts();
+  copier.TellDigests(digests);
   bool isFrozen = false;
   std::set<std::string> immutable;
-  int error = FindUsersFlags(ownFd, target, sourceFd, isFrozen, immutable);
+  const int error = FindUsersFlags(ownFd, target, sourceFd, isFrozen, immutable);
   if (error != 0) return StatusOfErrno(error, dir_.GetPath());
   if (isFrozen) copier.SetImmutable(&immutable);
   // The target's own bytes are also those over which something is mounted, where they can be seen.
   const Fd bare = OpenWithoutMounts(sourceFd);
   Status status = copier.CopyContent(bare ? bare.Get() : sourceFd, dir_.PathOf(target));
   // What is below something that was mounted meanwhile could not be made immutable.
-  if (status.IsOk()) status = CheckNoMountsBelow(copy.Get());
-  if (!status.IsOk()) return status;
-  KillPoint(kTakeCopied);
-  return {};
+  return status.IsOk() ? CheckNoMountsBelow(copy.Get()) : status;
 }
 
 Status LocalEngine::SettleCopy(const TargetPlace& target, const std::string& snapId, int ownFd,
                                int snapshotsFd, WriteBack& writeBack) const {
   const Fd tmp = OpenArea(ownFd, kTmp, target);
   if (!tmp) return dir_.AreaFailure(errno, ownFd, kTmp, target);
+  PlaceDigests(tmp.Get(), ownFd, target, snapId);
+  KillPoint(kTakeDigestsPlaced);
   Status status = Settle(tmp.Get(), snapId, snapshotsFd, {kTakeFrozen, kTakeRenamed}, writeBack,
                          dir_.GetPath());
   if (!status.IsOk()) return status;
@@ -352,13 +374,22 @@ Status LocalEngine::RemoveSnapshot(const TargetPlace& target, const std::string&
   // Of a cut, one that is a copy waits there.
   const Fd tmp = OpenArea(own.Get(), kTmp, target);
   if (!tmp && errno != ENOENT) return dir_.AreaFailure(errno, own.Get(), kTmp, target);
-  if (const int error = tmp ? RemoveTree(tmp.Get(), snapId) : 0) return StatusOfErrno(error, {});
+  int error = tmp ? RemoveTree(tmp.Get(), snapId) : 0;
+  if (tmp && error == 0) error = RemoveTree(tmp.Get(), DigestsName(snapId));
+  if (error != 0) return StatusOfErrno(error, {});
   const Fd snapshots = OpenArea(own.Get(), kSnapshots, target);
-  if (!snapshots && errno == ENOENT) return {};
-  if (!snapshots) return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
+  if (!snapshots && errno != ENOENT) {
+    return dir_.AreaFailure(errno, own.Get(), kSnapshots, target);
+  }
+  if (!snapshots) {
+    error = RemoveDigests(own.Get(), target, snapId);
+    return error == 0 ? Status() : StatusOfErrno(error, {});
+  }
   status = dir_.CheckUnmounted(snapshots.Get(), snapId);
   if (!status.IsOk()) return status;
-  int error = BeginRemoval(snapshots.Get(), snapId);
+  error = BeginRemoval(snapshots.Get(), snapId);
+  if (error == 0) error = RemoveDigests(own.Get(), target, snapId);
+  if (error == 0) KillPoint(kDeleteDigestsGone);
   if (error == 0) error = RemoveTree(snapshots.Get(), GoingName(snapId));
   if (error == 0) error = RemoveTree(snapshots.Get(), snapId);
   if (error == 0) error = RemoveTree(snapshots.Get(), CutName(snapId));

@@ -12,6 +12,7 @@ namespace VrelDR {
 class Watch;
 
 namespace Local {
+class DigestWriter;
 class WriteBack;
 struct CutPlan;
 }  // namespace Local
@@ -71,6 +72,10 @@ class LocalEngine : public StorageEngine {
                    Watcher& watcher) const;
   Status SettleCopy(const TargetPlace& target, const std::string& snapId, int ownFd,
                     int snapshotsFd, Local::WriteBack& writeBack) const;
+  // Makes the new entry `snapId` of the directory `tmpFd` what the target is, telling the digests
+  // of its files, which may be null.
+  Status CopyTree(const TargetPlace& target, const std::string& snapId, int sourceFd, int ownFd,
+                  int tmpFd, Local::DigestWriter* digests, Watcher& watcher) const;
   // Opens and checks what a cut needs of a member on this engine's volume.
   Status AddToCut(const CutMember& member, Watcher& watcher, Local::CutPlan& plan) const;
   // Good when what is in the target's directory of an area can be removed: nothing is mounted

@@ -32,7 +32,7 @@ int LookIntoOwn(int ownFd, bool& empty) {
     if (error != 0 || !empty) break;
     if (each == kNewIdentity || each == kCut) continue;
     std::vector<std::string> below;
-    const bool isArea = each == kSnapshots || each == kTmp || each == kIncoming;
+    const bool isArea = each == kSnapshots || each == kTmp || each == kIncoming || each == kDigests;
     const Fd area = isArea ? OpenDir(ownFd, each) : Fd();
     if (area) error = ListDir(area.Get(), below);
     empty = area && below.empty();

@@ -9,6 +9,7 @@
 
 #include "base/fd.h"
 #include "base/kill_point.h"
+#include "engine/local/digest_writer.h"
 #include "engine/local/directory.h"
 #include "engine/local/file_data.h"
 #include "engine/local/place.h"
@@ -95,7 +96,12 @@ Status TreeCopier::MakeEmpty(int fromFd, int toFd, const std::string& name) {
   if (fstatat(fromFd, name.c_str(), &mounted, AT_SYMLINK_NOFOLLOW) != 0) return Fail(errno);
   const bool made = S_ISDIR(mounted.st_mode) ? mkdirat(toFd, name.c_str(), 0755) == 0
                                              : mknodat(toFd, name.c_str(), S_IFREG | 0644, 0) == 0;
-  return made ? Status() : Fail(errno);
+  if (!made) return Fail(errno);
+  if (digests_ != nullptr && !S_ISDIR(mounted.st_mode)) {
+    digests_->BeginFile(to_path_, 0);
+    digests_->EndFile();
+  }
+  return {};
 }
 
 Status TreeCopier::Copy(Fd from, const Entry& to) {
@@ -110,7 +116,12 @@ Status TreeCopier::Copy(Fd from, const Entry& to) {
   if (severalNames) {
     const auto earlier = linked_.find(identity);
     if (earlier != linked_.end()) {
-      if (linkat(root_fd_, earlier->second.c_str(), to.dir_fd, to.name.c_str(), 0) == 0) return {};
+      if (linkat(root_fd_, earlier->second.c_str(), to.dir_fd, to.name.c_str(), 0) == 0) {
+        if (digests_ != nullptr && S_ISREG(st.st_mode)) {
+          digests_->AddName(to_path_, earlier->second);
+        }
+        return {};
+      }
       // No such copy when that name was removed meanwhile: this one is then the first.
       if (errno != ENOENT) return Fail(errno);
     }
@@ -151,9 +162,11 @@ Status TreeCopier::CopyFile(int fromFd, const struct stat& st, const Entry& to) 
   if (!toFd) return Fail(errno);
   struct stat now;
   if (fstat(from.Get(), &now) != 0) return Fail(errno);
-  if (const int error = CopyFileData(from.Get(), toFd.Get(), now.st_size, watch_)) {
+  if (digests_ != nullptr) digests_->BeginFile(to_path_, static_cast<std::uint64_t>(now.st_size));
+  if (const int error = CopyFileData(from.Get(), toFd.Get(), now.st_size, watch_, digests_)) {
     return Fail(error);
   }
+  if (digests_ != nullptr) digests_->EndFile();
   Status status = Finish(from.Get(), now, to);
   if (status.IsOk()) {
     const int error = CopyFlags(from.Get(), toFd.Get(), st.st_nlink > 1);

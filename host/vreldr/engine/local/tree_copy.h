@@ -18,6 +18,8 @@
 
 namespace VrelDR::Local {
 
+class DigestWriter;
+
 // Copies trees of files into one directory, the root, so that everything a program can tell of them
 // stays the same: bytes, holes, modes, owners, times, extended attributes, symbolic links, hard
 // links among the files that one object copies, pipes and device nodes. Sockets are left out:
@@ -50,6 +52,8 @@ class TreeCopier {
   // Of a target that is frozen: what its user has made immutable, by paths below its top. It must
   // outlive the copy.
   void SetImmutable(const std::set<std::string>* paths) { immutable_ = paths; }
+  // Tells it the bytes of all files of the copy. It must outlive the copy.
+  void TellDigests(DigestWriter* digests) { digests_ = digests; }
 
   // Copies what `from`, of O_PATH, is, whatever that is, to the new entry `toName` of the root.
   // `path` names it in messages.
@@ -82,6 +86,7 @@ class TreeCopier {
   Watch& watch_;
   bool leaves_out_mounts_ = false;
   const std::set<std::string>* immutable_ = nullptr;
+  DigestWriter* digests_ = nullptr;
   unsigned top_flags_ = 0;
   bool have_flags_ = false;  // something below the top has
   std::string from_path_;    // of the entry in hand, for messages

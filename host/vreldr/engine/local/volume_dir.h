@@ -21,7 +21,10 @@ namespace VrelDR::Local {
 //   <volume>/.vreldr/incoming/<target>/<snapshot>/   what has arrived of a shipment so far
 //   <volume>/.vreldr/incoming/<target>/.base.<snapshot>/  what it is to begin with, being copied
 //   <volume>/.vreldr/incoming/<target>/.whole.<snapshot>  says that this is all, and on disk
-//   <volume>/.vreldr/frozen/<target>/                what its user had made immutable; see frozen.h
+//   <volume>/.vreldr/digests/<target>/<snapshot>     what tells the bytes of its files; not on
+//   btrfs <volume>/.vreldr/{tmp,incoming}/<target>/.digests.<snapshot>  the same, not in its place
+//   yet <volume>/.vreldr/frozen/<target>/                what its user had made immutable; see
+//   frozen.h
 //
 // <target> is the target's locator. A LUN's bytes are the file "disk.img" in its directory. On
 // btrfs a snapshot is a read-only subvolume snapshot; elsewhere it is a copy, with the immutable
