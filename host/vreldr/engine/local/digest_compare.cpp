@@ -23,10 +23,10 @@ void Append(std::uint64_t offset, std::uint64_t end, std::vector<Run>& runs) {
   }
 }
 
-// The first path of `one` whose file is not the same in `other`.
+// The first file of `one` that is not the same in `other`.
 int FindFirst(const DigestFile& one, const DigestFile& other,
               std::optional<DigestDifference>& difference) {
-  return one.ForEachPath([&](const std::string& path) {
+  return one.ForEachFile([&](const std::string& path) {
     if (difference) return 0;
     std::optional<DigestCursor> left;
     std::optional<DigestCursor> right;
@@ -91,8 +91,8 @@ int CompareDigests(const DigestFile& one, const DigestFile& other,
   difference.reset();
   if (one.GetChunkSize() != other.GetChunkSize()) return EBADMSG;
   int error = FindFirst(one, other, difference);
-  // One that only the other has is left when they do not have as many.
-  if (error == 0 && !difference && one.CountNames() != other.CountNames()) {
+  // What only the other one has is left when they do not have as many.
+  if (error == 0 && !difference && one.CountFiles() != other.CountFiles()) {
     error = FindFirst(other, one, difference);
   }
   return error;

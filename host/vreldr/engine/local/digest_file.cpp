@@ -177,7 +177,9 @@ int DigestFile::CheckRecords(PieceReader& reader) {
     if (error != 0) return error;
     if (record.tag == kTagEnd) break;
     names_.push_back({DigestOf(record.path.data(), record.path.size()), offset});
-    if (record.tag == kTagFile) error = PassOverBlocks(reader, record.size);
+    if (record.tag == kTagName) continue;
+    ++files_;
+    error = PassOverBlocks(reader, record.size);
     if (error != 0) return error;
   }
   std::uint64_t count = 0;
@@ -259,10 +261,11 @@ std::vector<std::uint64_t> DigestFile::GetOffsets() const {
   return offsets;
 }
 
-int DigestFile::ReadPath(std::uint64_t offset, std::string& path) const {
+int DigestFile::ReadPath(std::uint64_t offset, std::string& path, bool& isFile) const {
   PieceReader reader(file_.Get(), offset, byte_count_ - sizeof(Digest));
   Record record;
   const int error = ReadRecord(reader, record);
+  isFile = record.tag == kTagFile;
   if (error == 0) path = std::move(record.path);
   return error;
 }

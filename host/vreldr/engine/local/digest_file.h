@@ -66,16 +66,15 @@ class DigestFile {
   static int Open(int dirFd, const std::string& name, std::optional<DigestFile>& file);
 
   std::uint32_t GetChunkSize() const { return chunk_size_; }
-  std::uint64_t GetByteCount() const { return byte_count_; }
-  int GetFd() const { return file_.Get(); }
-  std::size_t CountNames() const { return names_.size(); }
+  // Files of several names count once.
+  std::uint64_t CountFiles() const { return files_; }
 
   // The digests of the file of that path; none when it is not there. 0 or an errno.
   int Find(std::string_view path, std::optional<DigestCursor>& cursor) const;
-  // The path of each name, in the order in which they stand. Ends at the first answer that is not
-  // 0, and returns it or an errno.
+  // The first path of each file, in the order in which they stand. Ends at the first answer that is
+  // not 0, and returns it or an errno.
   template <class Visit>
-  int ForEachPath(const Visit& visit) const;
+  int ForEachFile(const Visit& visit) const;
 
  private:
   // Where the record of a path is.
@@ -97,20 +96,23 @@ class DigestFile {
   int PassOverBlocks(PieceReader& reader, std::uint64_t size) const;
   const Name* FindName(std::string_view path) const;
   std::vector<std::uint64_t> GetOffsets() const;
-  int ReadPath(std::uint64_t offset, std::string& path) const;
+  // The path of the record at `offset`; `isFile` says whether it is of a file.
+  int ReadPath(std::uint64_t offset, std::string& path, bool& isFile) const;
 
   Fd file_;
   std::uint64_t byte_count_ = 0;
   std::uint32_t chunk_size_ = 0;
+  std::uint64_t files_ = 0;
   std::vector<Name> names_;  // by their paths' digests
 };
 
 template <class Visit>
-int DigestFile::ForEachPath(const Visit& visit) const {
+int DigestFile::ForEachFile(const Visit& visit) const {
   std::string path;
   for (const std::uint64_t offset : GetOffsets()) {
-    int error = ReadPath(offset, path);
-    if (error == 0) error = visit(path);
+    bool isFile = false;
+    int error = ReadPath(offset, path, isFile);
+    if (error == 0 && isFile) error = visit(path);
     if (error != 0) return error;
   }
   return 0;
