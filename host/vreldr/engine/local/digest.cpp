@@ -1,6 +1,9 @@
 #include "engine/local/digest.h"
 
 #include <xxhash.h>
+#ifdef VREL_HAS_XXHASH_DISPATCH
+#include <xxh_x86dispatch.h>  // takes the place of the calls
+#endif
 
 #include <algorithm>
 #include <cstring>
