@@ -55,8 +55,13 @@ TEST_P(PlanRunTest, ARunningSyncIsSeenAndKeepsOthersOut) {
     EXPECT_EQ(row["site"], "working");
     EXPECT_EQ(row["operation"], "sync");
     EXPECT_THAT(RunWell({"status", "g"}).out, AllOf(HasSubstr("RUNNING"), HasSubstr("sync ")));
-    RunWell({"plan", "show", row["plan_id"].asString()});
+    const Json::Value plan = RunWell({"plan", "show", row["plan_id"].asString(), "--json"}).Json();
+    ASSERT_EQ(plan["snapshots"].size(), 1U) << "what is being sent is whole at its source alone";
+    EXPECT_TRUE(plan["snapshots"][0]["is_held"].asBool());
+    EXPECT_TRUE(plan["snapshots"][0]["is_pending"].asBool());
     RunWell({"plan", "list"});
+    RunBadly(kBusy, {"plan", "drop-arrived", "lun", "--yes"},
+             {row["plan_id"].asString(), "nothing", "sync runs on it"});
     // By the group, and by the plan where it is another group's.
     for (const char* verb : {"sync", "switchover", "failover", "unprotect"}) {
       RunBadly(kBusy, {verb, "g"}, {"\"g\"", "another process", "\"lun\" is in sync since 20"});

@@ -110,6 +110,18 @@ TEST_F(QuiesceTest, WhatIsWrongOnTheCommandLineChangesNothing) {
   RunBadly(kNotFound, {"group", "quiesce", "other"}, {"\"other\""});
 }
 
+TEST_F(QuiesceTest, WhatCannotBeHeldNowIsKeptWithAWarning) {
+  const std::vector<std::string> words{"group", "quiesce", "g", "--control-group", "/sys/no-such"};
+  const Result result = Run(words);
+  EXPECT_EQ(result.code, kDone);
+  EXPECT_THAT(result.err, AllOf(HasSubstr("kept, but"), HasSubstr("/sys/no-such")));
+  EXPECT_EQ(Show()["writers"][0]["name"], "/sys/no-such");
+  EXPECT_EQ(Run({"group", "quiesce", "g"}).err, "") << "a look warns of nothing";
+  EXPECT_EQ(Run({"group", "quiesce", "g", "--none"}).err, "");
+  EXPECT_EQ(
+      Run({"group", "quiesce", "g", "--freeze-command", "true", "--thaw-command", "true"}).err, "");
+}
+
 TEST_F(QuiesceTest, ADefinitionWithMeansThatMeanNothingIsRefusedByEveryVerb) {
   std::string text = Definition();
   text.insert(1, R"("quiesce":{"unit":["a"]},)");

@@ -85,6 +85,16 @@ void AddTrial(Report& report, const VrelDR::QuiesceTrial& trial, Warnings& warni
   report.AddField({"troubles", "Troubles"}, troubles);
 }
 
+// What cannot be held now may come to be: it is kept.
+void WarnOfWriters(const std::string& groupId, const VrelDR::QuiesceMeans& means,
+                   Warnings& warnings) {
+  try {
+    if (!means.IsEmpty()) CheckWriters(groupId, means);
+  } catch (const Failure& failure) {
+    warnings.Print("kept, but as it is now no snapshot could be taken: " + failure.message);
+  }
+}
+
 Report RunGroupQuiesce(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const bool isChange = args.Has("--none") || IsAnyGiven(args) || args.Has("--application");
@@ -96,6 +106,8 @@ Report RunGroupQuiesce(const Arguments& args, Warnings& warnings) {
   if (args.Has("--check")) {
     CheckWriters(groupId, group.quiesce);
     report.AddText("All writers can be held, as far as that can be told beforehand.");
+  } else if (isChange && !args.Has("--try")) {
+    WarnOfWriters(groupId, group.quiesce, warnings);
   }
   std::optional<VrelDR::QuiesceTrial> trial;
   if (args.Has("--try")) trial = TryWriters(groupId, group.quiesce);
@@ -132,7 +144,8 @@ Verb GroupQuiesce() {
        "goes the other way round.",
        "A process of its own thaws everything when the deadline passes or the process that took "
        "the snapshots ends, however it ends. What the deadline interrupts is not taken.",
-       "With --check or --try new settings are kept only when that goes well."},
+       "With --check or --try new settings are kept only when that goes well; without either a "
+       "warning tells what could not be held now."},
       "How the group's writers are held. With --try they stand still for a moment.",
       {GroupArgument("the group")},
       {Each("--control-group", Value::kDirectory, "DIR",

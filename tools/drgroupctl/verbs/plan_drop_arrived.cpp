@@ -1,6 +1,7 @@
 #include <vreldr/target_operation.h>
 #include <vreldrgroup/replication/replica_op.h>
 
+#include "action/plan_status.h"
 #include "action/plans.h"
 #include "action/removal.h"
 #include "command/confirm.h"
@@ -22,9 +23,19 @@ void RequireUnclaimed(const std::string& target, const VrelDR::Operation::Snapsh
                                         "; add --force to lose it all the same");
 }
 
+void RequireIdle(const VrelDR::DRPlan& plan) {
+  for (const VrelDR::PlanStanding& each : LookAtPlans({plan.GetProtectedTargetId()}).standings) {
+    if (each.plan.GetPlanId() != plan.GetPlanId() || each.site != VrelDR::kSiteWorking) continue;
+    throw Failure(ExitCode::kBusy, "nothing of plan " + Quote(plan.GetPlanId()) +
+                                       " was dropped: " + VrelDR::Utils::ToString(each.op) +
+                                       " runs on it; wait for its end, or stop it if it is a sync");
+  }
+}
+
 Report RunPlanDropArrived(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequireOnePlan(args.Text("TARGET"));
   const std::string& replica = plan.GetReplicaTargetId();
+  RequireIdle(plan);
   const std::string snapId = LastArrived(plan.GetPlanId());
   if (snapId.empty()) {
     throw Failure(ExitCode::kNotFound, "no snapshot has arrived at target " + Quote(replica) +

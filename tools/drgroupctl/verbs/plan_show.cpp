@@ -15,7 +15,8 @@ namespace drgroupctl {
 namespace {
 
 // The snapshots of both copies of a plan, with which of them each has and who waits.
-Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
+// `inHand` is being sent, or was when that ended early.
+Json::Value SnapshotRows(const VrelDR::DRPlan& plan, const std::string& inHand) {
   VrelDR::RetentionLockReport held;
   const VrelDR::RetentionLockReporter locks(plan.GetPlanId());
   if (!locks.ReadReport(held)) ThrowHostError(locks);
@@ -23,8 +24,8 @@ Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
   const VrelDR::PendingSnapReporter waiting(plan.GetPlanId());
   if (!waiting.ReadReport(pending)) ThrowHostError(waiting);
   const std::set<std::string> heldIds(held.GetSnapshots().begin(), held.GetSnapshots().end());
-  const std::set<std::string> pendingIds(pending.GetSnapshots().begin(),
-                                         pending.GetSnapshots().end());
+  std::set<std::string> pendingIds(pending.GetSnapshots().begin(), pending.GetSnapshots().end());
+  pendingIds.insert(inHand);
   Json::Value rows(Json::arrayValue);
   for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
     const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), id);
@@ -33,8 +34,9 @@ Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
       row["target_id"] = id;
       row["snap_id"] = each.snap_id;
       row["time"] = each.create_time;
-      row["is_held"] = heldIds.count(each.snap_id) != 0;
-      row["is_pending"] = id == plan.GetSourceTargetId() && pendingIds.count(each.snap_id) != 0;
+      const bool isOfSource = id == plan.GetSourceTargetId();
+      row["is_held"] = heldIds.count(each.snap_id) != 0 || (isOfSource && each.snap_id == inHand);
+      row["is_pending"] = isOfSource && pendingIds.count(each.snap_id) != 0;
       row["description"] = each.meta.description;
       rows.append(row);
     }
@@ -42,17 +44,20 @@ Json::Value SnapshotRows(const VrelDR::DRPlan& plan) {
   return rows;
 }
 
-Json::Value StatusOf(const VrelDR::DRPlan& plan) {
-  for (const VrelDR::PlanStanding& each : LookAtPlans({plan.GetProtectedTargetId()}).standings) {
-    if (each.plan.GetPlanId() == plan.GetPlanId()) return StatusRow(each);
+// Null when the plan has gone meanwhile.
+const VrelDR::PlanStanding* StandingOf(const VrelDR::DRPlan& plan, const PlanSight& sight) {
+  for (const VrelDR::PlanStanding& each : sight.standings) {
+    if (each.plan.GetPlanId() == plan.GetPlanId()) return &each;
   }
-  return UnprotectedRow();  // it has gone meanwhile
+  return nullptr;
 }
 
 Report RunPlanShow(const Arguments& args, Warnings& /*warnings*/) {
   const VrelDR::DRPlan plan = RequirePlan(args.Text("PLAN"));
   const Json::Value row = PlanRow(plan);
-  const Json::Value status = StatusOf(plan);
+  const PlanSight sight = LookAtPlans({plan.GetProtectedTargetId()});
+  const VrelDR::PlanStanding* standing = StandingOf(plan, sight);
+  const Json::Value status = standing == nullptr ? UnprotectedRow() : StatusRow(*standing);
   Report report;
   report.AddField({"plan_id", "Plan"}, row["plan_id"]);
   report.AddField({"target_id", "Target"}, row["target_id"]);
@@ -86,7 +91,7 @@ Report RunPlanShow(const Arguments& args, Warnings& /*warnings*/) {
                    {"is_held", "HELD"},
                    {"is_pending", "PENDING"},
                    {"description", "DESCRIPTION"}},
-                  SnapshotRows(plan));
+                  SnapshotRows(plan, standing == nullptr ? "" : standing->hand_snap_id));
   return report;
 }
 
@@ -96,7 +101,7 @@ Verb PlanShow() {
   return {"plan show",
           "show a plan and the snapshots of both its copies",
           {"Shows how it stands, its last sync, and of each snapshot whether the plan holds it "
-           "against deletion and whether it waits to be sent."},
+           "against deletion and whether it waits to be sent or is being sent."},
           "Nothing.",
           {PlanArgument()},
           {},
