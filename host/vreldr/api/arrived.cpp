@@ -4,20 +4,20 @@
 #include "base/boundary.h"
 #include "plan/checks.h"
 #include "plan/host_plan.h"
+#include "plan/some_snapshots.h"
 #include "vreldr/snapshot_history.h"
 
 namespace VrelDR {
 
 Status HostPlan::FindRecorded(Operation::Snapshot& recorded) const {
   std::vector<std::string> held;
-  std::vector<SnapshotRow> arrived;
-  std::vector<SnapshotRow> sent;
+  std::vector<Operation::Snapshot> arrived;
+  std::vector<Operation::Snapshot> sent;
   Status status = ListHeld(held);
-  if (status.IsOk())
-    status = GetStore().ListSnapshotsOfAnyState(Get().GetReplicaTargetId(), arrived);
-  if (status.IsOk()) status = GetStore().ListSnapshotsOfAnyState(Get().GetSourceTargetId(), sent);
+  if (status.IsOk()) status = SelectRecorded(GetStore(), Get().GetReplicaTargetId(), held, arrived);
+  if (status.IsOk()) status = SelectRecorded(GetStore(), Get().GetSourceTargetId(), held, sent);
   if (!status.IsOk()) return status;
-  recorded = SnapshotHistory::NewestHeld(held, SnapshotsOf(arrived), SnapshotsOf(sent));
+  recorded = SnapshotHistory::NewestHeld(held, arrived, sent);
   return {};
 }
 
@@ -28,10 +28,16 @@ Status HostPlan::LookAtArrived(ArrivedSnapshots& arrived) {
   Status status = FindRecorded(recorded);
   arrived.recorded_id = recorded.snap_id;
   arrived.recorded_time = recorded.create_time;
-  if (status.IsOk()) status = ListReplicaSnapshots(snapshots);
+  const std::string& inHand = GetRow().hand_snap_id;
+  if (status.IsOk()) status = SelectReplicaSnapshots({recorded.snap_id, inHand}, snapshots);
   if (!status.IsOk()) return status;
-  arrived = SnapshotHistory::WhatArrived(recorded, GetRow().hand_snap_id, snapshots);
-  return {};
+  arrived = SnapshotHistory::WhatArrived(recorded, inHand, snapshots);
+  if (!arrived.is_gone) return {};
+  // Then the older ones count, too.
+  snapshots.clear();
+  status = ListReplicaSnapshots(snapshots);
+  if (status.IsOk()) arrived = SnapshotHistory::WhatArrived(recorded, inHand, snapshots);
+  return status;
 }
 
 bool ArrivedReporter::Read(ArrivedSnapshots& arrived) const {

@@ -1,5 +1,6 @@
 #include "base/boundary.h"
 #include "plan/host_plan.h"
+#include "plan/some_snapshots.h"
 #include "vreldr/report.h"
 #include "vreldr/snapshot_history.h"
 
@@ -18,22 +19,24 @@ Json::Value SnapshotsJson(const std::vector<std::string>& snapIds) {
 
 Status ReadPending(const HostPlan& plan, Json::Value& json) {
   std::vector<std::string> snapIds;
-  std::vector<SnapshotRow> rows;
+  std::vector<Snapshot> recorded;
   Status status = plan.Records().ListPending(plan.Get().GetPlanId(), snapIds);
-  if (status.IsOk())
-    status = plan.GetStore().ListSnapshotsOfAnyState(plan.Get().GetSourceTargetId(), rows);
-  SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
+  if (status.IsOk()) {
+    status = SelectRecorded(plan.GetStore(), plan.Get().GetSourceTargetId(), snapIds, recorded);
+  }
+  SnapshotHistory::SortByAge(std::move(recorded), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
 }
 
 Status ReadLocks(const HostPlan& plan, Json::Value& json) {
   std::vector<std::string> snapIds;
-  std::vector<SnapshotRow> rows;
+  std::vector<Snapshot> recorded;
   Status status = plan.ListHeld(snapIds);
-  if (status.IsOk())
-    status = plan.GetStore().ListSnapshotsOfAnyState(plan.Get().GetReplicaTargetId(), rows);
-  SnapshotHistory::SortByAge(SnapshotsOf(rows), snapIds);
+  if (status.IsOk()) {
+    status = SelectRecorded(plan.GetStore(), plan.Get().GetReplicaTargetId(), snapIds, recorded);
+  }
+  SnapshotHistory::SortByAge(std::move(recorded), snapIds);
   json = SnapshotsJson(snapIds);
   return status;
 }
@@ -117,11 +120,11 @@ bool Reporter::ReadReport(Report& report) const {
 
 bool PendingSnapReporter::Add(const Snapshot& snapshot) const {
   return ChangePending(*this, plan_id_, snapshot, [&](const HostPlan& plan) -> Status {
-    std::vector<SnapshotRow> rows;
+    std::optional<SnapshotRow> row;
     const std::string& source = plan.Get().GetSourceTargetId();
-    Status status = plan.GetStore().ListSnapshots(source, rows);
+    Status status = plan.GetStore().GetSnapshot(source, snapshot.snap_id, row);
     if (!status.IsOk()) return status;
-    if (SnapshotHistory::Find(SnapshotsOf(rows), snapshot.snap_id) == nullptr) {
+    if (!row) {
       return {kErrSnapshotMissing, "target " + Quoted(source) + " has no snapshot " +
                                        Quoted(snapshot.snap_id) + "; list its snapshots"};
     }

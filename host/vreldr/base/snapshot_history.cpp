@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string_view>
+#include <unordered_map>
+#include <unordered_set>
 
 namespace VrelDR::SnapshotHistory {
 
@@ -14,8 +17,14 @@ SnapshotList::const_iterator Place(const SnapshotList& snapshots, const std::str
                       [&](const Snapshot& each) { return each.snap_id == snapId; });
 }
 
-bool Has(const std::vector<std::string>& snapIds, const std::string& snapId) {
-  return std::find(snapIds.begin(), snapIds.end(), snapId) != snapIds.end();
+// Identifiers to look up, which their lists own.
+using Ids = std::unordered_set<std::string_view>;
+
+Ids IdsOf(const SnapshotList& snapshots) {
+  Ids ids;
+  ids.reserve(snapshots.size());
+  for (const Snapshot& each : snapshots) ids.insert(each.snap_id);
+  return ids;
 }
 
 }  // namespace
@@ -27,9 +36,10 @@ const Snapshot* Find(const SnapshotList& snapshots, const std::string& snapId) {
 
 std::string NewestCommon(const SnapshotList& one, const SnapshotList& other,
                          const std::string& before) {
+  const Ids others = IdsOf(other);
   const auto found =
       std::find_if(std::make_reverse_iterator(Place(one, before)), one.rend(),
-                   [&](const Snapshot& each) { return Find(other, each.snap_id) != nullptr; });
+                   [&](const Snapshot& each) { return others.count(each.snap_id) != 0; });
   return found == one.rend() ? std::string() : found->snap_id;
 }
 
@@ -48,8 +58,9 @@ Snapshot NewestHeld(const std::vector<std::string>& held, const SnapshotList& he
 
 bool IsNewest(const Snapshot& snapshot, const SnapshotList& snapshots,
               const std::vector<std::string>& held) {
+  const Ids ids(held.begin(), held.end());
   return std::none_of(snapshots.begin(), snapshots.end(), [&](const Snapshot& each) {
-    return each > snapshot && Has(held, each.snap_id);
+    return each > snapshot && ids.count(each.snap_id) != 0;
   });
 }
 
@@ -80,19 +91,26 @@ std::vector<std::string> NewerThan(const SnapshotList& snapshots, const std::str
 
 std::vector<std::string> StillToSend(const std::vector<std::string>& waiting,
                                      const SnapshotList& source, const SnapshotList& replica) {
+  const Ids waits(waiting.begin(), waiting.end());
+  const Ids arrived = IdsOf(replica);
   std::vector<std::string> still;
   for (const Snapshot& each : source) {
-    const bool isWaiting = Has(waiting, each.snap_id);
-    if (isWaiting && Find(replica, each.snap_id) == nullptr) still.push_back(each.snap_id);
+    const bool isWaiting = waits.count(each.snap_id) != 0;
+    if (isWaiting && arrived.count(each.snap_id) == 0) still.push_back(each.snap_id);
   }
   return still;
 }
 
 void SortByAge(SnapshotList snapshots, std::vector<std::string>& snapIds) {
   std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
-  std::stable_sort(snapIds.begin(), snapIds.end(), [&](const auto& a, const auto& b) {
-    return Place(snapshots, a) < Place(snapshots, b);
-  });
+  std::unordered_map<std::string_view, std::size_t> places;
+  for (const Snapshot& each : snapshots) places.emplace(each.snap_id, places.size());
+  const auto place = [&](const std::string& id) {
+    const auto found = places.find(id);
+    return found == places.end() ? places.size() : found->second;
+  };
+  std::stable_sort(snapIds.begin(), snapIds.end(),
+                   [&](const auto& a, const auto& b) { return place(a) < place(b); });
 }
 
 SnapshotList Leftovers(const SnapshotList& snapshots, const std::string& description,

@@ -109,9 +109,8 @@ std::string Describe(HostPlan& plan, const std::string& targetId) {
 Status HasSnapshot(HostPlan& plan, const std::string& snapId) {
   std::vector<Snapshot> snapshots;
   const DRPlan& record = plan.Get();
-  Status status = plan.ListReplicaSnapshots(snapshots);
-  if (!status.IsOk()) return status;
-  if (SnapshotHistory::Find(snapshots, snapId) != nullptr) return {};
+  Status status = plan.SelectReplicaSnapshots({snapId}, snapshots);
+  if (!status.IsOk() || !snapshots.empty()) return status;
   ArrivedSnapshots arrived;
   if (snapId.empty()) status = plan.LookAtArrived(arrived);
   if (!status.IsOk()) return status;

@@ -2,10 +2,11 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <ctime>
-#include <set>
 
 #include "plan/plan_text.h"
+#include "plan/some_snapshots.h"
 #include "target/target_snapshot.h"
 #include "target/target_users.h"
 #include "vreldr/snapshot_history.h"
@@ -171,6 +172,19 @@ Status HostPlan::OpenToTake(const std::string& targetId, HostTarget& target,
   return InContext(SideOf(Get(), targetId), target.OpenToTake(targetId, patience));
 }
 
+Status HostPlan::SelectReplicaSnapshots(const std::vector<std::string>& snapIds,
+                                        std::vector<Snapshot>& snapshots) {
+  HostTarget replica(*host_);
+  Status status = replica.OpenToRead(Get().GetReplicaTargetId());
+  if (status.IsOk()) status = SelectPresent(replica, snapIds, snapshots);
+  Snapshot arrived;
+  if (status.IsOk() && std::ranges::find(snapIds, row_.hand_snap_id) != snapIds.end() &&
+      FindArrived(arrived).IsOk() && !arrived.snap_id.empty()) {
+    snapshots.push_back(std::move(arrived));
+  }
+  return status;
+}
+
 Status HostPlan::ListReplicaSnapshots(std::vector<Snapshot>& snapshots) {
   HostTarget replica(*host_);
   Status status = replica.OpenToRead(Get().GetReplicaTargetId());
@@ -285,23 +299,20 @@ Status HostPlan::Attach() {
 Status HostPlan::FindArrived(Snapshot& snapshot) {
   if (row_.hand_snap_id.empty()) return {};
   HostTarget replica(*host_);
-  std::set<std::string> existing;
-  std::vector<SnapshotRow> recorded;
-  std::vector<SnapshotRow> sent;
+  bool isThere = false;
+  std::optional<SnapshotRow> recorded;
+  std::optional<SnapshotRow> sent;
   Status status = replica.OpenToRead(Get().GetReplicaTargetId());
+  if (status.IsOk()) status = HasBytes(replica, row_.hand_snap_id, isThere);
   if (status.IsOk()) {
-    status = replica.GetEngine().ListSnapshots(replica.GetPlace(), existing, host_->watcher);
+    status =
+        GetStore().GetSnapshotOfAnyState(Get().GetReplicaTargetId(), row_.hand_snap_id, recorded);
   }
-  if (status.IsOk())
-    status = GetStore().ListSnapshotsOfAnyState(Get().GetReplicaTargetId(), recorded);
-  if (status.IsOk()) status = GetStore().ListSnapshots(Get().GetSourceTargetId(), sent);
-  if (!status.IsOk() || existing.count(row_.hand_snap_id) == 0 ||
-      SnapshotHistory::Find(SnapshotsOf(recorded), row_.hand_snap_id) != nullptr) {
-    return status;
+  if (status.IsOk()) {
+    status = GetStore().GetSnapshot(Get().GetSourceTargetId(), row_.hand_snap_id, sent);
   }
-  const std::vector<Snapshot> whole = SnapshotsOf(sent);
-  if (const Snapshot* found = SnapshotHistory::Find(whole, row_.hand_snap_id)) snapshot = *found;
-  return {};
+  if (status.IsOk() && isThere && !recorded && sent) snapshot = std::move(sent->snapshot);
+  return status;
 }
 
 Status HostPlan::AdoptArrived() {
@@ -331,7 +342,7 @@ Status IsNewest(const HostPlan& plan, const HostTarget& replica, const Snapshot&
   std::vector<std::string> held;
   std::vector<Snapshot> snapshots;
   Status status = plan.ListHeld(held);
-  if (status.IsOk()) status = replica.ListSnapshots(snapshots);
+  if (status.IsOk()) status = SelectPresent(replica, held, snapshots);
   newest = SnapshotHistory::IsNewest(snapshot, snapshots, held);
   return status;
 }

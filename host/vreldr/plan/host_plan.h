@@ -89,7 +89,10 @@ class HostPlan {
   // The plans, this one among them, whose snapshot in hand has found no room, and whose replica is
   // on the same volume as this one's: what has arrived of theirs takes the room of each other.
   Status ListShortOfRoom(std::vector<PlanRow>& plans) const;
-  // The replica's snapshots, oldest first, with one that has arrived and is not recorded yet.
+  // The replica's snapshots, oldest first, with one that has arrived and is not recorded yet; all
+  // of them, or those of some identifiers.
+  Status SelectReplicaSnapshots(const std::vector<std::string>& snapIds,
+                                std::vector<Operation::Snapshot>& snapshots);
   Status ListReplicaSnapshots(std::vector<Operation::Snapshot>& snapshots);
 
  private:

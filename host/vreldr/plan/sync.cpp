@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "base/kill_point.h"
+#include "plan/some_snapshots.h"
 #include "target/target_snapshot.h"
 #include "vreldr/snapshot_history.h"
 
@@ -140,9 +141,9 @@ Status PlanSyncer::SendPending() {
   std::vector<Snapshot> sent;
   std::vector<Snapshot> arrived;
   status = source.OpenToRead(plan_.Get().GetSourceTargetId());
-  if (status.IsOk()) status = source.ListSnapshots(sent);
+  if (status.IsOk()) status = SelectPresent(source, listed, sent);
   if (status.IsOk()) status = replica.OpenToRead(plan_.Get().GetReplicaTargetId());
-  if (status.IsOk()) status = replica.ListSnapshots(arrived);
+  if (status.IsOk()) status = SelectPresent(replica, listed, arrived);
   const std::vector<std::string> still = SnapshotHistory::StillToSend(listed, sent, arrived);
   for (const std::string& each : listed) {
     if (!status.IsOk()) return status;
@@ -197,45 +198,45 @@ Status PlanSyncer::TakeNew(Cuts cuts, std::string& snapId) {
 }
 
 Status PlanSyncer::ClearWay(const std::string& snapId, HostTarget& replica, std::string& base) {
-  std::vector<Snapshot> arrived;
-  std::vector<SnapshotRow> recorded;
-  Status status =
-      plan_.OpenToWrite(plan_.Get().GetReplicaTargetId(), replica, {kMostWaiting, this});
-  if (status.IsOk()) status = replica.ListSnapshots(arrived);
-  if (status.IsOk()) {
-    status = plan_.GetStore().ListSnapshotsOfAnyState(replica.GetTarget().GetId(), recorded);
-  }
+  const std::string& replicaId = plan_.Get().GetReplicaTargetId();
+  bool isThere = false;
+  std::optional<SnapshotRow> recorded;
+  Status status = plan_.OpenToWrite(replicaId, replica, {kMostWaiting, this});
+  if (status.IsOk()) status = HasBytes(replica, snapId, isThere);
+  if (status.IsOk()) status = plan_.GetStore().GetSnapshotOfAnyState(replicaId, snapId, recorded);
   // The record of one whose bytes had gone would let others find, and delete, what arrives.
-  for (const SnapshotRow& each : recorded) {
-    if (!status.IsOk() || each.snapshot.snap_id != snapId) continue;
-    if (SnapshotHistory::Find(arrived, snapId) != nullptr) continue;
-    status = plan_.GetStore().RemoveSnapshot(each.snapshot);
+  if (status.IsOk() && recorded && (!isThere || recorded->state != RecordState::kWhole)) {
+    status = plan_.GetStore().RemoveSnapshot(recorded->snapshot);
   }
   if (!status.IsOk()) return status;
   // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.
   (void)plan_.DropShipments(replica, snapId);
-  return param_.is_full ? status : HoldBase(arrived, base);
+  return param_.is_full ? status : HoldBase(replica, base);
 }
 
-Status PlanSyncer::HoldBase(const std::vector<Snapshot>& arrived, std::string& base) {
+Status PlanSyncer::HoldBase(const HostTarget& replica, std::string& base) {
   const std::string& sourceId = plan_.Get().GetSourceTargetId();
   HostTarget source(plan_.GetHost());
   std::vector<Snapshot> sent;
+  std::vector<Snapshot> arrived;
   std::vector<std::string> held;
   Status status = source.OpenToRead(sourceId);
-  if (status.IsOk()) status = source.ListSnapshots(sent);
   if (status.IsOk()) status = plan_.ListHeld(held);
+  if (status.IsOk()) status = SelectPresent(source, held, sent);
+  if (status.IsOk()) status = SelectPresent(replica, held, arrived);
   if (!status.IsOk()) return status;
   base = SnapshotHistory::NewestCommon(sent, arrived);
-  const auto isHeld = [&] { return std::ranges::find(held, base) != held.end(); };
-  if (base.empty() || isHeld()) return {};
+  if (!base.empty()) return {};
   // Another one than the last that has arrived, as that has gone: somebody may be deleting it.
   HostTarget claimed(plan_.GetHost());
   sent.clear();
+  arrived.clear();
+  status = replica.ListSnapshots(arrived);
+  if (!status.IsOk() || arrived.empty()) return status;
   status = plan_.OpenToTake(sourceId, claimed, {kMostWaiting, this});
   if (status.IsOk()) status = claimed.ListSnapshots(sent);
   base = SnapshotHistory::NewestCommon(sent, arrived);
-  if (!status.IsOk() || base.empty() || isHeld()) return status;
+  if (!status.IsOk() || base.empty()) return status;
   return plan_.Records().MoveLock(plan_.Get(), {}, base);
 }
 

@@ -57,7 +57,7 @@ class PlanSyncer : public Watcher {
   // none.
   Status ClearWay(const std::string& snapId, HostTarget& replica, std::string& base);
   // The second half, of a replica that has these snapshots.
-  Status HoldBase(const std::vector<Operation::Snapshot>& arrived, std::string& base);
+  Status HoldBase(const HostTarget& replica, std::string& base);
   // Sends the snapshot in hand.
   Status Send(const std::string& snapId);
 
