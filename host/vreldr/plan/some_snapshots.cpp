@@ -1,8 +1,7 @@
 #include "plan/some_snapshots.h"
 
 #include <algorithm>
-
-#include "target/target_snapshot.h"
+#include <optional>
 
 namespace VrelDR {
 
@@ -31,10 +30,10 @@ Status SelectRecorded(const Store& store, const std::string& targetId,
 Status SelectPresent(const HostTarget& opened, const std::vector<std::string>& snapIds,
                      std::vector<Snapshot>& found) {
   for (const std::string& each : snapIds) {
-    Snapshot snapshot;
-    Status status = FindSnapshot(opened, each, snapshot);
-    if (status.IsOk()) found.push_back(std::move(snapshot));
-    if (!status.IsOk() && status.code != kErrSnapshotMissing) return status;
+    std::optional<Snapshot> snapshot;
+    Status status = opened.GetSnapshot(each, snapshot);
+    if (!status.IsOk()) return status;
+    if (snapshot) found.push_back(*std::move(snapshot));
   }
   SortOldestFirst(found);
   return {};
