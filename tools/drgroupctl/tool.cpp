@@ -18,15 +18,16 @@ std::unique_ptr<Formatter> MakeFormatter(bool json) {
   return json ? MakeJsonFormatter() : MakeTableFormatter();
 }
 
-void Run(const std::vector<std::string>& words, Warnings& warnings) {
+int Run(const std::vector<std::string>& words, Warnings& warnings) {
   const Command command = ParseCommandLine(words);
   if (command.verb == nullptr) {
     PrintOut(WantsJson(words) ? FormatDocument(command.document) : command.text);
-    return;
+    return static_cast<int>(ExitCode::kDone);
   }
   const VrelDR::Session session;
   const Report report = command.verb->run(command.arguments, warnings);
   PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, warnings.Printed()));
+  return report.GetExitCode();
 }
 
 int Tell(const Failure& failure, const std::vector<std::string>& words, const Warnings& warnings) {
@@ -44,8 +45,7 @@ int RunTool(const std::vector<std::string>& words) {
   Warnings warnings;
   try {
     try {
-      Run(words, warnings);
-      return static_cast<int>(ExitCode::kDone);
+      return Run(words, warnings);
     } catch (const Failure& failure) {
       return Tell(failure, words, warnings);
     }

@@ -48,10 +48,15 @@ class Report {
     parts_.push_back({Part::Kind::kText, {}, Json::Value(text), {}});
   }
 
+  // What the tool ends with in place of 0: for verbs whose answer is their exit code.
+  void SetExitCode(int code) { exit_code_ = code; }
+  int GetExitCode() const { return exit_code_; }
+
   const std::vector<Part>& Parts() const { return parts_; }
 
  private:
   std::vector<Part> parts_;
+  int exit_code_ = 0;
 };
 
 }  // namespace drgroupctl

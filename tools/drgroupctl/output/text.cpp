@@ -173,6 +173,32 @@ bool ParseBytes(const std::string& text, std::uint64_t& bytes) {
   return true;
 }
 
+bool ParseDuration(const std::string& text, std::int64_t& seconds) {
+  std::uint32_t number = 0;
+  const char* end = text.data() + text.size();
+  const auto [rest, error] = std::from_chars(text.data(), end, number);
+  if (error != std::errc() || end - rest > 1) return false;
+  switch (rest == end ? 's' : *rest) {
+    case 's':
+      seconds = number;
+      return true;
+    case 'm':
+      seconds = std::int64_t{number} * 60;
+      return true;
+    case 'h':
+      seconds = std::int64_t{number} * 3600;
+      return true;
+    case 'd':
+      seconds = std::int64_t{number} * 86400;
+      return true;
+    case 'w':
+      seconds = std::int64_t{number} * 7 * 86400;
+      return true;
+    default:
+      return false;
+  }
+}
+
 std::string Count(std::uint64_t number, const std::string& thing) {
   return std::to_string(number) + ' ' + thing + (number == 1 ? "" : "s");
 }

@@ -41,6 +41,10 @@ std::string CutToWidth(const std::string& text, std::size_t width);
 // Reads N, NK, NM, NG or NT (powers of 1024). False when it is something else or does not fit.
 bool ParseBytes(const std::string& text, std::uint64_t& bytes);
 
+// Reads N or Ns, Nm, Nh, Nd or Nw as a number of seconds. False when it is something else or does
+// not fit.
+bool ParseDuration(const std::string& text, std::int64_t& seconds);
+
 // "1 snapshot", "2 snapshots".
 std::string Count(std::uint64_t number, const std::string& thing);
 

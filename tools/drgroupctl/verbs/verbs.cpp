@@ -4,15 +4,21 @@ namespace drgroupctl {
 
 const std::vector<Verb>& Verbs() {
   static const std::vector<Verb> verbs = {
-      HostInit(),        VolumeInit(),       VolumeList(),     TargetCreate(),   TargetImport(),
-      TargetList(),      TargetRemove(),     TargetPrune(),    GroupCreate(),    GroupList(),
-      GroupShow(),       GroupQuiesce(),     GroupRename(),    GroupRelink(),    GroupUpgrade(),
-      GroupDelete(),     SnapshotCreate(),   SnapshotList(),   SnapshotShow(),   SnapshotEdit(),
-      SnapshotRestore(), SnapshotClone(),    SnapshotDelete(), SnapshotRepair(), SnapshotShip(),
-      SnapshotSync(),    SnapshotPrune(),    Protect(),        Sync(),           Stop(),
-      Status(),          Switchover(),       Failover(),       Reprotect(),      Edit(),
-      Unprotect(),       PlanList(),         PlanShow(),       PlanDelete(),     PlanPromote(),
-      PlanDropArrived(), PlanDropShipment(), ActionRun(),
+      HostInit(),         VolumeInit(),     VolumeList(),
+      TargetCreate(),     TargetImport(),   TargetList(),
+      TargetRemove(),     TargetPrune(),    GroupCreate(),
+      GroupList(),        GroupShow(),      GroupQuiesce(),
+      GroupRename(),      GroupRelink(),    GroupUpgrade(),
+      GroupDelete(),      SnapshotCreate(), SnapshotList(),
+      SnapshotShow(),     SnapshotEdit(),   SnapshotRestore(),
+      SnapshotClone(),    SnapshotDelete(), SnapshotRepair(),
+      SnapshotShip(),     SnapshotSync(),   SnapshotPrune(),
+      Protect(),          Sync(),           Stop(),
+      Status(),           Metrics(),        Switchover(),
+      Failover(),         Reprotect(),      Edit(),
+      Unprotect(),        PlanList(),       PlanShow(),
+      PlanDelete(),       PlanPromote(),    PlanDropArrived(),
+      PlanDropShipment(), ActionRun(),
   };
   return verbs;
 }

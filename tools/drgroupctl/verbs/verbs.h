@@ -38,6 +38,7 @@ Verb Protect();
 Verb Sync();
 Verb Stop();
 Verb Status();
+Verb Metrics();
 Verb Switchover();
 Verb Failover();
 Verb Reprotect();
