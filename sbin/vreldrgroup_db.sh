@@ -21,7 +21,7 @@ set -u
 # The schema versions, oldest first. Version N is laid down on top of version N-1 by schema_N.sql
 # in the folder vreldrgroup_db beside this script; the last one is the current version. Comments
 # in those files are /* */, because a file is run as one line of SQL.
-versions='1 2'
+versions='1 2 3'
 tables='gsnap_meta, target_snap_list, target_replica_list'
 
 fail() {

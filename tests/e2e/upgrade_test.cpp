@@ -19,9 +19,11 @@ class UpgradeTest : public ToolTest {
     for (const char* group : {"g", "h"}) {
       RunWell({"group", "create", group, "--target", "share"});
       RunWell({"snapshot", "create", group});
-      // As the schema before the current one has it.
-      RunSql(DatabaseOf(group), "ALTER TABLE gsnap_meta DROP COLUMN minor_id");
-      RunSql(DatabaseOf(group), "UPDATE vreldrcore_db_info SET value = 1 WHERE key = 'version'");
+      // As the first schema has it.
+      RunSql(DatabaseOf(group),
+             "DROP INDEX gsnap_meta_gsnap_time; DROP INDEX target_snap_list_tsnap_id; "
+             "ALTER TABLE gsnap_meta DROP COLUMN minor_id; "
+             "UPDATE vreldrcore_db_info SET value = 1 WHERE key = 'version'");
     }
   }
   // Fails unless every row has the new column's default.
@@ -30,7 +32,9 @@ class UpgradeTest : public ToolTest {
            "CREATE TEMP TABLE checked (ok CHECK (ok)); "
            "INSERT INTO checked SELECT minor_id = 1 FROM gsnap_meta; "
            "INSERT INTO checked SELECT count(*) > 0 FROM gsnap_meta; "
-           "INSERT INTO checked SELECT value = 2 FROM vreldrcore_db_info WHERE key = 'version'");
+           "INSERT INTO checked SELECT value = 3 FROM vreldrcore_db_info WHERE key = 'version'; "
+           "INSERT INTO checked SELECT count(*) = 2 FROM sqlite_master WHERE type = 'index' "
+           "AND name IN ('gsnap_meta_gsnap_time', 'target_snap_list_tsnap_id')");
   }
 };
 

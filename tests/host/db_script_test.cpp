@@ -57,6 +57,20 @@ class Database {
     return rows;
   }
 
+  // How SQLite answers a statement, a line for each table.
+  std::string PlanOf(const std::string& sql) const {
+    sqlite3_stmt* prepared = nullptr;
+    EXPECT_EQ(SQLITE_OK, sqlite3_prepare_v2(db_.get(), ("EXPLAIN QUERY PLAN " + sql).c_str(), -1,
+                                            &prepared, nullptr))
+        << sql;
+    std::string plan;
+    while (sqlite3_step(prepared) == SQLITE_ROW) {
+      plan += reinterpret_cast<const char*>(sqlite3_column_text(prepared, 3)) + std::string("\n");
+    }
+    sqlite3_finalize(prepared);
+    return plan;
+  }
+
   int Try(const std::string& sql) const {
     return sqlite3_exec(db_.get(), sql.c_str(), nullptr, nullptr, nullptr);
   }
@@ -76,9 +90,10 @@ std::string SchemaOf(const fs::path& file) {
              "sqlite_master m, pragma_table_info(m.name) c WHERE m.type = 'table' "
              "ORDER BY m.name, c.cid") +
          db.Query(
-             "SELECT m.name, i.\"unique\", i.origin, i.partial, c.name FROM sqlite_master m, "
-             "pragma_index_list(m.name) i, pragma_index_info(i.name) c WHERE m.type = 'table' "
-             "ORDER BY m.name, i.name, c.seqno") +
+             "SELECT m.name, i.\"unique\", i.origin, i.partial, c.name, c.desc FROM sqlite_master "
+             "m, "
+             "pragma_index_list(m.name) i, pragma_index_xinfo(i.name) c WHERE m.type = 'table' "
+             "AND c.key ORDER BY m.name, i.name, c.seqno") +
          db.Query("SELECT key, value FROM vreldrcore_db_info");
 }
 
@@ -173,6 +188,14 @@ class DbScript : public testing::Test {
              "COMMIT;");
   }
 
+  // The same of version 2.
+  void MakeVersion2(int rows) const {
+    MakeVersion1(rows);
+    Database(File()).Query("BEGIN;" +
+                           ReadFile(script_.parent_path() / "vreldrgroup_db/schema_2.sql") +
+                           "UPDATE vreldrcore_db_info SET value = 2; COMMIT");
+  }
+
   // All rows of the columns of version 1, each value as SQL would write it.
   std::string Rows() const {
     const Database db(File());
@@ -244,11 +267,13 @@ TEST_F(DbScript, CreatesAMissingDatabaseWithItsTablesIndexesAndVersion) {
       "target_snap_list|3|gsnap_id|TEXT|0|NULL|0\n"
       "vreldrcore_db_info|0|key|TEXT|0|NULL|1\n"
       "vreldrcore_db_info|1|value||0|NULL|0\n"
-      "gsnap_meta|1|c|0|gsnap_id\n"
-      "target_replica_list|0|c|0|gsnap_id\n"
-      "target_snap_list|0|c|0|gsnap_id\n"
-      "vreldrcore_db_info|1|pk|0|key\n"
-      "version|2\n",
+      "gsnap_meta|1|c|0|gsnap_id|0\n"
+      "gsnap_meta|0|c|0|gsnap_time|1\n"
+      "target_replica_list|0|c|0|gsnap_id|0\n"
+      "target_snap_list|0|c|0|gsnap_id|0\n"
+      "target_snap_list|0|c|0|tsnap_id|0\n"
+      "vreldrcore_db_info|1|pk|0|key|0\n"
+      "version|3\n",
       SchemaOf(File()));
   EXPECT_EQ(Args{"drgroup.db"}, Entries(dir_));
 }
@@ -282,6 +307,52 @@ TEST_F(DbScript, UpgradesVersion1InPlaceToTheSchemaOfAFreshDatabaseAndKeepsEvery
   EXPECT_EQ("1000\n", Database(File()).Query("SELECT count(*) FROM gsnap_meta WHERE minor_id IS "
                                              "NULL"));
   EXPECT_EQ(Args{"drgroup.db"}, Entries(dir_));
+}
+
+TEST_F(DbScript, UpgradesVersion2InPlaceAndKeepsEveryRowWithItsMinorIdentifier) {
+  MakeVersion2(1000);
+  Database(File()).Query("UPDATE gsnap_meta SET minor_id = rowid % 7");
+  const std::string rows = Rows();
+  ExpectSuccess(Repair());
+  EXPECT_EQ(FreshSchema(), SchemaOf(File()));
+  EXPECT_EQ(rows, Rows());
+  EXPECT_EQ("1000\n",
+            Database(File()).Query("SELECT count(*) FROM gsnap_meta WHERE minor_id = rowid % 7"));
+  EXPECT_EQ(Args{"drgroup.db"}, Entries(dir_));
+}
+
+TEST_F(DbScript, WhatIsAskedAboutOneSnapshotOrTheLatestIsFoundByAnIndex) {
+  MakeVersion2(1000);
+  const std::pair<const char*, const char*> questions[] = {
+      {"DELETE FROM target_snap_list WHERE tsnap_id = 's1'",
+       "SEARCH target_snap_list USING INDEX target_snap_list_tsnap_id (tsnap_id=?)"},
+      {"SELECT * FROM target_snap_list WHERE gsnap_id = 'g1'",
+       "SEARCH target_snap_list USING INDEX target_snap_list_gsnap_id (gsnap_id=?)"},
+      {"SELECT * FROM gsnap_meta WHERE tag = 'g' ORDER BY gsnap_time DESC LIMIT 1",
+       "SCAN gsnap_meta USING INDEX gsnap_meta_gsnap_time"},
+      // In the order in which they were recorded.
+      {"SELECT * FROM gsnap_meta WHERE tag = 'g'", "SCAN gsnap_meta"}};
+  // Whether anybody has had the statistics taken makes no difference.
+  for (const bool isAnalyzed : {false, true}) {
+    ExpectSuccess(Repair());
+    const Database db(File());
+    if (isAnalyzed) db.Query("ANALYZE");
+    for (const auto& [question, plan] : questions) {
+      EXPECT_EQ(std::string(plan) + "\n", db.PlanOf(question));
+    }
+  }
+}
+
+TEST_F(DbScript, OfGroupSnapshotsOfOneTimeTheFirstIsTheLatestWithTheIndexAndWithout) {
+  MakeVersion2(0);
+  Database(File()).Query(
+      "INSERT INTO gsnap_meta (gsnap_id, tag, gsnap_time) VALUES"
+      " ('a', 'g', 1), ('b', 'g', 5), ('c', 'g', 5), ('d', 'h', 9), ('e', 'g', NULL)");
+  const std::string latest =
+      "SELECT gsnap_id FROM gsnap_meta WHERE tag = 'g' ORDER BY gsnap_time DESC LIMIT 1";
+  EXPECT_EQ("b\n", Database(File()).Query(latest));
+  ExpectSuccess(Repair());
+  EXPECT_EQ("b\n", Database(File()).Query(latest));
 }
 
 TEST_F(DbScript, TakesOverTheThreeTablesThatRecordNoVersion) {
@@ -337,7 +408,7 @@ TEST_F(DbScript, LeavesTheJournalThatAWriterKeeps) {
 
 TEST_F(DbScript, ReadsAVersionThatIsStoredAsText) {
   ExpectSuccess(Repair());
-  Database(File()).Query("UPDATE vreldrcore_db_info SET value = '2'");
+  Database(File()).Query("UPDATE vreldrcore_db_info SET value = '3'");
   const std::string before = ReadFile(File());
   ExpectSuccess(Repair());
   EXPECT_TRUE(before == ReadFile(File()));
@@ -519,13 +590,13 @@ TEST_F(DbScript, RefusesATruncatedDatabase) {
 
 TEST_F(DbScript, RefusesAVersionThatItDoesNotKnow) {
   ExpectSuccess(Repair());
-  for (const char* version : {"3", "4000000000", "0", "-1", "'x\n.shell touch pwned'"}) {
+  for (const char* version : {"4", "4000000000", "0", "-1", "'x\n.shell touch pwned'"}) {
     Database(File()).Query("UPDATE vreldrcore_db_info SET value = " + std::string(version));
-    ExpectRefusal({File(), "schema version ", "knows only 1 to 2"});
+    ExpectRefusal({File(), "schema version ", "knows only 1 to 3"});
   }
   EXPECT_FALSE(fs::exists(script_.parent_path() / "vreldrgroup_db/pwned"));
-  Database(File()).Query("UPDATE vreldrcore_db_info SET value = 3");
-  ExpectRefusal({"has schema version 3,"});
+  Database(File()).Query("UPDATE vreldrcore_db_info SET value = 4");
+  ExpectRefusal({"has schema version 4,"});
 }
 
 TEST_F(DbScript, RefusesADatabaseThatHasLostATable) {
@@ -557,7 +628,7 @@ TEST_F(DbScript, RefusesToRunWithoutSqlite3) {
 TEST_F(DbScript, RefusesToRunWithoutItsSql) {
   MakeVersion1(1);
   const fs::path sql = CopyScript();
-  for (const char* name : {"schema_2.sql", "schema_1.sql", "explain.sh"}) {
+  for (const char* name : {"schema_3.sql", "schema_2.sql", "schema_1.sql", "explain.sh"}) {
     fs::rename(sql / name, sql / "away");
     ExpectRefusal({sql, "install the package again"});
     fs::rename(sql / "away", sql / name);
@@ -569,11 +640,14 @@ TEST_F(DbScript, RefusesToRunWithoutItsSql) {
 TEST_F(DbScript, KeepsTheOldSchemaWhenAStepFailsInTheMiddle) {
   MakeVersion1(10);
   const fs::path sql = CopyScript();
-  const std::string step = ReadFile(sql / "schema_2.sql");
-  WriteFile(sql / "schema_2.sql", step + "INSERT INTO nowhere VALUES (1);\nSELECT 1;\n");
-  ExpectRefusal({File(), "has no table nowhere"});
-  WriteFile(sql / "schema_2.sql", step + "-- this comment hides the COMMIT\n");
-  ExpectRefusal({File(), "cannot be repaired"});
+  for (const char* name : {"schema_2.sql", "schema_3.sql"}) {
+    const std::string step = ReadFile(sql / name);
+    WriteFile(sql / name, step + "INSERT INTO nowhere VALUES (1);\nSELECT 1;\n");
+    ExpectRefusal({File(), "has no table nowhere"});
+    WriteFile(sql / name, step + "-- this comment hides the COMMIT\n");
+    ExpectRefusal({File(), "cannot be repaired"});
+    WriteFile(sql / name, step);
+  }
 }
 
 TEST_F(DbScript, RefusesAFileSystemThatIsReadOnly) {
@@ -600,6 +674,21 @@ TEST_F(DbScript, LeavesTheOldSchemaWhenTheDiskIsFullAndGoesOnWhenThereIsRoom) {
     EXPECT_EQ(FreshSchema(), SchemaOf(File()));
     fs::remove_all(top_ / "fresh");
   }
+}
+
+TEST_F(DbScript, LeavesTheOldSchemaWhenAnIndexDoesNotFitOnTheDisk) {
+  if (!MountSmallDisk(2048)) GTEST_SKIP() << "needs root or user namespaces, to mount a small disk";
+  MakeVersion2(8000);
+  const std::string before = ReadFile(File());
+  // A journal fits, and some of the index.
+  const auto room = fs::space(dir_).available - 64 * 1024;
+  WriteFile(dir_ / "filler", std::string(room, 'x'));
+  ExpectFailure(Repair(), 1, {File(), "does not fit on its file system", "free space"});
+  EXPECT_TRUE(before == ReadFile(File()));
+  EXPECT_EQ((Args{"drgroup.db", "filler"}), Entries(dir_));
+  fs::remove(dir_ / "filler");
+  ExpectSuccess(Repair());
+  EXPECT_EQ(FreshSchema(), SchemaOf(File()));
 }
 
 // ---- Locks, and several at once
@@ -632,8 +721,9 @@ TEST_F(DbScript, WaitsForALockThatIsReleasedInTime) {
     });
     ExpectSuccess(trace.outcome);
     EXPECT_LE(3, naps);
-    EXPECT_EQ("2\n", holder.Query("SELECT value FROM vreldrcore_db_info"));
+    EXPECT_EQ("3\n", holder.Query("SELECT value FROM vreldrcore_db_info"));
     holder.Query(
+        "DROP INDEX gsnap_meta_gsnap_time; DROP INDEX target_snap_list_tsnap_id;"
         "ALTER TABLE gsnap_meta DROP COLUMN minor_id;"
         "UPDATE vreldrcore_db_info SET value = 1");
   }
@@ -675,9 +765,12 @@ TEST_F(DbScript, MayRunManyTimesAtOnce) {
 
 // ---- Being killed
 
-TEST_F(DbScript, LeavesTheOldSchemaOrTheNewOneWhereverItIsKilled) {
+class KilledDbScript : public DbScript, public testing::WithParamInterface<int> {};
+INSTANTIATE_TEST_SUITE_P(Versions, KilledDbScript, testing::Values(1, 2));
+
+TEST_P(KilledDbScript, LeavesTheOldSchemaOrTheNewOneWhereverItIsKilled) {
   const std::string fresh = FreshSchema();
-  MakeVersion1(20000);
+  GetParam() == 1 ? MakeVersion1(20000) : MakeVersion2(20000);
   const std::string rows = Rows(), old_schema = SchemaOf(File()), old_file = ReadFile(File());
   int journals = 0, olds = 0, news = 0;
   for (bool killed = true; killed;) {
