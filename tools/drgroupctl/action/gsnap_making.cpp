@@ -27,8 +27,20 @@ constexpr const char* kApp = "app";
 
 using SnapshotIds = std::map<VrelDR::Target, std::set<std::string>>;
 
-// The snapshots that the group's targets have now. Throws unless every target is there and can be
-// asked: a group snapshot that is going to fail should take none.
+// Throws unless every target is there and can be asked: a group snapshot that is going to fail
+// should take none.
+void RequireTargets(const Group& group) {
+  for (const VrelDR::Target& target : group.targets) {
+    const VrelDR::TargetOperation operation(target);
+    // No snapshot is called so: the host looks at the target and at none of its snapshots.
+    operation.GetSnapshot("");
+    if (operation.GetErrCode() == 0) continue;
+    throw Failure(FromHostError(operation.GetErrCode()),
+                  "group " + Quote(group.id) + ": " + HostMessage(operation));
+  }
+}
+
+// The snapshots that the group's targets have now.
 SnapshotIds ListSnapshotIds(const Group& group) {
   SnapshotIds ids;
   for (const VrelDR::Target& target : group.targets) {
@@ -59,14 +71,47 @@ struct Leftovers {
   }
 };
 
+// A snapshot that may be of this creation.
+struct Taken {
+  VrelDR::Target target;
+  std::string snap_id;
+  bool is_own = false;  // it carries the mark of this process; else nobody knows who took it
+};
+
+// What the targets have that nobody else has taken, in their order. `before` is what each had, for
+// when this process has no mark of its own.
+std::vector<Taken> FindTaken(Warnings& warnings, const Group& group, const SnapshotIds& before,
+                             Leftovers& left) {
+  const std::string maker = VrelDR::Operation::ThisMaker();
+  std::vector<Taken> taken;
+  for (const VrelDR::Target& target : group.targets) {
+    const VrelDR::TargetOperation operation(target);
+    const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
+    if (operation.GetErrCode() != 0) {
+      warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
+                     " cannot be told: " + HostMessage(operation));
+    }
+    const auto known = before.find(target);
+    const std::size_t others = taken.size();
+    for (const VrelDR::Operation::Snapshot& each : now) {
+      if (each.maker != maker) continue;
+      if (known != before.end() && known->second.count(each.snap_id) != 0) continue;
+      taken.push_back({target, each.snap_id, !maker.empty()});
+    }
+    if (taken.size() == others && left.failedTarget.empty()) left.failedTarget = target.GetId();
+  }
+  return taken;
+}
+
 // Says why snapshots that nobody is known to need cannot be deleted; empty when `recorded` has all
-// that are needed.
-std::string ReadAllRecorded(std::set<std::string>& recorded) {
+// of `ids` that are needed.
+std::string FindRecorded(const Group& group, const std::set<std::string>& ids,
+                         std::set<std::string>& recorded) {
   try {
-    recorded = AllRecordedSnapshotIds();
+    recorded = AllRecordedAmong(ids, {group.id});
     return {};
   } catch (const Failure& failure) {
-    recorded = RecordedSnapshotIds();
+    recorded = RecordedAmong(ids);
     return failure.message;
   }
 }
@@ -75,31 +120,21 @@ std::string ReadAllRecorded(std::set<std::string>& recorded) {
 // process. What cannot be deleted stays, as do new ones of which nobody knows who took them.
 Leftovers RemoveTaken(Warnings& warnings, const Group& group, const SnapshotIds& before) {
   Leftovers left;
+  const std::vector<Taken> taken = FindTaken(warnings, group, before, left);
+  std::set<std::string> ids;
+  for (const Taken& each : taken) ids.insert(each.snap_id);
   std::set<std::string> recorded;
-  const std::string doubt = ReadAllRecorded(recorded);
-  const std::string maker = VrelDR::Operation::ThisMaker();
-  for (const VrelDR::Target& target : group.targets) {
-    const VrelDR::TargetOperation operation(target);
-    const std::vector<VrelDR::Operation::Snapshot> now = operation.ListSnapshots();
-    if (operation.GetErrCode() != 0) {
-      warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
-                     " cannot be told: " + HostMessage(operation));
+  const std::string doubt = FindRecorded(group, ids, recorded);
+  for (const Taken& each : taken) {
+    if (recorded.count(each.snap_id) != 0) continue;
+    const VrelDR::TargetOperation operation(each.target);
+    if (!each.is_own) {
+      left.Add(each.target, each.snap_id, "who took it is not known");
+    } else if (!doubt.empty()) {
+      left.Add(each.target, each.snap_id, "whether a group has it cannot be told: " + doubt);
+    } else if (!operation.DeleteSnapshot(each.snap_id)) {
+      left.Add(each.target, each.snap_id, HostMessage(operation));
     }
-    bool isNew = false;
-    for (const VrelDR::Operation::Snapshot& each : now) {
-      const bool isOthers = !each.maker.empty() && each.maker != maker;
-      if (isOthers || before.at(target).count(each.snap_id) != 0) continue;
-      isNew = true;
-      if (recorded.count(each.snap_id) != 0) continue;
-      if (each.maker.empty()) {
-        left.Add(target, each.snap_id, "who took it is not known");
-      } else if (!doubt.empty()) {
-        left.Add(target, each.snap_id, "whether a group has it cannot be told: " + doubt);
-      } else if (!operation.DeleteSnapshot(each.snap_id)) {
-        left.Add(target, each.snap_id, HostMessage(operation));
-      }
-    }
-    if (!isNew && left.failedTarget.empty()) left.failedTarget = target.GetId();
   }
   return left;
 }
@@ -183,7 +218,8 @@ void RequireRoomForGsnap(const Group& group, const std::string& failed) {
 
 GsnapMaking::GsnapMaking(const Group& group) : group_(group) {
   RequireCatalogue(group.id, Access::kWrite);
-  before_ = ListSnapshotIds(group);
+  RequireTargets(group);
+  if (VrelDR::Operation::ThisMaker().empty()) before_ = ListSnapshotIds(group);
   RequireRoomForGsnap(group, "no group snapshot was made");
 }
 

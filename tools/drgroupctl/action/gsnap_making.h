@@ -40,7 +40,8 @@ class GsnapMaking {
 
  private:
   const Group& group_;
-  // The snapshots that the targets had before.
+  // The snapshots that the targets had before, where this process has no mark of its own for those
+  // that it takes.
   std::map<VrelDR::Target, std::set<std::string>> before_;
 };
 

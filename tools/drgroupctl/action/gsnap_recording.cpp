@@ -8,10 +8,9 @@
 #include <vreldrgroup/snapshot/gsnap_sync.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
-#include <algorithm>
-
 #include "action/plans.h"
 #include "groups/catalogue.h"
+#include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
 #include "host/host.h"
 #include "output/console.h"
@@ -59,7 +58,7 @@ Json::Value ReplicaMap(const Group& group) {
 // A recording that was interrupted has left rows without a group snapshot: recorded once more, the
 // parts would be there twice.
 void RemoveHalfRecorded(const Group& group, const std::string& gsnapId) {
-  if (CountTargetSnapshots(group.id).count(gsnapId) == 0) return;
+  if (!CatalogueRows(group.id).HasParts(gsnapId)) return;
   VrelDRGroup::Operation::GsnapshotDelete(gsnapId).Run();
 }
 
@@ -83,8 +82,7 @@ ArrivedGsnap FindArrivedGsnap(const Group& group) {
   arrived.info.gsnap_time = snapshot.create_time;
   arrived.info.gsnap_id = VrelDRGroup::Utils::ToGsnapId(group.id, arrived.info.gsnap_time);
   arrived.cut = CutOf(arrived.info);
-  const std::vector<std::string> known = ListGsnapIds(group.id);
-  arrived.is_recorded = std::find(known.begin(), known.end(), arrived.info.gsnap_id) != known.end();
+  arrived.is_recorded = CatalogueRows(group.id).IsListed(arrived.info.gsnap_id);
   return arrived;
 }
 

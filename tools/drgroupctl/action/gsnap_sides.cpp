@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "action/plans.h"
+#include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
-#include "groups/known_snapshots.h"
 #include "host/host.h"
 #include "output/console.h"
 #include "output/failure.h"
@@ -52,14 +52,6 @@ void RequireOtherCopies(const Group& group, const Group& other, const Ids& copie
                     ": name the group that \"protect --dr-group\" has made");
 }
 
-// What is said of the group snapshot that was made on the source side at this time.
-VrelDRGroup::Gsnapshot FindMade(const Group& source, long time) {
-  for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(source.id, false)) {
-    if (each.gsnap_time == time) return each;
-  }
-  return VrelDRGroup::Gsnapshot("");
-}
-
 using Parts = std::map<std::string, std::string>;  // snapshots by their targets
 
 Parts PartsOf(const VrelDRGroup::GsnapshotInfo& gsnap) {
@@ -70,40 +62,78 @@ Parts PartsOf(const VrelDRGroup::GsnapshotInfo& gsnap) {
   return parts;
 }
 
-// A replica with the times of the snapshots that it has.
+// A replica, with the target that it is the copy of.
 struct Replica {
   VrelDR::Target target;
   std::string source_id;
-  std::map<std::string, std::uint32_t> times;
 };
 
+// Throws unless every replica can be asked.
 std::vector<Replica> LookAtReplicas(const Group& group) {
   std::vector<Replica> replicas;
   for (const VrelDR::Target& each : group.targets) {
-    Replica replica{each, RequireOnePlan(each.GetId()).GetSourceTargetId(), {}};
+    replicas.push_back({each, RequireOnePlan(each.GetId()).GetSourceTargetId()});
     const VrelDR::TargetOperation operation(each);
-    for (const auto& snapshot : operation.ListSnapshots()) {
-      replica.times[snapshot.snap_id] = snapshot.create_time;
-    }
+    operation.GetSnapshot("");
     if (operation.GetErrCode() != 0) ThrowHostError(operation);
-    replicas.push_back(std::move(replica));
   }
   return replicas;
 }
 
-// The parts that the replicas have of a group snapshot, with its time there. False when one of them
-// has none.
-bool FindShipped(const std::vector<Replica>& replicas, const Parts& parts,
-                 VrelDRGroup::GsnapshotInfo& shipped) {
+// The snapshots of the first replica by which nothing that is recorded there is called. A group
+// snapshot that was shipped and is not recorded there has one of them.
+std::map<std::string, std::uint32_t> FindUnrecorded(const Group& group) {
+  const std::vector<std::string> ids = ListGsnapIds(group.id);
+  const Ids known(ids.begin(), ids.end());
+  const VrelDR::TargetOperation operation(group.targets.front());
+  std::map<std::string, std::uint32_t> times;
+  for (const auto& each : operation.ListSnapshots()) {
+    const std::string id = VrelDRGroup::Utils::ToGsnapId(group.id, each.create_time);
+    if (known.count(id) == 0) times[each.snap_id] = each.create_time;
+  }
+  if (operation.GetErrCode() != 0) ThrowHostError(operation);
+  return times;
+}
+
+// The group snapshots of the source side that have one of these snapshots of a target as a part,
+// with their parts, the oldest first.
+std::vector<VrelDRGroup::GsnapshotInfo> FindMadeOf(
+    const Group& source, const std::string& target,
+    const std::map<std::string, std::uint32_t>& snapshots) {
+  Ids snapIds;
+  for (const auto& each : snapshots) snapIds.insert(each.first);
+  const CatalogueRows rows(source.id);
+  Ids gsnapIds;
+  rows.VisitPartsAmong(snapIds, [&](const CatalogueRows::Part& part) {
+    if (part.target.GetId() == target) gsnapIds.insert(part.gsnap_id);
+  });
+  std::vector<VrelDRGroup::GsnapshotInfo> made;
+  for (const std::string& id : gsnapIds) {
+    const auto gsnap = rows.FindGsnap(id);
+    if (!gsnap) continue;  // it is recorded in part only
+    VrelDRGroup::GsnapshotInfo& info = made.emplace_back(*gsnap);
+    for (const auto& part : rows.PartsOf(id)) info.target_snapshots.push_back(part);
+  }
+  std::ranges::sort(made, {}, &VrelDRGroup::Gsnapshot::gsnap_time);
+  return made;
+}
+
+// The parts that the replicas have of a group snapshot; empty when one of them has none. Throws
+// when that cannot be told.
+std::vector<VrelDRGroup::TargetSnapshot> FindShipped(const std::vector<Replica>& replicas,
+                                                     const Parts& parts) {
+  std::vector<VrelDRGroup::TargetSnapshot> shipped;
   for (const Replica& each : replicas) {
     const auto part = parts.find(each.source_id);
-    if (part == parts.end()) return false;
-    const auto time = each.times.find(part->second);
-    if (time == each.times.end()) return false;
-    if (shipped.target_snapshots.empty()) shipped.gsnap_time = time->second;
-    shipped.target_snapshots.emplace_back(each.target, part->second);
+    if (part == parts.end()) return {};
+    const VrelDR::TargetOperation operation(each.target);
+    if (operation.GetSnapshot(part->second).snap_id.empty()) {
+      if (operation.GetErrCode() != 0) ThrowHostError(operation);
+      return {};
+    }
+    shipped.emplace_back(each.target, part->second);
   }
-  return true;
+  return shipped;
 }
 
 }  // namespace
@@ -146,31 +176,30 @@ std::string RecordLeft(const GsnapSides& sides, Warnings& warnings) {
                    Quote(arrived.info.gsnap_id) + " has its name, and other parts");
   }
   if (!isOwn || arrived.is_recorded) return {};
-  const VrelDRGroup::Gsnapshot made = FindMade(sides.source, arrived.info.gsnap_time);
-  return RecordArrived(sides.replica, arrived, made.desc, made.is_user_locked).gsnap_id;
+  const auto made = CatalogueRows(sides.source.id).FindGsnapOfTime(arrived.info.gsnap_time);
+  return RecordArrived(sides.replica, arrived, made ? made->desc : "", made && made->is_user_locked)
+      .gsnap_id;
 }
 
 std::vector<std::string> RecordShipped(const GsnapSides& sides) {
-  std::map<std::string, Parts> parts;
-  for (const auto& each : RecordedSnapshots(sides.source.id)) {
-    parts[each.gsnap_id][each.target.GetId()] = each.tsnap_id;
-  }
-  std::vector<std::string> known = ListGsnapIds(sides.replica.id);
-  std::ranges::sort(known);
   const std::vector<Replica> replicas = LookAtReplicas(sides.replica);
+  auto unrecorded = FindUnrecorded(sides.replica);
+  const std::string& first = replicas.front().source_id;
   std::vector<std::string> recorded;
-  for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(sides.source.id, false)) {
+  for (const VrelDRGroup::GsnapshotInfo& each : FindMadeOf(sides.source, first, unrecorded)) {
+    const Parts parts = PartsOf(each);
+    const auto time = unrecorded.find(parts.at(first));
     VrelDRGroup::GsnapshotInfo shipped("");
-    if (!FindShipped(replicas, parts[each.gsnap_id], shipped)) continue;
-    const std::string id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
-    if (std::ranges::binary_search(known, id)) continue;
-    const GsnapCut cut = CutOf(shipped);
+    shipped.target_snapshots = FindShipped(replicas, parts);
+    if (shipped.target_snapshots.empty() || time == unrecorded.end()) continue;
     VrelDRGroup::Utils::InitGroupSnapshot(
         shipped, sides.replica.id,
-        VrelDRGroup::GsnapMeta(each.desc, each.is_user_locked, ConsistencyOf(cut)));
-    shipped.gsnap_id = id;
+        VrelDRGroup::GsnapMeta(each.desc, each.is_user_locked, ConsistencyOf(CutOf(shipped))));
+    shipped.gsnap_time = time->second;
+    shipped.gsnap_id = VrelDRGroup::Utils::ToGsnapId(sides.replica.id, shipped.gsnap_time);
     RecordEarlier(sides.replica, shipped);
-    recorded.push_back(id);
+    recorded.push_back(shipped.gsnap_id);
+    unrecorded.erase(time);
   }
   return recorded;
 }

@@ -30,7 +30,9 @@ std::string RecordLeft(const GsnapSides& sides, Warnings& warnings);
 
 // Records on the replicas' side, whose group's lock is held, every group snapshot of the source
 // side that has been shipped and is not recorded there: every replica has its part. What is said of
-// it is what the source side says. Their identifiers there, in the order of the source side's.
+// it is what the source side says. Their identifiers there, the oldest first. Asks about those
+// alone that can be missing: of which the first replica has a snapshot that nothing recorded is
+// called by.
 std::vector<std::string> RecordShipped(const GsnapSides& sides);
 
 // The lock of another group, for a short time, waited for: whoever works on that group is not in

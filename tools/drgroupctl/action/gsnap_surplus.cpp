@@ -33,6 +33,12 @@ bool IsKept(const RecordedGsnap& gsnap) {
   return !gsnap.is_listed || gsnap.info.is_user_locked || !gsnap.info.desc.empty();
 }
 
+// Whether a part of something else exists. One that is gone, as after a deletion that was
+// interrupted, is in nobody's way.
+bool MayBeThere(const VrelDRGroup::TargetSnapshot* part) {
+  return AskSnapshot(part->target, part->tsnap_id).presence != Presence::kMissing;
+}
+
 }  // namespace
 
 bool SyncCuts::Has(const std::string& cutId, Warnings& warnings) {
@@ -50,20 +56,29 @@ bool SyncCuts::Has(const std::string& cutId, Warnings& warnings) {
 
 std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
                                             const SnapshotsByTarget& snapshots,
-                                            const std::set<std::string>& needed,
-                                            const std::function<bool(const std::string&)>& isNeeded,
-                                            SyncCuts& cuts, Warnings& warnings) {
+                                            const std::set<std::string>& needed, SyncCuts& cuts,
+                                            Warnings& warnings) {
   const CutsOfSnapshots known = CutsOf(snapshots);
+  const auto isSurplus = [&](const std::string& id) {
+    return !id.empty() && cuts.Has(id, warnings);
+  };
   std::map<std::string, OfCut> byCut;
   for (const RecordedGsnap& gsnap : recorded) {
     std::set<std::string> own;
+    std::vector<const VrelDRGroup::TargetSnapshot*> others;
     bool stays = IsKept(gsnap);
     for (const VrelDRGroup::TargetSnapshot& part : gsnap.info.target_snapshots) {
       const std::string& target = part.target.GetId();
       stays = stays || snapshots.count(target) == 0 || needed.count(part.tsnap_id) != 0;
-      // A part that is gone, as after a deletion that was interrupted, is in nobody's way.
       const auto found = known.find({target, part.tsnap_id});
-      if (found != known.end()) own.insert(found->second);
+      if (found != known.end()) {
+        own.insert(found->second);
+      } else {
+        others.push_back(&part);
+      }
+    }
+    if (!stays && std::any_of(own.begin(), own.end(), isSurplus)) {
+      stays = std::any_of(others.begin(), others.end(), MayBeThere);
     }
     for (const std::string& each : own) {
       OfCut& cut = byCut[each];
@@ -73,7 +88,7 @@ std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
   }
   std::vector<SurplusGsnap> surplus;
   for (const auto& [id, cut] : byCut) {
-    if (cut.stays || id.empty() || isNeeded(id) || !cuts.Has(id, warnings)) continue;
+    if (cut.stays || !isSurplus(id)) continue;
     for (const RecordedGsnap* each : cut.gsnaps) {
       surplus.push_back({each->group_id, each->info, id});
     }

@@ -3,7 +3,6 @@
 #include <vreldr/snapshot.h>
 #include <vreldrgroup/record/gsnapshot.h>
 
-#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -36,14 +35,15 @@ class SyncCuts {
   std::map<std::string, bool> known_;
 };
 
-// The group snapshots that syncs have made and that nobody needs, the oldest first. All that record
-// a part of a cut go together, in whichever catalogue, or none: none goes when one of them is
-// locked, described, half recorded or of something else besides, when it has a part of a target
-// that is not among `snapshots`, when one of its parts is `needed`, or when the cut is.
+// The group snapshots that syncs have made and that nobody needs, the oldest first. `snapshots` has
+// every target that could be asked, and at least all of its snapshots that are of a cut that a sync
+// has made and that nobody needs; `recorded` all group snapshots that have one of them. All that
+// record a part of a cut go together, in whichever catalogue, or none: none goes when one of them
+// is locked, described, half recorded or of something else besides, when it has a part of a target
+// that is not among `snapshots`, or when one of its parts is `needed`.
 std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
                                             const SnapshotsByTarget& snapshots,
-                                            const std::set<std::string>& needed,
-                                            const std::function<bool(const std::string&)>& isNeeded,
-                                            SyncCuts& cuts, Warnings& warnings);
+                                            const std::set<std::string>& needed, SyncCuts& cuts,
+                                            Warnings& warnings);
 
 }  // namespace drgroupctl

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <map>
+#include <set>
 #include <utility>
 
 #include "groups/catalogue.h"
-#include "groups/catalogue_view.h"
+#include "groups/catalogue_rows.h"
 #include "groups/group_link.h"
 #include "groups/group_store.h"
-#include "groups/known_snapshots.h"
 #include "host/arrived.h"
 #include "host/host.h"
 #include "output/failure.h"
@@ -22,29 +22,38 @@ namespace {
 
 using VrelDR::Operation::Snapshot;
 
-// What the catalogues of all groups record.
+// What the catalogues of all groups record of some target snapshots.
 struct Records {
   // By target and target snapshot: the group snapshots, with which of them are locked.
   std::map<std::pair<std::string, std::string>, std::vector<std::string>> claims;
   std::vector<std::string> problems;  // of the catalogues that cannot be read
 };
 
-void ReadCatalogue(const std::string& groupId, Records& records) {
+void ReadCatalogue(const std::string& groupId, const std::set<std::string>& snapIds,
+                   Records& records) {
   RequireCatalogue(groupId, Access::kRead);
+  const CatalogueRows rows(groupId);
+  std::vector<CatalogueRows::Part> parts;
+  rows.VisitPartsAmong(snapIds,
+                       [&parts](const CatalogueRows::Part& part) { parts.push_back(part); });
   std::map<std::string, bool> locked;
-  for (const auto& each : ListGsnaps(groupId, false)) locked[each.gsnap_id] = each.is_user_locked;
-  for (const auto& each : RecordedSnapshots(groupId)) {
+  for (const CatalogueRows::Part& each : parts) {
+    auto known = locked.find(each.gsnap_id);
+    if (known == locked.end()) {
+      const auto gsnap = rows.FindGsnap(each.gsnap_id);
+      known = locked.emplace(each.gsnap_id, gsnap && gsnap->is_user_locked).first;
+    }
     records.claims[{each.target.GetId(), each.tsnap_id}].push_back(
         " is recorded in group snapshot " + Quote(each.gsnap_id) +
-        (locked[each.gsnap_id] ? ", which is locked" : ""));
+        (known->second ? ", which is locked" : ""));
   }
 }
 
-Records ReadCatalogues() {
+Records ReadCatalogues(const std::set<std::string>& snapIds) {
   Records records;
   for (const std::string& groupId : ListGroupIds()) {
     try {
-      ReadCatalogue(groupId, records);
+      ReadCatalogue(groupId, snapIds, records);
     } catch (const Failure& failure) {
       records.problems.push_back("which snapshots group " + Quote(groupId) +
                                  " records cannot be told: " + failure.message);
@@ -115,7 +124,7 @@ std::vector<VrelDR::TargetRemains> RemainsOf(const std::string& target,
 }
 
 std::vector<std::string> ClaimsOn(const std::string& target, const Snapshot& snapshot) {
-  return ClaimsOn(target, std::vector<Snapshot>{snapshot}, ReadCatalogues());
+  return ClaimsOn(target, std::vector<Snapshot>{snapshot}, ReadCatalogues({snapshot.snap_id}));
 }
 
 Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
@@ -125,7 +134,9 @@ Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
     for (VrelDR::TargetRemains& each : RemainsOf(target, all)) remains_.push_back(std::move(each));
   }
   if (plans.empty()) return;
-  const Records records = ReadCatalogues();
+  // What each copy has, and then what is recorded of all of that.
+  std::vector<std::vector<Snapshot>> lists;
+  std::set<std::string> snapIds;
   for (const VrelDR::DRPlan& plan : plans) {
     Copy copy;
     copy.plan_id = plan.GetPlanId();
@@ -134,15 +145,20 @@ Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
     VrelDR::TargetEntry entry;
     if (FindTarget(copy.target_id, entry)) copy.volume = entry.volume;
     const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), copy.target_id);
-    const std::vector<Snapshot> snapshots = operation.ListSnapshots();
+    const std::vector<Snapshot>& snapshots = lists.emplace_back(operation.ListSnapshots());
     if (operation.GetErrCode() == 0) copy.snapshots = snapshots.size();
-    copy.claims = ClaimsOn(copy.target_id, snapshots, records);
-    if (LookAtArrived(plan).is_going_back) {
+    for (const Snapshot& each : snapshots) snapIds.insert(each.snap_id);
+    copies_.push_back(std::move(copy));
+  }
+  const Records records = ReadCatalogues(snapIds);
+  for (std::size_t i = 0; i < plans.size(); ++i) {
+    Copy& copy = copies_[i];
+    copy.claims = ClaimsOn(copy.target_id, lists[i], records);
+    if (LookAtArrived(plans[i]).is_going_back) {
       copy.claims.push_back("target " + Quote(copy.target_id) +
                             " may hold what was written there before the reprotection, and nothing "
                             "has been sent to it since: a sync would end that");
     }
-    copies_.push_back(std::move(copy));
   }
 }
 

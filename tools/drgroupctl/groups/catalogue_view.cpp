@@ -3,10 +3,8 @@
 #include <vreldrgroup/snapshot/gsnap_op.h>
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
-#include <algorithm>
-
 #include "groups/catalogue.h"
-#include "groups/known_snapshots.h"
+#include "groups/catalogue_rows.h"
 #include "host/host.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -71,23 +69,15 @@ std::vector<VrelDRGroup::Gsnapshot> ListGsnaps(const std::string& groupId, bool 
   return gsnaps;
 }
 
-std::map<std::string, std::uint64_t> CountTargetSnapshots(const std::string& groupId) {
-  std::map<std::string, std::uint64_t> counts;
-  for (const auto& each : RecordedSnapshots(groupId)) ++counts[each.gsnap_id];
-  return counts;
-}
-
 VrelDRGroup::GsnapshotInfo RequireGsnap(const std::string& gsnapId) {
   const std::string groupId = VrelDRGroup::Utils::ParseGroupId(gsnapId);
   RequireCatalogue(groupId, Access::kRead);
   VrelDRGroup::GsnapshotInfo info("");
   if (Op::GsnapshotInfoGet(gsnapId, info)) return info;
-  const std::vector<std::string> ids = ListGsnapIds(groupId);
+  const CatalogueRows rows(groupId);
   const std::string named = "group snapshot " + Quote(gsnapId);
-  if (std::find(ids.begin(), ids.end(), gsnapId) != ids.end()) {
-    throw CatalogueFailure(groupId, "cannot read " + named);
-  }
-  if (CountTargetSnapshots(groupId).count(gsnapId) != 0) {
+  if (rows.IsListed(gsnapId)) throw CatalogueFailure(groupId, "cannot read " + named);
+  if (rows.HasParts(gsnapId)) {
     throw Failure(ExitCode::kCatalogue,
                   named +
                       " is recorded only in part, as after an interrupted creation or "

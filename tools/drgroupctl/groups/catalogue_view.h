@@ -2,7 +2,6 @@
 
 #include <vreldrgroup/record/gsnapshot.h>
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -22,9 +21,6 @@ std::vector<std::string> ConsistencyNames();
 
 std::vector<std::string> ListGsnapIds(const std::string& groupId);
 std::vector<VrelDRGroup::Gsnapshot> ListGsnaps(const std::string& groupId, bool latestOnly);
-
-// How many target snapshots each group snapshot has.
-std::map<std::string, std::uint64_t> CountTargetSnapshots(const std::string& groupId);
 
 // The group snapshot with its parts; throws also when there is none of that name.
 VrelDRGroup::GsnapshotInfo RequireGsnap(const std::string& gsnapId);

@@ -61,10 +61,9 @@ std::set<std::string> PartsOf(const VrelDRGroup::GsnapshotInfo& info) {
   return parts;
 }
 
-std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap,
-                        const std::vector<std::string>& missing) {
-  const bool isIncomplete = !missing.empty() && gsnap.status != VrelDRGroup::kGsnapBad;
-  return isIncomplete ? kIncomplete : VrelDRGroup::ToString(gsnap.status);
+std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap, bool isIncomplete) {
+  const bool isShown = isIncomplete && gsnap.status != VrelDRGroup::kGsnapBad;
+  return isShown ? kIncomplete : VrelDRGroup::ToString(gsnap.status);
 }
 
 std::vector<std::string> RequireComplete(Warnings& warnings, const VrelDRGroup::GsnapshotInfo& info,

@@ -27,10 +27,9 @@ std::vector<std::string> MissingTargets(const std::vector<VrelDR::Target>& defin
 // The identifiers of the targets that the group snapshot has a part of.
 std::set<std::string> PartsOf(const VrelDRGroup::GsnapshotInfo& info);
 
-// The status that is shown: what the catalogue says, unless targets are missing. One that is bad
+// The status that is shown: what the catalogue says, unless parts are missing. One that is bad
 // stays bad.
-std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap,
-                        const std::vector<std::string>& missing);
+std::string ShownStatus(const VrelDRGroup::Gsnapshot& gsnap, bool isIncomplete);
 
 // The targets that the group snapshot has no part of. Throws a refusal, which says what was not
 // `done` and names them, when there are any or when that cannot be told; with `isForced` a warning

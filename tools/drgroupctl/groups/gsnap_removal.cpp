@@ -8,9 +8,10 @@
 #include <iterator>
 #include <optional>
 #include <set>
+#include <utility>
 
 #include "groups/catalogue.h"
-#include "groups/known_snapshots.h"
+#include "groups/catalogue_rows.h"
 #include "host/host.h"
 #include "output/failure.h"
 #include "output/text.h"
@@ -56,9 +57,10 @@ std::vector<Stay> DeleteWhatStayed(const std::vector<TargetSnapshot>& snapshots)
 
 // A deletion that was interrupted has left bytes of a snapshot that does not exist any more: the
 // host removes them with the next change of the target. Throws when that fails.
-void FinishInterrupted(const VrelDRGroup::GsnapshotInfo& info) {
-  for (const TargetSnapshot& each : info.target_snapshots) {
-    if (AskSnapshot(each.target, each.tsnap_id).presence != Presence::kMissing) continue;
+void FinishInterrupted(const VrelDRGroup::GsnapshotInfo& info, const Presences& presences) {
+  for (std::size_t i = 0; i < info.target_snapshots.size(); ++i) {
+    if (presences[i] != Presence::kMissing) continue;
+    const TargetSnapshot& each = info.target_snapshots[i];
     const VrelDR::TargetOperation operation(each.target);
     if (operation.DeleteSnapshot(each.tsnap_id)) continue;
     const int error = operation.GetErrCode();
@@ -75,10 +77,13 @@ void FinishInterrupted(const VrelDRGroup::GsnapshotInfo& info) {
 // be read.
 std::vector<TargetSnapshot> Unrecorded(const std::string& groupId,
                                        const VrelDRGroup::GsnapshotInfo& info) {
+  std::set<std::string> ids;
+  for (const TargetSnapshot& each : info.target_snapshots) ids.insert(each.tsnap_id);
   std::set<std::string> recorded;
   std::vector<TargetSnapshot> parts;
   try {
-    for (const auto& each : RecordedSnapshots(groupId)) recorded.insert(each.tsnap_id);
+    CatalogueRows(groupId).VisitPartsAmong(
+        ids, [&recorded](const auto& part) { recorded.insert(part.tsnap_id); });
   } catch (const Failure&) {  // why the deletion failed is told
     return parts;
   }
@@ -163,51 +168,57 @@ bool DeleteRecords(const std::string& groupId, const std::string& gsnapId) {
 
 }  // namespace
 
-void CheckReachable(const VrelDRGroup::GsnapshotInfo& info) {
-  for (const VrelDRGroup::TargetSnapshot& each : info.target_snapshots) {
+Presences AskParts(const VrelDRGroup::GsnapshotInfo& info, bool mustReach) {
+  Presences presences;
+  presences.reserve(info.target_snapshots.size());
+  for (const TargetSnapshot& each : info.target_snapshots) {
     const SnapshotState state = AskSnapshot(each.target, each.tsnap_id);
-    if (state.presence == Presence::kUnknown) {
+    if (mustReach && state.presence == Presence::kUnknown) {
       throw Failure(ExitCode::kRefused,
                     "group snapshot " + Quote(info.gsnap_id) + ": its snapshot of target " +
                         Quote(each.target.GetId()) + " is out of reach (" + state.problem +
                         "): make it reachable, or forget it where it is with \"drgroupctl snapshot "
                         "delete --force\"");
     }
+    presences.push_back(state.presence);
   }
+  return presences;
 }
 
-std::vector<TargetSnapshot> Present(const std::vector<TargetSnapshot>& snapshots) {
-  std::vector<TargetSnapshot> present;
-  std::copy_if(snapshots.begin(), snapshots.end(), std::back_inserter(present),
-               [](const TargetSnapshot& each) {
-                 return AskSnapshot(each.target, each.tsnap_id).presence == Presence::kPresent;
-               });
-  return present;
-}
-
-Json::Value StillThere(const std::vector<VrelDRGroup::TargetSnapshot>& snapshots) {
-  Json::Value left(Json::arrayValue);
-  for (const VrelDRGroup::TargetSnapshot& each : snapshots) {
-    if (AskSnapshot(each.target, each.tsnap_id).presence == Presence::kMissing) continue;
+Json::Value LeftRows(const std::vector<TargetSnapshot>& snapshots) {
+  Json::Value rows(Json::arrayValue);
+  for (const TargetSnapshot& each : snapshots) {
     Json::Value row(Json::objectValue);
     row["target_id"] = each.target.GetId();
     row["tsnap_id"] = each.tsnap_id;
-    left.append(row);
+    rows.append(row);
   }
-  return left;
+  return rows;
 }
 
-void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& info,
-                 OutOfReach outOfReach) {
-  if (outOfReach == OutOfReach::kFail) FinishInterrupted(info);
+Json::Value StillThere(const std::vector<TargetSnapshot>& snapshots) {
+  std::vector<TargetSnapshot> left;
+  std::copy_if(snapshots.begin(), snapshots.end(), std::back_inserter(left),
+               [](const TargetSnapshot& each) {
+                 return AskSnapshot(each.target, each.tsnap_id).presence != Presence::kMissing;
+               });
+  return LeftRows(left);
+}
+
+std::vector<TargetSnapshot> RemoveGsnap(const std::string& groupId,
+                                        const VrelDRGroup::GsnapshotInfo& info,
+                                        const Presences& presences, OutOfReach outOfReach) {
+  if (outOfReach == OutOfReach::kFail) FinishInterrupted(info, presences);
   Op::GsnapshotDelete operation(info.gsnap_id);
   if (!operation.Run()) throw NotDeleted(groupId, info, operation);
-  std::vector<Stay> stays = DeleteWhatStayed(info.target_snapshots);
-  if (outOfReach == OutOfReach::kForget) {
-    stays.erase(
-        std::remove_if(stays.begin(), stays.end(),
-                       [](const Stay& each) { return each.presence == Presence::kUnknown; }),
-        stays.end());
+  std::vector<TargetSnapshot> left;
+  std::vector<Stay> stays;
+  for (Stay& each : DeleteWhatStayed(info.target_snapshots)) {
+    if (outOfReach == OutOfReach::kForget && each.presence == Presence::kUnknown) {
+      left.push_back(each.snapshot);
+    } else {
+      stays.push_back(std::move(each));
+    }
   }
   if (!stays.empty()) {
     const ExitCode code = FromHostError(stays.front().error);
@@ -219,6 +230,7 @@ void RemoveGsnap(const std::string& groupId, const VrelDRGroup::GsnapshotInfo& i
     throw failure;
   }
   CheckForgotten(groupId, info.gsnap_id);
+  return left;
 }
 
 void ForgetGsnap(const std::string& groupId, const std::string& gsnapId) {

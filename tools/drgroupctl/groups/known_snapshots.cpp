@@ -3,11 +3,13 @@
 #include <vreldr/report.h>
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
+#include <algorithm>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include "groups/catalogue.h"
-#include "groups/catalogue_view.h"
+#include "groups/catalogue_rows.h"
 #include "groups/group_link.h"
 #include "groups/group_store.h"
 #include "host/arrived.h"
@@ -15,6 +17,56 @@
 #include "output/failure.h"
 
 namespace drgroupctl {
+
+namespace {
+
+// Moves those that the group's catalogue records.
+void MoveRecorded(const std::string& groupId, std::set<std::string>& snapIds,
+                  std::set<std::string>& recorded) {
+  std::set<std::string> found;
+  CatalogueRows(groupId).VisitPartsAmong(
+      snapIds, [&found](const auto& part) { found.insert(part.tsnap_id); });
+  for (const std::string& each : found) snapIds.erase(each);
+  recorded.merge(found);
+}
+
+// Adds the group snapshots of a catalogue that have one of the target snapshots. One of a name that
+// another catalogue has, too, becomes one with the parts of both, and is whole where both are.
+void AddGsnapsWith(const std::set<std::string>& snapIds, const std::string& groupId,
+                   std::map<std::string, RecordedGsnap>& gsnaps) {
+  const CatalogueRows rows(groupId);
+  const auto add = [&](RecordedGsnap gsnap) {
+    const auto found = gsnaps.find(gsnap.info.gsnap_id);
+    if (found == gsnaps.end()) {
+      gsnaps.emplace(gsnap.info.gsnap_id, std::move(gsnap));
+      return;
+    }
+    RecordedGsnap& known = found->second;
+    known.is_listed = known.is_listed && gsnap.is_listed;
+    for (auto& each : gsnap.info.target_snapshots) {
+      known.info.target_snapshots.push_back(std::move(each));
+    }
+  };
+  std::set<std::string> ids;
+  rows.VisitPartsAmong(snapIds, [&](const CatalogueRows::Part& part) {
+    if (!part.gsnap_id.empty()) {
+      ids.insert(part.gsnap_id);
+      return;
+    }
+    RecordedGsnap nameless{groupId, VrelDRGroup::GsnapshotInfo(""), false};
+    nameless.info.target_snapshots.push_back(part);
+    add(std::move(nameless));
+  });
+  for (const std::string& id : ids) {
+    const std::optional<VrelDRGroup::Gsnapshot> listed = rows.FindGsnap(id);
+    RecordedGsnap gsnap{groupId, VrelDRGroup::GsnapshotInfo(id), listed.has_value()};
+    if (listed) gsnap.info = VrelDRGroup::GsnapshotInfo(*listed);
+    for (const auto& each : rows.PartsOf(id)) gsnap.info.target_snapshots.push_back(each);
+    add(std::move(gsnap));
+  }
+}
+
+}  // namespace
 
 std::vector<VrelDRGroup::TargetSnapshotRelationship> RecordedSnapshots(const std::string& groupId) {
   std::map<VrelDR::Target, std::vector<VrelDRGroup::TargetSnapshotRelationship>> byTarget;
@@ -28,41 +80,38 @@ std::vector<VrelDRGroup::TargetSnapshotRelationship> RecordedSnapshots(const std
   return snapshots;
 }
 
-std::set<std::string> RecordedSnapshotIds() {
-  std::set<std::string> ids;
+std::set<std::string> RecordedAmong(std::set<std::string> snapIds) {
+  std::set<std::string> recorded;
   for (const std::string& groupId : ListGroupIds()) {
     try {
       if (ExamineCatalogue(groupId, Access::kRead, 1)) continue;
-      for (const auto& each : RecordedSnapshots(groupId)) ids.insert(each.tsnap_id);
+      MoveRecorded(groupId, snapIds, recorded);
     } catch (const Failure&) {  // "group list" tells of it
     }
   }
-  return ids;
+  return recorded;
 }
 
-std::set<std::string> AllRecordedSnapshotIds() {
-  std::set<std::string> ids;
-  for (const std::string& groupId : ListGroupIds()) {
+std::set<std::string> AllRecordedAmong(std::set<std::string> snapIds,
+                                       const std::vector<std::string>& likely) {
+  std::vector<std::string> groups = ListGroupIds();
+  std::stable_partition(groups.begin(), groups.end(), [&likely](const std::string& each) {
+    return std::find(likely.begin(), likely.end(), each) != likely.end();
+  });
+  std::set<std::string> recorded;
+  for (const std::string& groupId : groups) {
     RequireCatalogue(groupId, Access::kRead);
-    for (const auto& each : RecordedSnapshots(groupId)) ids.insert(each.tsnap_id);
+    MoveRecorded(groupId, snapIds, recorded);
   }
   for (const Failure& each : FindUnlinked()) throw Failure(each);
-  return ids;
+  return recorded;
 }
 
-RecordedGsnaps AllRecordedGsnaps() {
+RecordedGsnaps AllGsnapsWith(const std::set<std::string>& snapIds) {
   std::map<std::string, RecordedGsnap> gsnaps;
   for (const std::string& groupId : ListGroupIds()) {
     RequireCatalogue(groupId, Access::kRead);
-    for (const VrelDRGroup::Gsnapshot& each : ListGsnaps(groupId, false)) {
-      gsnaps.insert_or_assign(each.gsnap_id,
-                              RecordedGsnap{groupId, VrelDRGroup::GsnapshotInfo(each), true});
-    }
-    for (const auto& each : RecordedSnapshots(groupId)) {
-      RecordedGsnap half{groupId, VrelDRGroup::GsnapshotInfo(each.gsnap_id), false};
-      const auto gsnap = gsnaps.try_emplace(each.gsnap_id, std::move(half)).first;
-      gsnap->second.info.target_snapshots.push_back(each);
-    }
+    AddGsnapsWith(snapIds, groupId, gsnaps);
   }
   for (const Failure& each : FindUnlinked()) throw Failure(each);
   RecordedGsnaps all;

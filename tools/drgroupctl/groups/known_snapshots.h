@@ -8,17 +8,20 @@
 #include <string>
 #include <vector>
 
+// What the catalogues record of target snapshots. Each is asked about the snapshots in question
+// alone, however many others it has.
 namespace drgroupctl {
 
 // Every target snapshot in the group's catalogue, by target. Throws when it cannot be read.
 std::vector<VrelDRGroup::TargetSnapshotRelationship> RecordedSnapshots(const std::string& groupId);
 
-// The identifiers of the target snapshots in all catalogues; those that cannot be read are passed
+// Those of the target snapshots that a catalogue records; catalogues that cannot be read are passed
 // over.
-std::set<std::string> RecordedSnapshotIds();
-// The same for whoever is going to delete the others. Throws when a catalogue cannot be read: what
-// it records could not be spared.
-std::set<std::string> AllRecordedSnapshotIds();
+std::set<std::string> RecordedAmong(std::set<std::string> snapIds);
+// The same for whoever is going to delete the others. Throws when any catalogue cannot be read:
+// what it records could not be spared. `likely` are groups that record most of them.
+std::set<std::string> AllRecordedAmong(std::set<std::string> snapIds,
+                                       const std::vector<std::string>& likely);
 
 // A group snapshot as a group's catalogue has it.
 struct RecordedGsnap {
@@ -28,8 +31,9 @@ struct RecordedGsnap {
 };
 using RecordedGsnaps = std::vector<RecordedGsnap>;
 
-// Those in all catalogues, each of which is read once. Throws when one cannot be read.
-RecordedGsnaps AllRecordedGsnaps();
+// Those in all catalogues that have one of the target snapshots as a part, with all of their parts.
+// Throws when any catalogue cannot be read.
+RecordedGsnaps AllGsnapsWith(const std::set<std::string>& snapIds);
 
 // Adds the snapshots that the plan holds on its replica or is going to send, and the newest that
 // its replica has when the one that it holds is gone. Throws when that cannot be told.

@@ -3,11 +3,14 @@
 #include <vreldrgroup/db.h>
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <iterator>
 #include <set>
 #include <system_error>
+#include <utility>
 
 #include "action/group_action.h"
 #include "action/gsnap_release.h"
@@ -50,16 +53,21 @@ void LookAtTargets(Warnings& warnings, const std::string& groupId, Contents& con
     contents.problem = failure.message;
     return;
   }
-  const std::set<std::string> known = RecordedSnapshotIds();
+  std::vector<std::set<std::string>> found;
+  std::set<std::string> all;
   for (const VrelDR::Target& target : group.targets) {
-    std::set<std::string> ids;
+    std::set<std::string>& ids = found.emplace_back();
     const VrelDR::TargetOperation operation(target);
     if (!operation.ListSnapshotIds(ids)) {
       warnings.Print("which snapshots stay on target " + Quote(target.GetId()) +
                      " cannot be told: " + HostMessage(operation));
     }
-    for (const std::string& id : ids) {
-      if (known.count(id) == 0) contents.snapshots.emplace_back(target, id);
+    all.insert(ids.begin(), ids.end());
+  }
+  const std::set<std::string> known = RecordedAmong(std::move(all));
+  for (std::size_t i = 0; i < found.size(); ++i) {
+    for (const std::string& id : found[i]) {
+      if (known.count(id) == 0) contents.snapshots.emplace_back(group.targets[i], id);
     }
   }
 }
@@ -171,13 +179,13 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
   }
 }
 
-// A failure tells how many are gone.
-void RemoveGsnaps(const std::string& groupId,
-                  const std::vector<VrelDRGroup::GsnapshotInfo>& gsnaps) {
+// A failure tells how many are gone. `presences` says of each what the host has said of its parts.
+void RemoveGsnaps(const std::string& groupId, const std::vector<VrelDRGroup::GsnapshotInfo>& gsnaps,
+                  const std::vector<Presences>& presences) {
   std::size_t count = 0;
   try {
     for (const VrelDRGroup::GsnapshotInfo& each : gsnaps) {
-      RemoveGsnap(groupId, each, OutOfReach::kFail);
+      RemoveGsnap(groupId, each, presences[count], OutOfReach::kFail);
       ++count;
     }
   } catch (Failure& failure) {
@@ -188,20 +196,39 @@ void RemoveGsnaps(const std::string& groupId,
   }
 }
 
+// Those of the target snapshots that are no part of a group snapshot that was deleted with all of
+// its parts.
+std::vector<VrelDRGroup::TargetSnapshot> NotDeleted(const Contents& contents) {
+  std::set<std::pair<VrelDR::Target, std::string>> deleted;
+  for (const VrelDRGroup::GsnapshotInfo& gsnap : contents.gsnaps) {
+    for (const auto& each : gsnap.target_snapshots) deleted.emplace(each.target, each.tsnap_id);
+  }
+  std::vector<VrelDRGroup::TargetSnapshot> others;
+  std::copy_if(contents.snapshots.begin(), contents.snapshots.end(), std::back_inserter(others),
+               [&deleted](const auto& each) {
+                 return deleted.count({each.target, each.tsnap_id}) == 0;
+               });
+  return others;
+}
+
 Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   const ActionLock lock(groupId);
   RefuseAstray(groupId);
   const Contents contents = LookAt(warnings, groupId);
   if (!args.Has("--force")) RefuseWithoutForce(groupId, contents);
-  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) CheckReachable(each);
+  std::vector<Presences> presences;
+  presences.reserve(contents.gsnaps.size());
+  for (const VrelDRGroup::GsnapshotInfo& each : contents.gsnaps) {
+    presences.push_back(AskParts(each, true));
+  }
   RequireReleased(contents.gsnaps);
   if (!contents.problem.empty()) warnings.Print(contents.problem);
   Confirm(args, "delete group " + Quote(groupId) + " with its catalogue" +
                     (contents.gsnaps.empty()
                          ? std::string()
                          : " and its " + Count(contents.gsnaps.size(), "group snapshot")));
-  RemoveGsnaps(groupId, contents.gsnaps);
+  RemoveGsnaps(groupId, contents.gsnaps, presences);
   RemoveStore(groupId, contents.directory);
 
   Report report;
@@ -211,7 +238,7 @@ Report RunGroupDelete(const Arguments& args, Warnings& warnings) {
                   Json::UInt64(contents.gsnaps.size()));
   report.AddTable({"left_snapshots", "Left"},
                   {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}},
-                  StillThere(contents.snapshots));
+                  StillThere(NotDeleted(contents)));
   return report;
 }
 

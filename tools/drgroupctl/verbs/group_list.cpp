@@ -1,4 +1,5 @@
 #include "groups/catalogue.h"
+#include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
 #include "output/failure.h"
@@ -20,7 +21,7 @@ void Describe(const std::string& id, Json::Value& row) {
   if (const auto problem = ExamineCatalogue(id, Access::kRead, kListPatience)) {
     throw Failure(problem->code, problem->text);
   }
-  row["gsnap_count"] = Json::UInt64(ListGsnapIds(id).size());
+  row["gsnap_count"] = Json::UInt64(CatalogueRows(id).CountGsnaps());
   const auto latest = ListGsnaps(id, true);
   row["latest_gsnap_id"] = latest.empty() ? "" : latest.front().gsnap_id;
 }

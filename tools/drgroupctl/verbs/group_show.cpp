@@ -1,4 +1,5 @@
 #include "groups/catalogue.h"
+#include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
 #include "groups/group_store.h"
 #include "groups/writers.h"
@@ -31,7 +32,8 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
   Report report;
   report.AddField({"group_id", "Group"}, group.id);
   report.AddField({"directory", "Directory"}, group.directory);
-  report.AddField({"gsnap_count", "Snapshots"}, Json::UInt64(ListGsnapIds(group.id).size()));
+  report.AddField({"gsnap_count", "Snapshots"},
+                  Json::UInt64(CatalogueRows(group.id).CountGsnaps()));
   report.AddField({"latest_gsnap_id", "Latest"}, latest.empty() ? "" : latest.front().gsnap_id);
   report.AddTable({"targets", "Targets"},
                   {{"target_id", "TARGET"},

@@ -1,5 +1,11 @@
 #include <vreldrgroup/snapshot/gsnap_utils.h>
 
+#include <cstddef>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
+
 #include "action/gsnap_release.h"
 #include "command/confirm.h"
 #include "groups/catalogue.h"
@@ -15,6 +21,20 @@ namespace drgroupctl {
 
 namespace {
 
+// How many of the parts were there and are not any more.
+std::size_t CountDeleted(const VrelDRGroup::GsnapshotInfo& info, const Presences& presences,
+                         const std::vector<VrelDRGroup::TargetSnapshot>& left) {
+  std::set<std::pair<VrelDR::Target, std::string>> stays;
+  for (const auto& each : left) stays.emplace(each.target, each.tsnap_id);
+  std::size_t count = 0;
+  for (std::size_t i = 0; i < info.target_snapshots.size(); ++i) {
+    const VrelDRGroup::TargetSnapshot& each = info.target_snapshots[i];
+    const bool wasThere = presences[i] == Presence::kPresent;
+    if (wasThere && stays.count({each.target, each.tsnap_id}) == 0) ++count;
+  }
+  return count;
+}
+
 Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
   const std::string groupId = VrelDRGroup::Utils::ParseGroupId(gsnapId);
@@ -22,27 +42,26 @@ Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
   // Once target snapshots are gone their records have to go too: find out first that they can.
   RequireCatalogue(groupId, Access::kWrite);
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
-  if (!args.Has("--force")) {
-    if (info.is_user_locked) {
-      throw Failure(ExitCode::kRefused, "group snapshot " + Quote(gsnapId) +
-                                            " is locked: add --force to delete it all the same");
-    }
-    CheckReachable(info);
+  const bool isForced = args.Has("--force");
+  if (!isForced && info.is_user_locked) {
+    throw Failure(ExitCode::kRefused, "group snapshot " + Quote(gsnapId) +
+                                          " is locked: add --force to delete it all the same");
   }
+  const Presences presences = AskParts(info, !isForced);
   RequireReleased({info});
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
                     Count(info.target_snapshots.size(), "target snapshot"));
-  const std::vector<VrelDRGroup::TargetSnapshot> there = Present(info.target_snapshots);
-  RemoveGsnap(groupId, info, args.Has("--force") ? OutOfReach::kForget : OutOfReach::kFail);
+  const std::vector<VrelDRGroup::TargetSnapshot> left =
+      RemoveGsnap(groupId, info, presences, isForced ? OutOfReach::kForget : OutOfReach::kFail);
 
-  const Json::Value left = StillThere(info.target_snapshots);
   Report report;
   report.AddText("Deleted group snapshot " + Quote(gsnapId) + ".");
   report.AddField({"gsnap_id", "Snapshot"}, gsnapId);
   report.AddField({"deleted_count", "Target snapshots deleted"},
-                  Json::UInt64(there.size() - StillThere(there).size()));
+                  Json::UInt64(CountDeleted(info, presences, left)));
   report.AddTable({"left_snapshots", "Left"},
-                  {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}}, left);
+                  {{"target_id", "LEFT ON TARGET"}, {"tsnap_id", "TARGET SNAPSHOT"}},
+                  LeftRows(left));
   return report;
 }
 

@@ -1,10 +1,11 @@
 #include <map>
 #include <set>
+#include <utility>
 
 #include "groups/catalogue.h"
+#include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
 #include "groups/gsnap_completeness.h"
-#include "groups/known_snapshots.h"
 #include "verbs/parameters.h"
 #include "verbs/verbs.h"
 
@@ -12,24 +13,31 @@ namespace drgroupctl {
 
 namespace {
 
+// A definition that was written by hand may name one twice.
+std::size_t CountOf(const std::vector<VrelDR::Target>& targets) {
+  std::set<std::string> ids;
+  for (const VrelDR::Target& each : targets) ids.insert(each.GetId());
+  return ids.size();
+}
+
 Report RunSnapshotList(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   RequireCatalogue(groupId, Access::kRead);
-  const auto counts = CountTargetSnapshots(groupId);
   const auto defined = DefinedTargets(warnings, groupId);
-  std::map<std::string, std::set<std::string>> parts;
-  for (const auto& each : RecordedSnapshots(groupId)) {
-    parts[each.gsnap_id].insert(each.target.GetId());
-  }
+  const std::vector<VrelDR::Target> targets = defined.value_or(std::vector<VrelDR::Target>());
+  const std::size_t targetCount = CountOf(targets);
+  const bool isLatest = args.Has("--latest");
+  const CatalogueRows catalogue(groupId);
+  std::map<std::string, PartCount> counts;
+  if (!isLatest) counts = catalogue.CountParts(targets);
   Json::Value rows(Json::arrayValue);
-  for (const VrelDRGroup::Gsnapshot& gsnap : ListGsnaps(groupId, args.Has("--latest"))) {
+  for (const VrelDRGroup::Gsnapshot& gsnap : ListGsnaps(groupId, isLatest)) {
+    const PartCount count =
+        isLatest ? catalogue.CountPartsOf(gsnap.gsnap_id, targets) : counts[gsnap.gsnap_id];
     Json::Value row = GsnapRow(gsnap);
-    if (defined) {
-      row["status"] = ShownStatus(gsnap, MissingTargets(*defined, parts[gsnap.gsnap_id]));
-    }
-    const auto count = counts.find(gsnap.gsnap_id);
-    row["target_count"] = Json::UInt64(count == counts.end() ? 0 : count->second);
-    rows.append(row);
+    if (defined) row["status"] = ShownStatus(gsnap, count.targets < targetCount);
+    row["target_count"] = Json::UInt64(count.parts);
+    rows.append(std::move(row));
   }
   Report report;
   report.AddTable({"snapshots", "Snapshots"}, GsnapColumns(), rows);

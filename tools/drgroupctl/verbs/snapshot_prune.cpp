@@ -1,4 +1,3 @@
-#include <vreldr/snapshot_history.h>
 #include <vreldr/target_operation.h>
 #include <vreldrgroup/replication/action_words.h>
 
@@ -48,41 +47,72 @@ struct Found {
   std::vector<Surplus> snapshots;  // that belong to none
 };
 
+// Whether an action has taken it and nobody has said anything of it since.
+bool IsByAction(const Snapshot& snapshot) {
+  return snapshot.meta.description == VrelDRGroup::ActionPolicy::kTakenByActions;
+}
+
 // Whether syncs have taken it and nobody has said anything of it since.
 bool IsOfSync(const Snapshot& snapshot, SyncCuts& cuts, Warnings& warnings) {
   const VrelDR::Operation::SnapshotMeta& meta = snapshot.meta;
   return meta.description.empty() && !meta.is_locked && cuts.Has(snapshot.cut_id, warnings);
 }
 
-// The group's targets and the other copies of their plans, with what they have. One that is out of
-// reach is passed over: the other copy may need the room all the more.
-SnapshotsByTarget ListSnapshots(Warnings& warnings, const std::vector<VrelDR::DRPlan>& plans) {
+// Adds those of the snapshots that plans hold, have in hand or are going to send: the copies of
+// them on the other side, too, as those have the same identifiers.
+void AddHeld(const PlanHolds& holds, const std::string& target, const std::vector<Snapshot>& list,
+             std::set<std::string>& needed) {
+  for (const Snapshot& each : list) {
+    if (!holds.Find(target, each.snap_id).empty()) needed.insert(each.snap_id);
+  }
+}
+
+// Whether it, or a group snapshot that has it, may be deleted for all that the snapshot itself
+// tells.
+bool MayGo(const Snapshot& snapshot, const NeededCuts& needed, SyncCuts& cuts, Warnings& warnings) {
+  return !needed.Has(snapshot.cut_id) &&
+         (IsByAction(snapshot) || cuts.Has(snapshot.cut_id, warnings));
+}
+
+// The snapshots that may go of the group's targets and the other copies of their plans. A target
+// that is out of reach is passed over: the other copy may need the room all the more. What plans
+// hold of all of their snapshots is added to `needed`.
+SnapshotsByTarget ListWhatMayGo(Warnings& warnings, const std::vector<VrelDR::DRPlan>& plans,
+                                const NeededCuts& neededCuts, SyncCuts& cuts,
+                                std::set<std::string>& needed) {
+  std::set<std::string> targets;
+  for (const VrelDR::DRPlan& plan : plans) {
+    targets.insert({plan.GetProtectedTargetId(), plan.GetDRTargetId()});
+  }
+  const PlanHolds holds(targets);
   SnapshotsByTarget snapshots;
   for (const VrelDR::DRPlan& plan : plans) {
     for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
       const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), id);
       std::vector<Snapshot> list = operation.ListSnapshots();
-      if (operation.GetErrCode() == 0) {
-        snapshots[id] = std::move(list);
-      } else {
+      if (operation.GetErrCode() != 0) {
         warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
+        continue;
       }
+      AddHeld(holds, id, list, needed);
+      list.erase(std::remove_if(list.begin(), list.end(),
+                                [&](const Snapshot& each) {
+                                  return !MayGo(each, neededCuts, cuts, warnings);
+                                }),
+                 list.end());
+      list.shrink_to_fit();
+      snapshots[id] = std::move(list);
     }
   }
   return snapshots;
 }
 
-// Adds those of the snapshots that plans hold, have in hand or are going to send: the copies of
-// them on the other side, too, as those have the same identifiers.
-void AddHeld(const SnapshotsByTarget& snapshots, std::set<std::string>& needed) {
-  std::set<std::string> targets;
-  for (const auto& each : snapshots) targets.insert(each.first);
-  const PlanHolds holds(targets);
-  for (const auto& [id, list] : snapshots) {
-    for (const Snapshot& each : list) {
-      if (!holds.Find(id, each.snap_id).empty()) needed.insert(each.snap_id);
-    }
+std::set<std::string> IdsOf(const SnapshotsByTarget& snapshots) {
+  std::set<std::string> ids;
+  for (const auto& [target, list] : snapshots) {
+    for (const Snapshot& each : list) ids.insert(each.snap_id);
   }
+  return ids;
 }
 
 using Parts = std::set<std::pair<std::string, std::string>>;  // by target and snapshot
@@ -110,7 +140,6 @@ void AddRecorded(const RecordedGsnaps& recorded, const std::vector<SurplusGsnap>
 }
 
 Found FindSurplus(Warnings& warnings, const Group& group) {
-  const RecordedGsnaps recorded = AllRecordedGsnaps();
   std::vector<VrelDR::DRPlan> plans;
   std::set<std::string> needed;
   std::map<std::string, int> types;
@@ -127,25 +156,18 @@ Found FindSurplus(Warnings& warnings, const Group& group) {
         "failover needs: " +
         cuts.problem);
   }
-  const SnapshotsByTarget snapshots = ListSnapshots(warnings, plans);
-  AddHeld(snapshots, needed);
   SyncCuts syncCuts;
+  const SnapshotsByTarget snapshots = ListWhatMayGo(warnings, plans, cuts, syncCuts, needed);
+  const RecordedGsnaps recorded = AllGsnapsWith(IdsOf(snapshots));
   Found found;
-  found.gsnaps = FindSurplusGsnaps(
-      recorded, snapshots, needed, [&cuts](const std::string& id) { return cuts.Has(id); },
-      syncCuts, warnings);
+  found.gsnaps = FindSurplusGsnaps(recorded, snapshots, needed, syncCuts, warnings);
   AddRecorded(recorded, found.gsnaps, needed);
   const Parts parts = PartsOf(found.gsnaps);
   for (const auto& [id, list] : snapshots) {
-    std::set<std::string> leftovers;
-    for (const Snapshot& each : VrelDR::SnapshotHistory::Leftovers(
-             list, VrelDRGroup::ActionPolicy::kTakenByActions, needed)) {
-      leftovers.insert(each.snap_id);
-    }
     for (const Snapshot& each : list) {
-      const bool isLeft = leftovers.count(each.snap_id) != 0 ||
-                          (needed.count(each.snap_id) == 0 && IsOfSync(each, syncCuts, warnings));
-      if (isLeft && !cuts.Has(each.cut_id) && parts.count({id, each.snap_id}) == 0) {
+      const bool isLeft = needed.count(each.snap_id) == 0 &&
+                          (IsByAction(each) || IsOfSync(each, syncCuts, warnings));
+      if (isLeft && parts.count({id, each.snap_id}) == 0) {
         found.snapshots.push_back({VrelDR::Target(id, types[id]), each, false});
       }
     }

@@ -23,7 +23,7 @@ Report RunSnapshotShow(const Arguments& args, Warnings& warnings) {
   report.AddField({"group_id", "Group"}, info.tag);
   report.AddField({"name", "Name"}, row["name"]);
   report.AddField({"time", "Time"}, row["time"]);
-  report.AddField({"status", "Status"}, ShownStatus(info, missing));
+  report.AddField({"status", "Status"}, ShownStatus(info, !missing.empty()));
   report.AddField({"is_locked", "Locked"}, row["is_locked"]);
   report.AddField({"consistency", "Consistency"}, row["consistency"]);
   report.AddField({"description", "Description"}, row["description"]);

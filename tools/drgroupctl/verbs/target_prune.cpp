@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <memory>
 #include <set>
+#include <utility>
 
 #include "action/plans.h"
 #include "command/confirm.h"
@@ -57,16 +58,29 @@ void CheckNamed(const std::string& targetId, const std::string& snapId,
   if (found->meta.is_locked) throw Failure(ExitCode::kRefused, named + " is locked");
 }
 
+// The identifiers of those that are like those of group snapshots and that no plan needs.
+std::set<std::string> UnlockedLeftovers(const std::vector<Snapshot>& snapshots,
+                                        const std::set<std::string>& needed) {
+  std::set<std::string> ids;
+  for (const Snapshot& each : VrelDR::SnapshotHistory::Leftovers(snapshots, {}, needed)) {
+    if (!each.meta.is_locked) ids.insert(each.snap_id);
+  }
+  return ids;
+}
+
 // What is to go: the snapshots that were named or, without names, all that are like those of group
 // snapshots, which carry no description, and that nobody needs.
 std::vector<Candidate> FindCandidates(const VrelDR::Target& target,
                                       const std::vector<std::string>& names) {
-  const std::set<std::string> recorded = AllRecordedSnapshotIds();
   std::set<std::string> needed;
   for (const VrelDR::DRPlan& plan : PlansOf(target.GetId())) AddNeeded(plan, needed);
   const VrelDR::TargetOperation operation(target);
   const std::vector<Snapshot> snapshots = operation.ListSnapshots();
   if (operation.GetErrCode() != 0) ThrowHostError(operation);
+  std::set<std::string> asked(names.begin(), names.end());
+  if (names.empty()) asked = UnlockedLeftovers(snapshots, needed);
+  const std::set<std::string> recorded =
+      AllRecordedAmong(std::move(asked), GroupsOfTargets({target.GetId()}));
   for (const std::string& each : names) {
     CheckNamed(target.GetId(), each, snapshots, recorded, needed);
   }
