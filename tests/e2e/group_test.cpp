@@ -47,7 +47,7 @@ TEST_F(GroupTest, CreationMakesTheDefinitionTheCatalogueAndTheLink) {
   EXPECT_EQ(fs::status(GroupDirectory("g") + "/group.json").permissions(), fs::perms(0644));
   EXPECT_TRUE(ListSnapshots().empty());
   const Json::Value shown = RunWell({"group", "show", "g", "--json"}).Json();
-  EXPECT_THAT(shown.getMemberNames(), ElementsAre("directory", "group_id", "gsnap_count",
+  EXPECT_THAT(shown.getMemberNames(), ElementsAre("directory", "group_id", "gsnap_count", "keep",
                                                   "latest_gsnap_id", "targets", "writers"));
   ASSERT_EQ(shown["targets"].size(), 2U);
   EXPECT_THAT(shown["targets"][0].getMemberNames(),

@@ -58,6 +58,12 @@ PlanHolds::PlanHolds(const std::set<std::string>& targets) {
   }
 }
 
+std::set<std::string> PlanHolds::SnapIds() const {
+  std::set<std::string> ids;
+  for (const auto& [snapshot, reason] : holds_) ids.insert(snapshot.second);
+  return ids;
+}
+
 std::string PlanHolds::Find(const std::string& target, const std::string& snapId) const {
   const auto found = holds_.find({target, snapId});
   return found == holds_.end() ? std::string() : found->second;

@@ -13,6 +13,9 @@ class PlanHolds {
   // Looks at the plans of all targets at once. Throws when what they hold cannot be told.
   explicit PlanHolds(const std::set<std::string>& targets);
 
+  // The identifiers of all of them.
+  std::set<std::string> SnapIds() const;
+
   // By which plan the snapshot is held, why, and what releases it; empty when it is not.
   std::string Find(const std::string& target, const std::string& snapId) const;
 

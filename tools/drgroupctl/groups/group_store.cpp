@@ -67,6 +67,13 @@ std::string Interpret(const Json::Value& root, Group& group) {
   if (!quiesce.isNull() && !group.quiesce.FromJson(quiesce, problem)) {
     return "its \"quiesce\": " + problem;
   }
+  const Json::Value keep = Member(root, "keep");
+  if (keep.isNull()) return {};
+  try {
+    group.keep = ParseKeep(keep.isString() ? keep.asString() : "");
+  } catch (const Failure& failure) {
+    return "its \"keep\": " + failure.message;
+  }
   return {};
 }
 
@@ -237,6 +244,7 @@ void WriteDefinition(const Group& group) {
   if (group.quiesce.ToJson() != VrelDR::QuiesceMeans().ToJson()) {
     root["quiesce"] = group.quiesce.ToJson();
   }
+  if (!group.keep.IsEmpty()) root["keep"] = ToText(group.keep);
   const std::string path = DefinitionPath(group.directory);
   const int error = WriteFileAtomically(path, VrelDRCore::JsonUtil::ToString(root) + "\n");
   if (error != 0) {

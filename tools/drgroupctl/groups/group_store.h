@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "groups/retention.h"
 #include "output/failure.h"
 
 // Groups as the tool keeps them: the group's link directory leads to its database directory, and
@@ -19,6 +20,7 @@ struct Group {
   std::string directory;  // of its database and group.json
   std::vector<VrelDR::Target> targets;
   VrelDR::QuiesceMeans quiesce = {};  // how its writers are held
+  KeepRule keep = {};                 // which group snapshots stay when it is pruned; empty for all
 };
 
 // The directory that has one link directory for each group.

@@ -43,6 +43,7 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
                    {"path", "PATH"},
                    {"problem", "PROBLEM", Shown::kIfAny}},
                   rows);
+  report.AddField({"keep", "Keeps", Shown::kIfAny}, ToText(group.keep));
   AddWriters(report, group.quiesce);
   return report;
 }

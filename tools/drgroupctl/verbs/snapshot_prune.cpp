@@ -11,6 +11,7 @@
 
 #include "action/common_cut.h"
 #include "action/group_action.h"
+#include "action/gsnap_retention.h"
 #include "action/gsnap_sides.h"
 #include "action/gsnap_surplus.h"
 #include "action/plan_holds.h"
@@ -307,26 +308,98 @@ void DeleteSnapshots(const Group& group, Found& found) {
   }
 }
 
-Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
-  std::optional<GroupLock> lock;
-  if (!args.Has("--dry-run")) lock.emplace(args.Text("GROUP"));
-  const Group group = LoadGroup(args.Text("GROUP"));
-  Found found = FindSurplus(warnings, group);
-  const std::string count = CountText(found.snapshots.size(), found.gsnaps.size());
-  if (args.Has("--dry-run")) {
-    return PruneReport(group, "Would delete " + count + " of group " + Quote(group.id) + ".",
-                       found);
+// Deletes what the rule lets go, the oldest first.
+void DeleteByRule(const Group& group, const Retention& retention) {
+  std::size_t count = 0;
+  try {
+    if (!retention.going.empty()) RequireCatalogue(group.id, Access::kWrite);
+    for (const VrelDRGroup::GsnapshotInfo& each : retention.going) {
+      RemoveGsnap(group.id, each, AskParts(each, true), OutOfReach::kFail);
+      ++count;
+    }
+  } catch (const Failure& failure) {
+    Failure stopped(failure.code,
+                    "group " + Quote(group.id) + ": " + std::to_string(count) + " of " +
+                        Count(retention.going.size(), "group snapshot") +
+                        " deleted by the rule, the same command goes on: " + failure.message);
+    stopped.details = failure.details;
+    throw stopped;
   }
-  if (!found.snapshots.empty() || !found.gsnaps.empty()) {
-    Confirm(args, "delete " + count + " that syncs of group " + Quote(group.id) + " have taken");
+}
+
+void AddVerdicts(const Retention& retention, Report& report) {
+  Json::Value rows(Json::arrayValue);
+  for (const Verdict& each : retention.verdicts) {
+    Json::Value row(Json::objectValue);
+    row["gsnap_id"] = each.id;
+    row["time"] = Json::Int64(each.time);
+    row["stays"] = each.stays;
+    row["reasons"] = Json::Value(Json::arrayValue);
+    for (const std::string& reason : each.reasons) row["reasons"].append(reason);
+    row["reason_text"] = each.stays ? Join(each.reasons, "; ") : "no part of the rule keeps it";
+    rows.append(row);
+  }
+  report.AddTable({"verdicts", "By the rule"},
+                  {{"gsnap_id", "GROUP SNAPSHOT"},
+                   {"time", "TIME", Shown::kTime},
+                   {"stays", "STAYS"},
+                   {"reason_text", "WHY"}},
+                  rows);
+}
+
+// The rule that the command line gives, or the group's.
+KeepRule RuleOf(const Arguments& args, const Group& group) {
+  return args.Has("--keep") ? ParseKeep(args.Text("--keep")) : group.keep;
+}
+
+bool HasAnyPlan(const Group& group) {
+  return std::any_of(group.targets.begin(), group.targets.end(),
+                     [](const auto& each) { return !PlansOf(each.GetId()).empty(); });
+}
+
+Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
+  const bool isLook = args.Has("--dry-run") || args.Has("--explain");
+  std::optional<GroupLock> lock;
+  if (!isLook) lock.emplace(args.Text("GROUP"));
+  const Group group = LoadGroup(args.Text("GROUP"));
+  const KeepRule rule = RuleOf(args, group);
+  Found found;
+  // Without a plan syncs have left nothing: with a rule that is all the better.
+  if (rule.IsEmpty() || HasAnyPlan(group)) found = FindSurplus(warnings, group);
+  Retention retention;
+  if (!rule.IsEmpty()) {
+    RequireCatalogue(group.id, Access::kRead);
+    retention = JudgeGsnaps(group, rule);
+    // What goes as a sync's is not counted twice.
+    std::set<std::string> ofSyncs;
+    for (const SurplusGsnap& each : found.gsnaps) ofSyncs.insert(each.info.gsnap_id);
+    std::erase_if(retention.going,
+                  [&](const auto& each) { return ofSyncs.count(each.gsnap_id) != 0; });
+  }
+  const std::size_t byRule = retention.going.size();
+  const std::string count = CountText(found.snapshots.size(), found.gsnaps.size());
+  const std::string ruled =
+      rule.IsEmpty() ? "" : ", and by its rule " + Count(byRule, "group snapshot");
+  const auto report = [&](const std::string& sentence, std::size_t deleted) {
+    Report told = PruneReport(group, sentence, found);
+    told.AddField({"keep", "Keeps", Shown::kIfAny}, ToText(rule));
+    told.AddField({"deleted_by_rule_count", "Deleted by the rule"}, Json::UInt64(deleted));
+    if (args.Has("--explain")) AddVerdicts(retention, told);
+    return told;
+  };
+  if (isLook) {
+    return report("Would delete " + count + " of group " + Quote(group.id) + ruled + ".", 0);
+  }
+  if (!found.snapshots.empty() || !found.gsnaps.empty() || byRule != 0) {
+    Confirm(args,
+            "delete " + count + " that syncs of group " + Quote(group.id) + " have taken" + ruled);
   }
   DeleteGsnaps(group, found);
   DeleteSnapshots(group, found);
-  return PruneReport(group,
-                     "Deleted " +
-                         CountText(CountDeleted(found.snapshots), CountDeleted(found.gsnaps)) +
-                         " of group " + Quote(group.id) + ".",
-                     found);
+  DeleteByRule(group, retention);
+  return report("Deleted " + CountText(CountDeleted(found.snapshots), CountDeleted(found.gsnaps)) +
+                    " of group " + Quote(group.id) + ruled + ".",
+                byRule);
 }
 
 }  // namespace
@@ -334,7 +407,7 @@ Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
 Verb SnapshotPrune() {
   return {
       "snapshot prune",
-      "delete the snapshots that syncs have left behind",
+      "delete what syncs left and what a rule lets go",
       {"Every sync takes a snapshot of each target and needs only the last of them. Deletes, "
        "on both copies, those before it that no plan holds or is going to send and that no "
        "group's catalogue records. The newest cut that all replicas of a group have stays, also "
@@ -344,10 +417,22 @@ Verb SnapshotPrune() {
        "Group snapshots that \"sync --dr-group\" has made are deleted in the same way, from the "
        "catalogues of all groups that record that cut, the older ones first, unless one of them is "
        "locked or has a description, or a part of it is out of reach or needed by a plan.",
+       "With a rule, the group's (\"group retention\") or that of --keep, those group snapshots in "
+       "the group's own catalogue are deleted, too, that the rule does not keep: the oldest first, "
+       "each with its target snapshots. Whatever the rule says, those stay that are locked, that a "
+       "plan holds or is going to send, whose cut a failover may need, a part of which is out of "
+       "reach, and a part of which a group snapshot has that stays. The rule only compares "
+       "snapshots with each other: a wrong clock deletes nothing.",
        "What was deleted before a failure stays deleted, and the same command goes on."},
-      "Snapshots and group snapshots that syncs have made are lost.",
+      "Snapshots and group snapshots that syncs have made, and those that a rule does not keep, "
+      "are "
+      "lost.",
       {GroupArgument("the group")},
-      {Flag("--dry-run", "only show what would be deleted"), Yes()},
+      {{"--keep", Value::kText, "RULE",
+        "what stays, as in last=24,hourly=48,daily=30,weekly=8,monthly=12"},
+       Flag("--explain", "delete nothing; say of each group snapshot why it stays or goes"),
+       Flag("--dry-run", "only show what would be deleted"),
+       Yes()},
       RunSnapshotPrune};
 }
 

@@ -19,6 +19,7 @@ Verb GroupCreate();
 Verb GroupList();
 Verb GroupShow();
 Verb GroupQuiesce();
+Verb GroupRetention();
 Verb GroupRename();
 Verb GroupRelink();
 Verb GroupUpgrade();

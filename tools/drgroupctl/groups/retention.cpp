@@ -1,4 +1,4 @@
-#include "action/retention.h"
+#include "groups/retention.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <vreldrgroup/record/gsnapshot.h>
+
+#include <vector>
+
+#include "groups/group_store.h"
+#include "groups/retention.h"
+
+namespace drgroupctl {
+
+// What a rule makes of the group snapshots in a group's catalogue.
+struct Retention {
+  std::vector<Verdict> verdicts;                  // the newest first
+  std::vector<VrelDRGroup::GsnapshotInfo> going;  // with their parts, the oldest first
+};
+
+// Judges them without a look at the clock. Whatever the rule says, those stay that are locked, that
+// a plan holds a part of or is going to send, whose cut a failover may need, a part of which is out
+// of reach, and a part of which another group snapshot has that stays. Throws when one of the
+// catalogues or what plans hold cannot be read: what that claims could not be spared.
+Retention JudgeGsnaps(const Group& group, const KeepRule& rule);
+
+}  // namespace drgroupctl
