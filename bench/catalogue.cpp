@@ -22,7 +22,8 @@ The other options are those of Google Benchmark. Exits with 0 unless a benchmark
 How it is counted: both sides run in turn, once per round; the numbers are medians of all rounds, the
 ratio is the median of the rounds' ratios. Every insert is open, insert, close with journal_mode
 PERSIST and synchronous FULL. Creation has on the raw side the same run of the database script and
-the same rows, one durable insert each. Peak memory is what one listing adds to a process of its own.
+the same rows, one durable insert each; deletion the same statements, each in an opening of its own.
+Peak memory is what one listing adds to a process of its own.
 )";
 
 int Run(const std::filesystem::path& dir) {
@@ -35,6 +36,7 @@ int Run(const std::filesystem::path& dir) {
   bench::RegisterRead(place);
   bench::RegisterList(place);
   bench::RegisterCreate(place);
+  bench::RegisterDelete(place);
   bench::RegisterRepair(place);
   bench::RegisterRename(place);
   bench::RegisterScript(place);

@@ -2,6 +2,7 @@
 
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 namespace bench::raw {
 
@@ -77,12 +78,7 @@ bool ForEachRow(const Statement& statement, const Visit& visit) {
   return code == SQLITE_DONE;
 }
 
-}  // namespace
-
-bool InsertTargetSnapshot(const std::string& path, const TargetSnapshot& tsnap,
-                          const std::string& gsnapId) {
-  const Database db = OpenToWrite(path);
-  if (!db) return false;
+bool Insert(const Database& db, const TargetSnapshot& tsnap, const std::string& gsnapId) {
   const Statement insert =
       Prepare(db,
               "INSERT INTO target_snap_list (target_id, target_type, tsnap_id, gsnap_id)"
@@ -95,9 +91,7 @@ bool InsertTargetSnapshot(const std::string& path, const TargetSnapshot& tsnap,
   return sqlite3_step(insert.get()) == SQLITE_DONE;
 }
 
-bool InsertGsnapshot(const std::string& path, const Gsnapshot& gsnap) {
-  const Database db = OpenToWrite(path);
-  if (!db) return false;
+bool Insert(const Database& db, const Gsnapshot& gsnap) {
   const Statement insert = Prepare(
       db,
       "INSERT INTO gsnap_meta (\"desc\", is_user_locked, cw_type, gsnap_id, tag, gsnap_time,"
@@ -111,6 +105,19 @@ bool InsertGsnapshot(const std::string& path, const Gsnapshot& gsnap) {
   sqlite3_bind_int64(insert.get(), 6, gsnap.gsnap_time);
   sqlite3_bind_int(insert.get(), 7, gsnap.status);
   return sqlite3_step(insert.get()) == SQLITE_DONE;
+}
+
+}  // namespace
+
+bool InsertTargetSnapshot(const std::string& path, const TargetSnapshot& tsnap,
+                          const std::string& gsnapId) {
+  const Database db = OpenToWrite(path);
+  return db && Insert(db, tsnap, gsnapId);
+}
+
+bool InsertGsnapshot(const std::string& path, const Gsnapshot& gsnap) {
+  const Database db = OpenToWrite(path);
+  return db && Insert(db, gsnap);
 }
 
 bool ReadInfo(const std::string& path, const std::string& gsnapId, GsnapshotInfo& info) {
@@ -181,6 +188,43 @@ bool ReadForRepair(const std::string& path, RepairInput& input) {
                             [&](const Statement& row) {
                               AppendTargetSnapshot(row, input.parts[std::string(Text(row, 3))]);
                             });
+}
+
+bool DeleteRows(const std::string& path, const std::string& table, const std::string& column,
+                const std::string& value) {
+  const Database db = OpenToWrite(path);
+  if (!db) return false;
+  const Statement remove = Prepare(db, "DELETE FROM " + table + " WHERE " + column + " = ?");
+  if (!remove) return false;
+  Bind(remove, 1, value);
+  return sqlite3_step(remove.get()) == SQLITE_DONE;
+}
+
+bool ListTargetSnapshots(const std::string& path, TargetSnapshots& tsnaps) {
+  const Database db = Open(path);
+  if (!db) return false;
+  return ForEachRow(
+      Prepare(db, "SELECT target_id, target_type, tsnap_id, gsnap_id FROM target_snap_list"),
+      [&tsnaps](const Statement& row) {
+        VrelDR::Target target(std::string(Text(row, 0)), sqlite3_column_int(row.get(), 1));
+        auto& tsnap = tsnaps[target].emplace_back();
+        tsnap.target = std::move(target);
+        tsnap.tsnap_id = Text(row, 2);
+        tsnap.gsnap_id = Text(row, 3);
+      });
+}
+
+bool AddGroupSnapshot(const std::string& path, const GsnapshotInfo& info) {
+  const Database db = OpenToWrite(path);
+  if (!db || sqlite3_exec(db.get(), "PRAGMA synchronous = OFF; BEGIN", nullptr, nullptr, nullptr) !=
+                 SQLITE_OK) {
+    return false;
+  }
+  bool isGood = Insert(db, info);
+  for (const TargetSnapshot& each : info.target_snapshots) {
+    isGood = isGood && Insert(db, each, info.gsnap_id);
+  }
+  return isGood && sqlite3_exec(db.get(), "COMMIT", nullptr, nullptr, nullptr) == SQLITE_OK;
 }
 
 bool Rename(const std::string& path, const std::string& from, const std::string& to) {

@@ -34,6 +34,19 @@ struct RepairInput {
 // Open, two selects, close.
 bool ReadForRepair(const std::string& path, RepairInput& input);
 
+// The rows of a table whose column holds this text: open, delete, close, as durable as the
+// library's.
+bool DeleteRows(const std::string& path, const std::string& table, const std::string& column,
+                const std::string& value);
+
+// All target snapshots of a catalogue by target: open, one select, close.
+using TargetSnapshots =
+    std::map<VrelDR::Target, std::vector<VrelDRGroup::TargetSnapshotRelationship>>;
+bool ListTargetSnapshots(const std::string& path, TargetSnapshots& tsnaps);
+
+// Adds a group snapshot of these target snapshots in one transaction, which need not be durable.
+bool AddGroupSnapshot(const std::string& path, const VrelDRGroup::GsnapshotInfo& info);
+
 // Replaces a group's identifier wherever it is stored: open, one transaction, close.
 bool Rename(const std::string& path, const std::string& from, const std::string& to);
 

@@ -28,6 +28,8 @@ an image of the same size and changes on the same volumes. The precheck and the 
 tool's, of a group on two directories; the raw side reads every record of the same targets and
 plans over one connection and looks whether their bytes are there. A cut is that of the host, of
 empty shares that were just written to, beside "btrfs subvolume snapshot" of each after the other.
+The creation of a group snapshot, one target after the other without a cut, stands beside one run of
+the database script, the host's own snapshot of each target and the rows, one durable insert each.
 How long writers are held is counted in ms, with a control group of somebody who writes all shares,
 beside the time from the first copy's beginning to the last one's end and 20 ms.
 )";
@@ -38,6 +40,7 @@ int Run(const std::filesystem::path& dir) {
   std::filesystem::create_directories(place);
   bench::RegisterPlans(place / "plans");
   bench::RegisterCut(place / "cuts");
+  bench::RegisterRealCreation(place / "created");
   bench::RegisterHeldCut(place / "held");
   bench::RegisterShip(place / "ship");
   const int status = bench::RunRegistered();

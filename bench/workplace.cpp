@@ -104,6 +104,10 @@ const Catalogue& Workplace::Writing() {
   return Get("write", 1000);
 }
 
+const Catalogue& Workplace::Deleting(long rows) {
+  return Get("delete-" + std::to_string(rows), rows);
+}
+
 const Catalogue& Workplace::Renaming(long rows) {
   return Get("name-" + std::to_string(rows), rows);
 }

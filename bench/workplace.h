@@ -35,6 +35,9 @@ class Workplace {
   // A catalogue of 1,000 rows to write to.
   const Catalogue& Writing();
 
+  // A catalogue of `rows` rows to delete from what was added.
+  const Catalogue& Deleting(long rows);
+
   // A catalogue of `rows` rows whose group may change its identifier.
   const Catalogue& Renaming(long rows);
 

@@ -1,5 +1,7 @@
 #include "vreldrgroup/snapshot/gsnap_op.h"
 
+#include <algorithm>
+#include <iterator>
 #include <string_view>
 #include <unordered_map>
 #include <utility>
@@ -242,12 +244,29 @@ bool TargetSnapList(const std::string& groupId,
     LOG_LONG_ERR("Empty group Id");
     return false;
   }
-  std::vector<TargetSnapshotRelationship> rows;
-  if (!ReadRecords(DRGroupDB::GetRef(groupId), SelectFrom(TargetSnapListSqliteTable()),
-                   TargetSnapshotRelationship(), rows)) {
-    return false;
+  // Put where they belong as they are read, for a catalogue of a million rows should be in memory
+  // once; the caller's map gets them when all could be read.
+  std::map<VrelDR::Target, std::vector<TargetSnapshotRelationship>> read;
+  bool readable = true;
+  const bool selected = DRGroupDB::GetRef(groupId).SelectEach(
+      SelectFrom(TargetSnapListSqliteTable()), [&](const SqliteValueList& values) {
+        TargetSnapshotRelationship row;
+        if (row.FromSqliteValues(values)) {
+          read[row.target].push_back(std::move(row));
+        } else {
+          readable = false;
+        }
+        return true;
+      });
+  if (!selected || !readable) return false;
+  for (auto& [target, rows] : read) {
+    std::vector<TargetSnapshotRelationship>& known = out[target];
+    if (known.empty()) {
+      known = std::move(rows);
+    } else {
+      std::move(rows.begin(), rows.end(), std::back_inserter(known));
+    }
   }
-  for (TargetSnapshotRelationship& row : rows) out[row.target].push_back(std::move(row));
   return true;
 }
 
