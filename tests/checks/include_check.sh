@@ -13,8 +13,8 @@ grep -E '^(host|include|src|tools)/' "$files" |
   awk -v files="$files" '
     # The higher number may include the lower one.
     BEGIN {
-      count = split("process vrelcore vreldrcore config vreldr/base foundation vreldrnode vreldr/store " \
-                    "vreldr/engine vreldr/engine/support vreldr/engine/local vreldr/hold " \
+      count = split("process vrelcore vreldrcore config vreldr/base vreldr/protocol foundation vreldrnode " \
+                    "vreldr/store vreldr/engine vreldr/engine/support vreldr/engine/local vreldr/hold " \
                     "vreldr/target vreldr/plan vreldr/api", names, " ")
       for (i = 1; i <= count; ++i) floors["host/" names[i]] = i
       count = split("output command host groups action verbs", names, " ")
