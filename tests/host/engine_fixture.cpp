@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <random>
 
+#include "base/kill_point.h"
 #include "engine/tables.h"
 #include "tree.h"
 
@@ -224,6 +225,8 @@ void EngineTest::UseProgram(const std::string& name, const std::string& script) 
 }
 
 void EngineTest::SlowDown() {
+  // Each piece has half a megabyte.
+  setenv("VRELDR_SLOW_POINT", std::string(VrelDR::kShipPiece).c_str(), 1);
   UseProgram("rsync", "exec /usr/bin/rsync --bwlimit=4m \"$@\"\n");
   // After four megabytes nothing comes any more.
   UseProgram("btrfs",
@@ -232,6 +235,7 @@ void EngineTest::SlowDown() {
 }
 
 void EngineTest::FullSpeed() {
+  unsetenv("VRELDR_SLOW_POINT");
   setenv("PATH", search_path_.c_str(), 1);
 }
 

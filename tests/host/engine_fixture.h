@@ -122,7 +122,7 @@ class EngineTest : public testing::TestWithParam<std::string> {
 
   // Puts a shell script in the place of a program, until FullSpeed.
   void UseProgram(const std::string& name, const std::string& script);
-  // Lets the programs that move the bytes come slowly to an end, or to none, until FullSpeed.
+  // Lets whoever moves the bytes come slowly to an end, or to none, until FullSpeed.
   void SlowDown();
   void FullSpeed();
 

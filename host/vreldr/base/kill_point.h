@@ -8,9 +8,9 @@ namespace VrelDR {
 // process at the one that VRELDR_KILL_POINT in the environment names, as in a crash (SIGKILL to
 // itself): tests go through the whole list. Without that library a kill point does nothing.
 //
-// Cloning goes through the steps of creating. "copy.file" is reached after each file of a copy, the
-// others once in the call they are named for. A step that an engine does not have is not reached
-// there.
+// Cloning goes through the steps of creating. "copy.file" is reached after each file of a copy,
+// "ship.piece" after each piece of data that is told by changes, the others once in the call they
+// are named for. A step that an engine does not have is not reached there.
 inline constexpr std::string_view kTakeRecorded = "take.recorded";  // record made, no bytes yet
 inline constexpr std::string_view kCopyFile = "copy.file";          // one file of a tree copied
 inline constexpr std::string_view kTakeCopied = "take.copied";      // all copied, not yet synced
@@ -39,6 +39,7 @@ inline constexpr std::string_view kRestoreExchanged = "restore.exchanged";  // i
 inline constexpr std::string_view kRestoreDone = "restore.done";  // the old bytes are gone
 inline constexpr std::string_view kShipBegun = "ship.begun";      // its place is made
 inline constexpr std::string_view kShipData = "ship.data";        // some bytes were sent
+inline constexpr std::string_view kShipPiece = "ship.piece";      // one more piece was told
 inline constexpr std::string_view kShipSent = "ship.sent";        // all has arrived, not yet synced
 inline constexpr std::string_view kShipSynced = "ship.synced";    // synced, not said to be whole
 inline constexpr std::string_view kShipMarked = "ship.marked";    // said so, not yet read-only

@@ -27,6 +27,7 @@ struct EntryAttributes {
   std::uint32_t owner = 0;
   std::uint32_t group = 0;
   EntryTime accessed, changed;
+  bool has_more_names = false;  // others of it may be told later
   // Access lists, capabilities and the record of inode flags (see flags.h) are among them.
   std::vector<EntryXattr> xattrs;
 };
@@ -36,6 +37,8 @@ struct EntryAttributes {
 struct ChangePoint {
   std::uint64_t ended = 0;
   std::uint64_t offset = 0;
+
+  bool operator==(const ChangePoint&) const = default;
 };
 
 // Is told what a snapshot is, once, in an order in which it can be made in one pass: a directory,
@@ -67,9 +70,6 @@ class ChangeSink {
   // What is in the file that was begun, piece by piece: never beyond its size, never again.
   virtual Status Data(std::uint64_t offset, std::span<const char> bytes) = 0;
   virtual Status Hole(std::uint64_t offset, std::uint64_t length) = 0;
-  // Digests of the file's data that the source kept when the snapshot was made, in a form of their
-  // keeper: what the sink has is to agree with them. Comes, if at all, right before EndFile.
-  virtual Status Digests(std::span<const char> kept) = 0;
   virtual Status EndFile(const EntryAttributes& attributes) = 0;
 
   // Another name of what was told by that path.

@@ -6,6 +6,7 @@
 #include "base/kill_point.h"
 #include "engine/local/area.h"
 #include "engine/local/arrival.h"
+#include "engine/local/change_way.h"
 #include "engine/local/directory.h"
 #include "engine/local/freeze.h"
 #include "engine/local/holes.h"
@@ -54,10 +55,13 @@ class Way {
   Status Arrive(const TargetPlace& replica, Watcher& watcher) const;
 
  private:
-  // Makes the place where the snapshot arrives hold all of it, going on from what is there.
-  Status Bring(Shipment& shipment, WriteBack& writeBack) const;
+  // Makes the place where the snapshot arrives hold all of it, going on from what is there; `below`
+  // becomes what it is then.
+  Status Bring(Shipment& shipment, WriteBack& writeBack, Below& below) const;
   // Does that between volumes on btrfs, from the beginning.
-  Status Send(Shipment& shipment) const;
+  Status Send(Shipment& shipment, WriteBack& writeBack) const;
+  // Does that by comparing all, on a copy of the base if nothing has arrived.
+  Status Compare(Shipment& shipment, WriteBack& writeBack, bool hasArrived, bool isSent) const;
 
   const ShipSource& source_;
   const ShipSink& sink_;
@@ -78,14 +82,12 @@ Status Way::FindBase(const std::string& baseId) {
 Status Way::Arrive(const TargetPlace& replica, Watcher& watcher) const {
   WriteBack writeBack(sink_.GetVolumeFd(), sink_.GetVolumePath());
   // Nothing gets there whose bytes are not on disk.
-  if (sink_.IsThere() || sink_.IsWhole()) return sink_.Settle(writeBack);
+  if (sink_.IsThere() || sink_.IsWhole()) return sink_.Settle(writeBack, Below::kLoose);
   Status status = sink_.Unmark();
   if (!status.IsOk()) return status;
-  {
-    Shipment shipment(watcher, replica.id, writeBack);
-    const Flusher flusher(writeBack);
-    status = Bring(shipment, writeBack);
-  }
+  Below below = Below::kLoose;
+  Shipment shipment(watcher, replica.id, writeBack);
+  status = Bring(shipment, writeBack, below);
   // The programs that move the bytes go by paths: into another volume that has taken the place of
   // this one, or into what somebody has mounted meanwhile.
   if (status.IsOk()) status = CheckStillAt(source_.GetFd(), source_.GetPath());
@@ -100,20 +102,33 @@ Status Way::Arrive(const TargetPlace& replica, Watcher& watcher) const {
   status = sink_.MarkWhole();
   if (!status.IsOk()) return status;
   KillPoint(kShipMarked);
-  return sink_.Settle(writeBack);
+  return sink_.Settle(writeBack, below);
 }
 
-Status Way::Bring(Shipment& shipment, WriteBack& writeBack) const {
+Status Way::Bring(Shipment& shipment, WriteBack& writeBack, Below& below) const {
   const bool isSent = IsSubvolume(source_.GetFd()) && IsBtrfs(sink_.GetIncomingFd());
-  if (isSent && !sink_.HasArrived()) return Send(shipment);
+  bool hasArrived = sink_.HasArrived();
+  if (isSent && !hasArrived) return Send(shipment, writeBack);
+  if (!isSent) {
+    ChangeWay changes(source_, sink_, snap_id_, base_id_);
+    Status status = changes.Bring(shipment, writeBack, hasArrived);
+    if (!status.IsOk() || changes.IsDone()) {
+      below = Below::kFixed;
+      return status;
+    }
+  }
+  return Compare(shipment, writeBack, hasArrived, isSent);
+}
+
+Status Way::Compare(Shipment& shipment, WriteBack& writeBack, bool hasArrived, bool isSent) const {
+  const Flusher flusher(writeBack);
   // What an earlier call wrote may never have reached the disk, whatever is in memory: synced by
   // now, it is read from there and compared.
-  Status status =
-      sink_.HasArrived() ? writeBack.Sync() : sink_.Prepare(base_id_, shipment.GetWatch());
+  Status status = hasArrived ? writeBack.Sync() : sink_.Prepare(base_id_, shipment.GetWatch());
   if (!status.IsOk()) return status;
   const Fd incoming = OpenDir(sink_.GetIncomingFd(), snap_id_);
   if (!incoming) return StatusOfErrno(errno, sink_.GetIncomingPath());
-  int error = sink_.HasArrived() ? ForgetCached(incoming.Get()) : 0;
+  int error = hasArrived ? ForgetCached(incoming.Get()) : 0;
   if (error == 0) error = MakeWhatIsThereFit(incoming.Get(), source_.GetFd(), shipment.GetWatch());
   if (error == ECANCELED) return Watch::Stopped();
   if (error != 0) return StatusOfErrno(error, sink_.GetIncomingPath());
@@ -124,7 +139,8 @@ Status Way::Bring(Shipment& shipment, WriteBack& writeBack) const {
   return error == 0 ? Status() : StatusOfErrno(error, sink_.GetIncomingPath());
 }
 
-Status Way::Send(Shipment& shipment) const {
+Status Way::Send(Shipment& shipment, WriteBack& writeBack) const {
+  const Flusher flusher(writeBack);
   bool givenUp = false;
   const auto send = [&](const std::string& basePath) {
     StreamSource source(source_.GetPath(), basePath);

@@ -10,7 +10,6 @@
 #include <fstream>
 #include <string_view>
 
-#include "engine/local/tree_measure.h"
 #include "engine/support/child.h"
 
 namespace VrelDR::Local {
@@ -100,15 +99,17 @@ std::uint64_t WrittenBytes(pid_t pid) {
 
 }  // namespace
 
+PathLimits RsyncLimits(const std::string& from) {
+  return {"rsync", kLongestPath, kLongestPath - std::min(kLongestPath, from.size() + 1)};
+}
+
 Status Rsync(const std::string& from, const std::string& to, int lockFd, Shipment& shipment) {
   Pipe output;
   if (!output.read_end || fcntl(output.read_end.Get(), F_SETFL, O_NONBLOCK) != 0) {
     return StatusOfErrno(errno, {});
   }
   std::uint64_t total = 0;
-  const PathLimits limits{"rsync", kLongestPath,
-                          kLongestPath - std::min(kLongestPath, from.size() + 1)};
-  Status status = MeasureTree(from, limits, shipment.GetWatch(), total);
+  Status status = MeasureTree(from, RsyncLimits(from), shipment.GetWatch(), total);
   if (!status.IsOk()) return status;
   std::vector<std::string> args = kArgs;
   args.push_back(from + "/");

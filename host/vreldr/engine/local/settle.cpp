@@ -11,7 +11,7 @@
 namespace VrelDR::Local {
 
 Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
-              WriteBack& writeBack, const std::string& path) {
+              WriteBack& writeBack, const std::string& path, Below below) {
   const Fd copy = OpenDir(fromFd, name);
   int error = copy ? 0 : errno;
   if (copy && IsSubvolume(copy.Get())) {
@@ -19,7 +19,7 @@ Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& 
     // as the base of what is sent next.
     error = SnapshotSubvolume(copy.Get(), toFd, name, Access::kReadOnly);
   } else if (copy) {
-    error = FreezeBelow(copy.Get());
+    if (below == Below::kLoose) error = FreezeBelow(copy.Get());
     if (error == 0) KillPoint(steps.frozen);
     // What was synced and what was frozen is on disk before this is: they are kept in order.
     if (error == 0 && renameat(fromFd, name.c_str(), toFd, name.c_str()) != 0) error = errno;

@@ -12,11 +12,14 @@ struct SettleSteps {
   std::string_view frozen, renamed;
 };
 
+// Whether what is below the top of a copy is read-only already, as far as it can be.
+enum class Below { kLoose, kFixed };
+
 // Makes the finished copy `name` in the directory `fromFd`, all of which is on disk, a snapshot in
 // `toFd`: durably, read-only where the system can do that, and there as a whole or not at all. Of a
 // subvolume something may stay behind in `fromFd`. `path` names the volume.
 Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
-              WriteBack& writeBack, const std::string& path);
+              WriteBack& writeBack, const std::string& path, Below below = Below::kLoose);
 
 // Does what Settle does last, in case that it was interrupted before: `name` is in `toFd` already.
 Status FinishSettling(int toFd, const std::string& name, WriteBack& writeBack,

@@ -57,6 +57,10 @@ int ShipSink::HasSnapshot(const std::string& snapId, bool& has) const {
   return FindEntry(snapshots_.Get(), snapId, has);
 }
 
+Fd ShipSink::OpenSnapshot(const std::string& snapId) const {
+  return OpenDir(snapshots_.Get(), snapId);
+}
+
 std::string ShipSink::GetIncomingDirPath() const {
   return dir_.AreaPath(kIncoming, replica_);
 }
@@ -102,10 +106,10 @@ Status ShipSink::MarkWhole() const {
   return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
 }
 
-Status ShipSink::Settle(WriteBack& writeBack) const {
+Status ShipSink::Settle(WriteBack& writeBack, Below below) const {
   if (is_there_) return FinishSettling(snapshots_.Get(), snap_id_, writeBack, GetVolumePath());
   return Local::Settle(incoming_.Get(), snap_id_, snapshots_.Get(), kShipSteps, writeBack,
-                       GetVolumePath());
+                       GetVolumePath(), below);
 }
 
 Status ShipSink::Clear() const {

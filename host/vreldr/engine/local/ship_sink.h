@@ -4,6 +4,7 @@
 
 #include "base/fd.h"
 #include "engine/engine.h"
+#include "engine/local/settle.h"
 #include "engine/local/volume_dir.h"
 #include "engine/local/write_back.h"
 
@@ -31,6 +32,8 @@ class ShipSink {
   bool IsWhole() const { return is_whole_; }        // and that is all of it
   // Whether the replica has that snapshot. 0 or an errno.
   int HasSnapshot(const std::string& snapId, bool& has) const;
+  // Opens one of the replica's snapshots. False with errno set on a failure.
+  Fd OpenSnapshot(const std::string& snapId) const;
 
   int GetIncomingFd() const { return incoming_.Get(); }
   int GetVolumeFd() const { return there_.volume.Get(); }
@@ -43,12 +46,12 @@ class ShipSink {
   // Makes the place where the snapshot arrives, with the bytes of `baseId` when that is not empty;
   // as a whole, so that nothing that the base has is sent again.
   Status Prepare(const std::string& baseId, Watch& watch) const;
-  // Removes what has arrived.
+  // Removes what has arrived, piece by piece.
   Status Discard() const;
   // All has arrived and is on disk.
   Status MarkWhole() const;
   // Makes what has arrived as a whole one of the replica's snapshots, durably; once more is fine.
-  Status Settle(WriteBack& writeBack) const;
+  Status Settle(WriteBack& writeBack, Below below) const;
   // Removes what is on its way, of other snapshots too.
   Status Clear() const;
 

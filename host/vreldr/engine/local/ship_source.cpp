@@ -1,6 +1,7 @@
 #include "engine/local/ship_source.h"
 
 #include "engine/local/arrival.h"
+#include "engine/local/directory.h"
 
 namespace VrelDR::Local {
 
@@ -12,6 +13,10 @@ Status ShipSource::Open(Watcher& watcher) {
 
 int ShipSource::HasSnapshot(const std::string& snapId, bool& has) const {
   return FindEntry(snapshots_.Get(), snapId, has);
+}
+
+Fd ShipSource::OpenSnapshot(const std::string& snapId) const {
+  return OpenDir(snapshots_.Get(), snapId);
 }
 
 }  // namespace VrelDR::Local

@@ -18,8 +18,12 @@ class ShipSource {
   Status Open(Watcher& watcher);
   // Whether the target has that snapshot. 0 or an errno.
   int HasSnapshot(const std::string& snapId, bool& has) const;
+  // Opens one of the target's snapshots. False with errno set on a failure.
+  Fd OpenSnapshot(const std::string& snapId) const;
 
   int GetFd() const { return snapshot_.Get(); }
+  // The directory that has all of the target's snapshots.
+  int GetSnapshotsFd() const { return snapshots_.Get(); }
   std::string GetPath() const { return PathOf(snap_id_); }
   std::string PathOf(const std::string& snapId) const { return dir_.SnapshotPath(source_, snapId); }
 

@@ -38,11 +38,13 @@ Flusher::~Flusher() {
   thread_.join();
 }
 
-void Flusher::Run(WriteBack& writeBack) {
+void Flusher::Run(WriteBack& writeBack, ChangeMark* mark) {
   std::unique_lock lock(mutex_);
   while (!ending_.wait_for(lock, std::chrono::seconds(1), [this] { return ends_; })) {
     lock.unlock();
-    (void)writeBack.Sync();
+    const ChangePoint reached = mark == nullptr ? ChangePoint() : mark->GetReached();
+    const bool isOnDisk = writeBack.Sync().IsOk();
+    if (isOnDisk && mark != nullptr) mark->Keep(reached);
     lock.lock();
   }
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "engine/local/change_mark.h"
 #include "engine/local/write_back.h"
 #include "engine/support/watch.h"
 
@@ -38,14 +39,16 @@ class Shipment {
 // safe, and the last sync, which nobody can stop, is short.
 class Flusher {
  public:
-  // What it finds stays known to `writeBack`, which lives longer than this object.
-  explicit Flusher(WriteBack& writeBack) : thread_([this, &writeBack] { Run(writeBack); }) {}
+  // What it finds stays known to `writeBack`, and how far what is on disk goes to `mark`, which may
+  // be null; both live longer than this object.
+  explicit Flusher(WriteBack& writeBack, ChangeMark* mark = nullptr)
+      : thread_([this, &writeBack, mark] { Run(writeBack, mark); }) {}
   ~Flusher();
   Flusher(const Flusher&) = delete;
   Flusher& operator=(const Flusher&) = delete;
 
  private:
-  void Run(WriteBack& writeBack);
+  void Run(WriteBack& writeBack, ChangeMark* mark);
 
   std::mutex mutex_;
   std::condition_variable ending_;

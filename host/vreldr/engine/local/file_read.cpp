@@ -1,0 +1,61 @@
+#include "engine/local/file_read.h"
+
+#include <fcntl.h>
+#include <sys/types.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+#include "engine/support/open_entry.h"
+
+namespace VrelDR::Local {
+
+int FindData(int fd, std::uint64_t at, std::uint64_t end, std::uint64_t& data) {
+  const off_t found = lseek(fd, static_cast<off_t>(at), SEEK_DATA);
+  if (found < 0 && errno != ENXIO && errno != EINVAL) return errno;
+  // No such address: there are holes only.
+  data = found >= 0 ? std::min(static_cast<std::uint64_t>(found), end) : errno == ENXIO ? end : at;
+  return 0;
+}
+
+int FindHole(int fd, std::uint64_t at, std::uint64_t end, std::uint64_t& hole) {
+  const off_t found = lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
+  if (found < 0 && errno != ENXIO && errno != EINVAL) return errno;
+  hole = found >= 0 ? std::min(static_cast<std::uint64_t>(found), end) : end;
+  return 0;
+}
+
+int ReadFully(int fd, std::uint64_t at, std::span<char> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t got = pread(fd, bytes.data(), bytes.size(), static_cast<off_t>(at));
+    if (got == 0) return ESTALE;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return errno;
+    bytes = bytes.subspan(static_cast<std::size_t>(got));
+    at += static_cast<std::uint64_t>(got);
+  }
+  return 0;
+}
+
+int WriteFully(int fd, std::uint64_t at, std::span<const char> bytes) {
+  while (!bytes.empty()) {
+    const ssize_t done = pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(at));
+    if (done < 0 && errno == EINTR) continue;
+    if (done < 0) return errno;
+    bytes = bytes.subspan(static_cast<std::size_t>(done));
+    at += static_cast<std::uint64_t>(done);
+  }
+  return 0;
+}
+
+Fd OpenQuietly(int dirFd, const std::string& name, int flags) {
+  const int all = O_RDONLY | O_NONBLOCK | flags;
+  // Only a file's owner may say so.
+  Fd fd = OpenEntry(dirFd, name, all | O_NOATIME);
+  if (!fd && errno == EPERM) fd = OpenEntry(dirFd, name, all);
+  return fd;
+}
+
+}  // namespace VrelDR::Local
