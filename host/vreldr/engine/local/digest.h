@@ -15,7 +15,6 @@ struct Digest {
   std::array<unsigned char, 16> bytes = {};
 
   bool operator==(const Digest&) const = default;
-  auto operator<=>(const Digest&) const = default;
 };
 
 // Files are cut into chunks of this size from their beginning on, the last one may be shorter. A

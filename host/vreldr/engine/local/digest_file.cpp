@@ -185,7 +185,7 @@ int DigestFile::CheckRecords(PieceReader& reader) {
   std::uint64_t count = 0;
   if (const int error = GetNumber(reader, count)) return error;
   if (count != names_.size() || reader.GetOffset() != byte_count_ - sizeof(Digest)) return EBADMSG;
-  std::ranges::sort(names_, {}, &Name::path);
+  std::ranges::sort(names_, {}, [](const Name& each) { return each.path.bytes; });
   const auto isSame = [](const Name& one, const Name& other) { return one.path == other.path; };
   return std::ranges::adjacent_find(names_, isSame) == names_.end() ? 0 : EBADMSG;
 }
@@ -230,7 +230,8 @@ int DigestFile::PassOverBlocks(PieceReader& reader, std::uint64_t size) const {
 
 const DigestFile::Name* DigestFile::FindName(std::string_view path) const {
   const Digest digest = DigestOf(path.data(), path.size());
-  const auto found = std::ranges::lower_bound(names_, digest, {}, &Name::path);
+  const auto found = std::ranges::lower_bound(names_, digest.bytes, {},
+                                              [](const Name& each) { return each.path.bytes; });
   return found != names_.end() && found->path == digest ? &*found : nullptr;
 }
 
