@@ -2,23 +2,17 @@
 #include <gmock/gmock.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
-#include <map>
-#include <optional>
-#include <set>
 #include <thread>
 
 #include "base/fd.h"
 #include "base/kill_point.h"
-#include "contract_rig.h"
+#include "digest_fixture.h"
 #include "engine/cut.h"
-#include "engine/local/digest_compare.h"
-#include "engine/local/digest_file.h"
 #include "engine/local/digest_writer.h"
 #include "tree.h"
 
@@ -33,71 +27,12 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using VrelDR::Fd;
 using VrelDR::Status;
-using VrelDR::Local::CompareDigests;
-using VrelDR::Local::DigestCursor;
-using VrelDR::Local::DigestDifference;
-using VrelDR::Local::DigestFile;
 using VrelDR::Local::DigestWriter;
 
 constexpr std::size_t kMiB = 1 << 20;
 
-class DigestSnapshotTest : public ContractTest {
+class DigestSnapshotTest : public KeptDigestsTest {
  protected:
-  static std::string AreaOf(const Side& side) {
-    return side.path + "/.vreldr/digests/" + side.place.locator;
-  }
-  static bool HasDigests(const Side& side, const std::string& id) {
-    return fs::exists(fs::symlink_status(AreaOf(side) + "/" + id));
-  }
-  // All that is called as digests are, anywhere on the volume.
-  static std::set<std::string> DigestsOn(const Side& side) {
-    std::set<std::string> found;
-    for (const auto& each : fs::recursive_directory_iterator(side.path + "/.vreldr")) {
-      const std::string path = each.path().string().substr(side.path.size());
-      const bool isOne = path.find("/.digests.") != std::string::npos ||
-                         (path.find("/digests/") != std::string::npos && each.is_regular_file());
-      if (isOne) found.insert(path);
-    }
-    return found;
-  }
-  static bool Keeps(const Side& side) { return side.type == "ext4" || side.type == "tmpfs"; }
-
-  // The digests are there, and are those of the snapshot's files as they are now.
-  static void ExpectRight(const Side& side, const std::string& id) {
-    const std::string top = side.SnapshotPath(id);
-    std::set<std::string> names;
-    std::map<ino_t, std::string> inodes;
-    const Fd dir(open("/var", O_RDONLY | O_DIRECTORY));
-    DigestWriter writer(dir.Get(), "expected-digests");
-    for (const auto& each : fs::recursive_directory_iterator(top)) {
-      struct stat st;
-      ASSERT_EQ(lstat(each.path().c_str(), &st), 0);
-      if (!S_ISREG(st.st_mode)) continue;
-      const std::string name = each.path().string().substr(top.size() + 1);
-      names.insert(name);
-      if (!inodes.emplace(st.st_ino, name).second) continue;
-      const std::string bytes = ReadFile(each.path());
-      writer.BeginFile(name, bytes.size());
-      writer.AddData(0, bytes.data(), bytes.size());
-      writer.EndFile();
-    }
-    ASSERT_TRUE(writer.Finish());
-    const Fd area(open(AreaOf(side).c_str(), O_RDONLY | O_DIRECTORY));
-    std::optional<DigestFile> expected;
-    std::optional<DigestFile> kept;
-    ASSERT_EQ(DigestFile::Open(dir.Get(), "expected-digests", expected), 0);
-    ASSERT_EQ(DigestFile::Open(area.Get(), id, kept), 0) << id;
-    std::optional<DigestDifference> difference;
-    EXPECT_EQ(CompareDigests(*expected, *kept, difference), 0);
-    EXPECT_FALSE(difference) << difference->path << " at " << difference->offset;
-    for (const std::string& name : names) {
-      std::optional<DigestCursor> cursor;
-      EXPECT_EQ(kept->Find(name, cursor), 0);
-      EXPECT_TRUE(cursor) << name;
-    }
-    EXPECT_FALSE(names.empty());
-  }
-
   static Status TakeUp(const EngineTarget& target, const std::string& id) {
     VrelDR::Watcher watcher;
     return target.engine->TakeUp(target.place, id, watcher);
@@ -246,7 +181,6 @@ void FillBut(const std::string& path, std::uint64_t left) {
 }
 
 TEST_P(CopyDigestTest, ASnapshotForWhichThereIsRoomDoesNotFailForTheirs) {
-  fs::remove_all(A().TargetPath() + "/sub");
   // So many and so long names that the digests take up more than is kept in memory.
   constexpr int kFiles = 1500;
   for (int i = 0; i < kFiles; ++i) {

@@ -210,6 +210,8 @@ TEST_P(ShipWithRsyncTest, WhatWentToAnotherVolumeThatTookThePlaceHasNotArrived) 
   Ship(A(), "s0", "", B());
   WriteFile(A().TargetPath() + "/new", "new");
   Take(A(), "s1");
+  // Without them the program is asked for.
+  fs::remove_all(A().path + "/.vreldr/digests");
   // All of the volume is there too, and what has arrived so far.
   const std::string other = B().path + ".other";
   UseProgram("rsync", "cp -a '" + B().path + "' '" + other + "' && mount --bind '" + other + "' '" +

@@ -43,6 +43,7 @@ inline constexpr std::string_view kShipPiece = "ship.piece";      // one more pi
 inline constexpr std::string_view kShipSent = "ship.sent";        // all has arrived, not yet synced
 inline constexpr std::string_view kShipSynced = "ship.synced";    // synced, not said to be whole
 inline constexpr std::string_view kShipMarked = "ship.marked";    // said so, not yet read-only
+inline constexpr std::string_view kShipDigestsPlaced = "ship.digests_placed";  // if it has some
 inline constexpr std::string_view kShipFrozen = "ship.frozen";    // read-only below its top
 inline constexpr std::string_view kShipRenamed = "ship.renamed";  // under its name
 inline constexpr std::string_view kShipDone = "ship.done";        // nothing is left of the shipment

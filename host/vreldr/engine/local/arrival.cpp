@@ -11,6 +11,7 @@
 #include "engine/local/area.h"
 #include "engine/local/change_mark.h"
 #include "engine/local/directory.h"
+#include "engine/local/kept_digests.h"
 #include "engine/local/tree_remove.h"
 #include "foundation/durable.h"
 
@@ -58,8 +59,9 @@ int DropArrived(int incomingFd, const std::string& keepSnapId) {
   std::vector<std::string> names;
   int error = ListDir(incomingFd, names);
   const auto isKept = [&](const std::string& name) {
-    return !keepSnapId.empty() && (name == keepSnapId || name == MarkOf(keepSnapId) ||
-                                   name == ChangeMark::NameOf(keepSnapId));
+    return !keepSnapId.empty() &&
+           (name == keepSnapId || name == MarkOf(keepSnapId) ||
+            name == ChangeMark::NameOf(keepSnapId) || name == DigestsName(keepSnapId));
   };
   // The marks first: what is removed piece by piece is not whole any more.
   for (const std::string& name : names) {

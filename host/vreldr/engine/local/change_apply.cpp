@@ -71,6 +71,11 @@ Status ChangeApply::Skip(const std::string& name) {
   struct stat st;
   if (const int error = StatEntry(Dir(), name, st)) return Fail(error);
   if (maker_.listener != nullptr && S_ISREG(st.st_mode)) {
+    if (st.st_nlink > 1) {
+      const auto [place, isFirst] = heard_.emplace(st.st_ino, PathOf(name));
+      Status status = isFirst ? Status() : maker_.listener->Name(PathOf(name), place->second);
+      if (!isFirst) return status.IsOk() ? EndEntry() : status;
+    }
     const Fd file = OpenQuietly(Dir(), name, 0);
     if (!file) return Fail(errno);
     const auto size = static_cast<std::uint64_t>(st.st_size);
@@ -212,7 +217,12 @@ Status ChangeApply::HardLink(const std::string& name, const std::string& path) {
     error = first ? SetFrozen(first.Get(), false) : errno;
     if (error == 0) error = MakeNew(Dir(), name, link);
   }
-  return error == 0 ? EndEntry() : Fail(error);
+  if (error != 0) return Fail(error);
+  if (maker_.listener != nullptr) {
+    Status status = maker_.listener->Name(PathOf(name), path);
+    if (!status.IsOk()) return status;
+  }
+  return EndEntry();
 }
 
 Status ChangeApply::SymbolicLink(const std::string& name, const std::string& text,

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -91,6 +94,8 @@ class ChangeApply : public ChangeSink {
   std::string below_;  // the path of the directory in hand, below the top
   std::string name_;   // of the entry in hand
   std::unique_ptr<ChangedFile> file_;
+  // Of an earlier call, files of several names that the listener has heard.
+  std::map<ino_t, std::string> heard_;
   bool can_go_on_ = true;  // the file in hand can, after an interruption
   std::vector<std::string>
       several_names_;  // files to freeze at the end, as no name can be added then

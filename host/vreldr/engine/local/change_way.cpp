@@ -8,6 +8,7 @@
 #include "engine/local/directory.h"
 #include "engine/local/extent_changes.h"
 #include "engine/local/rsync.h"
+#include "engine/local/ship_digests.h"
 #include "engine/local/subvolume.h"
 
 namespace VrelDR::Local {
@@ -44,7 +45,13 @@ Status ChangeWay::Bring(Shipment& shipment, WriteBack& writeBack, bool& hasArriv
   ChangeMark mark(sink_.GetIncomingFd(), snap_id_, base_id_);
   bool isOurs = false;
   if (const int error = mark.Read(isOurs)) return OfSink(error);
-  const bool isPossible = baseThere && ExtentChanges::CanTell(source_.GetSnapshotsFd());
+  ShipDigests digests(source_, sink_, snap_id_, base_id_);
+  Status status = baseThere ? digests.Open() : Status();
+  if (!status.IsOk()) return status;
+  ExtentChanges extents;
+  ChangeFinder* const finder =
+      ExtentChanges::CanTell(source_.GetSnapshotsFd()) ? &extents : digests.GetFinder();
+  const bool isPossible = baseThere && finder != nullptr;
   if (!isPossible || (hasArrived && !isOurs)) {
     // What is there goes on without it.
     return OfSink(ChangeMark::Remove(sink_.GetIncomingFd(), snap_id_));
@@ -52,8 +59,7 @@ Status ChangeWay::Bring(Shipment& shipment, WriteBack& writeBack, bool& hasArriv
   Ends ends{source_.GetFd(), base.Get(), baseThere.Get(), 0};
   // What begins this way may have to end another way: it has the limits of that one.
   const std::string path = source_.GetPath();
-  Status status = MeasureTree(path, RsyncLimits(path), shipment.GetWatch(), ends.total);
-  ExtentChanges finder;
+  status = MeasureTree(path, RsyncLimits(path), shipment.GetWatch(), ends.total);
   while (status.IsOk()) {
     const bool goesOn = hasArrived && isOurs;
     if (!goesOn) status = Discard(mark, hasArrived);
@@ -62,9 +68,15 @@ Status ChangeWay::Bring(Shipment& shipment, WriteBack& writeBack, bool& hasArriv
     hasArrived = true;
     const bool isFresh = mark.GetReached() == ChangePoint();
     bool cannot = false;
-    status = Try(ends, finder, mark, shipment, writeBack, cannot);
-    is_done_ = status.IsOk();
-    if (is_done_ || !cannot) return status;
+    status = Try(ends, *finder, digests, mark, shipment, writeBack, cannot);
+    if (status.IsOk()) return End(digests, mark, shipment);
+    if (status.code == kErrNoSpace && digests.GiveUp()) {
+      // Perhaps it fits without them.
+      isOurs = true;
+      status = {};
+      continue;
+    }
+    if (!cannot) return status;
     // Perhaps for the sake of what was there: all of it is told once more then.
     isOurs = false;
     status = {};
@@ -77,22 +89,37 @@ Status ChangeWay::Bring(Shipment& shipment, WriteBack& writeBack, bool& hasArriv
   return status;
 }
 
+Status ChangeWay::End(ShipDigests& digests, ChangeMark& mark, Shipment& shipment) {
+  bool isDifferent = false;
+  Status status = digests.Finish(isDifferent);
+  is_done_ = status.IsOk();
+  if (!isDifferent) return status;
+  // An empty place without the mark: the next call goes on with it the other way, which rests on no
+  // base.
+  Status left = Discard(mark, true);
+  if (left.IsOk()) left = sink_.Prepare({}, shipment.GetWatch());
+  if (left.IsOk()) (void)ChangeMark::Remove(sink_.GetIncomingFd(), snap_id_);
+  return status;
+}
+
 Status ChangeWay::Discard(ChangeMark& mark, bool hasArrived) const {
   Status status = OfSink(mark.Begin());
   if (status.IsOk() && hasArrived) status = sink_.Discard();
   return status;
 }
 
-Status ChangeWay::Try(const Ends& ends, ChangeFinder& finder, ChangeMark& mark, Shipment& shipment,
-                      WriteBack& writeBack, bool& cannot) const {
+Status ChangeWay::Try(const Ends& ends, ChangeFinder& finder, ShipDigests& digests,
+                      ChangeMark& mark, Shipment& shipment, WriteBack& writeBack,
+                      bool& cannot) const {
   const Fd top = OpenDir(sink_.GetIncomingFd(), snap_id_);
   if (!top) return OfSink(errno);
   const bool isFresh = mark.GetReached() == ChangePoint();
   ChangeProgress progress(shipment, ends.total);
   ChangeApply sink({top.Get(), ends.base_there_fd, sink_.GetIncomingPath(), sink_.GetVolumePath(),
                     !IsSubvolume(top.Get())},
-                   mark, nullptr, progress);
-  ChangeSource source(ends.snapshot_fd, ends.base_fd, source_.GetPath(), finder, nullptr, progress);
+                   mark, digests.BeginArrival(), progress);
+  ChangeSource source(ends.snapshot_fd, ends.base_fd, source_.GetPath(), finder, digests.GetCheck(),
+                      progress);
   Status status;
   {
     const Flusher flusher(writeBack, &mark);

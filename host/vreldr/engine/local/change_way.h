@@ -10,6 +10,7 @@ namespace VrelDR::Local {
 
 class ChangeFinder;
 class ChangeMark;
+class ShipDigests;
 
 // A shipment on a base that both ends have, by what the source finds changed in it. Not every
 // shipment can go this way: there may be no base, nobody to find the changes, or something that one
@@ -35,8 +36,10 @@ class ChangeWay {
   };
   // Tells the snapshot once, from where the mark is. `cannot` says of a failure that it cannot be
   // done so.
-  Status Try(const Ends& ends, ChangeFinder& finder, ChangeMark& mark, Shipment& shipment,
-             WriteBack& writeBack, bool& cannot) const;
+  Status Try(const Ends& ends, ChangeFinder& finder, ShipDigests& digests, ChangeMark& mark,
+             Shipment& shipment, WriteBack& writeBack, bool& cannot) const;
+  // All has been told. What is then found to be wrong is not gone on with.
+  Status End(ShipDigests& digests, ChangeMark& mark, Shipment& shipment);
   // Leaves nothing of what has arrived, durably said so by the mark.
   Status Discard(ChangeMark& mark, bool hasArrived) const;
   Status OfSink(int error) const;

@@ -132,4 +132,9 @@ Status DigestKeeper::EndFile() {
   return {};
 }
 
+Status DigestKeeper::Name(const std::string& path, const std::string& first) {
+  writer_.AddName(path, first);
+  return {};
+}
+
 }  // namespace VrelDR::Local

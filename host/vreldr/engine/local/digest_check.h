@@ -25,6 +25,7 @@ class DigestCheck : public DataListener {
   Status Data(std::uint64_t offset, std::span<const char> bytes) override;
   Status Hole(std::uint64_t offset, std::uint64_t length) override;
   Status EndFile() override { return {}; }
+  Status Name(const std::string& /*path*/, const std::string& /*first*/) override { return {}; }
 
  private:
   // What is told next begins there.
@@ -61,6 +62,7 @@ class DigestKeeper : public DataListener {
   Status Data(std::uint64_t offset, std::span<const char> bytes) override;
   Status Hole(std::uint64_t /*offset*/, std::uint64_t /*length*/) override { return {}; }
   Status EndFile() override;
+  Status Name(const std::string& path, const std::string& first) override;
 
  private:
   DigestWriter& writer_;

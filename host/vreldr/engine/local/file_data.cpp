@@ -22,6 +22,10 @@ bool IsNotForThisFile(int error) {
          error == ENOSYS || error == ETXTBSY || error == EPERM;
 }
 
+bool IsFull(int error) {
+  return error == ENOSPC || error == EDQUOT;
+}
+
 int WriteAll(int to, const char* bytes, std::size_t count, off_t at) {
   while (count > 0) {
     const ssize_t done = pwrite(to, bytes, count, at);
@@ -40,7 +44,7 @@ int WriteAll(int to, const char* bytes, std::size_t count, off_t at) {
 int WriteAndTell(int to, const char* bytes, std::size_t count, off_t at, DigestWriter* digests) {
   int error = WriteAll(to, bytes, count, at);
   if (digests == nullptr) return error;
-  if ((error == ENOSPC || error == EDQUOT) && digests->GiveUp()) {
+  if (IsFull(error) && digests->GiveUp()) {
     error = WriteAll(to, bytes, count, at);
   }
   if (error == 0) digests->AddData(static_cast<std::uint64_t>(at), bytes, count);
@@ -127,8 +131,11 @@ int CopyFileData(int from, int to, off_t size, Watch& watch, DigestWriter* diges
 bool CanShareBlocks(int dirFd) {
   const Fd from(openat(dirFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
   const Fd to(openat(dirFd, ".", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
-  return from && to && WriteAll(from.Get(), "x", 1, 0) == 0 &&
-         ioctl(to.Get(), FICLONE, from.Get()) == 0;
+  if (!from || !to) return false;
+  const int error = WriteAll(from.Get(), "x", 1, 0);
+  // A full one tells it of an empty file, too.
+  if (error != 0 && !IsFull(error)) return false;
+  return ioctl(to.Get(), FICLONE, from.Get()) == 0 || IsFull(errno);
 }
 
 }  // namespace VrelDR::Local

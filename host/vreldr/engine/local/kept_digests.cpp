@@ -6,9 +6,12 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <vector>
 
 #include "base/fd.h"
 #include "engine/local/area.h"
+#include "engine/local/arrival.h"
+#include "engine/local/directory.h"
 #include "engine/local/tree_remove.h"
 #include "foundation/durable.h"
 
@@ -36,6 +39,25 @@ int RemoveDigests(int ownFd, const TargetPlace& target, const std::string& snapI
   }
   const int error = RemoveTree(area.Get(), snapId);
   return error == 0 ? VrelHost::SyncFd(area.Get()) : error;
+}
+
+int RemoveStrayDigests(int ownFd, const TargetPlace& target, const std::string& keepSnapId) {
+  const Fd area = OpenArea(ownFd, kDigests, target);
+  if (!area) return errno == ENOENT ? 0 : errno;
+  const Fd snapshots = OpenArea(ownFd, kSnapshots, target);
+  if (!snapshots && errno != ENOENT) return errno;
+  std::vector<std::string> names;
+  int error = ListDir(area.Get(), names);
+  bool isChanged = false;
+  for (const std::string& name : names) {
+    bool isThere = name == keepSnapId;
+    if (error == 0 && !isThere && snapshots) error = FindEntry(snapshots.Get(), name, isThere);
+    if (error != 0) return error;
+    if (isThere) continue;
+    error = RemoveTree(area.Get(), name);
+    isChanged = true;
+  }
+  return error == 0 && isChanged ? VrelHost::SyncFd(area.Get()) : error;
 }
 
 int OpenDigests(int ownFd, const TargetPlace& target, const std::string& snapId,

@@ -23,6 +23,10 @@ void PlaceDigests(int fromFd, int ownFd, const TargetPlace& target, const std::s
 // Removes the digests of a snapshot, durably. 0 or an errno; nothing there is fine.
 int RemoveDigests(int ownFd, const TargetPlace& target, const std::string& snapId);
 
+// Removes, durably, digests whose snapshot is not there and not on its way as `keepSnapId`, which
+// may be empty: a shipment that did not come to its end leaves them. 0 or an errno.
+int RemoveStrayDigests(int ownFd, const TargetPlace& target, const std::string& keepSnapId);
+
 // None when the snapshot is without. 0 or an errno.
 int OpenDigests(int ownFd, const TargetPlace& target, const std::string& snapId,
                 std::optional<DigestFile>& digests);

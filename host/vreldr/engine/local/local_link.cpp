@@ -10,6 +10,7 @@
 #include "engine/local/directory.h"
 #include "engine/local/freeze.h"
 #include "engine/local/holes.h"
+#include "engine/local/kept_digests.h"
 #include "engine/local/links.h"
 #include "engine/local/place.h"
 #include "engine/local/rsync.h"
@@ -197,6 +198,8 @@ Status LocalLink::Drop(const TargetPlace& replica, const std::string& keepSnapId
                        Watcher& watcher) const {
   auto [volume, own, status] = to_.Open(replica, watcher);
   if (!status.IsOk()) return status;
+  const int stray = RemoveStrayDigests(own.Get(), replica, keepSnapId);
+  if (stray != 0) return to_.AreaFailure(stray, own.Get(), kDigests, replica);
   const Fd incoming = OpenArea(own.Get(), kIncoming, replica);
   if (!incoming && errno == ENOENT) return {};
   if (!incoming) return to_.AreaFailure(errno, own.Get(), kIncoming, replica);

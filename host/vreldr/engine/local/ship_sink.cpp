@@ -9,6 +9,7 @@
 #include "engine/local/area.h"
 #include "engine/local/arrival.h"
 #include "engine/local/directory.h"
+#include "engine/local/kept_digests.h"
 #include "engine/local/settle.h"
 #include "engine/local/subvolume.h"
 #include "engine/local/tree_copy.h"
@@ -66,7 +67,9 @@ std::string ShipSink::GetIncomingDirPath() const {
 }
 
 Status ShipSink::Unmark() const {
-  const int error = Local::Unmark(incoming_.Get(), snap_id_);
+  int error = Local::Unmark(incoming_.Get(), snap_id_);
+  if (error == 0) error = RemoveTree(incoming_.Get(), DigestsName(snap_id_));
+  if (error == 0) error = RemoveDigests(there_.own.Get(), replica_, snap_id_);
   return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
 }
 
@@ -108,6 +111,8 @@ Status ShipSink::MarkWhole() const {
 
 Status ShipSink::Settle(WriteBack& writeBack, Below below) const {
   if (is_there_) return FinishSettling(snapshots_.Get(), snap_id_, writeBack, GetVolumePath());
+  PlaceDigests(incoming_.Get(), there_.own.Get(), replica_, snap_id_);
+  KillPoint(kShipDigestsPlaced);
   return Local::Settle(incoming_.Get(), snap_id_, snapshots_.Get(), kShipSteps, writeBack,
                        GetVolumePath(), below);
 }

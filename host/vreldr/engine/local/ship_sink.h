@@ -39,9 +39,11 @@ class ShipSink {
   int GetVolumeFd() const { return there_.volume.Get(); }
   std::string GetIncomingDirPath() const;
   std::string GetIncomingPath() const { return GetIncomingDirPath() + "/" + snap_id_; }
+  const std::string& GetReplicaId() const { return replica_.id; }
   const std::string& GetVolumePath() const { return dir_.GetPath(); }
 
-  // Nothing that arrives is taken for whole until MarkWhole.
+  // Nothing that arrives is taken for whole until MarkWhole, and no digests are those of it that
+  // are not written from now on.
   Status Unmark() const;
   // Makes the place where the snapshot arrives, with the bytes of `baseId` when that is not empty;
   // as a whole, so that nothing that the base has is sent again.

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "base/fd.h"
 #include "engine/engine.h"
+#include "engine/local/digest_file.h"
 #include "engine/local/volume_dir.h"
 
 namespace VrelDR::Local {
@@ -18,6 +20,8 @@ class ShipSource {
   Status Open(Watcher& watcher);
   // Whether the target has that snapshot. 0 or an errno.
   int HasSnapshot(const std::string& snapId, bool& has) const;
+  // The digests that are kept of one of them; none when there are none. 0 or an errno.
+  int OpenDigests(const std::string& snapId, std::optional<DigestFile>& digests) const;
   // Opens one of the target's snapshots. False with errno set on a failure.
   Fd OpenSnapshot(const std::string& snapId) const;
 
@@ -31,7 +35,7 @@ class ShipSource {
   const VolumeDir& dir_;
   const TargetPlace& source_;
   const std::string& snap_id_;
-  Fd snapshots_, snapshot_;
+  Fd own_, snapshots_, snapshot_;
 };
 
 }  // namespace VrelDR::Local
