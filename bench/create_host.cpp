@@ -49,8 +49,7 @@ class RealCreation {
 
   bool Ours() {
     const VrelDRGroup::TargetList group(targets_, group_id_);
-    VrelDRGroup::Operation::GsnapshotCreate operation(group, meta_, db_dir_,
-                                                      Json::Value(Json::objectValue));
+    VrelDRGroup::Operation::GsnapshotCreate operation(group, meta_, db_dir_, no_replicas_);
     const bool isMade = operation.Run();
     gsnap_id_ = operation.GetGsnapshot().gsnap_id;
     return isMade;
@@ -88,6 +87,7 @@ class RealCreation {
   std::vector<VrelDR::Target> targets_;
   VrelDRGroup::GsnapMeta meta_{"nightly snapshot of the group", false,
                                VrelDRGroup::kCwCrashConsistent};
+  Json::Value no_replicas_{Json::objectValue};
   std::unique_ptr<VrelDR::Session> session_;
   long time_ = 1'000'000'000;
   std::string gsnap_id_;

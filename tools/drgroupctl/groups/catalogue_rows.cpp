@@ -1,6 +1,6 @@
 #include "groups/catalogue_rows.h"
 
-#include <utility>
+#include <unordered_map>
 
 #include "groups/catalogue.h"
 
@@ -128,30 +128,49 @@ std::vector<CatalogueRows::Part> CatalogueRows::PartsOf(const std::string& gsnap
   return parts;
 }
 
+// Whether a row of the parts holds nothing at all, or that could not be found out.
+bool CatalogueRows::HasLostRow() const {
+  SelectCommand command;
+  command.SetTable(VrelDRGroup::TargetSnapListSqliteTable());
+  for (const char* column : {"gsnap_id", "target_id", "tsnap_id", "target_type"}) {
+    command.AddCondition(VrelDRCore::SqliteIsNull(column));
+  }
+  command.SetLimit(1);
+  SqliteValueList row;
+  return db_.SelectRecord(command, row) || db_.GetErrCode() != 0;
+}
+
+// To group them, the database would look up every row by an index: reading the two columns in the
+// order of the rows takes half as long, and what is kept is no more.
 std::map<std::string, PartCount> CatalogueRows::CountParts(
     const std::vector<VrelDR::Target>& targets) const {
+  std::unordered_map<std::string, std::size_t> places;
+  for (const VrelDR::Target& each : targets) places.try_emplace(each.GetId(), places.size());
   std::map<std::string, PartCount> counts;
-  bool isReadable = true;
-  // A row that holds nothing at all is none.
-  const bool isAnswered =
-      Put(IdsOf(targets)) &&
-      Ask("SELECT gsnap_id, count(*) AS parts, count(DISTINCT asked.id) AS targets,"
-          " sum(coalesce(gsnap_id, target_id, tsnap_id, target_type) IS NULL) AS lost"
-          " FROM main.target_snap_list LEFT JOIN temp.asked ON asked.id = target_id"
-          " GROUP BY gsnap_id",
-          [&](const SqliteValueList& row) {
-            std::string gsnapId;
-            row.GetValue("gsnap_id", gsnapId);
-            long parts = 0;
-            long ofTargets = 0;
-            long lost = 0;
-            isReadable = row.GetValue("parts", parts) && row.GetValue("targets", ofTargets) &&
-                         row.GetValue("lost", lost) && lost == 0;
-            counts[gsnapId] = {static_cast<std::uint64_t>(parts),
-                               static_cast<std::uint64_t>(ofTargets)};
-            return isReadable;
-          });
-  if (!isAnswered || !isReadable) throw CatalogueFailure(group_id_, kNoParts);
+  std::map<std::string, std::vector<bool>> found;  // which of the targets, by group snapshot
+  auto count = counts.end();
+  std::vector<bool>* own = nullptr;
+  SelectCommand command;
+  command.SetTable(VrelDRGroup::TargetSnapListSqliteTable());
+  command.AddField("gsnap_id");
+  command.AddField("target_id");
+  const bool isAnswered = db_.SelectEach(command, [&](const SqliteValueList& row) {
+    const std::string& gsnapId = row.ValueAt(0).Text();
+    // Rows of one group snapshot mostly follow each other.
+    if (count == counts.end() || count->first != gsnapId) {
+      count = counts.try_emplace(gsnapId).first;
+      own = &found[gsnapId];
+      own->resize(places.size());
+    }
+    ++count->second.parts;
+    const auto place = places.find(row.ValueAt(1).Text());
+    if (place != places.end() && !(*own)[place->second]) {
+      (*own)[place->second] = true;
+      ++count->second.targets;
+    }
+    return true;
+  });
+  if (!isAnswered || HasLostRow()) throw CatalogueFailure(group_id_, kNoParts);
   return counts;
 }
 

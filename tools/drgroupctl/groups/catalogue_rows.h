@@ -22,9 +22,9 @@ struct PartCount {
 };
 
 // What a group's catalogue says about something, read without the rest of it: by its indexes, and
-// counted by the database. In a catalogue of an earlier schema, which lacks some of them, the same
-// is found by reading all rows once. All of it is one connection, made with the first question.
-// Everything here throws what makes the catalogue unusable.
+// with nothing kept but the answer. In a catalogue of an earlier schema, which lacks some of them,
+// the same is found by reading all rows once. All of it is one connection, made with the first
+// question. Everything here throws what makes the catalogue unusable.
 class CatalogueRows {
  public:
   using Part = VrelDRGroup::TargetSnapshotRelationship;
@@ -45,7 +45,7 @@ class CatalogueRows {
   // The parts of the group snapshot, listed or not.
   std::vector<Part> PartsOf(const std::string& gsnapId) const;
 
-  // By group snapshot, of those that have any parts; and of one of them.
+  // By group snapshot, of those that have any parts; and of one of them. The first reads all rows.
   std::map<std::string, PartCount> CountParts(const std::vector<VrelDR::Target>& targets) const;
   PartCount CountPartsOf(const std::string& gsnapId,
                          const std::vector<VrelDR::Target>& targets) const;
@@ -60,6 +60,7 @@ class CatalogueRows {
   bool Put(const std::set<std::string>& texts) const;
   bool Ask(const std::string& select, const Visit& visit) const;
   bool HasRow(const VrelDRCore::SqliteTableHandler& table, const std::string& gsnapId) const;
+  bool HasLostRow() const;
   std::optional<VrelDRGroup::Gsnapshot> FirstGsnap(
       const VrelDRCore::SqliteCondition& condition) const;
 

@@ -1,6 +1,7 @@
 #include <json/writer.h>
 
 #include <sstream>
+#include <string_view>
 #include <utility>
 
 #include "output/formatter.h"
@@ -12,8 +13,11 @@ namespace {
 
 // A catalogue keeps any bytes as text; a JSON document is UTF-8 throughout.
 void RepairTexts(Json::Value& value) {
-  if (value.isString()) {
-    if (!IsUtf8(value.asString())) value = RepairUtf8(value.asString());
+  const char* begin = nullptr;
+  const char* end = nullptr;
+  if (value.isString() && value.getString(&begin, &end)) {
+    const std::string_view text(begin, static_cast<std::size_t>(end - begin));
+    if (!IsUtf8(text)) value = RepairUtf8(text);
   } else if (value.isArray() || value.isObject()) {
     for (Json::Value& each : value) RepairTexts(each);
   }
@@ -33,7 +37,7 @@ class JsonFormatter : public Formatter {
     for (const Report::Part& part : report.Parts()) {
       if (part.kind != Report::Part::Kind::kText) document[part.name.key] = part.value;
     }
-    return WithWarnings(document, warnings);
+    return WithWarnings(std::move(document), warnings);
   }
 
   std::string Format(const Failure& failure,
@@ -44,7 +48,7 @@ class JsonFormatter : public Formatter {
     error["message"] = failure.message;
     Json::Value document(Json::objectValue);
     document["error"] = error;
-    return WithWarnings(document, warnings);
+    return WithWarnings(std::move(document), warnings);
   }
 };
 

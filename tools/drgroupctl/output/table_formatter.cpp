@@ -1,6 +1,7 @@
 #include <vreldrcore/json.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "output/formatter.h"
 #include "output/text.h"
@@ -78,7 +79,7 @@ std::string FormatTable(const Part& part) {
     for (const Column& column : columns) {
       row.push_back(Cell(VrelDRCore::JsonUtil::Member(each, column.key), column.shown));
     }
-    rows.push_back(row);
+    rows.push_back(std::move(row));
   }
   return Align(rows);
 }

@@ -40,7 +40,7 @@ Report RunSnapshotList(const Arguments& args, Warnings& warnings) {
     rows.append(std::move(row));
   }
   Report report;
-  report.AddTable({"snapshots", "Snapshots"}, GsnapColumns(), rows);
+  report.AddTable({"snapshots", "Snapshots"}, GsnapColumns(), std::move(rows));
   return report;
 }
 
