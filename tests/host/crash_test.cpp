@@ -27,11 +27,13 @@ constexpr int kKilled = 128 + SIGKILL;
 
 using Steps = std::vector<std::string_view>;
 
-const Steps kTakeSteps = {VrelDR::kTakeRecorded, VrelDR::kCopyFile,   VrelDR::kTakeCopied,
-                          VrelDR::kTakeSynced,   VrelDR::kTakeFrozen, VrelDR::kTakeRenamed,
-                          VrelDR::kTakeWhole,    VrelDR::kTakeDone};
-const Steps kDeleteSteps = {VrelDR::kDeleteMarked, VrelDR::kDeleteRenamed, VrelDR::kRemoveEntry,
-                            VrelDR::kDeleteBytesGone, VrelDR::kDeleteDone};
+const Steps kTakeSteps = {VrelDR::kTakeRecorded, VrelDR::kCopyFile,    VrelDR::kTakeCopied,
+                          VrelDR::kTakeDigested, VrelDR::kTakeSynced,  VrelDR::kTakeDigestsPlaced,
+                          VrelDR::kTakeFrozen,   VrelDR::kTakeRenamed, VrelDR::kTakeWhole,
+                          VrelDR::kTakeDone};
+const Steps kDeleteSteps = {VrelDR::kDeleteMarked,      VrelDR::kDeleteRenamed,
+                            VrelDR::kDeleteDigestsGone, VrelDR::kRemoveEntry,
+                            VrelDR::kDeleteBytesGone,   VrelDR::kDeleteDone};
 const Steps kCreateSteps = {VrelDR::kCreateRecorded, VrelDR::kCopyFile,      VrelDR::kCreateCopied,
                             VrelDR::kCreateSynced,   VrelDR::kCreateRenamed, VrelDR::kCreateWhole,
                             VrelDR::kCreateDone};
@@ -41,9 +43,12 @@ const Steps kForgetSteps = {VrelDR::kForgetMarked, VrelDR::kRemoveEntry,
 
 class CrashTest : public HostTest {
  protected:
-  // Whether the steps of a copy are taken: btrfs takes and removes snapshots in one step.
+  // Whether the steps of a copy are taken: btrfs takes and removes snapshots in one step. Where
+  // blocks are shared no digests are kept.
   bool IsReached(std::string_view step) const {
+    if (step == VrelDR::kTakeDigested && GetParam() == "xfs") return false;
     return !IsBtrfs() || (step != VrelDR::kCopyFile && step != VrelDR::kTakeCopied &&
+                          step != VrelDR::kTakeDigested && step != VrelDR::kTakeDigestsPlaced &&
                           step != VrelDR::kTakeSynced && step != VrelDR::kTakeFrozen &&
                           step != VrelDR::kTakeRenamed && step != VrelDR::kRemoveEntry &&
                           step != VrelDR::kDeleteRenamed);

@@ -200,7 +200,15 @@ void HostTest::ExpectNoLeftovers() const {
     }
     return;
   }
-  const std::string tmp = VolumePath() + "/.vreldr/tmp";
+  const std::string own = VolumePath() + "/.vreldr";
+  if (fs::exists(own + "/digests")) {
+    for (const auto& each : fs::recursive_directory_iterator(own + "/digests")) {
+      const fs::path snapshot =
+          own / fs::path("snapshots") / each.path().lexically_relative(own + "/digests");
+      EXPECT_TRUE(fs::exists(snapshot)) << "of no snapshot: " << each.path();
+    }
+  }
+  const std::string tmp = own + "/tmp";
   if (!fs::exists(tmp)) return;
   for (const auto& each : fs::recursive_directory_iterator(tmp)) {
     ADD_FAILURE() << "left over: " << each.path();

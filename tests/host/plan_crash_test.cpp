@@ -26,12 +26,13 @@ constexpr int kKilled = 128 + SIGKILL;
 using Steps = std::vector<std::string_view>;
 using Call = std::function<bool()>;
 
-const Steps kShipping = {
-    VrelDR::kTakeRecorded, VrelDR::kTakeCopied,  VrelDR::kTakeSynced,   VrelDR::kTakeRenamed,
-    VrelDR::kTakeWhole,    VrelDR::kTakeDone,    VrelDR::kShipBegun,    VrelDR::kShipData,
-    VrelDR::kShipSent,     VrelDR::kShipSynced,  VrelDR::kShipMarked,   VrelDR::kShipFrozen,
-    VrelDR::kShipRenamed,  VrelDR::kShipDone,    VrelDR::kSyncRecorded, VrelDR::kSyncTaken,
-    VrelDR::kSyncShipped,  VrelDR::kSyncArrived, VrelDR::kSyncReported};
+const Steps kShipping = {VrelDR::kTakeRecorded,      VrelDR::kTakeCopied,   VrelDR::kTakeSynced,
+                         VrelDR::kTakeDigestsPlaced, VrelDR::kTakeRenamed,  VrelDR::kTakeWhole,
+                         VrelDR::kTakeDone,          VrelDR::kShipBegun,    VrelDR::kShipData,
+                         VrelDR::kShipSent,          VrelDR::kShipSynced,   VrelDR::kShipMarked,
+                         VrelDR::kShipDigestsPlaced, VrelDR::kShipFrozen,   VrelDR::kShipRenamed,
+                         VrelDR::kShipDone,          VrelDR::kSyncRecorded, VrelDR::kSyncTaken,
+                         VrelDR::kSyncShipped,       VrelDR::kSyncArrived,  VrelDR::kSyncReported};
 const Steps kRestoring = {VrelDR::kQuiesceDone, VrelDR::kRestoreCopied, VrelDR::kRestoreSynced,
                           VrelDR::kRestoreExchanged, VrelDR::kPromoteDone};
 const Steps kSwitching = {VrelDR::kSwitchoverQuiet, VrelDR::kSwitchoverSynced,
