@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <iostream>
 
+#include "two_sides/begins.h"
 #include "two_sides/explorer.h"
 
 namespace host_test {
@@ -24,11 +25,20 @@ constexpr bool kIsSlow = false;
 
 constexpr std::uint64_t kMostStates = 4'000'000;
 
-enum class Start { kUnprotected, kProtected, kFailedOver };
+enum class Start { kUnprotected, kProtected, kFailedOver, kBothChanged };
 
 World Begin(Start start, const Budget& budget) {
-  if (start == Start::kUnprotected) return two_sides::Unprotected(budget);
-  return start == Start::kProtected ? two_sides::Protected(budget) : two_sides::FailedOver(budget);
+  switch (start) {
+    case Start::kUnprotected:
+      return two_sides::Unprotected(budget);
+    case Start::kProtected:
+      return two_sides::Protected(budget);
+    case Start::kFailedOver:
+      return two_sides::FailedOver(budget);
+    case Start::kBothChanged:
+      return two_sides::BothChanged(budget);
+  }
+  return {};
 }
 
 std::string Text(const Found& found) {
@@ -121,6 +131,24 @@ const std::vector<Part>& Parts() {
        Upto(0, 0, 2, 0, 1),
        false,
        {"settle diverged", "settle done"}},
+      {"ResolvingAndTwoFaults",
+       Start::kBothChanged,
+       Upto(1, 2, 0, 0, 1),
+       Upto(1, 1, 0, 0, 0),
+       false,
+       {"resolve done", "resolve taken back", "settle diverged"}},
+      {"ResolvingAndAnOrderToOneSide",
+       Start::kBothChanged,
+       Upto(1, 1, 1, 0, 0),
+       Upto(1, 0, 1, 0, 0),
+       false,
+       {"resolve done", "settle done"}},
+      {"ResolvingTwiceAtOnce",
+       Start::kBothChanged,
+       Upto(2, 0, 0, 0, 1),
+       Upto(2, 0, 0, 0, 0),
+       false,
+       {"resolve done", "resolve refused", "sync done"}},
       {"LostRecordsDuringAnOperation",
        Start::kProtected,
        Upto(1, 1, 0, 1, 1),
@@ -262,6 +290,7 @@ const std::vector<Weakened>& AllWeakened() {
        Upto(2, 0, 0, 0, 0),
        {},
        "a snapshot is not later than all before it"},
+      {Mutation::kTellEndsResolving, Start::kBothChanged, Upto(1, 1, 0, 0, 0), {}, kBothWritable},
   };
   return all;
 }

@@ -227,6 +227,33 @@ TEST(TwoSides, ATombstoneGoesOnlyWhenTheOtherSideHasHeardOfIt) {
   EXPECT_EQ(forgotten.steps.back().record.terms_heard, mine.facts.term.number);
 }
 
+TEST(TwoSides, AHeldReplicaIsForcedToWorkOnlyAtASnapshotThatSomebodyHasFound) {
+  SideRecord held = Synced(Side::kDR);
+  held.state = SideState::kHeld;
+  held.heads.clear();
+  Request request;
+  request.kind = RequestKind::kForceWork;
+  request.attempt.id = "order";
+  EXPECT_EQ(Decide(held, request).refusal, Refusal::kUncertain);
+  request.attempt.snap_id = "found";
+  const Decision decision = Decide(held, request);
+  ASSERT_EQ(decision.refusal, Refusal::kNone);
+  EXPECT_EQ(decision.steps.front().record.starts_at, "found");
+}
+
+TEST(TwoSides, WhatWasGivenUpToResolveIsNotHadBackByTellingOnceMore) {
+  SideRecord mine = WithTerm(Synced(Side::kMain), "here");
+  const SideRecord theirs = WithTerm(Synced(Side::kDR), "there");
+  mine.apart = theirs.facts;
+  mine.attempt = Switchover();
+  mine.attempt->op = Op::kResolve;
+  mine.progress = Progress::kGivenUp;
+  mine.is_writable = false;
+  for (const auto& each : Decide(mine, Asked(RequestKind::kTell, theirs)).steps) {
+    EXPECT_TRUE(VrelDR::Protocol::HasGivenUp(each.record));
+  }
+}
+
 TEST(TwoSides, ADriverAsksTheOtherSideBeforeAnythingElse) {
   Driver driver;
   driver.attempt = Switchover();

@@ -14,6 +14,7 @@ bool IsTakenBack(const SideRecord& mine, const Attempt& attempt, const SideRecor
   if (!HasVoided(other, attempt) || other.state == SideState::kHeld) return false;
   const Relation relation = Compare(mine, other);
   const bool isOwnEnd = other.facts.is_deleted && other.facts.works == mine.side;
+  if (relation == Relation::kApart) return attempt.op == Op::kResolve;
   return relation == Relation::kSame || relation == Relation::kNewer ||
          relation == Relation::kBothNone || (relation == Relation::kOlder && isOwnEnd);
 }
@@ -28,9 +29,7 @@ Decision Void(const SideRecord& mine, const Attempt& attempt) {
   if (HasVoided(mine, attempt)) return {};
   Decision decision;
   SideRecord record = mine;
-  if (HasAttempt(mine, attempt.id)) {
-    EndAttempt(record);
-  }
+  if (HasAttempt(mine, attempt.id)) EndAttempt(record);
   record.attempts_heard = std::max(record.attempts_heard, attempt.number);
   AddCommit(decision, record);
   return decision;

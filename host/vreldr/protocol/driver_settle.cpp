@@ -23,7 +23,7 @@ std::optional<Move> GoForth(const Sight& sight, const Attempt& attempt) {
 
 // Whether the side that follows has to take in how the other one stands before anything else is
 // done about the attempt.
-bool HasToAgreeFirst(const SideRecord& follows, const SideRecord& decides) {
+bool HasToAgreeFirst(const Attempt& attempt, const SideRecord& follows, const SideRecord& decides) {
   const bool isOwnEnd = decides.facts.is_deleted && decides.facts.works == follows.side;
   switch (Compare(follows, decides)) {
     case Relation::kOlder:
@@ -31,8 +31,9 @@ bool HasToAgreeFirst(const SideRecord& follows, const SideRecord& decides) {
     case Relation::kTheirsLost:
     case Relation::kMineLess:
     case Relation::kTheirsLess:
-    case Relation::kApart:
       return true;
+    case Relation::kApart:
+      return attempt.op != Op::kResolve;
     default:
       return false;
   }
@@ -43,7 +44,7 @@ bool HasToAgreeFirst(const SideRecord& follows, const SideRecord& decides) {
 std::optional<Move> GoBack(const Sight& sight, const Attempt& attempt) {
   const SideRecord& decides = sight.Of(attempt.works);
   const SideRecord& follows = sight.Of(Other(attempt.works));
-  if (HasToAgreeFirst(follows, decides)) return std::nullopt;
+  if (HasToAgreeFirst(attempt, follows, decides)) return std::nullopt;
   if (decides.state == SideState::kHeld) return End(Outcome::kHeld);
   if (!HasVoided(decides, attempt)) {
     return Ask(sight, decides.side, RequestKind::kVoid, attempt);

@@ -71,7 +71,11 @@ Decision MeetApart(const SideRecord& mine, const SideRecord& theirs) {
   SideRecord record = mine;
   Hear(record, theirs);
   record.apart = theirs.facts;
-  EndAttempt(record);
+  // What was given up is had back by taking its attempt back alone, and resolving is an attempt
+  // too. One that is committed cannot be finished any more.
+  const bool isOpen = mine.progress != Progress::kCommitted && mine.attempt.has_value() &&
+                      (mine.attempt->op == Op::kResolve || HasGivenUp(mine));
+  if (!isOpen) EndAttempt(record);
   if (isLower) {
     AddUnwritable(decision, record);
     record.state = SideState::kDiverged;

@@ -11,6 +11,8 @@ Decision ForceWork(const SideRecord& mine, const Attempt& order) {
   if (!KnowsPlan(mine) || mine.state == SideState::kGone) return Refuse(Refusal::kNotAllowed);
   const bool isReplica = mine.state == SideState::kReplica;
   if (isReplica && !HasHead(mine, order.snap_id)) return Refuse(Refusal::kNotAllowed);
+  const bool wasReplica = mine.state == SideState::kHeld && mine.facts.works != mine.side;
+  if (wasReplica && order.snap_id.empty()) return Refuse(Refusal::kUncertain);
   if (!isReplica && !HasWholeCopy(mine)) return Refuse(Refusal::kNotAllowed);
   const bool isAtWork = mine.state == SideState::kWorks && !HasGivenUp(mine);
   if (isAtWork && !mine.apart.has_value()) return Refuse(Refusal::kNotAllowed);
@@ -22,7 +24,7 @@ Decision ForceWork(const SideRecord& mine, const Attempt& order) {
   record.state = SideState::kWorks;
   EndAttempt(record);
   record.arriving.reset();
-  if (isReplica) record.starts_at = order.snap_id;
+  if (isReplica || wasReplica) record.starts_at = order.snap_id;
   AddCommit(decision, record);
   AddPromotion(decision, record);
   return decision;

@@ -94,19 +94,21 @@ End Judge(const World& world) {
   return isGood ? End::kGood : End::kBad;
 }
 
-// An operator who says which side is to work finds one that can.
+// An operator who orders one side to work, or the plan to be deleted, finds an order that helps.
 bool CanBeForced(const World& world, Mutation mutation) {
-  for (const Side side : kSides) {
-    World later = world;
-    Request request;
-    request.kind = RequestKind::kForceWork;
-    request.attempt.id = "last";
-    const SideRecord& record = later.Of(side);
-    if (!record.heads.empty()) request.attempt.snap_id = record.heads.back().snap_id;
-    const Refusal refusal = Handle(later, side, request, Fate(), mutation);
-    if (refusal != Refusal::kNone) continue;
-    SettleAll(later, mutation);
-    if (later.broken.empty() && Judge(later) == End::kGood) return true;
+  for (const RequestKind kind : {RequestKind::kForceWork, RequestKind::kForceDelete}) {
+    for (const Side side : kSides) {
+      World later = world;
+      Request request;
+      request.kind = kind;
+      request.attempt.id = "last";
+      const SideRecord& record = later.Of(side);
+      if (!record.heads.empty()) request.attempt.snap_id = record.heads.back().snap_id;
+      const Refusal refusal = Handle(later, side, request, Fate(), mutation);
+      if (refusal != Refusal::kNone) continue;
+      SettleAll(later, mutation);
+      if (later.broken.empty() && Judge(later) == End::kGood) return true;
+    }
   }
   return false;
 }
@@ -145,7 +147,7 @@ void GoOn(World& world, End end, Mutation mutation) {
 
 std::string Sequel(End end) {
   if (end == End::kDiverged) return "the sides are resolved";
-  return end == End::kHeld ? "a side is forced to work" : "the plan is reprotected and synced";
+  return end == End::kHeld ? "a side is forced" : "the plan is reprotected and synced";
 }
 
 class Exploration {

@@ -75,12 +75,13 @@ void CheckState(World& world) {
   CheckSide(world, Side::kDR);
   CheckTerms(world);
   const Onlooker& onlooker = world.onlooker;
-  if (one.is_writable && other.is_writable && !onlooker.was_forced && !onlooker.was_lost) {
+  if (one.is_writable && other.is_writable && !onlooker.may_both_write && !onlooker.was_lost) {
     world.Break("both copies are writable, and nobody forced that");
   }
   Bytes found = 0;
   for (const Copy& each : world.copies) {
-    found |= (each.is_torn ? 0 : each.bytes) | each.kept;
+    // Whether a copy is whole whose records are lost, only somebody who looks at it can tell.
+    found |= (each.is_torn && !onlooker.was_lost ? 0 : each.bytes) | each.kept;
     for (const Image& image : each.images) found |= image.bytes;
   }
   if ((onlooker.acknowledged & ~found) != 0) {

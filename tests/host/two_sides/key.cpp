@@ -108,7 +108,7 @@ class Writer {
   void Of(const Onlooker& onlooker) {
     Num((onlooker.was_forced ? 1U : 0U) + (onlooker.was_lost ? 2U : 0U) +
         (onlooker.was_synced ? 4U : 0U) + (onlooker.was_gone[0] ? 8U : 0U) +
-        (onlooker.was_gone[1] ? 16U : 0U));
+        (onlooker.was_gone[1] ? 16U : 0U) + (onlooker.may_both_write ? 32U : 0U));
     Num(onlooker.acknowledged);
     Num(onlooker.expected);
     Num(onlooker.newest_time);

@@ -27,13 +27,15 @@ void LookAgain(World& world) {
   const SideRecord& one = world.records[0];
   const SideRecord& other = world.records[1];
   Onlooker& onlooker = world.onlooker;
-  if (!onlooker.was_forced || one.facts.term.id != other.facts.term.id) return;
-  if (one.attempt.has_value() || other.attempt.has_value()) return;
+  if (!onlooker.was_forced || one.attempt.has_value() || other.attempt.has_value()) return;
+  const bool isApart = one.apart == other.facts && other.apart == one.facts;
+  if (isApart && !(one.is_writable && other.is_writable)) onlooker.may_both_write = false;
+  if (one.facts.term.id != other.facts.term.id) return;
   for (const Side side : kSides) {
     const SideRecord& record = world.Of(side);
     if (record.state != SideState::kWorks || !record.is_writable) continue;
     if (world.Of(Other(side)).is_writable) continue;
-    onlooker.was_forced = false;
+    onlooker.was_forced = onlooker.may_both_write = false;
     onlooker.expected = world.CopyOf(side).bytes;
   }
 }
@@ -278,19 +280,6 @@ class Nexts {
   const Taker& take_;
 };
 
-Driver NewDriver(World& world, Side at, Op op, Side keep) {
-  Driver driver;
-  driver.at = at;
-  if (op == Op::kNone) return driver;
-  const std::string name = std::to_string(++world.made_ids);
-  driver.attempt.op = op;
-  driver.attempt.id = "x" + name;
-  driver.attempt.works = keep;
-  if (op == Op::kSync || op == Op::kSwitchover) driver.attempt.snap_id = "s" + name;
-  if (op == Op::kCreate || op == Op::kEdit) driver.attempt.target_id = "t" + name;
-  return driver;
-}
-
 void Nexts::BeginOperation(Side side, Op op, Side keep) const {
   World after = world_;
   --after.left.operations;
@@ -342,6 +331,19 @@ void Nexts::MoveDriver(Side side) const {
 }
 
 }  // namespace
+
+Driver NewDriver(World& world, Side at, Op op, Side keep) {
+  Driver driver;
+  driver.at = at;
+  if (op == Op::kNone) return driver;
+  const std::string name = std::to_string(++world.made_ids);
+  driver.attempt.op = op;
+  driver.attempt.id = "x" + name;
+  driver.attempt.works = keep;
+  if (op == Op::kSync || op == Op::kSwitchover) driver.attempt.snap_id = "s" + name;
+  if (op == Op::kCreate || op == Op::kEdit) driver.attempt.target_id = "t" + name;
+  return driver;
+}
 
 void ForEachNext(const World& world, Mutation mutation, const Taker& take) {
   Nexts(world, mutation, take).All();

@@ -17,8 +17,11 @@ using Taker = std::function<void(const std::string& what, World&& after)>;
 // Everything that may happen next.
 void ForEachNext(const World& world, Mutation mutation, const Taker& take);
 
-// Runs an operation, or without one settles, and nothing goes wrong meanwhile. `keep` is the side
-// that kResolve keeps.
+// A driver that is going to run an operation on the node, or to settle. `keep` is the side that
+// kResolve keeps.
+Driver NewDriver(World& world, Side at, Op op, Side keep);
+
+// Runs an operation, or without one settles, and nothing goes wrong meanwhile.
 VrelDR::Protocol::Outcome RunAlone(World& world, Side at, Op op, Side keep, Mutation mutation);
 
 // Both nodes come back, and whatever was on its way is lost: what a crash has left on a side alone

@@ -99,6 +99,7 @@ const std::vector<MutationName>& Mutations() {
       {Mutation::kReleaseBeforeArrival, "ReleaseBeforeArrival"},
       {Mutation::kDoNotRoll, "DoNotRoll"},
       {Mutation::kTimesAreNotTold, "TimesAreNotTold"},
+      {Mutation::kTellEndsResolving, "TellEndsResolving"},
   };
   return all;
 }
@@ -231,6 +232,16 @@ void MutateDecision(Mutation mutation, const SideRecord& mine, const Request& re
       break;
     case Mutation::kDoNotRoll:
       Drop(steps, StepKind::kRollTo);
+      break;
+    case Mutation::kTellEndsResolving:
+      if (request.kind == RequestKind::kTell && mine.apart.has_value() &&
+          mine.attempt.has_value() && mine.attempt->op == Op::kResolve) {
+        Step step;
+        step.record = last == nullptr ? mine : *last;
+        step.record.attempt.reset();
+        step.record.progress = Progress::kBegun;
+        steps.push_back(step);
+      }
       break;
     default:
       break;

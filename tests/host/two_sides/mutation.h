@@ -30,6 +30,7 @@ enum class Mutation {
   kReleaseBeforeArrival,
   kDoNotRoll,
   kTimesAreNotTold,
+  kTellEndsResolving,
 };
 
 struct MutationName {

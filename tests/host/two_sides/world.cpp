@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "moves.h"
 #include "protocol/decide.h"
 #include "protocol/lineage.h"
 
@@ -51,7 +50,7 @@ void LookAtCommit(World& world, const SideRecord& before, const SideRecord& afte
     if (before.apart.has_value()) made.follows_apart = before.apart->term.id;
     onlooker.made.push_back(made);
     const Op op = isForced ? Op::kNone : request.attempt.op;
-    if (isForced) onlooker.was_forced = true;
+    if (isForced) onlooker.was_forced = onlooker.may_both_write = true;
     if (isForced || op == Op::kEdit || op == Op::kDelete || op == Op::kResolve) {
       onlooker.was_synced = false;
     }
@@ -175,16 +174,6 @@ bool DoStep(World& world, Side side, const Step& step, const Request& request, b
   return false;
 }
 
-World Begun(const Budget& budget) {
-  World world;
-  world.left = budget;
-  world.Of(Side::kDR).side = Side::kDR;
-  world.Of(Side::kMain).is_writable = true;
-  world.Of(Side::kMain).target_id = "m";
-  world.CopyOf(Side::kMain).target_id = "m";
-  return world;
-}
-
 }  // namespace
 
 void Write(World& world, Side side) {
@@ -220,25 +209,6 @@ Refusal Handle(World& world, Side side, const Request& request, const Fate& fate
     (void)DoStep(world, side, decision.steps[fate.steps], seen, true);
   }
   return Refusal::kNone;
-}
-
-World Unprotected(const Budget& budget) {
-  return Begun(budget);
-}
-
-World Protected(const Budget& budget) {
-  World world = Begun(budget);
-  Write(world, Side::kMain);
-  RunAlone(world, Side::kMain, Op::kCreate, Side::kMain, Mutation::kNone);
-  RunAlone(world, Side::kMain, Op::kSync, Side::kMain, Mutation::kNone);
-  return world;
-}
-
-World FailedOver(const Budget& budget) {
-  World world = Protected(budget);
-  Write(world, Side::kMain);
-  RunAlone(world, Side::kMain, Op::kFailover, Side::kMain, Mutation::kNone);
-  return world;
 }
 
 }  // namespace two_sides

@@ -72,7 +72,8 @@ struct Made {
 
 // What an onlooker knows who sees both sides, for the invariants.
 struct Onlooker {
-  bool was_forced = false;  // since both sides last agreed
+  bool was_forced = false;      // since both sides last agreed
+  bool may_both_write = false;  // was forced, and they have not yet said that they stand apart
   bool was_lost = false;
   bool was_synced = false;  // since the copies were last made or forced
   Bytes acknowledged = 0;
@@ -115,15 +116,6 @@ struct Fate {
   bool is_torn = false;             // it comes in the middle of the next one
   std::size_t write_before = kAll;  // somebody writes just before this step
 };
-
-// Two targets that no plan has yet.
-World Unprotected(const Budget& budget);
-
-// A plan that was synced once after the first write.
-World Protected(const Budget& budget);
-
-// A plan whose DR copy works after an orderly failover, and where both sides know it.
-World FailedOver(const Budget& budget);
 
 // Somebody writes the side's copy and is told that it is written.
 void Write(World& world, Side side);
