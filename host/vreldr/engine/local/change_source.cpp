@@ -11,7 +11,6 @@
 #include "engine/local/change_attributes.h"
 #include "engine/local/change_compare.h"
 #include "engine/local/directory.h"
-#include "engine/local/file_read.h"
 #include "engine/local/place.h"
 #include "engine/local/run_list.h"
 
@@ -223,29 +222,28 @@ Status ChangeSource::TellData(const File& file, const std::vector<Run>& runs) {
   if (listener_ != nullptr) status = listener_->BeginFile(below_, file.size);
   // Of the first file that is not before it the point may say that some was told.
   const std::uint64_t told = ended_ == point_.ended ? point_.offset : 0;
+  DataFinder finder(file.fd.Get());
   for (const Run& run : runs) {
     const std::uint64_t begin = std::max(run.offset, told);
     const std::uint64_t end = std::min(run.offset + run.length, file.size);
-    if (status.IsOk() && begin < end) status = TellRun(file, begin, end);
+    if (status.IsOk() && begin < end) status = TellRun(file.fd.Get(), finder, begin, end);
   }
   if (status.IsOk() && listener_ != nullptr) status = listener_->EndFile();
   return status;
 }
 
-Status ChangeSource::TellRun(const File& file, std::uint64_t begin, std::uint64_t end) {
+Status ChangeSource::TellRun(int fd, DataFinder& finder, std::uint64_t begin, std::uint64_t end) {
   while (begin < end) {
     std::uint64_t data = 0;
     std::uint64_t hole = 0;
-    int error = FindData(file.fd.Get(), begin, end, data);
-    if (error == 0 && data < end) error = FindHole(file.fd.Get(), data, end, hole);
-    if (error != 0) return Fail(error);
+    if (const int error = finder.Find(begin, end, data, hole)) return Fail(error);
     Status status;
     if (data > begin) {
       status = sink_->Hole(begin, data - begin);
       if (status.IsOk() && listener_ != nullptr) status = listener_->Hole(begin, data - begin);
     }
     if (data == end || !status.IsOk()) return status;
-    status = TellPieces(file.fd.Get(), data, hole);
+    status = TellPieces(fd, data, hole);
     if (!status.IsOk()) return status;
     begin = hole;
   }

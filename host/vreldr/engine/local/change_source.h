@@ -11,6 +11,7 @@
 #include "engine/local/change_progress.h"
 #include "engine/local/change_sink.h"
 #include "engine/local/data_listener.h"
+#include "engine/local/file_read.h"
 
 namespace VrelDR::Local {
 
@@ -47,7 +48,7 @@ class ChangeSource {
   Status TellOther(int dirFd, const std::string& name, const struct stat& found);
   Status TellFile(int dirFd, int baseFd, const std::string& name);
   Status TellData(const File& file, const std::vector<Run>& runs);
-  Status TellRun(const File& file, std::uint64_t begin, std::uint64_t end);
+  Status TellRun(int fd, DataFinder& finder, std::uint64_t begin, std::uint64_t end);
   Status TellPieces(int fd, std::uint64_t begin, std::uint64_t end);
   // Tells it as another name of a file that was told, if it is one, or notes it; `isTold`.
   Status TellName(const struct stat& st, const std::string& name, bool& isTold);

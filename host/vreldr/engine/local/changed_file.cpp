@@ -8,8 +8,6 @@
 #include <algorithm>
 #include <cerrno>
 
-#include "engine/local/file_read.h"
-
 namespace VrelDR::Local {
 
 namespace {
@@ -40,6 +38,7 @@ Status ChangedFile::BeginOnBase(Fd base, std::uint64_t baseSize, bool isShared, 
   }
   if (!has_blocks_) {
     base_ = std::move(base);
+    base_data_ = DataFinder(base_.Get());
     base_size_ = baseSize;
   }
   return BeginNew(from);
@@ -78,9 +77,7 @@ Status ChangedFile::GoTo(std::uint64_t offset) {
   while (at_ < end) {
     std::uint64_t data = 0;
     std::uint64_t hole = 0;
-    int error = FindData(base_.Get(), at_, end, data);
-    if (error == 0 && data < end) error = FindHole(base_.Get(), data, end, hole);
-    if (error != 0) return Fail(error);
+    if (const int error = base_data_.Find(at_, end, data, hole)) return Fail(error);
     Status status;
     if (data > at_ && maker_.listener != nullptr) status = maker_.listener->Hole(at_, data - at_);
     if (status.IsOk() && data < end) status = CopyPiece(data, hole);

@@ -8,6 +8,7 @@
 #include "base/fd.h"
 #include "base/status.h"
 #include "engine/local/data_listener.h"
+#include "engine/local/file_read.h"
 
 namespace VrelDR::Local {
 
@@ -57,6 +58,7 @@ class ChangedFile {
   std::uint64_t size_;
   Fd base_;  // to be copied from; nothing to copy without
   std::uint64_t base_size_ = 0;
+  DataFinder base_data_{-1};
   bool has_blocks_ = false;    // shares those of the base
   std::uint64_t at_ = 0;       // made up to there
   std::uint64_t started_ = 0;  // on its way to disk up to there

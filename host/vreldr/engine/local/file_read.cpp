@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <limits>
 #include <string>
 
 #include "engine/support/open_entry.h"
@@ -24,6 +25,25 @@ int FindHole(int fd, std::uint64_t at, std::uint64_t end, std::uint64_t& hole) {
   const off_t found = lseek(fd, static_cast<off_t>(at), SEEK_HOLE);
   if (found < 0 && errno != ENXIO && errno != EINVAL) return errno;
   hole = found >= 0 ? std::min(static_cast<std::uint64_t>(found), end) : end;
+  return 0;
+}
+
+int DataFinder::Find(std::uint64_t at, std::uint64_t end, std::uint64_t& data,
+                     std::uint64_t& dataEnd) {
+  if (at < from_ || at >= data_end_) {
+    // Not only up to `end`: the next one asked for may be behind that.
+    constexpr auto kAll = static_cast<std::uint64_t>(std::numeric_limits<off_t>::max());
+    from_ = at;
+    int error = FindData(fd_, at, kAll, data_);
+    data_end_ = data_;
+    if (error == 0 && data_ < kAll) error = FindHole(fd_, data_, kAll, data_end_);
+    if (error != 0) {
+      data_end_ = 0;
+      return error;
+    }
+  }
+  data = std::min(std::max(at, data_), end);
+  dataEnd = std::min(data_end_, end);
   return 0;
 }
 

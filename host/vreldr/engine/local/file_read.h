@@ -14,6 +14,23 @@ int FindData(int fd, std::uint64_t at, std::uint64_t end, std::uint64_t& data);
 // The same for the next hole.
 int FindHole(int fd, std::uint64_t at, std::uint64_t end, std::uint64_t& hole);
 
+// Finds the data of a file that nobody changes, in ascending order. What was found once is not
+// asked for again: to find the end of data the system goes along all of its extents.
+class DataFinder {
+ public:
+  // `fd` stays open longer than this object.
+  explicit DataFinder(int fd) : fd_(fd) {}
+
+  // The next data from `at` on and its end, both at most `end`, which is more than `at`; there is
+  // none when `data` is `end`. 0 or an errno.
+  int Find(std::uint64_t at, std::uint64_t end, std::uint64_t& data, std::uint64_t& dataEnd);
+
+ private:
+  int fd_;
+  // From `from_` to `data_` there is none, and all is data from there to `data_end_`.
+  std::uint64_t from_ = 0, data_ = 0, data_end_ = 0;
+};
+
 // Reads as many bytes as there is room for. 0 or an errno: ESTALE when the file ends before.
 int ReadFully(int fd, std::uint64_t at, std::span<char> bytes);
 

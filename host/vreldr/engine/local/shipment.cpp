@@ -19,7 +19,8 @@ Status Shipment::Tell(std::uint64_t done, std::uint64_t total, std::uint64_t sen
                       std::uint64_t activity) {
   Status status;
   if (sent > 0) status = BeginData();
-  if (status.IsOk()) status = watch_.Tell(std::min(done, total), total, sent, activity);
+  done_ = std::max(done_, done);
+  if (status.IsOk()) status = watch_.Tell(std::min(done_, total), total, sent, activity);
   return status.IsOk() ? write_back_.GetStatus() : status;
 }
 

@@ -33,6 +33,7 @@ class Shipment {
   std::string replica_id_;
   const WriteBack& write_back_;
   bool has_data_ = false;
+  std::uint64_t done_ = 0;  // the most that was told: what is begun anew is not told as less
 };
 
 // Brings a file system to disk every second for as long as the object lives: what has arrived is
