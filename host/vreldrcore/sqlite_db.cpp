@@ -1,7 +1,11 @@
 #include "vreldrcore/sqlite_db.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
 
+#include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <string>
 #include <thread>
@@ -13,6 +17,25 @@
 #include "vrelcore/vlibc.h"
 
 namespace VrelDRCore {
+
+namespace {
+
+// Names the file as one that nobody changes as long as it is open.
+std::string ImmutableUri(const std::string& file) {
+  constexpr const char* kDigits = "0123456789ABCDEF";
+  std::string uri = "file:";
+  for (const char c : file) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || c == '/' || c == '.' || c == '-' || c == '_') {
+      uri += c;
+    } else {
+      uri += {'%', kDigits[byte >> 4], kDigits[byte & 0xf]};
+    }
+  }
+  return uri + "?immutable=1";
+}
+
+}  // namespace
 
 struct SqliteDB::Connection {
   explicit Connection(unsigned int seconds) : busySeconds(seconds) {}
@@ -30,6 +53,37 @@ struct SqliteDB::Connection {
   // Statements that were run and may be again, by their text: preparing one costs more than most of
   // them take.
   std::unordered_map<std::string, Statement> idle;
+
+  // SQLITE_OK or why the file cannot be opened; it was not looked into then.
+  int Open(const std::string& file, int flags) {
+    constexpr int kAlways = SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE;
+    const int code = sqlite3_open_v2(file.c_str(), &db, flags | kAlways, nullptr);
+    if (code == SQLITE_OK) sqlite3_busy_handler(db, WaitForLock, this);
+    return code;
+  }
+
+  // Whether the file has a write-ahead log rather than a journal; false when that cannot be told.
+  bool FindLog(bool& isLogged) {
+    Statement mode(db, "PRAGMA journal_mode");
+    if (!mode || mode.Step() != SQLITE_ROW) return false;
+    SqliteValueList row = mode.MakeRow();
+    mode.ReadRow(row);
+    isLogged = row.ValueAt(0).Text() == "wal";
+    return true;
+  }
+
+  // Whether the file has all that there is of its database, where nobody can write, and SQLite
+  // cannot read it: with a write-ahead log it asks for files beside it, which cannot be made there.
+  bool IsFrozen() const {
+    struct statvfs place;
+    if (sqlite3_db_readonly(db, "main") != 1) return false;
+    const char* const file = sqlite3_db_filename(db, "main");
+    if (statvfs(file, &place) != 0 || (place.f_flag & ST_RDONLY) == 0) return false;
+    const int code = sqlite3_exec(db, "SELECT 1 FROM sqlite_master", nullptr, nullptr, nullptr);
+    struct stat log;
+    return (code & 0xff) == SQLITE_CANTOPEN &&
+           (stat(sqlite3_filename_wal(file), &log) != 0 ? errno == ENOENT : log.st_size == 0);
+  }
 
   // A statement for the time of one command, kept for the next one of the same text.
   class Prepared {
@@ -91,14 +145,15 @@ bool SqliteDB::OpenToRead() const {
   // A leading "./" keeps names such as ":memory:" the file names that they are here.
   const std::string file = path_.front() == '/' ? path_ : "./" + path_;
   auto connection = std::make_unique<Connection>(busySeconds_);
-  const int code =
-      sqlite3_open_v2(file.c_str(), &connection->db,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+  int code = connection->Open(file, SQLITE_OPEN_READWRITE);
+  if (code == SQLITE_OK && connection->IsFrozen()) {
+    connection = std::make_unique<Connection>(busySeconds_);
+    code = connection->Open(ImmutableUri(file), SQLITE_OPEN_READONLY | SQLITE_OPEN_URI);
+  }
   if (code != SQLITE_OK) {
     SetErr(code, sqlite3_errstr(code));
     return false;
   }
-  sqlite3_busy_handler(connection->db, Connection::WaitForLock, connection.get());
   connection_ = std::move(connection);
   return true;
 }
@@ -106,9 +161,14 @@ bool SqliteDB::OpenToRead() const {
 bool SqliteDB::OpenToWrite() const {
   if (!OpenToRead()) return false;
   if (connection_->isWriter) return true;
+  bool isLogged = false;
+  if (!connection_->FindLog(isLogged)) return Record();
   // A journal that stays saves its creation and removal with every commit, and zeroing its header
-  // is the commit, so a crash of the machine cannot bring a finished transaction's journal back.
-  if (sqlite3_exec(connection_->db, "PRAGMA journal_mode = PERSIST; PRAGMA synchronous = FULL",
+  // is the commit, so a crash of the machine cannot bring a finished transaction's journal back. A
+  // file that has a write-ahead log keeps that.
+  if (sqlite3_exec(connection_->db,
+                   isLogged ? "PRAGMA synchronous = FULL"
+                            : "PRAGMA journal_mode = PERSIST; PRAGMA synchronous = FULL",
                    nullptr, nullptr, nullptr) != SQLITE_OK) {
     return Record();
   }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <limits>
@@ -486,6 +487,77 @@ TEST_F(SqliteTest, WhatFailsIsRecordedWithACodeThatTellsWhatThereIsToDo) {
   EXPECT_EQ(after(SqliteDB(dir_ + "/missing.db", 0, "info"), "CREATE TABLE t (a)"),
             SqliteFailure::kNotOpened);
   EXPECT_EQ(after(SqliteDB(dir_, 0, "info"), "CREATE TABLE t (a)"), SqliteFailure::kNotOpened);
+}
+
+TEST_F(SqliteTest, AFileThatHasALogKeepsItAndOneThatHasNotGetsNone) {
+  const auto journalOf = [](const SqliteDB& db) {
+    SelectCommand command;
+    command.SetTable(SqliteTableHandler("pragma_journal_mode"));
+    SqliteValueList row;
+    std::string mode;
+    EXPECT_TRUE(db.SelectRecord(command, row) && row.GetValue("journal_mode", mode)) << db.GetErr();
+    return mode;
+  };
+  ASSERT_TRUE(Open().Exec("CREATE TABLE one (a)"));
+  {
+    const SqliteDB db = Open();
+    ASSERT_TRUE(db.Exec("INSERT INTO one VALUES (1)"));
+    EXPECT_EQ(journalOf(db), "persist");
+    ASSERT_TRUE(db.Exec("PRAGMA journal_mode = WAL"));
+  }
+  const SqliteDB reader = Open();
+  EXPECT_EQ(journalOf(reader), "wal");
+  const SqliteDB writer = Open();
+  ASSERT_TRUE(writer.Exec("BEGIN IMMEDIATE; INSERT INTO one VALUES (2)"));
+  EXPECT_EQ(journalOf(writer), "wal");
+  // Nobody waits for a reader, and no reader waits.
+  std::vector<SqliteValueList> rows;
+  SelectCommand command;
+  command.SetTable(SqliteTableHandler("one"));
+  EXPECT_TRUE(reader.SelectRecords(command, rows)) << reader.GetErr();
+  EXPECT_THAT(rows, SizeIs(1));
+  EXPECT_TRUE(writer.Exec("COMMIT")) << writer.GetErr();
+  EXPECT_TRUE(reader.SelectRecords(command, rows)) << reader.GetErr();
+  EXPECT_THAT(rows, SizeIs(3));
+}
+
+TEST_F(SqliteTest, AFileWithALogIsReadWhereNobodyCanWrite) {
+  const std::string dir = dir_ + "/disk #1%20?";
+  std::string why;
+  fs::create_directory(dir);
+  const MountedImage image("ext4", dir, why);
+  if (!image.IsMounted()) GTEST_SKIP() << why;
+  const std::string path = dir + "/a.db";
+  WriteFile(path, "");
+  const auto countRows = [&] {
+    const SqliteDB db(path, 0, "info");
+    std::vector<SqliteValueList> rows;
+    SelectCommand command;
+    command.SetTable(SqliteTableHandler("one"));
+    EXPECT_TRUE(db.SelectRecords(command, rows)) << db.GetErr();
+    return rows.size();
+  };
+  ASSERT_TRUE(SqliteDB(path, 0, "info")
+                  .Exec("PRAGMA journal_mode = WAL; CREATE TABLE one (a);"
+                        "INSERT INTO one VALUES (1)"));
+  ASSERT_TRUE(image.Remount("ro"));
+  EXPECT_EQ(countRows(), 1U);
+  const SqliteDB refused(path, 0, "info");
+  EXPECT_FALSE(refused.Exec("INSERT INTO one VALUES (2)"));
+  EXPECT_EQ(ToSqliteFailure(refused.GetErrCode()), SqliteFailure::kReadOnly);
+  ASSERT_TRUE(image.Remount("rw"));
+  // What a killed writer has committed is in the log alone.
+  const int code = RunInChild({}, [&] {
+    const SqliteDB db(path, 0, "info");
+    if (db.Exec("INSERT INTO one VALUES (2)")) kill(getpid(), SIGKILL);
+    return 1;
+  });
+  ASSERT_EQ(code, 128 + SIGKILL);
+  ASSERT_GT(fs::file_size(path + "-wal"), 0U);
+  ASSERT_TRUE(image.Remount("ro"));
+  EXPECT_EQ(countRows(), 2U);
+  ASSERT_TRUE(image.Remount("rw"));
+  EXPECT_EQ(countRows(), 2U);
 }
 
 TEST_F(SqliteTest, TellsTheSchemaVersionOfTheInfoTable) {
