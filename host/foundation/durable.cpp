@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 
 #include "base/fd.h"
 #include "vreldrcore/file.h"
@@ -54,6 +55,17 @@ Status IsThere(const std::string& path, bool& there) {
   there = lstat(path.c_str(), &st) == 0;
   if (there || errno == ENOENT) return {};
   return StateFailure("cannot look for " + VrelDR::Quoted(path), errno);
+}
+
+Status MoveAside(const std::string& path, std::string& moved) {
+  for (int number = 1;; ++number) {
+    moved = path + ".damaged-" + std::to_string(number);
+    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, moved.c_str(), RENAME_NOREPLACE) == 0) {
+      return {};
+    }
+    if (errno != EEXIST)
+      return StateFailure("cannot move " + VrelDR::Quoted(path) + " aside", errno);
+  }
 }
 
 }  // namespace VrelHost

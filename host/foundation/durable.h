@@ -29,5 +29,7 @@ Status SyncDir(const std::string& dir);
 Status WriteNewFile(const std::string& path, const std::string& text);
 // Whether something of that name is there, links not followed. A failure when that cannot be told.
 Status IsThere(const std::string& path, bool& there);
+// Renames the file to the first name of its kind that is free, which is in `moved` then.
+Status MoveAside(const std::string& path, std::string& moved);
 
 }  // namespace VrelHost

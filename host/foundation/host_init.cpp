@@ -1,10 +1,5 @@
 #include "foundation/host_init.h"
 
-#include <fcntl.h>
-
-#include <cerrno>
-#include <cstdio>
-
 #include "base/kill_point.h"
 #include "foundation/durable.h"
 #include "foundation/records.h"
@@ -79,17 +74,6 @@ Status Examine(const Config& config, const StateSight& sight, HostPrognosis& pro
     if (there) prognosis.damaged.push_back(records + each);
   }
   return {};
-}
-
-// Renames the file to the first name of its kind that is free.
-Status MoveAside(const std::string& path, std::string& moved) {
-  for (int number = 1;; ++number) {
-    moved = path + ".damaged-" + std::to_string(number);
-    if (renameat2(AT_FDCWD, path.c_str(), AT_FDCWD, moved.c_str(), RENAME_NOREPLACE) == 0) {
-      return {};
-    }
-    if (errno != EEXIST) return StateFailure("cannot move " + Quoted(path) + " aside", errno);
-  }
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "foundation/records.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -8,7 +7,8 @@
 
 #include "base/kill_point.h"
 #include "foundation/durable.h"
-#include "foundation/schema.h"
+#include "foundation/records_schema.h"
+#include "foundation/upgrade_mark.h"
 #include "vreldrcore/json.h"
 #include "vreldrcore/sqlite_failure.h"
 
@@ -21,9 +21,7 @@ using VrelDR::Quoted;
 using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteFailure;
 
-constexpr unsigned int kBusySeconds = 20;
 constexpr const char* kInfoTable = "vreldrcore_db_info";
-constexpr int kNewest = static_cast<int>(kRecordsSchema.size());
 
 SqliteFailure FailureOf(const SqliteDB& db) {
   return VrelDRCore::ToSqliteFailure(db.GetErrCode());
@@ -54,6 +52,25 @@ bool HoldsNoRecords(SqliteFailure failure) {
          failure == SqliteFailure::kDamaged;
 }
 
+}  // namespace
+
+SqliteDB RecordsAt(const std::string& path) {
+  return SqliteDB(path, kBusySeconds, kInfoTable);
+}
+
+Status PlainFailure(const SqliteDB& db) {
+  const SqliteFailure failure = FailureOf(db);
+  return {failure == SqliteFailure::kHeld ? VrelDR::kErrBusy : VrelDR::kErrStore,
+          "the host's records " + Quoted(db.GetPath()) + " could not be used: " +
+              VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) + AdviceFor(failure)};
+}
+
+Status RecordsFailure(const SqliteDB& db) {
+  const bool isUpgraded =
+      FailureOf(db) == SqliteFailure::kHeld && UpgradeMark::IsHeld(db.GetPath());
+  return isUpgraded ? BeingUpgraded(db.GetPath()) : PlainFailure(db);
+}
+
 Status NoRecords(const SqliteDB& db) {
   if (!IsOfSomethingElse(FailureOf(db))) return RecordsFailure(db);
   return {VrelDR::kErrStore, "the host's records " + Quoted(db.GetPath()) +
@@ -61,83 +78,34 @@ Status NoRecords(const SqliteDB& db) {
                                  "file, or run \"drgroupctl host init\" to begin anew"};
 }
 
-Status OfLaterVersion(const SqliteDB& db, int version) {
-  return {VrelDR::kErrStore, "the host's records " + Quoted(db.GetPath()) + " are of version " +
-                                 std::to_string(version) +
-                                 ", which this program does not know; use the one that made them"};
-}
-
-// Makes the tables that versions after `version` have, and writes the newest one down.
-bool RunSchema(const SqliteDB& db, int version) {
-  for (; version < kNewest; ++version) {
-    if (!db.Exec(kRecordsSchema[static_cast<std::size_t>(version)])) return false;
-  }
-  return db.Exec("INSERT OR REPLACE INTO vreldrcore_db_info VALUES ('version', '" +
-                 std::to_string(kNewest) + "')");
-}
-
-void RemoveWithSideFiles(const std::string& path) {
-  unlink(path.c_str());
-  for (const char* each : kSideFiles) unlink((path + each).c_str());
-}
-
-}  // namespace
-
-SqliteDB RecordsAt(const std::string& path) {
-  return SqliteDB(path, kBusySeconds, kInfoTable);
-}
-
-Status RecordsFailure(const SqliteDB& db) {
-  const SqliteFailure failure = FailureOf(db);
-  return {failure == SqliteFailure::kHeld ? VrelDR::kErrBusy : VrelDR::kErrStore,
-          "the host's records " + Quoted(db.GetPath()) + " could not be used: " +
-              VrelDRCore::JsonUtil::AsText(db.GetErrMsg()) + AdviceFor(failure)};
-}
-
 Status MakeRecords(const std::string& path) {
   const std::string work = path + ".new";
-  RemoveWithSideFiles(work);  // of a making that was interrupted
-  // Made without opening it: closing any descriptor of a database drops the locks that this
-  // process' other connections hold on it.
-  if (mknod(work.c_str(), S_IFREG | 0600, 0) != 0) {
-    return StateFailure("cannot make " + Quoted(work), errno);
-  }
-  Status status;
+  RecordsJournal journal{};
+  Status status = FindJournal(path, journal);
+  if (status.IsOk()) status = MakeEmptyFile(work);
+  if (!status.IsOk()) return status;
   {
     const SqliteDB db = RecordsAt(work);
-    if (!db.Exec("BEGIN IMMEDIATE") ||
+    if ((journal == RecordsJournal::kLog && !db.Exec("PRAGMA journal_mode = WAL")) ||
+        !db.Exec("BEGIN IMMEDIATE") ||
         !db.Exec("CREATE TABLE vreldrcore_db_info"
                  " (key TEXT NOT NULL PRIMARY KEY, value TEXT NOT NULL)") ||
-        !RunSchema(db, 0) || !db.Exec("COMMIT")) {
+        !RunSchema(db, 0, kNewest) || !db.Exec("COMMIT")) {
       status = RecordsFailure(db);
     }
   }
   KillPoint(VrelDR::kHostRecordsBuilt);
+  // What stands beside the name is of records that are gone, and would be replayed into these.
+  for (const char* each : kSideFiles) {
+    std::string aside;
+    bool there = false;
+    if (status.IsOk()) status = IsThere(path + each, there);
+    if (status.IsOk() && there) status = MoveAside(path + each, aside);
+  }
   if (status.IsOk() && link(work.c_str(), path.c_str()) != 0) {
     status = StateFailure("cannot make " + Quoted(path), errno);
   }
   RemoveWithSideFiles(work);
-  return status;
-}
-
-Status UpgradeRecords(const SqliteDB& db) {
-  int version = 0;
-  if (!db.GetSchemaVersion(version) || version < 1) return NoRecords(db);
-  if (version == kNewest) return {};
-  if (version > kNewest) return OfLaterVersion(db, version);
-
-  if (!db.Exec("BEGIN IMMEDIATE")) return RecordsFailure(db);
-  // Somebody else may have done it meanwhile, also one who goes further than this program.
-  bool good = db.GetSchemaVersion(version);
-  Status status = good && version > kNewest ? OfLaterVersion(db, version) : Status();
-  good = good && status.IsOk() && RunSchema(db, version);
-  KillPoint(VrelDR::kRecordsUpgrading);
-  if (good && db.Exec("COMMIT")) {
-    KillPoint(VrelDR::kRecordsUpgraded);
-    return {};
-  }
-  if (status.IsOk()) status = RecordsFailure(db);
-  db.Exec("ROLLBACK");  // without it the next transaction could not begin
   return status;
 }
 

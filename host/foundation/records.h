@@ -11,19 +11,24 @@ namespace VrelHost {
 
 using VrelDR::Status;
 
+// How long a command waits for another process that holds the records.
+inline constexpr unsigned int kBusySeconds = 20;
+
 // A connection to the records at `path`; nothing is opened yet.
 VrelDRCore::SqliteDB RecordsAt(const std::string& path);
 
-// kErrStore, or kErrBusy when another process holds the records, with what the connection recorded
-// last and what to do.
+// kErrStore, or kErrBusy when another process holds or upgrades the records, with what the
+// connection recorded last and what to do.
 Status RecordsFailure(const VrelDRCore::SqliteDB& db);
 
 // Makes the file, which must not be there, with the newest schema. It appears whole; it is the
-// caller who syncs the directory. One at a time.
+// caller who syncs the directory. One at a time. Side files of records that were there once are
+// moved aside.
 Status MakeRecords(const std::string& path);
 
 // Brings records of an older version up to date, all of it or nothing; two processes may do so at
-// once. A file that is empty, or holds something else, is refused and stays as it is.
+// once, one of which waits, and no longer than for any writer. The log of the system tells of it. A
+// file that is empty, or holds something else, is refused and stays as it is.
 Status UpgradeRecords(const VrelDRCore::SqliteDB& db);
 
 enum class RecordsCondition {

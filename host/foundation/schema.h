@@ -116,6 +116,50 @@ CREATE INDEX snapshots_by_cut ON snapshots (cut_id);
     R"(
 ALTER TABLE cuts ADD COLUMN is_made_by_sync INTEGER NOT NULL DEFAULT 0;
 )",
+    // A target's snapshots stand together, in their order, and are found by name; what is asked of
+    // a target is answered without a look at all of them. Sequence numbers are counted apart: none
+    // is given twice, whatever was removed. The views keep to their indexes whatever a planner
+    // thinks.
+    R"(
+CREATE TABLE snapshots_by_target (
+  target_id TEXT NOT NULL,
+  seq INTEGER NOT NULL,
+  snap_id TEXT NOT NULL,
+  create_time INTEGER NOT NULL DEFAULT 0,
+  state INTEGER NOT NULL,
+  description TEXT NOT NULL DEFAULT '',
+  is_locked INTEGER NOT NULL DEFAULT 0,
+  is_app_consistent INTEGER NOT NULL DEFAULT 0,
+  taken_by TEXT NOT NULL DEFAULT '',
+  maker TEXT NOT NULL DEFAULT '',
+  cut_id TEXT NOT NULL DEFAULT '',
+  PRIMARY KEY (target_id, seq)
+) WITHOUT ROWID;
+INSERT INTO snapshots_by_target
+  SELECT target_id, seq, snap_id, create_time, state, description, is_locked, is_app_consistent,
+         taken_by, maker, cut_id
+  FROM snapshots ORDER BY target_id, seq;
+CREATE TABLE snapshot_sequence (last INTEGER NOT NULL);
+INSERT INTO snapshot_sequence
+  SELECT coalesce((SELECT seq FROM sqlite_sequence WHERE name = 'snapshots'), 0);
+DROP TABLE snapshots;
+ALTER TABLE snapshots_by_target RENAME TO snapshots;
+CREATE UNIQUE INDEX snapshots_by_name ON snapshots (target_id, snap_id);
+CREATE INDEX snapshots_unfinished ON snapshots (target_id, seq) WHERE state <> 2;
+CREATE INDEX snapshots_by_cut ON snapshots (cut_id) WHERE cut_id <> '';
+CREATE VIEW unfinished_snapshots AS
+  SELECT * FROM snapshots INDEXED BY snapshots_unfinished WHERE state <> 2;
+CREATE VIEW cut_snapshots AS
+  SELECT * FROM snapshots INDEXED BY snapshots_by_cut WHERE cut_id <> '';
+CREATE VIEW snapshot_counts AS
+  SELECT id AS target_id,
+         (SELECT count(*) FROM snapshots INDEXED BY snapshots_by_name WHERE target_id = id) -
+         (SELECT count(*) FROM unfinished_snapshots WHERE target_id = id) AS whole
+  FROM targets;
+)",
+    // The file has a write-ahead log where its file system can give it one; see
+    // records_upgrade.cpp.
+    "",
 };
 
 }  // namespace VrelHost

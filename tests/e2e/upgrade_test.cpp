@@ -1,5 +1,6 @@
 #include <filesystem>
 
+#include "earlier_records.h"
 #include "tool_fixture.h"
 
 // Bringing catalogues and the host's records to the current schema.
@@ -91,9 +92,10 @@ class RecordsUpgradeTest : public ToolTest {
 TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
   const std::string plans = RunWell({"plan", "list", "--json"}).out;
   RunSql(Records(),
-         "BEGIN; DROP TABLE cuts; DROP INDEX snapshots_by_cut; "
-         "ALTER TABLE snapshots DROP COLUMN cut_id; ALTER TABLE targets DROP COLUMN locator;"
-         "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT");
+         std::string("BEGIN;") + test_support::kBackToVersion6 +
+             "DROP TABLE cuts; DROP INDEX snapshots_by_cut; "
+             "ALTER TABLE snapshots DROP COLUMN cut_id; ALTER TABLE targets DROP COLUMN locator;"
+             "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT");
   EXPECT_EQ(RunWell({"plan", "list", "--json"}).out, plans);
   RunWell({"sync", "g"});
   RunWell({"switchover", "g"});
@@ -101,15 +103,15 @@ TEST_F(RecordsUpgradeTest, ThePlansOfAnEarlierHostGoOnWithTheFirstCommand) {
   RunSql(Records(),
          "CREATE TEMP TABLE checked (ok CHECK (ok)); "
          "INSERT INTO checked SELECT count(*) = 7 AND min(locator = id) FROM targets; "
-         "INSERT INTO checked SELECT value = 6 FROM vreldrcore_db_info WHERE key = 'version'");
+         "INSERT INTO checked SELECT value = 8 FROM vreldrcore_db_info WHERE key = 'version'");
 }
 
 TEST_F(RecordsUpgradeTest, RecordsOfALaterProgramAreRefusedAndLeftAlone) {
-  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '7' WHERE key = 'version'");
+  RunSql(Records(), "UPDATE vreldrcore_db_info SET value = '9' WHERE key = 'version'");
   const auto before = Tree(Root());
   for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
            {"target", "list"}, {"plan", "list"}, {"snapshot", "create", "g"}}) {
-    RunBadly(kStorage, words, {Records(), "version 7"});
+    RunBadly(kStorage, words, {Records(), "version 9"});
   }
   EXPECT_EQ(Tree(Root()), before);
 }

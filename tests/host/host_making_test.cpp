@@ -5,10 +5,12 @@
 #include <iostream>
 
 #include "base/kill_point.h"
+#include "earlier_records.h"
 #include "host_fixture.h"
 #include "tree.h"
 #include "vreldr/host_state.h"
 #include "vreldr/volume.h"
+#include "vreldrcore/sqlite_db.h"
 #include "vreldrnode/dr_node.h"
 
 // When a host is made, and when something is missing instead.
@@ -39,10 +41,17 @@ class HostMakingTest : public HostTest {
     return TargetManager().Create(spec);
   }
 
+  // What there is of the state directory. Who opens records has files beside them meanwhile.
+  std::map<std::string, std::string> StateTree() const {
+    if (!fs::exists(StateDir())) return {};
+    auto tree = DescribeTree(StateDir());
+    tree.erase(".");
+    return tree;
+  }
+
   // Expects every call, reading or writing, to fail like this and to change nothing.
   void ExpectNoHost(const std::vector<std::string>& parts) const {
-    const auto before =
-        fs::exists(StateDir()) ? DescribeTree(StateDir()) : std::map<std::string, std::string>();
+    const auto before = StateTree();
     const auto volume = DescribeTree(VolumePath());
     const TargetOperation operation(Target("share1", 2));
     std::set<std::string> snapIds;
@@ -62,9 +71,7 @@ class HostMakingTest : public HostTest {
     spec.volume = "v1";
     EXPECT_FALSE(manager.Create(spec));
     ExpectError(manager, VrelDR::kErrStore, parts);
-    EXPECT_EQ(
-        fs::exists(StateDir()) ? DescribeTree(StateDir()) : (std::map<std::string, std::string>()),
-        before);
+    EXPECT_EQ(StateTree(), before);
     EXPECT_EQ(DescribeTree(VolumePath()), volume);
   }
 
@@ -226,13 +233,13 @@ TEST_P(HostMakingTest, ProcessesThatStartAtOnceMakeOneHost) {
 
 TEST_P(HostMakingTest, ItIsNotMadeWhereThereIsOne) {
   MakeShare("share1");
-  const auto before = DescribeTree(StateDir());
+  const auto before = StateTree();
   const HostState state;
   std::string nodeId;
   std::vector<std::string> moved;
   EXPECT_FALSE(state.Make(nodeId, moved));
   ExpectError(state, VrelDR::kErrExists, {StateDir(), DRNode::getLocalNodeId()});
-  EXPECT_EQ(DescribeTree(StateDir()), before);
+  EXPECT_EQ(StateTree(), before);
 }
 
 TEST_P(HostMakingTest, ItCanBeMadeBeforeAnythingElse) {
@@ -274,17 +281,77 @@ TEST_P(HostMakingTest, DamagedRecordsAreMovedAsideAndTheIdentityKept) {
   }
 }
 
-TEST_P(HostMakingTest, AJournalOfLostRecordsIsNotTakenForThatOfNewOnes) {
-  MakeShare("share1");
-  ASSERT_TRUE(fs::exists(Records() + "-journal"));
-  fs::remove(Records());
+// The log of records with a target "lost", as it is while somebody has them open.
+class LostLogTest : public HostMakingTest {
+ protected:
+  void SetUp() override {
+    HostMakingTest::SetUp();
+    MakeShare("share1");
+    const VrelDRCore::SqliteDB records(Records(), 20, "vreldrcore_db_info");
+    ASSERT_TRUE(records.Exec("INSERT INTO targets VALUES ('lost', 2, 'v1', 2, 0, 'lost')"));
+    log_ = ReadFile(Records() + "-wal");
+    ASSERT_THAT(log_, HasSubstr("lost"));
+  }
+  void LoseRecords() const {
+    fs::remove(Records());
+    WriteFile(Records() + "-wal", log_);
+  }
+  void ExpectNothingOfLost() const {
+    EXPECT_EQ(ReadFile(Records() + "-wal.damaged-1"), log_);
+    std::vector<VrelDR::TargetEntry> entries;
+    const TargetManager manager;
+    EXPECT_TRUE(manager.List(entries)) << manager.GetErr();
+    EXPECT_THAT(entries, IsEmpty());
+  }
+
+ private:
+  std::string log_;
+};
+
+INSTANTIATE_TEST_SUITE_P(FileSystems, LostLogTest, testing::Values("tmpfs"), HostTest::NameOf);
+
+TEST_P(LostLogTest, TheLogOfLostRecordsIsNotTakenForThatOfNewOnes) {
+  LoseRecords();
   fs::remove(Identity());
   ExpectNoHost({Records(), "are missing", "host init"});
   const HostState state;
   std::string nodeId;
   std::vector<std::string> moved;
   ASSERT_TRUE(state.Make(nodeId, moved)) << state.GetErr();
-  EXPECT_THAT(moved, ElementsAre(Records() + "-journal.damaged-1"));
+  EXPECT_THAT(moved, ElementsAre(Records() + "-wal.damaged-1"));
+  ExpectNothingOfLost();
+}
+
+TEST_P(LostLogTest, ItIsNotTakenForThatOfRecordsWhoseMakingWasInterruptedEither) {
+  LoseRecords();
+  WriteFile(StateDir() + "/host.making", "");
+  MakeShare("new");
+  ASSERT_TRUE(TargetManager().Remove("new", false));
+  ExpectNothingOfLost();
+}
+
+TEST_P(HostMakingTest, RecordsAreWholeByThemselvesWhenNobodyHasThemOpen) {
+  MakeShare("share1");
+  Take("share1");
+  for (const char* each : {"-wal", "-shm", "-journal"}) {
+    EXPECT_FALSE(fs::exists(Records() + each)) << each;
+  }
+  EXPECT_EQ(RunInChild({{"VRELDR_KILL_POINT", std::string(VrelDR::kTakeDone)}},
+                       [] { return Take("share1").snap_id.empty() ? 1 : 0; }),
+            128 + SIGKILL);
+  EXPECT_TRUE(fs::exists(Records() + "-wal")) << "so that this shows nothing";
+  EXPECT_THAT(ListIds("share1"), testing::SizeIs(2));
+  EXPECT_FALSE(fs::exists(Records() + "-wal"));
+}
+
+// As on a file system through which processes cannot share memory.
+TEST_P(HostMakingTest, WhereALogCannotBeTheRecordsHaveAJournal) {
+  fs::create_directories(Records() + ".new-shm/in the way");
+  MakeShare("share1");
+  const auto snapshot = Take("share1");
+  EXPECT_TRUE(fs::exists(Records() + "-journal"));
+  EXPECT_FALSE(fs::exists(Records() + "-wal"));
+  EXPECT_THAT(ListIds("share1"), ElementsAre(snapshot.snap_id));
 }
 
 TEST_P(HostMakingTest, ALostIdentityIsFoundAgainOnTheVolumes) {
@@ -349,6 +416,8 @@ class EarlierHostTest : public HostMakingTest {
     ASSERT_EQ(RunProgram({"sqlite3", "-bail", Records(), sql}), 0) << sql;
   }
   void MakeEarlier(int version) const {
+    Sql(std::string("BEGIN;") + test_support::kBackToVersion6 + "COMMIT");
+    if (version == 6) return;
     Sql("BEGIN; ALTER TABLE cuts DROP COLUMN is_made_by_sync;"
         "UPDATE vreldrcore_db_info SET value = '5'; COMMIT");
     if (version == 5) return;
@@ -374,7 +443,7 @@ class EarlierHostTest : public HostMakingTest {
   void ExpectUpgraded() const {
     EXPECT_THAT(ListIds("share1"), testing::SizeIs(1));
     Sql("CREATE TEMP TABLE t (ok CHECK (ok)); "
-        "INSERT INTO t SELECT value = 6 FROM vreldrcore_db_info WHERE key = 'version';"
+        "INSERT INTO t SELECT value = 8 FROM vreldrcore_db_info WHERE key = 'version';"
         "INSERT INTO t SELECT cut_id = '' FROM snapshots;"
         "INSERT INTO t SELECT count(is_made_by_sync) = 0 FROM cuts;"
         "INSERT INTO t SELECT locator = id FROM targets;"
@@ -389,14 +458,14 @@ class EarlierHostTest : public HostMakingTest {
 INSTANTIATE_TEST_SUITE_P(FileSystems, EarlierHostTest, testing::Values("tmpfs"), HostTest::NameOf);
 
 TEST_P(EarlierHostTest, RecordsOfEveryEarlierVersionAreUpgraded) {
-  for (const int version : {1, 2, 3, 4, 5}) {
+  for (const int version : {1, 2, 3, 4, 5, 6}) {
     MakeEarlier(version);
     ExpectUpgraded();
   }
 }
 
 TEST_P(EarlierHostTest, AnUpgradeThatWasKilledHasHappenedOrHasNot) {
-  for (const int version : {1, 2, 3, 4, 5}) {
+  for (const int version : {1, 2, 3, 4, 5, 6}) {
     for (const std::string_view point : {VrelDR::kRecordsUpgrading, VrelDR::kRecordsUpgraded}) {
       SCOPED_TRACE(std::to_string(version) + " " + std::string(point));
       MakeEarlier(version);
@@ -409,7 +478,7 @@ TEST_P(EarlierHostTest, AnUpgradeThatWasKilledHasHappenedOrHasNot) {
 }
 
 TEST_P(EarlierHostTest, ProcessesThatUpgradeAtOnceAllSucceed) {
-  for (const int version : {1, 2, 3, 4, 5, 1, 2, 3, 4, 5}) {
+  for (const int version : {1, 2, 3, 4, 5, 6, 1, 2, 3, 4, 5, 6}) {
     MakeEarlier(version);
     std::vector<pid_t> children;
     for (int i = 0; i < 6; ++i) {

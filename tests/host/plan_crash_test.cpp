@@ -5,6 +5,7 @@
 #include <functional>
 
 #include "base/kill_point.h"
+#include "earlier_records.h"
 #include "plan_fixture.h"
 #include "tree.h"
 #include "vreldrcore/sqlite_db.h"
@@ -122,7 +123,8 @@ class PlanCrashTest : public PlanTest {
   void GoBackToVersion3() const {
     const VrelDRCore::SqliteDB records(StateDir() + "/replica.db", 20, "vreldrcore_db_info");
     EXPECT_TRUE(
-        records.Exec("BEGIN; DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
+        records.Exec(std::string("BEGIN;") + test_support::kBackToVersion6 +
+                     "DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
                      "ALTER TABLE snapshots DROP COLUMN cut_id;"
                      "ALTER TABLE targets DROP COLUMN locator;"
                      "UPDATE vreldrcore_db_info SET value = '3' WHERE key = 'version'; COMMIT"))

@@ -2,13 +2,18 @@
 #include <gtest/gtest.h>
 #include <vreldr/error.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <thread>
 
 #include "base/kill_point.h"
 #include "behind_writer.h"
 #include "foundation/records.h"
 #include "foundation/schema.h"
+#include "foundation/upgrade_mark.h"
 #include "host_fixture.h"
 #include "store/store.h"
 #include "tree.h"
@@ -26,7 +31,7 @@ using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteTableHandler;
 using VrelDRCore::SqliteValueList;
 
-constexpr int kNewest = 6;
+constexpr int kNewest = 8;
 // How records that are too new for this program are told from others.
 const std::string kLater = std::to_string(kNewest + 1);
 
@@ -66,6 +71,13 @@ UPDATE targets SET locator = 'at ' || id;
     R"(
 INSERT INTO cuts VALUES ('c1', 2, 2, 1, 'btrfs transaction', 0, 0), ('c2', 3, 0, 0, 'copy', 7, 9);
 UPDATE snapshots SET cut_id = 'c1' WHERE target_id = 'lun';
+)",
+    R"(
+UPDATE cuts SET is_made_by_sync = 1 WHERE id = 'c2';
+)",
+    R"(
+INSERT INTO snapshots (target_id, seq, snap_id, state) VALUES ('lun', 9, 's0', 2);
+UPDATE snapshot_sequence SET last = 12;
 )",
 };
 
@@ -130,6 +142,16 @@ Content Upgraded(Content content, int version) {
   }
   if (version < 6) {
     for (Row& row : content["cuts"]) row["is_made_by_sync"] = "0";
+  }
+  if (version < 7) {
+    Row& sequence = content["snapshot_sequence"].emplace_back();
+    sequence["last"] = "0";
+    std::erase_if(content["sqlite_sequence"], [&](Row& row) {
+      if (row["name"] == "snapshots") sequence["last"] = row["seq"];
+      return row["name"] == "snapshots";
+    });
+    std::ranges::sort(content["snapshots"], {},
+                      [](Row& row) { return std::pair(row["target_id"], std::stol(row["seq"])); });
   }
   content["vreldrcore_db_info"] = {{{"key", "version"}, {"value", std::to_string(kNewest)}}};
   return content;
@@ -215,9 +237,9 @@ TEST_P(RecordsUpgradeTest, OneThatIsKilledHasHappenedOnceItIsCommittedAndNotBefo
 }
 
 // So many rows, and so little memory for them, that SQLite writes pages of the transaction to the
-// file before it is committed. What makes version 6 of version 5 is one page, written at its end.
+// file before it is committed.
 TEST_P(RecordsUpgradeTest, OneThatIsCutHalfWayIsTakenBackByItsJournalAndDoneByTheNextOpening) {
-  for (int version = 1; version < 5; ++version) {
+  for (int version = 1; version < 7; ++version) {
     SCOPED_TRACE(version);
     MakeVersion(version, true);
     ASSERT_TRUE(VrelHost::RecordsAt(Records()).Exec(
@@ -264,8 +286,86 @@ TEST_P(RecordsUpgradeTest, TwoProcessesThatBothSawTheEarlierVersionBothSucceed) 
   }
 }
 
+TEST_P(RecordsUpgradeTest, TheyHaveALogInTheEndAlsoWhenThatWasAllThatWasDone) {
+  for (const int version : {6, 7}) {
+    for (const bool hasLog : {false, true}) {
+      MakeVersion(version, true);
+      const Content before = ContentOf(Records());
+      const SqliteDB db = VrelHost::RecordsAt(Records());
+      if (hasLog) {
+        ASSERT_TRUE(db.Exec("PRAGMA journal_mode = WAL"));
+      }
+      ASSERT_TRUE(VrelHost::UpgradeRecords(db).IsOk());
+      EXPECT_EQ(RowsOf(db, "pragma_journal_mode").front()["journal_mode"], "wal");
+      EXPECT_EQ(ContentOf(Records()), Upgraded(before, version));
+    }
+  }
+}
+
+TEST_P(RecordsUpgradeTest, WhereALogCannotBeTheyKeepTheirJournal) {
+  fs::create_directories(Records() + ".new-shm/in the way");
+  MakeVersion(6, true);
+  const Content before = ContentOf(Records());
+  ASSERT_TRUE(Upgrade(Records()).IsOk());
+  EXPECT_EQ(ContentOf(Records()), Upgraded(before, 6));
+  EXPECT_EQ(RowsOf(VrelHost::RecordsAt(Records()), "pragma_journal_mode").front()["journal_mode"],
+            "delete");
+}
+
+TEST_P(RecordsUpgradeTest, WhoComesMeanwhileIsToldOrWaits) {
+  MakeVersion(6, true);
+  std::optional<VrelHost::UpgradeMark> mark(std::in_place);
+  ASSERT_TRUE(mark->Take(Records()).IsOk());
+  {
+    const SqliteDB upgrading = VrelHost::RecordsAt(Records());
+    ASSERT_TRUE(upgrading.Exec("BEGIN EXCLUSIVE"));
+    const SqliteDB other(Records(), 0, "vreldrcore_db_info");
+    int version = 0;
+    ASSERT_FALSE(other.GetSchemaVersion(version));
+    const VrelDR::Status status = VrelHost::RecordsFailure(other);
+    EXPECT_EQ(status.code, VrelDR::kErrBusy);
+    EXPECT_THAT(status.message, HasSubstr("are being upgraded by another process"));
+  }
+  const pid_t waiting = StartChild({}, [this] { return Upgrade(Records()).IsOk() ? 0 : 1; });
+  std::this_thread::sleep_for(std::chrono::milliseconds(200));
+  EXPECT_EQ(ContentOf(Records())["vreldrcore_db_info"].front()["value"], "6");
+  mark.reset();
+  EXPECT_EQ(WaitFor(waiting), 0);
+  EXPECT_FALSE(VrelHost::UpgradeMark::IsHeld(Records()));
+  EXPECT_EQ(ContentOf(Records())["vreldrcore_db_info"].front()["value"], std::to_string(kNewest));
+}
+
+TEST_P(RecordsUpgradeTest, WithoutRoomTheOldOnesStayWhole) {
+  const std::string dir = Root() + "/small";
+  std::string why;
+  fs::create_directory(dir);
+  const MountedImage image("ext4", dir, why);
+  if (!image.IsMounted()) GTEST_SKIP() << why;
+  MakeVersion(6, true);
+  ASSERT_TRUE(VrelHost::RecordsAt(Records()).Exec(
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000)"
+      " INSERT INTO snapshots (target_id, snap_id, state) SELECT 'lun', hex(randomblob(80)), 2"
+      " FROM n"));
+  const Content before = ContentOf(Records());
+  const std::string path = dir + "/replica.db";
+  fs::copy_file(Records(), path);
+  {
+    std::ofstream filler(dir + "/filler", std::ios::binary);
+    const std::string much(1 << 16, 'x');
+    while (filler.write(much.data(), static_cast<std::streamsize>(much.size())).flush()) {
+    }
+  }
+  const VrelDR::Status status = Upgrade(path);
+  EXPECT_EQ(status.code, VrelDR::kErrStore);
+  EXPECT_THAT(status.message, HasSubstr("free space"));
+  EXPECT_EQ(ContentOf(path), before);
+  fs::remove(dir + "/filler");
+  ASSERT_TRUE(Upgrade(path).IsOk());
+  EXPECT_EQ(ContentOf(path), Upgraded(before, 6));
+}
+
 TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNothingBack) {
-  MakeVersion(kNewest - 1, true);
+  MakeVersion(6, true);
   const std::string last =
       "UPDATE vreldrcore_db_info SET value = '" + kLater + "'; CREATE TABLE later (a)";
   RunBehindAWriter(Records(), last, 2, [this] {
@@ -276,7 +376,7 @@ TEST_P(RecordsUpgradeTest, OneThatALaterProgramHasOvertakenIsRefusedAndTakesNoth
   Content after = ContentOf(Records());
   EXPECT_EQ(after["vreldrcore_db_info"].front()["value"], kLater);
   EXPECT_EQ(after.count("later"), 1U);
-  EXPECT_EQ(after["cuts"].front().count("is_made_by_sync"), 0U);
+  EXPECT_EQ(after.count("snapshot_sequence"), 0U);
 }
 
 TEST_P(RecordsUpgradeTest, RecordsOfALaterVersionAreRefusedAndStayAsTheyAre) {

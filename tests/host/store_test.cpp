@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 #include <vreldr/error.h>
 
+#include <array>
+#include <cstdio>
+#include <memory>
+
 #include "behind_writer.h"
 #include "foundation/records.h"
 #include "host_fixture.h"
@@ -26,6 +30,16 @@ using VrelDR::Store;
 using VrelDR::SyncRow;
 using VrelDR::TargetRow;
 using VrelDR::Operation::Snapshot;
+
+// How SQLite goes about a statement, as its own program tells.
+std::string ExplainedBySqlite(const std::string& path, const std::string& sql) {
+  const std::string command = "sqlite3 '" + path + "' \"EXPLAIN QUERY PLAN " + sql + "\"";
+  const std::unique_ptr<FILE, int (*)(FILE*)> out(popen(command.c_str(), "r"), pclose);
+  std::string text;
+  std::array<char, 4096> part{};
+  while (out && std::fgets(part.data(), part.size(), out.get()) != nullptr) text += part.data();
+  return text;
+}
 
 class StoreTest : public HostTest {
  protected:
@@ -159,7 +173,7 @@ TEST_P(StoreTest, WhatIsNotWholeIsFoundOnlyByCallsThatSaySo) {
   EXPECT_THAT(Snapshots("source", true), ElementsAre("s1"));
   ASSERT_TRUE(store_->FinishSnapshot("source", snapshot, 7).IsOk());
   EXPECT_THAT(Snapshots("source", false), ElementsAre("s1"));
-  ASSERT_TRUE(store_->MarkSnapshotDeleting(snapshot).IsOk());
+  ASSERT_TRUE(store_->MarkSnapshotDeleting("source", snapshot).IsOk());
   EXPECT_THAT(Snapshots("source", false), IsEmpty());
   EXPECT_THAT(Snapshots("source", true), ElementsAre("s1"));
 }
@@ -183,6 +197,7 @@ TEST_P(StoreTest, OneSnapshotIsFoundByItsNameAndOnlyWholeOnesAreCounted) {
     EXPECT_EQ(count, expected) << targetId;
   };
   for (const char* targetId : {"source", "source2", "sourc"}) {
+    ASSERT_TRUE(store_->AddTarget(Row(targetId), nullptr).IsOk());
     for (const char* snapId : {"s1", "s2", "s3", "s4"}) {
       Snapshot snapshot;
       snapshot.snap_id = snapId;
@@ -191,7 +206,7 @@ TEST_P(StoreTest, OneSnapshotIsFoundByItsNameAndOnlyWholeOnesAreCounted) {
       if (snapId == std::string("s3")) continue;
       ASSERT_TRUE(store_->FinishSnapshot(targetId, snapshot, 7).IsOk());
       if (snapId == std::string("s1")) {
-        ASSERT_TRUE(store_->MarkSnapshotDeleting(snapshot).IsOk());
+        ASSERT_TRUE(store_->MarkSnapshotDeleting(targetId, snapshot).IsOk());
       }
     }
   }
@@ -213,6 +228,79 @@ TEST_P(StoreTest, OneSnapshotIsFoundByItsNameAndOnlyWholeOnesAreCounted) {
   ASSERT_TRUE(store_->RemoveTarget("source").IsOk());
   expectCount("source", 0);
   expectCount("source2", 2);
+}
+
+TEST_P(StoreTest, ASequenceNumberIsNeverGivenTwice) {
+  const auto add = [&](const char* targetId, const char* snapId) {
+    Snapshot snapshot;
+    snapshot.snap_id = snapId;
+    EXPECT_TRUE(store_->AddSnapshot(targetId, snapshot, nullptr).IsOk());
+    EXPECT_TRUE(store_->FinishSnapshot(targetId, snapshot, 7).IsOk());
+    return snapshot;
+  };
+  const Snapshot first = add("b", "s1");
+  const Snapshot second = add("a", "s1");
+  EXPECT_GT(second.sequence, first.sequence);
+  ASSERT_TRUE(store_->RemoveSnapshot("a", second).IsOk());
+  EXPECT_THAT(Snapshots("b", true), ElementsAre("s1")) << "of that name, and another target's";
+  Reopen();
+  const Snapshot third = add("a", "s1");
+  EXPECT_GT(third.sequence, second.sequence);
+  ASSERT_TRUE(store_->AddTarget(Row("a"), nullptr).IsOk());
+  ASSERT_TRUE(store_->RemoveTarget("a").IsOk());
+  Snapshot fourth;
+  fourth.snap_id = "s0";
+  ASSERT_TRUE(store_->AddSnapshots({{"b", &fourth}}).IsOk());
+  EXPECT_GT(fourth.sequence, third.sequence);
+  EXPECT_THAT(Snapshots("b", true), ElementsAre("s1", "s0"));
+  // Failures give none away that others have got.
+  Snapshot twice;
+  twice.snap_id = "s0";
+  EXPECT_FALSE(store_->AddSnapshot("b", twice, nullptr).IsOk());
+  EXPECT_GT(add("b", "s2").sequence, fourth.sequence);
+}
+
+TEST_P(StoreTest, ATargetThatGoesTakesTheRecordsOfItsCutsAloneWithIt) {
+  const std::string odd = "it's \"one\"";
+  for (const char* each : {"alone", "common", "others"}) {
+    VrelDR::CutInfo info;
+    info.id = each;
+    ASSERT_TRUE(store_->AddCut(info).IsOk());
+  }
+  const auto add = [&](const std::string& targetId, const char* cutId) {
+    Snapshot snapshot;
+    snapshot.snap_id = snapshot.cut_id = cutId;
+    EXPECT_TRUE(store_->AddSnapshots({{targetId, &snapshot}}).IsOk());
+  };
+  add(odd, "alone");
+  add(odd, "common");
+  add("b", "common");
+  add("b", "others");
+  ASSERT_TRUE(store_->RemoveTarget(odd).IsOk());
+  for (const std::string each : {"alone", "common", "others"}) {
+    std::optional<VrelDR::CutInfo> row;
+    EXPECT_TRUE(store_->GetCut(each, row).IsOk());
+    EXPECT_EQ(row.has_value(), each != "alone") << each;
+  }
+}
+
+// However many a target has, what is asked about one of them goes by indexes.
+TEST_P(StoreTest, NoQuestionAboutOneSnapshotReadsTheOthers) {
+  for (const char* query :
+       {"SELECT * FROM snapshots WHERE target_id = 'a' ORDER BY seq",
+        "SELECT * FROM snapshots WHERE target_id = 'a' AND snap_id = 's'",
+        "SELECT * FROM unfinished_snapshots WHERE target_id = 'a' ORDER BY seq",
+        "SELECT * FROM cut_snapshots WHERE cut_id = 'c'",
+        "SELECT * FROM snapshot_counts WHERE target_id = 'a'",
+        "UPDATE snapshots SET state = 3 WHERE target_id = 'a' AND seq = 7",
+        "DELETE FROM cuts WHERE id IN (SELECT cut_id FROM snapshots WHERE target_id = 'a') AND NOT"
+        " EXISTS (SELECT 1 FROM cut_snapshots WHERE cut_id = cuts.id AND target_id <> 'a')"}) {
+    SCOPED_TRACE(query);
+    const std::string plan = ExplainedBySqlite(Records(), query);
+    EXPECT_THAT(plan, testing::HasSubstr("SEARCH"));
+    EXPECT_THAT(plan, testing::Not(testing::HasSubstr("SCAN")));
+    EXPECT_THAT(plan, testing::Not(testing::HasSubstr("TEMP B-TREE")));
+  }
 }
 
 TEST_P(StoreTest, ATransactionOfWhichOneStepFailsLeavesNothingAndTheNextOneWorks) {
@@ -261,7 +349,7 @@ TEST_P(StoreTest, TheSnapshotsOfACutAreAddedTogetherAndItsRecordGoesWithTheLastO
   ASSERT_THAT(rows, testing::SizeIs(1));
   EXPECT_EQ(rows[0].snapshot.meta.description, "said when it was taken up");
   EXPECT_EQ(rows[0].snapshot.cut_id, "cut");
-  ASSERT_TRUE(store_->RemoveSnapshot(first).IsOk());
+  ASSERT_TRUE(store_->RemoveSnapshot("source", first).IsOk());
   EXPECT_TRUE(isKnown());
   ASSERT_TRUE(store_->RemoveTarget("other").IsOk());
   EXPECT_FALSE(isKnown());

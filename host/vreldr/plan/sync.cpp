@@ -206,7 +206,7 @@ Status PlanSyncer::ClearWay(const std::string& snapId, HostTarget& replica, std:
   if (status.IsOk()) status = plan_.GetStore().GetSnapshotOfAnyState(replicaId, snapId, recorded);
   // The record of one whose bytes had gone would let others find, and delete, what arrives.
   if (status.IsOk() && recorded && (!isThere || recorded->state != RecordState::kWhole)) {
-    status = plan_.GetStore().RemoveSnapshot(recorded->snapshot);
+    status = plan_.GetStore().RemoveSnapshot(replicaId, recorded->snapshot);
   }
   if (!status.IsOk()) return status;
   // Of another snapshot, it only takes room. What cannot be removed goes with this one's end.

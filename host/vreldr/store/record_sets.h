@@ -22,28 +22,61 @@ class TargetRecords : Table {
   bool Remove(const std::string& targetId) const { return Delete({{"id", targetId}}); }
 };
 
+// The table of snapshots seen through one of the views that lead to few of them at once, whatever
+// the table has; see the schema.
+class SnapshotView : Table {
+ public:
+  SnapshotView(const VrelDRCore::SqliteDB& db, const char* name) : Table(db, name) {}
+
+  bool ListOfTarget(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
+  // Any of a cut.
+  bool GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const;
+  // How many whole ones the target has, which is recorded itself.
+  bool Count(const std::string& targetId, std::uint64_t& count) const;
+};
+
+// The number that was given last to a snapshot.
+class SequenceRecords : Table {
+ public:
+  explicit SequenceRecords(const VrelDRCore::SqliteDB& db) : Table(db, "snapshot_sequence") {}
+
+  // A step of a transaction that writes.
+  bool TakeNext(long& next) const;
+};
+
 class SnapshotRecords : Table {
  public:
-  explicit SnapshotRecords(const VrelDRCore::SqliteDB& db) : Table(db, "snapshots") {}
+  explicit SnapshotRecords(const VrelDRCore::SqliteDB& db)
+      : Table(db, "snapshots"),
+        sequence_(db),
+        unfinished_(db, "unfinished_snapshots"),
+        of_cuts_(db, "cut_snapshots"),
+        counts_(db, "snapshot_counts") {}
 
   // In the order in which they were recorded.
   bool ListOfAnyState(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
-  bool ListUnfinished(const std::string& targetId, std::vector<SnapshotRow>& rows) const;
+  bool ListUnfinished(const std::string& targetId, std::vector<SnapshotRow>& rows) const {
+    return unfinished_.ListOfTarget(targetId, rows);
+  }
   bool GetOfAnyState(const std::string& targetId, const std::string& snapId,
                      std::optional<SnapshotRow>& row) const;
-  bool CountWhole(const std::string& targetId, std::uint64_t& count) const;
-  // Any of a cut.
-  bool GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const;
-  bool Add(const std::string& targetId, const Operation::Snapshot& snapshot,
-           RecordState state) const;
-  // The sequence number of the one that was added last.
-  using Table::GetLastSeq;
-  // Makes it whole, of `time`, with what the caller says of it.
-  bool Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const;
-  bool MarkDeleting(const Operation::Snapshot& snapshot) const {
-    return Update({BySequence(snapshot)}, {{"state", Number(RecordState::kDeleting)}});
+  bool CountWhole(const std::string& targetId, std::uint64_t& count) const {
+    return counts_.Count(targetId, count);
   }
-  bool Remove(const Operation::Snapshot& snapshot) const { return Delete({BySequence(snapshot)}); }
+  // Any of a cut.
+  bool GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const {
+    return of_cuts_.GetOneOfCut(cutId, row);
+  }
+  // A step of a transaction that writes. The sequence number that it is given is in `seq` then.
+  bool Add(const std::string& targetId, const Operation::Snapshot& snapshot, RecordState state,
+           long& seq) const;
+  // Makes it whole, of `time`, with what the caller says of it.
+  bool Finish(const std::string& targetId, const Operation::Snapshot& snapshot,
+              std::uint32_t time) const;
+  bool MarkDeleting(const std::string& targetId, const Operation::Snapshot& snapshot) const;
+  bool Remove(const std::string& targetId, const Operation::Snapshot& snapshot) const {
+    return Delete({{"target_id", targetId}, BySequence(snapshot)});
+  }
   bool Remove(const std::string& targetId, const std::string& snapId) const {
     return Delete({{"target_id", targetId}, {"snap_id", snapId}});
   }
@@ -53,6 +86,9 @@ class SnapshotRecords : Table {
   static Equal BySequence(const Operation::Snapshot& snapshot) {
     return {"seq", Number(snapshot.sequence)};
   }
+
+  SequenceRecords sequence_;
+  SnapshotView unfinished_, of_cuts_, counts_;
 };
 
 class CutRecords : Table {
@@ -67,12 +103,8 @@ class CutRecords : Table {
     return Update({{"id", cutId}}, {{"is_made_by_sync", true}});
   }
   bool Remove(const std::string& cutId) const { return Delete({{"id", cutId}}); }
-  // Those of which no snapshot is recorded.
-  bool RemoveUnused() const {
-    return db_.Exec(
-        "DELETE FROM cuts WHERE NOT EXISTS"
-        " (SELECT 1 FROM snapshots WHERE snapshots.cut_id = cuts.id)");
-  }
+  // Those of which no other target has a snapshot.
+  bool RemoveThoseAlone(const std::string& targetId) const;
 
  private:
   const VrelDRCore::SqliteDB& db_;
@@ -199,15 +231,15 @@ struct Records {
   // A snapshot becomes whole, of `time`, which is the target's newest.
   bool FinishSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot,
                       std::uint32_t time) const {
-    return snapshots.Finish(snapshot, time) && targets.SetLastSnapTime(targetId, time);
+    return snapshots.Finish(targetId, snapshot, time) && targets.SetLastSnapTime(targetId, time);
   }
   // The plan has the snapshot in hand and holds it on the source.
   bool TakeInHand(const DRPlan& plan, const std::string& snapId) const;
   // The snapshots of a target, or one of it, with what was recorded of their cuts alone.
   bool RemoveSnapshots(const std::string& targetId) const {
-    return snapshots.RemoveAll(targetId) && cuts.RemoveUnused();
+    return cuts.RemoveThoseAlone(targetId) && snapshots.RemoveAll(targetId);
   }
-  bool RemoveSnapshot(const Operation::Snapshot& snapshot) const;
+  bool RemoveSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot) const;
   // The plan with all that was recorded of it.
   bool RemovePlan(const std::string& planId) const;
 

@@ -74,8 +74,7 @@ Status Store::AddSnapshot(const std::string& targetId, Operation::Snapshot& snap
   long sequence = 0;
   Status status = db_.Transact([&](const Records& records) {
     return (!cut || records.cuts.Replace(*cut)) &&
-           records.snapshots.Add(targetId, snapshot, RecordState::kBuilding) &&
-           records.snapshots.GetLastSeq(sequence) &&
+           records.snapshots.Add(targetId, snapshot, RecordState::kBuilding, sequence) &&
            (plan == nullptr || records.TakeInHand(*plan, snapshot.snap_id));
   });
   if (status.IsOk()) snapshot.sequence = static_cast<std::uint64_t>(sequence);
@@ -87,8 +86,7 @@ Status Store::AddSnapshots(const std::vector<NewSnapshot>& added) const {
     return std::ranges::all_of(added, [&](const NewSnapshot& each) {
       long sequence = 0;
       const bool isGood =
-          records.snapshots.Add(each.target_id, *each.snapshot, RecordState::kBuilding) &&
-          records.snapshots.GetLastSeq(sequence);
+          records.snapshots.Add(each.target_id, *each.snapshot, RecordState::kBuilding, sequence);
       each.snapshot->sequence = static_cast<std::uint64_t>(sequence);
       return isGood;
     });
@@ -101,8 +99,9 @@ Status Store::AddArrived(const TargetRow& replica, const Operation::Snapshot& sn
   const std::string& planId = plan.GetPlanId();
   const std::string& snapId = snapshot.snap_id;
   return db_.Transact([&](const Records& records) {
+    long sequence = 0;
     return records.snapshots.Remove(targetId, snapId) &&
-           records.snapshots.Add(targetId, snapshot, RecordState::kWhole) &&
+           records.snapshots.Add(targetId, snapshot, RecordState::kWhole, sequence) &&
            records.targets.SetLastSnapTime(
                targetId, std::max(replica.last_snap_time, snapshot.create_time)) &&
            records.plans.ForgetReprotection(planId) && records.plans.SetHand(planId, {}) &&

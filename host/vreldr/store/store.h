@@ -62,7 +62,7 @@ class Store {
                                std::optional<SnapshotRow>& row) const {
     return db_.Result(db_.GetRecords().snapshots.GetOfAnyState(targetId, snapId, row));
   }
-  // How many ListSnapshots would find; 0 after a failure.
+  // How many ListSnapshots would find, of a target that is recorded; 0 otherwise.
   Status CountSnapshots(const std::string& targetId, std::uint64_t& count) const;
   // A new snapshot in the state kBuilding. Its sequence number is found in `snapshot` afterwards.
   // With a plan it is in the plan's hand from then on, which takes it to send it. With a cut that
@@ -95,11 +95,13 @@ class Store {
   };
   Status PutInHand(const std::vector<TakenUp>& takenUp, const std::vector<InHand>& inHand,
                    const CutInfo& cut) const;
-  Status MarkSnapshotDeleting(const Operation::Snapshot& snapshot) const {
-    return db_.Result(db_.GetRecords().snapshots.MarkDeleting(snapshot));
+  Status MarkSnapshotDeleting(const std::string& targetId,
+                              const Operation::Snapshot& snapshot) const {
+    return db_.Result(db_.GetRecords().snapshots.MarkDeleting(targetId, snapshot));
   }
-  Status RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-    return db_.Transact([&](const Records& records) { return records.RemoveSnapshot(snapshot); });
+  Status RemoveSnapshot(const std::string& targetId, const Operation::Snapshot& snapshot) const {
+    return db_.Transact(
+        [&](const Records& records) { return records.RemoveSnapshot(targetId, snapshot); });
   }
 
   // What is recorded of a cut goes with the last record of a snapshot of it.

@@ -37,15 +37,6 @@ bool Table::Delete(Where where) const {
   return db_.DeleteRecord(command);
 }
 
-bool Table::GetLastSeq(long& seq) const {
-  VrelDRCore::SelectCommand command = Select({}, "seq");
-  command.AddField("seq");
-  command.SetOrderByDESC();
-  command.SetLimit(1);
-  Values row;
-  return db_.SelectRecord(command, row) && row.GetValue("seq", seq);
-}
-
 VrelDRCore::SelectCommand Table::Select(Where where, const char* order) const {
   VrelDRCore::SelectCommand command;
   command.SetTable(name_);

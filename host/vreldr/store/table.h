@@ -62,8 +62,6 @@ class Table {
       return false;
     });
   }
-  // The largest "seq": that of the row inserted last, within a transaction.
-  bool GetLastSeq(long& seq) const;
 
  private:
   VrelDRCore::SelectCommand Select(Where where, const char* order) const;

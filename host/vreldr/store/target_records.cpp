@@ -1,6 +1,4 @@
 // The tables of targets, of their snapshots, of cuts and of volumes.
-#include <algorithm>
-
 #include "store/record_sets.h"
 
 namespace VrelDR {
@@ -48,6 +46,21 @@ CutInfo ReadCut(const SqliteValueList& values) {
   return row;
 }
 
+std::uint64_t ReadCount(const SqliteValueList& values) {
+  return GetNumber<std::uint64_t>(values, "whole");
+}
+
+long ReadLast(const SqliteValueList& values) {
+  return GetNumber<long>(values, "last");
+}
+
+// As SQL says it. No identifier of a target has a zero byte.
+std::string TextLiteral(const std::string& text) {
+  std::string literal = "'";
+  for (const char c : text) literal += c == '\'' ? "''" : std::string(1, c);
+  return literal + "'";
+}
+
 VolumeRow ReadVolume(const SqliteValueList& values) {
   return {GetText(values, "name"), GetText(values, "id"), GetText(values, "file_system")};
 }
@@ -88,46 +101,58 @@ bool SnapshotRecords::GetOfAnyState(const std::string& targetId, const std::stri
   return Get({{"target_id", targetId}, {"snap_id", snapId}}, ReadSnapshot, row);
 }
 
-bool SnapshotRecords::ListUnfinished(const std::string& targetId,
-                                     std::vector<SnapshotRow>& rows) const {
-  if (!ListOfAnyState(targetId, rows)) return false;
-  std::erase_if(rows, [](const SnapshotRow& each) { return each.state == RecordState::kWhole; });
-  return true;
+bool SnapshotView::ListOfTarget(const std::string& targetId, std::vector<SnapshotRow>& rows) const {
+  return List({{"target_id", targetId}}, "seq", ReadSnapshot, rows);
 }
 
-bool SnapshotRecords::CountWhole(const std::string& targetId, std::uint64_t& count) const {
-  std::vector<SnapshotRow> rows;
-  if (!ListOfAnyState(targetId, rows)) return false;
-  count = static_cast<std::uint64_t>(std::ranges::count(
-      rows, RecordState::kWhole, [](const SnapshotRow& each) { return each.state; }));
-  return true;
-}
-
-bool SnapshotRecords::GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const {
+bool SnapshotView::GetOneOfCut(const std::string& cutId, std::optional<SnapshotRow>& row) const {
   return Get({{"cut_id", cutId}}, ReadSnapshot, row);
 }
 
+bool SnapshotView::Count(const std::string& targetId, std::uint64_t& count) const {
+  std::optional<std::uint64_t> found;
+  const bool good = Get({{"target_id", targetId}}, ReadCount, found);
+  count = found.value_or(0);
+  return good;
+}
+
+bool SequenceRecords::TakeNext(long& next) const {
+  std::optional<long> last;
+  if (!Get({}, ReadLast, last) || !last) return false;
+  next = *last + 1;
+  return Update({{"last", *last}}, {{"last", next}});
+}
+
 bool SnapshotRecords::Add(const std::string& targetId, const Operation::Snapshot& snapshot,
-                          RecordState state) const {
-  return Insert({{"target_id", targetId},
-                 {"snap_id", snapshot.snap_id},
-                 {"create_time", Number(snapshot.create_time)},
-                 {"state", Number(state)},
+                          RecordState state, long& seq) const {
+  return sequence_.TakeNext(seq) && Insert({{"target_id", targetId},
+                                            {"seq", seq},
+                                            {"snap_id", snapshot.snap_id},
+                                            {"create_time", Number(snapshot.create_time)},
+                                            {"state", Number(state)},
+                                            {"description", snapshot.meta.description},
+                                            {"is_locked", snapshot.meta.is_locked},
+                                            {"is_app_consistent", snapshot.meta.is_app_consistent},
+                                            {"taken_by", snapshot.meta.taken_by},
+                                            {"cut_id", snapshot.cut_id},
+                                            {"maker", snapshot.maker}});
+}
+
+bool SnapshotRecords::Finish(const std::string& targetId, const Operation::Snapshot& snapshot,
+                             std::uint32_t time) const {
+  return Update({{"target_id", targetId}, BySequence(snapshot)},
+                {{"state", Number(RecordState::kWhole)},
+                 {"create_time", Number(time)},
                  {"description", snapshot.meta.description},
                  {"is_locked", snapshot.meta.is_locked},
                  {"is_app_consistent", snapshot.meta.is_app_consistent},
-                 {"taken_by", snapshot.meta.taken_by},
-                 {"cut_id", snapshot.cut_id},
-                 {"maker", snapshot.maker}});
+                 {"taken_by", snapshot.meta.taken_by}});
 }
 
-bool SnapshotRecords::Finish(const Operation::Snapshot& snapshot, std::uint32_t time) const {
-  return Update({BySequence(snapshot)}, {{"state", Number(RecordState::kWhole)},
-                                         {"create_time", Number(time)},
-                                         {"description", snapshot.meta.description},
-                                         {"is_locked", snapshot.meta.is_locked},
-                                         {"is_app_consistent", snapshot.meta.is_app_consistent},
-                                         {"taken_by", snapshot.meta.taken_by}});
+bool SnapshotRecords::MarkDeleting(const std::string& targetId,
+                                   const Operation::Snapshot& snapshot) const {
+  return Update({{"target_id", targetId}, BySequence(snapshot)},
+                {{"state", Number(RecordState::kDeleting)}});
 }
 
 bool CutRecords::Get(const std::string& cutId, std::optional<CutInfo>& row) const {
@@ -145,8 +170,18 @@ bool CutRecords::Add(const CutInfo& row) const {
                  {"is_made_by_sync", row.is_made_by_sync}});
 }
 
-bool Records::RemoveSnapshot(const Operation::Snapshot& snapshot) const {
-  if (!snapshots.Remove(snapshot)) return false;
+bool CutRecords::RemoveThoseAlone(const std::string& targetId) const {
+  const std::string target = TextLiteral(targetId);
+  return db_.Exec(
+      "DELETE FROM cuts WHERE id IN (SELECT cut_id FROM snapshots WHERE target_id = " + target +
+      ") AND NOT EXISTS (SELECT 1 FROM cut_snapshots WHERE cut_id = cuts.id"
+      " AND target_id <> " +
+      target + ")");
+}
+
+bool Records::RemoveSnapshot(const std::string& targetId,
+                             const Operation::Snapshot& snapshot) const {
+  if (!snapshots.Remove(targetId, snapshot)) return false;
   if (snapshot.cut_id.empty()) return true;
   std::optional<SnapshotRow> left;
   return snapshots.GetOneOfCut(snapshot.cut_id, left) && (left || cuts.Remove(snapshot.cut_id));

@@ -284,7 +284,7 @@ Status CleanUpSnapshots(const HostTarget& opened) {
     if (!IsHalfDone(each.state)) continue;
     const std::string& snapId = each.snapshot.snap_id;
     if (status.IsOk()) status = engine.RemoveSnapshot(place, snapId, opened.GetWatcher());
-    if (status.IsOk()) status = opened.GetStore().RemoveSnapshot(each.snapshot);
+    if (status.IsOk()) status = opened.GetStore().RemoveSnapshot(place.id, each.snapshot);
   }
   return status.IsOk() ? engine.CleanUp(place, opened.GetWatcher()) : status;
 }

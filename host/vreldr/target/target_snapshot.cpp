@@ -92,14 +92,14 @@ Status DeleteSnapshotOf(const HostTarget& opened, const std::string& snapId) {
   Status status = FindSnapshot(opened, snapId, found);
   if (!status.IsOk()) return status;
   // Once it is marked it is not listed any more, so that its bytes may go piece by piece.
-  status = store.MarkSnapshotDeleting(found);
+  status = store.MarkSnapshotDeleting(opened.GetTarget().GetId(), found);
   if (!status.IsOk()) return status;
   KillPoint(kDeleteMarked);
   status =
       InContext(opened.Cannot("delete a snapshot of"),
                 opened.GetEngine().RemoveSnapshot(opened.GetPlace(), snapId, opened.GetWatcher()));
   KillPoint(kDeleteBytesGone);
-  if (status.IsOk()) status = store.RemoveSnapshot(found);
+  if (status.IsOk()) status = store.RemoveSnapshot(opened.GetTarget().GetId(), found);
   KillPoint(kDeleteDone);
   return status;
 }
