@@ -24,6 +24,7 @@ void RegisterPlans(const std::filesystem::path& dir);
 void RegisterCut(const std::filesystem::path& dir);
 void RegisterRealCreation(const std::filesystem::path& dir);
 void RegisterHeldCut(const std::filesystem::path& dir);
+void RegisterYear(const std::filesystem::path& dir);
 
 // When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or
 // "raw:GROUP", or "ours-parts:GROUP" or "raw-parts:GROUP", as its only argument: what is after the
