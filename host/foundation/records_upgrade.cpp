@@ -88,9 +88,12 @@ bool SetLog(const SqliteDB& db) {
 
 // Gives the file its log where it can have one. Nobody else may have a transaction open then.
 Status ChangeJournal(const SqliteDB& db) {
+  if (HasLog(db)) return {};
   RecordsJournal journal{};
   Status status = FindJournal(db.GetPath(), journal);
-  if (!status.IsOk() || journal == RecordsJournal::kRollback || HasLog(db)) return status;
+  // Or else the journal stays, as large as an upgrade has made it. Somebody may need it right now.
+  (void)db.Exec("PRAGMA journal_mode = DELETE");
+  if (!status.IsOk() || journal == RecordsJournal::kRollback) return status;
   return SetLog(db) ? Status() : PlainFailure(db);
 }
 

@@ -15,6 +15,7 @@
 #include "foundation/schema.h"
 #include "foundation/upgrade_mark.h"
 #include "host_fixture.h"
+#include "log_capture.h"
 #include "store/store.h"
 #include "tree.h"
 
@@ -203,8 +204,14 @@ TEST_P(RecordsUpgradeTest, RecordsOfEveryEarlierVersionKeepWhatTheyHold) {
       MakeVersion(version, withRows);
       const Content before = ContentOf(Records());
       ASSERT_EQ(before.at("targets").size(), withRows ? 3U : 0U);
+      const test_support::LogCapture log;
       const VrelDR::Status status = Upgrade(Records());
       ASSERT_TRUE(status.IsOk()) << status.message;
+      const auto lines = log.Entries();
+      ASSERT_EQ(lines.size(), 2U);
+      EXPECT_THAT(lines[0].text, HasSubstr(Records() + "\" are being upgraded from version " +
+                                           std::to_string(version) + " to "));
+      EXPECT_THAT(lines[1].text, HasSubstr(Records() + "\" were upgraded"));
       EXPECT_EQ(ContentOf(Records()), Upgraded(before, version));
       EXPECT_EQ(SchemaOf(Records()), SchemaOf(anew));
       const std::string bytes = ReadFile(Records());
@@ -297,6 +304,7 @@ TEST_P(RecordsUpgradeTest, TheyHaveALogInTheEndAlsoWhenThatWasAllThatWasDone) {
       }
       ASSERT_TRUE(VrelHost::UpgradeRecords(db).IsOk());
       EXPECT_EQ(RowsOf(db, "pragma_journal_mode").front()["journal_mode"], "wal");
+      EXPECT_FALSE(fs::exists(Records() + "-journal")) << "which may be as large as the records";
       EXPECT_EQ(ContentOf(Records()), Upgraded(before, version));
     }
   }
