@@ -10,6 +10,7 @@
 
 #include "../torture/loop_device.h"
 #include "holder.h"
+#include "paused_shipment.h"
 #include "plan_fixture.h"
 
 // Somebody has the targets open that a verb makes unwritable, replaces or removes.
@@ -144,7 +145,10 @@ TEST_P(InUseTest, AWriterWhoComesAfterTheCheckIsFoundAndAllTargetsAreAsBefore) {
   }
   const std::string path = std::getenv("PATH");
   setenv("PATH", (bin + ":" + path).c_str(), 1);
-  const Result result = Run({"switchover", "g"});
+  const Result result = [] {
+    const SentByPrograms byPrograms;
+    return Run({"switchover", "g"});
+  }();
   setenv("PATH", path.c_str(), 1);
   pid_t pid = 0;
   std::ifstream(pidFile) >> pid;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
@@ -57,6 +58,14 @@ void WaitFor(const std::string& what, const std::function<bool()>& condition) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
+}
+
+SentByPrograms::SentByPrograms() {
+  setenv("VRELDR_FAIL_POINT", "ship.by_changes@*", 1);
+}
+
+SentByPrograms::~SentByPrograms() {
+  unsetenv("VRELDR_FAIL_POINT");
 }
 
 PausedShipment::PausedShipment(const Process& tool, const std::string& target) {

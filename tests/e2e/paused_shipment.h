@@ -10,6 +10,15 @@ namespace e2e {
 // Waits until `condition` holds; a test failure when it does not in time.
 void WaitFor(const std::string& what, const std::function<bool()>& condition);
 
+// While it lives, programs send what the tool would send itself: those can be held.
+class SentByPrograms {
+ public:
+  SentByPrograms();
+  SentByPrograms(const SentByPrograms&) = delete;
+  SentByPrograms& operator=(const SentByPrograms&) = delete;
+  ~SentByPrograms();
+};
+
 // Holds the program that sends a snapshot for as long as it lives.
 class PausedShipment {
  public:

@@ -41,6 +41,9 @@ class PlanBesideTest : public PlanTest {
       EXPECT_TRUE(!fs::exists(incoming) || fs::is_empty(incoming)) << volume;
     }
   }
+
+ private:
+  const SentByPrograms by_programs_;
 };
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, PlanBesideTest,

@@ -41,6 +41,9 @@ class PlanRunTest : public PlanTest {
     EXPECT_EQ(LastArrivedContents(), wanted);
     ExpectSameSnapshots();
   }
+
+ private:
+  const SentByPrograms by_programs_;
 };
 
 INSTANTIATE_TEST_SUITE_P(FileSystems, PlanRunTest, testing::Values("directory", "btrfs"),

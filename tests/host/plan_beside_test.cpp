@@ -75,7 +75,7 @@ class PlanBesideTest : public PlanTest {
     const std::string path = Root() + "/bin:" + std::getenv("PATH");
     VrelDR::DataSyncParam param;
     param.with_pending = true;
-    const pid_t pid = StartChild({{"PATH", path}}, [&] {
+    const pid_t pid = StartChild({{"PATH", path}, {"VRELDR_FAIL_POINT", "ship.by_changes@*"}}, [&] {
       PlanSync sync(planId, param);
       return sync.Run(false) ? 0 : sync.GetErrCode() - 400;
     });

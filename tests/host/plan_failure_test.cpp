@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "earlier_records.h"
 #include "plan_fixture.h"
 #include "tree.h"
 #include "vreldrcore/sqlite_db.h"
@@ -214,14 +215,15 @@ TEST_P(FirstRecordsTest, RecordsOfTheFirstVersionAreBroughtUpToDate) {
   {
     const VrelDRCore::SqliteDB records(StateDir() + "/replica.db", 1, "vreldrcore_db_info");
     ASSERT_TRUE(
-        records.Exec("DROP TABLE plans; DROP TABLE retention_locks;"
+        records.Exec("BEGIN;" + std::string(test_support::kBackToVersion6) +
+                     "DROP TABLE plans; DROP TABLE retention_locks;"
                      "DROP TABLE pending_snaps; DROP TABLE sync_reports;"
                      "DROP TABLE journals; DROP TABLE volumes;"
                      "DROP TABLE cuts; DROP INDEX snapshots_by_cut;"
                      "ALTER TABLE snapshots DROP COLUMN cut_id;"
                      "ALTER TABLE snapshots DROP COLUMN maker;"
                      "ALTER TABLE targets DROP COLUMN locator;"
-                     "UPDATE vreldrcore_db_info SET value = '1' WHERE key = 'version'"))
+                     "UPDATE vreldrcore_db_info SET value = '1' WHERE key = 'version'; COMMIT;"))
         << records.GetErr();
   }
   EXPECT_THAT(ListIds("a"), Each(snapshot.snap_id));

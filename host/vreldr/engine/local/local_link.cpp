@@ -110,7 +110,7 @@ Status Way::Bring(Shipment& shipment, WriteBack& writeBack, Below& below) const 
   const bool isSent = IsSubvolume(source_.GetFd()) && IsBtrfs(sink_.GetIncomingFd());
   bool hasArrived = sink_.HasArrived();
   if (isSent && !hasArrived) return Send(shipment, writeBack);
-  if (!isSent) {
+  if (!isSent && FailPoint(kFailShipByChanges, shipment.GetReplicaId()).IsOk()) {
     ChangeWay changes(source_, sink_, snap_id_, base_id_);
     Status status = changes.Bring(shipment, writeBack, hasArrived);
     if (!status.IsOk() || changes.IsDone()) {

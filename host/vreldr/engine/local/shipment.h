@@ -25,6 +25,7 @@ class Shipment {
   Status TellAll(std::uint64_t total, std::uint64_t sent);
 
   Watch& GetWatch() { return watch_; }
+  const std::string& GetReplicaId() const { return replica_id_; }
 
  private:
   Status BeginData();
