@@ -17,7 +17,6 @@ namespace VrelHost {
 namespace {
 
 using VrelDR::KillPoint;
-using VrelDR::Quoted;
 using VrelDRCore::SqliteDB;
 using VrelDRCore::SqliteFailure;
 

@@ -16,7 +16,6 @@ namespace VrelHost {
 namespace {
 
 using VrelDR::Fd;
-using VrelDR::Quoted;
 
 std::string MarkOf(const std::string& recordsPath) {
   return recordsPath + ".upgrading";

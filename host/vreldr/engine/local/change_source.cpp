@@ -144,19 +144,17 @@ Status ChangeSource::TellOther(int dirFd, const std::string& name, const struct 
   bool isTold = false;
   Status status = TellName(st, name, isTold);
   if (!status.IsOk() || isTold) return status;
-  std::string text;
-  int error = 0;
   if (IsBefore()) {
     status = sink_->Skip(name);
-  } else if ((error = ReadAttributes(entry.Get(), st, attributes_)) != 0) {
-    return Fail(error);
-  } else if (!S_ISLNK(st.st_mode)) {
-    status = sink_->Special(name, major(st.st_rdev), minor(st.st_rdev), attributes_);
-  } else if ((error = ReadLinkText(entry.Get(), text)) != 0) {
-    return Fail(error);
-  } else {
-    status = sink_->SymbolicLink(name, text, attributes_);
+    return status.IsOk() ? End(0) : status;
   }
+  const bool isLink = S_ISLNK(st.st_mode);
+  std::string text;
+  int error = ReadAttributes(entry.Get(), st, attributes_);
+  if (error == 0 && isLink) error = ReadLinkText(entry.Get(), text);
+  if (error != 0) return Fail(error);
+  status = isLink ? sink_->SymbolicLink(name, text, attributes_)
+                  : sink_->Special(name, major(st.st_rdev), minor(st.st_rdev), attributes_);
   return status.IsOk() ? End(0) : status;
 }
 
