@@ -106,6 +106,35 @@ TEST_P(RetentionTest, TheNewestCutThatBothSidesHaveStaysOnBoth) {
   RunWell({"sync", "g", "--dr-group", "gd"});
 }
 
+TEST_P(RetentionTest, WhatSyncsHaveMadeGoesByTheRulesOfEachSideAlone) {
+  MakeGroup();
+  RunWell({"protect", "g", "--volume", "v2", "--dr-group", "gd"});
+  for (int i = 0; i < 5; ++i) RunWell({"sync", "g", "--dr-group", "gd"});
+  const auto listed = [](const std::string& group) {
+    const Json::Value list = RunWell({"snapshot", "list", group, "--json"}).Json();
+    return list["snapshots"].size();
+  };
+  RunWell({"group", "retention", "g", "--keep", "last=4"});
+  RunWell({"group", "retention", "gd", "--keep", "last=3"});
+  const Json::Value told = RunWell({"snapshot", "prune", "g", "--explain", "--json"}).Json();
+  EXPECT_EQ(told["group_snapshots"].size(), 0U) << "none goes as a sync's";
+  RunWell({"snapshot", "prune", "g", "--yes"});
+  EXPECT_EQ(listed("g"), 4U);
+  EXPECT_EQ(listed("gd"), 5U) << "that side has its own rule";
+  RunWell({"snapshot", "prune", "gd", "--yes"});
+  EXPECT_EQ(listed("g"), 4U);
+  EXPECT_EQ(listed("gd"), 3U);
+
+  // Without any rule they go as before.
+  RunWell({"group", "retention", "g", "--none"});
+  RunWell({"snapshot", "prune", "g", "--yes"});
+  EXPECT_EQ(listed("gd"), 3U);
+  RunWell({"group", "retention", "gd", "--none"});
+  RunWell({"snapshot", "prune", "g", "--yes"});
+  EXPECT_EQ(listed("g"), 1U);
+  EXPECT_EQ(listed("gd"), 1U);
+}
+
 TEST_P(RetentionTest, ACatalogueThatCannotBeReadClaimsEverything) {
   MakeGroup();
   RunWell({"group", "create", "other", "--target", "lun"});

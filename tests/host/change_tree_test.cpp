@@ -1,6 +1,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mount.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -96,6 +97,19 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, CompressedTreeTest,
 TEST_P(CompressedTreeTest, WhatIsCompressedArrivesAsItIs) {
   ASSERT_EQ(mount(nullptr, A().path.c_str(), nullptr, MS_REMOUNT, "compress-force=zstd"), 0);
   ShipRounds(3, 12);
+}
+
+TEST_P(CompressedTreeTest, AFileThatIsToBeCompressedArrivesWithoutThat) {
+  const std::string file = A().TargetPath() + "/file";
+  WriteFile(file, "first");
+  ASSERT_EQ(setxattr(file.c_str(), "btrfs.compression", "zstd", 4, 0), 0) << errno;
+  Take(A(), "s0");
+  Ship(A(), "s0", "", B());
+  WriteFile(file, "second");
+  Take(A(), "s1");
+  Ship(A(), "s1", "s0", B());
+  EXPECT_EQ(ReadFile(B().SnapshotPath("s0") + "/file"), "first");
+  EXPECT_EQ(ReadFile(B().SnapshotPath("s1") + "/file"), "second");
 }
 
 }  // namespace

@@ -79,12 +79,13 @@ void LetStay(const std::string& gsnapId, const std::string& reason, Retention& r
 // Lets those stay a part of which another group snapshot has that does: of another group with the
 // same target, or of this one.
 void SpareShared(Retention& retention) {
-  std::map<std::string, std::vector<std::string>> owners;  // of a part, by its identifier
+  // Of a part, by its target and its identifier: the copies of a snapshot have the same one.
+  std::map<std::pair<std::string, std::string>, std::vector<std::string>> owners;
   std::set<std::string> parts;
   for (const GsnapshotInfo& each : retention.going) {
     for (const TargetSnapshot& part : each.target_snapshots) {
       parts.insert(part.tsnap_id);
-      owners[part.tsnap_id].push_back(each.gsnap_id);
+      owners[{part.target.GetId(), part.tsnap_id}].push_back(each.gsnap_id);
     }
   }
   if (parts.empty()) return;
@@ -93,7 +94,7 @@ void SpareShared(Retention& retention) {
   for (const RecordedGsnap& other : AllGsnapsWith(parts)) {
     if (going.count(other.info.gsnap_id) != 0) continue;
     for (const TargetSnapshot& part : other.info.target_snapshots) {
-      const auto found = owners.find(part.tsnap_id);
+      const auto found = owners.find({part.target.GetId(), part.tsnap_id});
       if (found == owners.end()) continue;
       for (const std::string& each : found->second) {
         LetStay(each, OfTarget(part) + " belongs to " + Quote(other.info.gsnap_id) + ", too",

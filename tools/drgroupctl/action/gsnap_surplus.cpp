@@ -56,7 +56,8 @@ bool SyncCuts::Has(const std::string& cutId, Warnings& warnings) {
 
 std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
                                             const SnapshotsByTarget& snapshots,
-                                            const std::set<std::string>& needed, SyncCuts& cuts,
+                                            const std::set<std::string>& needed,
+                                            const std::set<std::string>& ruled, SyncCuts& cuts,
                                             Warnings& warnings) {
   const CutsOfSnapshots known = CutsOf(snapshots);
   const auto isSurplus = [&](const std::string& id) {
@@ -66,7 +67,7 @@ std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
   for (const RecordedGsnap& gsnap : recorded) {
     std::set<std::string> own;
     std::vector<const VrelDRGroup::TargetSnapshot*> others;
-    bool stays = IsKept(gsnap);
+    bool stays = IsKept(gsnap) || ruled.count(gsnap.group_id) != 0;
     for (const VrelDRGroup::TargetSnapshot& part : gsnap.info.target_snapshots) {
       const std::string& target = part.target.GetId();
       stays = stays || snapshots.count(target) == 0 || needed.count(part.tsnap_id) != 0;

@@ -40,10 +40,12 @@ class SyncCuts {
 // has made and that nobody needs; `recorded` all group snapshots that have one of them. All that
 // record a part of a cut go together, in whichever catalogue, or none: none goes when one of them
 // is locked, described, half recorded or of something else besides, when it has a part of a target
-// that is not among `snapshots`, or when one of its parts is `needed`.
+// that is not among `snapshots`, when one of its parts is `needed`, or when it is of a group that
+// keeps its group snapshots by a rule, which are `ruled`.
 std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
                                             const SnapshotsByTarget& snapshots,
-                                            const std::set<std::string>& needed, SyncCuts& cuts,
+                                            const std::set<std::string>& needed,
+                                            const std::set<std::string>& ruled, SyncCuts& cuts,
                                             Warnings& warnings);
 
 }  // namespace drgroupctl

@@ -66,7 +66,7 @@ void AddPlan(const std::string& groupId, const std::string& target,
   state.emplace_back("site", row["site"].asString());
   metrics.Add("drgroup_plan_info", "How a plan stands, in its labels.", state, 1);
   metrics.Add("drgroup_plan_problem", "Whether something is wrong with a plan.", labels,
-              row["problem"] == "" ? 0 : 1);
+              row["problem"].asString().empty() ? 0 : 1);
   if (standing.pending_count) {
     metrics.Add("drgroup_plan_pending_snapshots", "How many snapshots wait to be sent.", labels,
                 static_cast<std::int64_t>(*standing.pending_count));

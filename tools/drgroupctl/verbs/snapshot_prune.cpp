@@ -140,7 +140,26 @@ void AddRecorded(const RecordedGsnaps& recorded, const std::vector<SurplusGsnap>
   }
 }
 
-Found FindSurplus(Warnings& warnings, const Group& group) {
+// The groups that keep their group snapshots by a rule, the one to be pruned by `rule`: by that
+// alone go also those that syncs have made. One whose definition cannot be read counts as one.
+std::set<std::string> FindRuled(const RecordedGsnaps& recorded, const Group& group,
+                                const KeepRule& rule) {
+  std::set<std::string> others;
+  for (const RecordedGsnap& each : recorded) others.insert(each.group_id);
+  others.erase(group.id);
+  std::set<std::string> ruled;
+  if (!rule.IsEmpty()) ruled.insert(group.id);
+  for (const std::string& each : others) {
+    try {
+      if (LoadGroup(each).keep.IsEmpty()) continue;
+    } catch (const Failure&) {  // "group list" tells of it
+    }
+    ruled.insert(each);
+  }
+  return ruled;
+}
+
+Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule) {
   std::vector<VrelDR::DRPlan> plans;
   std::set<std::string> needed;
   std::map<std::string, int> types;
@@ -161,7 +180,8 @@ Found FindSurplus(Warnings& warnings, const Group& group) {
   const SnapshotsByTarget snapshots = ListWhatMayGo(warnings, plans, cuts, syncCuts, needed);
   const RecordedGsnaps recorded = AllGsnapsWith(IdsOf(snapshots));
   Found found;
-  found.gsnaps = FindSurplusGsnaps(recorded, snapshots, needed, syncCuts, warnings);
+  found.gsnaps = FindSurplusGsnaps(recorded, snapshots, needed, FindRuled(recorded, group, rule),
+                                   syncCuts, warnings);
   AddRecorded(recorded, found.gsnaps, needed);
   const Parts parts = PartsOf(found.gsnaps);
   for (const auto& [id, list] : snapshots) {
@@ -365,16 +385,11 @@ Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
   const KeepRule rule = RuleOf(args, group);
   Found found;
   // Without a plan syncs have left nothing: with a rule that is all the better.
-  if (rule.IsEmpty() || HasAnyPlan(group)) found = FindSurplus(warnings, group);
+  if (rule.IsEmpty() || HasAnyPlan(group)) found = FindSurplus(warnings, group, rule);
   Retention retention;
   if (!rule.IsEmpty()) {
     RequireCatalogue(group.id, Access::kRead);
     retention = JudgeGsnaps(group, rule);
-    // What goes as a sync's is not counted twice.
-    std::set<std::string> ofSyncs;
-    for (const SurplusGsnap& each : found.gsnaps) ofSyncs.insert(each.info.gsnap_id);
-    std::erase_if(retention.going,
-                  [&](const auto& each) { return ofSyncs.count(each.gsnap_id) != 0; });
   }
   const std::size_t byRule = retention.going.size();
   const std::string count = CountText(found.snapshots.size(), found.gsnaps.size());
@@ -422,7 +437,10 @@ Verb SnapshotPrune() {
        "each with its target snapshots. Whatever the rule says, those stay that are locked, that a "
        "plan holds or is going to send, whose cut a failover may need, a part of which is out of "
        "reach, and a part of which a group snapshot has that stays. The rule only compares "
-       "snapshots with each other: a wrong clock deletes nothing.",
+       "snapshots with each other: a wrong clock deletes nothing. In a group with a rule the group "
+       "snapshots of syncs go by the rule alone, and so they do in the other groups that record "
+       "the "
+       "same cut, each by its own.",
        "What was deleted before a failure stays deleted, and the same command goes on."},
       "Snapshots and group snapshots that syncs have made, and those that a rule does not keep, "
       "are "

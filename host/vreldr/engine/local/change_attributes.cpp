@@ -21,7 +21,8 @@ constexpr std::string_view kDefaultList = "system.posix_acl_default";
 
 bool IsTold(std::string_view name) {
   if (name.starts_with("system.")) return name == kAccessList || name == kDefaultList;
-  return !name.starts_with("trusted.SGI_ACL_");
+  // What btrfs is to do with a file, such as compress it, is nothing that others can take.
+  return !name.starts_with("trusted.SGI_ACL_") && !name.starts_with("btrfs.");
 }
 
 // Calls `get`, which answers as getxattr does, with room that grows until all fits.

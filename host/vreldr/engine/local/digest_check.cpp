@@ -7,10 +7,12 @@
 namespace VrelDR::Local {
 
 Status DigestCheck::Changed(std::uint64_t offset) const {
-  return {kErrIo, Quoted(path_ + "/" + name_) +
-                      " is not what it was when the snapshot was taken, " + "from byte " +
-                      std::to_string(offset) +
-                      " on: somebody has changed it; take another snapshot"};
+  return {
+      kErrIo,
+      Quoted(path_ + "/" + name_) + " is not what it was when the snapshot was taken, " +
+          "from byte " + std::to_string(offset) +
+          " on: somebody has changed it, and it is not sent; give its shipment up (\"drgroupctl "
+          "plan drop-shipment\") and take another"};
 }
 
 Status DigestCheck::Unreadable(int error) const {

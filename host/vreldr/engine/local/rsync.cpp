@@ -28,7 +28,7 @@ constexpr std::chrono::seconds kSilence(5);
 // and time (--ignore-times), and changed in place by what differs (--inplace, --no-whole-file); so
 // an interrupted run leaves what it sent for the next one. Times have their nanoseconds
 // (--modify-window). Access lists are not taken for extended attributes, as some file systems show
-// them (--filter).
+// them, and neither is what a file system alone understands (--filter).
 const std::vector<std::string> kArgs = {"rsync",
                                         "--archive",
                                         "--hard-links",
@@ -38,6 +38,7 @@ const std::vector<std::string> kArgs = {"rsync",
                                         "--numeric-ids",
                                         "--filter=-x system.*",
                                         "--filter=-x trusted.SGI_ACL_*",
+                                        "--filter=-x btrfs.*",
                                         "--ignore-times",
                                         "--inplace",
                                         "--no-whole-file",
