@@ -19,7 +19,7 @@ inline constexpr std::string_view kFailTakeUp = "take_up";
 inline constexpr std::string_view kFailAsk = "ask";  // whether a snapshot exists
 inline constexpr std::string_view kFailQuiesce = "quiesce";
 inline constexpr std::string_view kFailPromote = "promote";
-inline constexpr std::string_view kFailShip = "ship";               // the target is the replica
+inline constexpr std::string_view kFailShip = "ship";  // the target is the replica
 // Shipping by what changed, in place of which the other way is taken; the target is the replica.
 inline constexpr std::string_view kFailShipByChanges = "ship.by_changes";
 inline constexpr std::string_view kFailShipMiddle = "ship.middle";  // after some bytes were sent
