@@ -770,7 +770,7 @@ INSTANTIATE_TEST_SUITE_P(Versions, KilledDbScript, testing::Values(1, 2));
 
 TEST_P(KilledDbScript, LeavesTheOldSchemaOrTheNewOneWhereverItIsKilled) {
   const std::string fresh = FreshSchema();
-  GetParam() == 1 ? MakeVersion1(20000) : MakeVersion2(20000);
+  GetParam() == 1 ? MakeVersion1(3000) : MakeVersion2(3000);
   const std::string rows = Rows(), old_schema = SchemaOf(File()), old_file = ReadFile(File());
   int journals = 0, olds = 0, news = 0;
   for (bool killed = true; killed;) {
