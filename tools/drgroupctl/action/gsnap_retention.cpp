@@ -12,9 +12,12 @@
 #include "action/common_cut.h"
 #include "action/plan_holds.h"
 #include "action/plans.h"
+#include "groups/catalogue.h"
 #include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
+#include "groups/gsnap_removal.h"
 #include "groups/known_snapshots.h"
+#include "output/failure.h"
 #include "output/text.h"
 
 namespace drgroupctl {
@@ -142,6 +145,44 @@ Retention JudgeGsnaps(const Group& group, const KeepRule& rule) {
   }
   SpareShared(retention);
   return retention;
+}
+
+void DeleteByRule(const Group& group, const Retention& retention) {
+  std::size_t count = 0;
+  try {
+    if (!retention.going.empty()) RequireCatalogue(group.id, Access::kWrite);
+    for (const VrelDRGroup::GsnapshotInfo& each : retention.going) {
+      RemoveGsnap(group.id, each, AskParts(each, true), OutOfReach::kFail);
+      ++count;
+    }
+  } catch (const Failure& failure) {
+    Failure stopped(failure.code,
+                    "group " + Quote(group.id) + ": " + std::to_string(count) + " of " +
+                        Count(retention.going.size(), "group snapshot") +
+                        " deleted by the rule, the same command goes on: " + failure.message);
+    stopped.details = failure.details;
+    throw stopped;
+  }
+}
+
+void AddVerdicts(const Retention& retention, Report& report) {
+  Json::Value rows(Json::arrayValue);
+  for (const Verdict& each : retention.verdicts) {
+    Json::Value row(Json::objectValue);
+    row["gsnap_id"] = each.id;
+    row["time"] = Json::Int64(each.time);
+    row["stays"] = each.stays;
+    row["reasons"] = Json::Value(Json::arrayValue);
+    for (const std::string& reason : each.reasons) row["reasons"].append(reason);
+    row["reason_text"] = each.stays ? Join(each.reasons, "; ") : "no part of the rule keeps it";
+    rows.append(row);
+  }
+  report.AddTable({"verdicts", "By the rule"},
+                  {{"gsnap_id", "GROUP SNAPSHOT"},
+                   {"time", "TIME", Shown::kTime},
+                   {"stays", "STAYS"},
+                   {"reason_text", "WHY"}},
+                  rows);
 }
 
 }  // namespace drgroupctl

@@ -6,6 +6,7 @@
 
 #include "groups/group_store.h"
 #include "groups/retention.h"
+#include "output/report.h"
 
 namespace drgroupctl {
 
@@ -20,5 +21,12 @@ struct Retention {
 // of reach, and a part of which another group snapshot has that stays. Throws when one of the
 // catalogues or what plans hold cannot be read: what that claims could not be spared.
 Retention JudgeGsnaps(const Group& group, const KeepRule& rule);
+
+// Deletes what goes, the oldest first. Throws at the first failure, with how many have gone: the
+// same command goes on.
+void DeleteByRule(const Group& group, const Retention& retention);
+
+// Adds a table that says of each group snapshot why it stays or goes.
+void AddVerdicts(const Retention& retention, Report& report);
 
 }  // namespace drgroupctl

@@ -328,45 +328,6 @@ void DeleteSnapshots(const Group& group, Found& found) {
   }
 }
 
-// Deletes what the rule lets go, the oldest first.
-void DeleteByRule(const Group& group, const Retention& retention) {
-  std::size_t count = 0;
-  try {
-    if (!retention.going.empty()) RequireCatalogue(group.id, Access::kWrite);
-    for (const VrelDRGroup::GsnapshotInfo& each : retention.going) {
-      RemoveGsnap(group.id, each, AskParts(each, true), OutOfReach::kFail);
-      ++count;
-    }
-  } catch (const Failure& failure) {
-    Failure stopped(failure.code,
-                    "group " + Quote(group.id) + ": " + std::to_string(count) + " of " +
-                        Count(retention.going.size(), "group snapshot") +
-                        " deleted by the rule, the same command goes on: " + failure.message);
-    stopped.details = failure.details;
-    throw stopped;
-  }
-}
-
-void AddVerdicts(const Retention& retention, Report& report) {
-  Json::Value rows(Json::arrayValue);
-  for (const Verdict& each : retention.verdicts) {
-    Json::Value row(Json::objectValue);
-    row["gsnap_id"] = each.id;
-    row["time"] = Json::Int64(each.time);
-    row["stays"] = each.stays;
-    row["reasons"] = Json::Value(Json::arrayValue);
-    for (const std::string& reason : each.reasons) row["reasons"].append(reason);
-    row["reason_text"] = each.stays ? Join(each.reasons, "; ") : "no part of the rule keeps it";
-    rows.append(row);
-  }
-  report.AddTable({"verdicts", "By the rule"},
-                  {{"gsnap_id", "GROUP SNAPSHOT"},
-                   {"time", "TIME", Shown::kTime},
-                   {"stays", "STAYS"},
-                   {"reason_text", "WHY"}},
-                  rows);
-}
-
 // The rule that the command line gives, or the group's.
 KeepRule RuleOf(const Arguments& args, const Group& group) {
   return args.Has("--keep") ? ParseKeep(args.Text("--keep")) : group.keep;
