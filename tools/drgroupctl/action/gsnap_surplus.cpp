@@ -101,4 +101,21 @@ std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
   return surplus;
 }
 
+std::set<std::string> FindRuled(const RecordedGsnaps& recorded, const Group& group,
+                                const KeepRule& rule) {
+  std::set<std::string> others;
+  for (const RecordedGsnap& each : recorded) others.insert(each.group_id);
+  others.erase(group.id);
+  std::set<std::string> ruled;
+  if (!rule.IsEmpty()) ruled.insert(group.id);
+  for (const std::string& each : others) {
+    try {
+      if (LoadGroup(each).keep.IsEmpty()) continue;
+    } catch (const Failure&) {  // "group list" tells of it
+    }
+    ruled.insert(each);
+  }
+  return ruled;
+}
+
 }  // namespace drgroupctl

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "groups/group_store.h"
 #include "groups/known_snapshots.h"
 
 namespace drgroupctl {
@@ -47,5 +48,10 @@ std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
                                             const std::set<std::string>& needed,
                                             const std::set<std::string>& ruled, SyncCuts& cuts,
                                             Warnings& warnings);
+
+// The groups that keep their group snapshots by a rule, the one to be pruned by `rule`: by that
+// alone go also those that syncs have made. One whose definition cannot be read counts as one.
+std::set<std::string> FindRuled(const RecordedGsnaps& recorded, const Group& group,
+                                const KeepRule& rule);
 
 }  // namespace drgroupctl

@@ -140,25 +140,6 @@ void AddRecorded(const RecordedGsnaps& recorded, const std::vector<SurplusGsnap>
   }
 }
 
-// The groups that keep their group snapshots by a rule, the one to be pruned by `rule`: by that
-// alone go also those that syncs have made. One whose definition cannot be read counts as one.
-std::set<std::string> FindRuled(const RecordedGsnaps& recorded, const Group& group,
-                                const KeepRule& rule) {
-  std::set<std::string> others;
-  for (const RecordedGsnap& each : recorded) others.insert(each.group_id);
-  others.erase(group.id);
-  std::set<std::string> ruled;
-  if (!rule.IsEmpty()) ruled.insert(group.id);
-  for (const std::string& each : others) {
-    try {
-      if (LoadGroup(each).keep.IsEmpty()) continue;
-    } catch (const Failure&) {  // "group list" tells of it
-    }
-    ruled.insert(each);
-  }
-  return ruled;
-}
-
 Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule) {
   std::vector<VrelDR::DRPlan> plans;
   std::set<std::string> needed;
