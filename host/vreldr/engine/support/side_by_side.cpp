@@ -35,10 +35,13 @@ Status RunSideBySide(const std::vector<Job>& jobs, std::size_t most, Watcher& wa
         status = StatusOfErrno(ENOMEM, {});
       }
       if (status.IsOk()) continue;
+      {
+        const std::lock_guard lock(mutex);
+        if (!hasFailed) first = std::move(status);
+        hasFailed = true;
+      }
+      // Not before: that a job was stopped is not why.
       shared.Stop();
-      const std::lock_guard lock(mutex);
-      if (!hasFailed) first = std::move(status);
-      hasFailed = true;
     }
   };
   std::vector<std::jthread> others;
