@@ -41,10 +41,10 @@ Status EngineTarget::TakeSnapshot(const std::string& id) const {
 
 std::set<std::string> EngineTarget::Snapshots() const {
   VrelDR::Watcher watcher;
-  std::set<std::string> ids;
+  SnapshotIds ids;
   const Status status = engine->ListSnapshots(place, ids, watcher);
   EXPECT_TRUE(status.IsOk()) << status.message;
-  return ids;
+  return {ids.begin(), ids.end()};
 }
 
 Status EngineTarget::RemoveSnapshot(const std::string& id) const {

@@ -1,6 +1,5 @@
 #include "vreldr/volume.h"
 
-#include <set>
 
 #include "base/boundary.h"
 #include "target/host.h"
@@ -37,7 +36,7 @@ Status FindRecorded(Host& host, const Volume& volume, const StorageEngine& engin
     if (row.volume != volume.name) continue;
     RecordedTarget target;
     std::vector<SnapshotRow> recorded;
-    std::set<std::string> existing;
+    SnapshotIds existing;
     target.target_id = row.target.GetId();
     if (status.IsOk()) status = host.store->ListSnapshots(target.target_id, recorded);
     if (!status.IsOk()) return status;

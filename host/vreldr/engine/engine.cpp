@@ -4,7 +4,7 @@ namespace VrelDR {
 
 Status StorageEngine::LookAtTargets(std::vector<TargetSight>& sights, Watcher& watcher) const {
   for (TargetSight& sight : sights) {
-    std::set<std::string> snapIds;
+    SnapshotIds snapIds;
     sight.has_target = false;
     sight.status = FindTarget(sight.place, sight.has_target, watcher);
     if (sight.status.IsOk() && !sight.snap_id.empty()) {

@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "base/status.h"
@@ -58,6 +58,9 @@ struct TargetSight {
   bool has_target = false;    // as FindTarget tells
   bool has_snapshot = false;  // with all its data, as ListSnapshots tells
 };
+
+// A target may have thousands, in no order.
+using SnapshotIds = std::unordered_set<std::string>;
 
 class EngineCut;
 struct CutMember;
@@ -134,7 +137,7 @@ class StorageEngine {
   virtual Status TakeSnapshot(const TargetPlace& place, const std::string& snapId,
                               Watcher& watcher) const = 0;
   // Adds the identifiers of the snapshots that are there with all their data.
-  virtual Status ListSnapshots(const TargetPlace& place, std::set<std::string>& snapIds,
+  virtual Status ListSnapshots(const TargetPlace& place, SnapshotIds& snapIds,
                                Watcher& watcher) const = 0;
   // Removes a snapshot, also what is left of one, and one of a cut that was not taken up. Nothing
   // there is fine.

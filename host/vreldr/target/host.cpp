@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <thread>
 
 #include "engine/support/watch.h"
@@ -238,17 +237,20 @@ Status HostTarget::ListSnapshots(std::vector<Operation::Snapshot>& snapshots) co
   std::vector<SnapshotRow> rows;
   Status status = host_.store->ListSnapshots(row_.target.GetId(), rows);
   if (!status.IsOk() || rows.empty()) return status;
-  std::set<std::string> existing;
+  SnapshotIds existing;
   status = engine_->ListSnapshots(GetPlace(), existing, GetWatcher());
   if (!status.IsOk()) return InContext(Cannot("list the snapshots of"), status);
   const TargetPlace place = GetPlace();
+  snapshots.reserve(snapshots.size() + rows.size());
   for (SnapshotRow& each : rows) {
     Operation::Snapshot& snapshot = each.snapshot;
     if (existing.count(snapshot.snap_id) == 0) continue;
     snapshot.path = engine_->GetSnapshotPath(place, snapshot.snap_id);
     snapshots.push_back(std::move(snapshot));
   }
-  std::sort(snapshots.begin(), snapshots.end(), [](const auto& a, const auto& b) { return b > a; });
+  const auto isOlder = [](const auto& a, const auto& b) { return b > a; };
+  // Nearly always they were taken in the order of their times.
+  if (!std::ranges::is_sorted(snapshots, isOlder)) std::ranges::sort(snapshots, isOlder);
   return {};
 }
 

@@ -265,7 +265,7 @@ Status FakeEngine::TakeSnapshot(const TargetPlace& place, const std::string& sna
   });
 }
 
-Status FakeEngine::ListSnapshots(const TargetPlace& place, std::set<std::string>& snapIds,
+Status FakeEngine::ListSnapshots(const TargetPlace& place, SnapshotIds& snapIds,
                                  Watcher& watcher) const {
   return OnStore(store_, watcher, [&] {
     const fs::path snapshots = store_.DirOf(place) / "snapshots";

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <set>
 #include <string>
 
 #include "engine/engine.h"
@@ -39,7 +38,7 @@ class FakeEngine : public StorageEngine {
 
   Status TakeSnapshot(const TargetPlace& place, const std::string& snapId,
                       Watcher& watcher) const override;
-  Status ListSnapshots(const TargetPlace& place, std::set<std::string>& snapIds,
+  Status ListSnapshots(const TargetPlace& place, SnapshotIds& snapIds,
                        Watcher& watcher) const override;
   Status RemoveSnapshot(const TargetPlace& place, const std::string& snapId,
                         Watcher& watcher) const override;

@@ -348,7 +348,7 @@ Status LocalEngine::SettleCopy(const TargetPlace& target, const std::string& sna
   return error == 0 ? Status() : StatusOfErrno(error, {});
 }
 
-Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::string>& snapIds,
+Status LocalEngine::ListSnapshots(const TargetPlace& target, SnapshotIds& snapIds,
                                   Watcher& watcher) const {
   auto [volume, own, status] = dir_.Open(target, watcher);
   if (!status.IsOk()) return status;
@@ -360,6 +360,7 @@ Status LocalEngine::ListSnapshots(const TargetPlace& target, std::set<std::strin
   } else if (errno != ENOENT) {
     error = errno;
   }
+  snapIds.reserve(snapIds.size() + names.size());
   for (std::string& name : names) {
     if (IsSnapshotName(name)) snapIds.insert(std::move(name));
   }

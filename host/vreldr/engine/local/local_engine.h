@@ -1,6 +1,5 @@
 #pragma once
 
-#include <set>
 #include <string>
 
 #include "base/fd.h"
@@ -44,7 +43,7 @@ class LocalEngine : public StorageEngine {
   Status RemoveTarget(const TargetPlace& target, Watcher& watcher) const override;
   Status TakeSnapshot(const TargetPlace& target, const std::string& snapId,
                       Watcher& watcher) const override;
-  Status ListSnapshots(const TargetPlace& target, std::set<std::string>& snapIds,
+  Status ListSnapshots(const TargetPlace& target, SnapshotIds& snapIds,
                        Watcher& watcher) const override;
   Status RemoveSnapshot(const TargetPlace& target, const std::string& snapId,
                         Watcher& watcher) const override;

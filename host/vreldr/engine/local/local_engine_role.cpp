@@ -84,7 +84,7 @@ Status LocalEngine::Promote(const TargetPlace& target, const std::string& snapId
 
 Status LocalEngine::Rejoin(const TargetPlace& target, const std::string& keptId,
                            Watcher& watcher) const {
-  std::set<std::string> existing;
+  SnapshotIds existing;
   Status status = Quiesce(target, watcher);
   if (status.IsOk()) status = ListSnapshots(target, existing, watcher);
   if (!status.IsOk() || existing.count(keptId) != 0) return status;
