@@ -16,7 +16,12 @@ using Row = std::vector<std::string>;
 std::string Cell(const Json::Value& value, Shown shown) {
   if (value.isNull()) return shown == Shown::kTime || shown == Shown::kAge ? "-" : "?";
   if (value.isBool()) return value.asBool() ? "yes" : "no";
-  if (value.isString()) return value.asString().empty() ? "-" : Printable(value.asString());
+  if (value.isString()) {
+    const char* begin = nullptr;
+    const char* end = nullptr;
+    value.getString(&begin, &end);
+    return begin == end ? "-" : Printable({begin, end});
+  }
   if (value.isInt64() && shown == Shown::kAge) return FormatAge(value.asInt64());
   if (value.isUInt64()) {
     if (shown == Shown::kBytes) return FormatBytes(value.asUInt64());

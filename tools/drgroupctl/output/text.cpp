@@ -41,6 +41,13 @@ bool IsControl(char32_t c) {
          (c >= 0x2028 && c <= 0x202E) || (c >= 0x2066 && c <= 0x2069) || c == 0xFEFF;
 }
 
+// How many characters at the front are each one byte, one column and nothing special: mostly all.
+std::size_t PlainLength(std::string_view text) {
+  std::size_t length = 0;
+  while (length < text.size() && text[length] >= ' ' && text[length] <= '~') ++length;
+  return length;
+}
+
 std::string Escape(char32_t c) {
   switch (c) {
     case '\n':
@@ -78,7 +85,11 @@ std::string RepairUtf8(std::string_view text) {
 
 std::string Printable(std::string_view text) {
   std::string out;
-  while (!text.empty()) {
+  for (;;) {
+    const std::size_t plain = PlainLength(text);
+    out += text.substr(0, plain);
+    text.remove_prefix(plain);
+    if (text.empty()) return out;
     const std::string_view before = text;
     const char32_t c = TakeCharacter(text);
     if (c == kMalformed) {
@@ -89,7 +100,6 @@ std::string Printable(std::string_view text) {
       out += before.substr(0, before.size() - text.size());
     }
   }
-  return out;
 }
 
 std::string Quote(std::string_view text) {
@@ -97,7 +107,8 @@ std::string Quote(std::string_view text) {
 }
 
 std::size_t DisplayWidth(std::string_view text) {
-  std::size_t width = 0;
+  std::size_t width = PlainLength(text);
+  text.remove_prefix(width);
   while (!text.empty()) {
     const int columns = wcwidth(static_cast<wchar_t>(TakeCharacter(text)));
     width += columns < 0 ? 1U : static_cast<std::size_t>(columns);
