@@ -3,7 +3,8 @@
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
-#include <map>
+#include <cstdint>
+#include <unordered_map>
 
 #include "action/plans.h"
 #include "groups/group_store.h"
@@ -16,10 +17,16 @@ namespace {
 
 using VrelDR::Operation::Snapshot;
 
+// A snapshot of a cut. A replica may have thousands: what nobody asks for is not kept.
+struct CutSnapshot {
+  std::string snap_id;
+  std::uint32_t time = 0;
+};
+
 // A replica's snapshots that were taken in cuts, by the cut.
 struct Replica {
   Takeover* takeover = nullptr;
-  std::map<std::string, Snapshot> cuts = {};
+  std::unordered_map<std::string, CutSnapshot> cuts = {};
   std::string last_cut = {};  // of the snapshot that it would take over with; empty for none
   std::string problem = {};   // why it could not be asked
 };
@@ -29,24 +36,25 @@ Replica LookAt(const VrelDR::DRPlan& plan, Takeover* takeover) {
   const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), plan.GetReplicaTargetId());
   for (const Snapshot& each : operation.ListSnapshots()) {
     if (takeover != nullptr && each.snap_id == takeover->snap_id) replica.last_cut = each.cut_id;
-    if (!each.cut_id.empty()) replica.cuts[each.cut_id] = each;
+    if (!each.cut_id.empty()) replica.cuts[each.cut_id] = {each.snap_id, each.create_time};
   }
   if (operation.GetErrCode() != 0) replica.problem = HostMessage(operation);
   return replica;
 }
 
-// The newest cut that all of them have; empty when there is none.
+// The newest cut that all of them have; empty when there is none. No two snapshots of a target have
+// the same time.
 std::string NewestCommon(const std::vector<Replica>& replicas) {
   std::string newest;
   std::uint32_t time = 0;
   for (const auto& cut : replicas.front().cuts) {
+    if (!newest.empty() && cut.second.time <= time) continue;
     const bool isCommon = std::all_of(replicas.begin(), replicas.end(), [&](const Replica& each) {
       return each.cuts.count(cut.first) != 0;
     });
-    if (isCommon && (newest.empty() || cut.second.create_time > time)) {
-      newest = cut.first;
-      time = cut.second.create_time;
-    }
+    if (!isCommon) continue;
+    newest = cut.first;
+    time = cut.second.time;
   }
   return newest;
 }
@@ -61,7 +69,10 @@ void AddNewest(const std::vector<VrelDR::DRPlan>& plans, NeededCuts& needed) {
     needed.problem = replicas.back().problem;
     return;
   }
-  needed.ids.insert(NewestCommon(replicas));
+  const std::string cut = NewestCommon(replicas);
+  if (cut.empty()) return;
+  needed.ids.insert(cut);
+  for (const Replica& each : replicas) needed.snap_ids.insert(each.cuts.at(cut).snap_id);
 }
 
 bool AreOfOneCut(const std::vector<Replica>& replicas) {
@@ -85,9 +96,9 @@ CommonCut GoToCommonCut(std::vector<Takeover>& takeovers) {
   const std::string cut = hasCut ? NewestCommon(replicas) : std::string();
   if (!cut.empty()) {
     for (const Replica& each : replicas) {
-      const Snapshot& snapshot = each.cuts.at(cut);
+      const CutSnapshot& snapshot = each.cuts.at(cut);
       each.takeover->snap_id = snapshot.snap_id;
-      each.takeover->snap_time = snapshot.create_time;
+      each.takeover->snap_time = snapshot.time;
       LookAtSource(*each.takeover);
     }
     return {true, {}};

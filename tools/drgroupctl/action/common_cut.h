@@ -24,6 +24,8 @@ struct NeededCuts {
   bool are_all = false;  // as a group or a replica could not be asked, which `problem` names
   std::string problem;
   std::set<std::string> ids;
+  // Of the snapshots of these cuts that the plans have, on either side.
+  std::set<std::string> snap_ids;
 
   bool Has(const std::string& cutId) const {
     return !cutId.empty() && (are_all || ids.count(cutId) != 0);

@@ -2,21 +2,18 @@
 
 #include <vreldr/target_operation.h>
 
-#include <algorithm>
-#include <iterator>
 #include <map>
 #include <set>
 #include <string>
 #include <utility>
 
-#include "action/common_cut.h"
 #include "action/plan_holds.h"
-#include "action/plans.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
 #include "groups/gsnap_removal.h"
 #include "groups/known_snapshots.h"
+#include "host/host.h"
 #include "output/failure.h"
 #include "output/text.h"
 
@@ -43,7 +40,8 @@ std::map<std::string, std::vector<std::string>> FindClaims(
   for (const VrelDR::Target& each : group.targets) targets.insert(each.GetId());
   const PlanHolds holds(targets);
   std::set<std::string> held;
-  rows.VisitPartsAmong(holds.SnapIds(), [&](const CatalogueRows::Part& part) {
+  const std::set<std::string> ids = holds.SnapIds();
+  rows.VisitPartsAmong({ids.begin(), ids.end()}, [&](const CatalogueRows::Part& part) {
     const std::string reason = holds.Find(part.target.GetId(), part.tsnap_id);
     if (reason.empty() || !held.insert(part.gsnap_id).second) return;
     claims[part.gsnap_id].push_back(OfTarget(part) + " " + reason);
@@ -51,66 +49,119 @@ std::map<std::string, std::vector<std::string>> FindClaims(
   return claims;
 }
 
-// Why a group snapshot stays by what the host says of its parts; empty when nothing is against its
-// deletion.
-std::string ClaimOfHost(const GsnapshotInfo& info, const NeededCuts& needed) {
-  for (const TargetSnapshot& each : info.target_snapshots) {
-    const VrelDR::TargetOperation operation(each.target);
-    const VrelDR::Operation::Snapshot found = operation.GetSnapshot(each.tsnap_id);
-    const int error = operation.GetErrCode();
-    if (error != 0 && error != VrelDR::kErrTargetMissing) {
-      return OfTarget(each) + " is out of reach: " + HostMessage(operation);
-    }
-    if (!needed.Has(found.cut_id)) continue;
-    return needed.are_all
-               ? "it cannot be told whether a failover needs its cut: " + needed.problem
-               : "it is of the newest cut that all replicas have, to which a failover goes";
-  }
-  return {};
-}
+// What the host says against the deletion of snapshots. Each target is asked once.
+class HostClaims {
+ public:
+  explicit HostClaims(const NeededCuts& needed) : needed_(needed) {}
 
-void LetStay(const std::string& gsnapId, const std::string& reason, Retention& retention) {
-  for (Verdict& each : retention.verdicts) {
-    if (each.id != gsnapId) continue;
-    each.stays = true;
-    each.reasons.push_back(reason);
+  // Why the part stays; empty when nothing is against its deletion.
+  std::string Of(const TargetSnapshot& part) {
+    const auto [found, isNew] = targets_.try_emplace(part.target.GetId());
+    if (isNew) found->second = Ask(part);
+    const Asked& asked = found->second;
+    if (!asked.problem.empty()) return OfTarget(part) + " is out of reach: " + asked.problem;
+    if (needed_.snap_ids.count(part.tsnap_id) != 0) {
+      return "it is of the newest cut that all replicas have, to which a failover goes";
+    }
+    return asked.of_cuts.count(part.tsnap_id) == 0
+               ? std::string()
+               : "it cannot be told whether a failover needs its cut: " + needed_.problem;
   }
-  std::erase_if(retention.going,
-                [&](const GsnapshotInfo& each) { return each.gsnap_id == gsnapId; });
+
+ private:
+  struct Asked {
+    std::string problem;            // why the target is out of reach
+    std::set<std::string> of_cuts;  // when it cannot be told which cut is needed
+  };
+
+  // About one of its snapshots: one that is out of reach is so with all of them.
+  Asked Ask(const TargetSnapshot& part) const {
+    Asked asked;
+    const VrelDR::TargetOperation operation(part.target);
+    if (needed_.are_all) {
+      for (const VrelDR::Operation::Snapshot& each : operation.ListSnapshots()) {
+        if (needed_.Has(each.cut_id)) asked.of_cuts.insert(each.snap_id);
+      }
+    } else {
+      operation.GetSnapshot(part.tsnap_id);
+    }
+    const int error = operation.GetErrCode();
+    if (error != 0 && error != VrelDR::kErrTargetMissing) asked.problem = HostMessage(operation);
+    return asked;
+  }
+
+  const NeededCuts& needed_;
+  std::map<std::string, Asked> targets_;
+};
+
+// The group snapshots that go so far, and their parts. Of a catalogue with a year of history every
+// part may go: only their identifiers are kept.
+struct Going {
+  std::map<std::string, Verdict*> verdicts;
+  std::set<std::string> parts;
+  std::set<std::string> targets;
+
+  void LetStay(const std::string& gsnapId, const std::string& reason) {
+    const auto found = verdicts.find(gsnapId);
+    if (found == verdicts.end()) return;
+    found->second->stays = true;
+    found->second->reasons.push_back(reason);
+    verdicts.erase(found);
+  }
+};
+
+// Takes those that the rule does not keep and the host has nothing against.
+Going FindGoing(const CatalogueRows& rows, const NeededCuts& needed,
+                std::vector<Verdict>& verdicts) {
+  Going going;
+  HostClaims claims(needed);
+  for (Verdict& verdict : verdicts) {
+    if (verdict.stays) continue;
+    const std::vector<CatalogueRows::Part> parts = rows.PartsOf(verdict.id);
+    going.verdicts.emplace(verdict.id, &verdict);
+    for (const CatalogueRows::Part& part : parts) {
+      const std::string claim = claims.Of(part);
+      if (claim.empty()) continue;
+      going.LetStay(verdict.id, claim);
+      break;
+    }
+    if (verdict.stays) continue;
+    for (const CatalogueRows::Part& part : parts) {
+      going.parts.insert(part.tsnap_id);
+      going.targets.insert(part.target.GetId());
+    }
+  }
+  return going;
 }
 
 // Lets those stay a part of which another group snapshot has that does: of another group with the
-// same target, or of this one.
-void SpareShared(Retention& retention) {
-  // Of a part, by its target and its identifier: the copies of a snapshot have the same one.
-  std::map<std::pair<std::string, std::string>, std::vector<std::string>> owners;
-  std::set<std::string> parts;
-  for (const GsnapshotInfo& each : retention.going) {
-    for (const TargetSnapshot& part : each.target_snapshots) {
-      parts.insert(part.tsnap_id);
-      owners[{part.target.GetId(), part.tsnap_id}].push_back(each.gsnap_id);
-    }
-  }
-  if (parts.empty()) return;
-  std::set<std::string> going;
-  for (const auto& [part, ids] : owners) going.insert(ids.begin(), ids.end());
-  for (const RecordedGsnap& other : AllGsnapsWith(parts)) {
-    if (going.count(other.info.gsnap_id) != 0) continue;
-    for (const TargetSnapshot& part : other.info.target_snapshots) {
-      const auto found = owners.find({part.target.GetId(), part.tsnap_id});
-      if (found == owners.end()) continue;
-      for (const std::string& each : found->second) {
-        LetStay(each, OfTarget(part) + " belongs to " + Quote(other.info.gsnap_id) + ", too",
-                retention);
-      }
-      owners.erase(found);
-    }
-  }
+// same target, or of this one. A part is known by its target and its identifier: the copies of a
+// snapshot have the same one.
+void SpareShared(const CatalogueRows& own, Going& going) {
+  std::size_t before = 0;
+  do {  // what stays by another one may keep a third
+    before = going.verdicts.size();
+    std::map<std::pair<std::string, std::string>, std::string> shared;  // with whom
+    std::set<std::string> ids;
+    VisitAllPartsAmong(
+        {going.parts.begin(), going.parts.end()}, [&](const CatalogueRows::Part& part) {
+          const std::string& target = part.target.GetId();
+          if (going.targets.count(target) == 0 || going.verdicts.count(part.gsnap_id) != 0) return;
+          shared.try_emplace({target, part.tsnap_id}, part.gsnap_id);
+          ids.insert(part.tsnap_id);
+        });
+    own.VisitPartsAmong({ids.begin(), ids.end()}, [&](const CatalogueRows::Part& part) {
+      const auto found = shared.find({part.target.GetId(), part.tsnap_id});
+      if (found == shared.end()) return;
+      going.LetStay(part.gsnap_id,
+                    OfTarget(part) + " belongs to " + Quote(found->second) + ", too");
+    });
+  } while (going.verdicts.size() != before && !going.verdicts.empty());
 }
 
 }  // namespace
 
-Retention JudgeGsnaps(const Group& group, const KeepRule& rule) {
+Retention JudgeGsnaps(const Group& group, const KeepRule& rule, const NeededCuts& needed) {
   const CatalogueRows rows(group.id);
   const std::vector<VrelDRGroup::Gsnapshot> gsnaps = ListGsnaps(group.id, false);
   auto claims = FindClaims(group, rows, gsnaps);
@@ -123,27 +174,11 @@ Retention JudgeGsnaps(const Group& group, const KeepRule& rule) {
   }
   Retention retention;
   retention.verdicts = Judge(rule, std::move(candidates));
-  std::vector<VrelDR::DRPlan> plans;
-  for (const VrelDR::Target& each : group.targets) {
-    std::ranges::move(PlansOf(each.GetId()), std::back_inserter(plans));
+  Going going = FindGoing(rows, needed, retention.verdicts);
+  SpareShared(rows, going);
+  for (auto each = retention.verdicts.rbegin(); each != retention.verdicts.rend(); ++each) {
+    if (!each->stays) retention.going.push_back(*known[each->id]);
   }
-  const NeededCuts needed = plans.empty() ? NeededCuts() : FindNeededCuts(plans);
-  for (auto verdict = retention.verdicts.rbegin(); verdict != retention.verdicts.rend();
-       ++verdict) {
-    if (verdict->stays) continue;
-    GsnapshotInfo info(*known[verdict->id]);
-    for (CatalogueRows::Part& part : rows.PartsOf(verdict->id)) {
-      info.target_snapshots.push_back(std::move(part));
-    }
-    const std::string claim = ClaimOfHost(info, needed);
-    if (claim.empty()) {
-      retention.going.push_back(std::move(info));
-    } else {
-      verdict->stays = true;
-      verdict->reasons.push_back(claim);
-    }
-  }
-  SpareShared(retention);
   return retention;
 }
 
@@ -151,8 +186,13 @@ void DeleteByRule(const Group& group, const Retention& retention) {
   std::size_t count = 0;
   try {
     if (!retention.going.empty()) RequireCatalogue(group.id, Access::kWrite);
-    for (const VrelDRGroup::GsnapshotInfo& each : retention.going) {
-      RemoveGsnap(group.id, each, AskParts(each, true), OutOfReach::kFail);
+    const CatalogueRows rows(group.id);
+    for (const VrelDRGroup::Gsnapshot& each : retention.going) {
+      GsnapshotInfo info(each);
+      for (CatalogueRows::Part& part : rows.PartsOf(each.gsnap_id)) {
+        info.target_snapshots.push_back(std::move(part));
+      }
+      RemoveGsnap(group.id, info, AskParts(info, true), OutOfReach::kFail);
       ++count;
     }
   } catch (const Failure& failure) {

@@ -104,7 +104,7 @@ std::vector<VrelDRGroup::GsnapshotInfo> FindMadeOf(
   for (const auto& each : snapshots) snapIds.insert(each.first);
   const CatalogueRows rows(source.id);
   Ids gsnapIds;
-  rows.VisitPartsAmong(snapIds, [&](const CatalogueRows::Part& part) {
+  rows.VisitPartsAmong({snapIds.begin(), snapIds.end()}, [&](const CatalogueRows::Part& part) {
     if (part.target.GetId() == target) gsnapIds.insert(part.gsnap_id);
   });
   std::vector<VrelDRGroup::GsnapshotInfo> made;

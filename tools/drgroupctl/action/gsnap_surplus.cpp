@@ -14,18 +14,17 @@ namespace {
 
 // The group snapshots that record a part of a cut.
 struct OfCut {
-  std::vector<const RecordedGsnap*> gsnaps;
+  std::vector<RecordedGsnap*> gsnaps;
   bool stays = false;
 };
 
-using CutsOfSnapshots = std::map<std::pair<std::string, std::string>, std::string>;
-
-CutsOfSnapshots CutsOf(const SnapshotsByTarget& snapshots) {
-  CutsOfSnapshots cuts;
-  for (const auto& [target, list] : snapshots) {
-    for (const VrelDR::Operation::Snapshot& each : list) cuts[{target, each.snap_id}] = each.cut_id;
-  }
-  return cuts;
+// Null when it is none of them.
+SpareSnapshot* Find(SparesByTarget& spares, const VrelDRGroup::TargetSnapshot& part) {
+  const auto target = spares.find(part.target.GetId());
+  if (target == spares.end()) return nullptr;
+  std::vector<SpareSnapshot>& list = target->second;
+  const auto found = std::ranges::lower_bound(list, part.tsnap_id, {}, &SpareSnapshot::snap_id);
+  return found == list.end() || found->snap_id != part.tsnap_id ? nullptr : &*found;
 }
 
 // Whether somebody has said of the group snapshot that it is to stay, or it is not whole.
@@ -41,57 +40,53 @@ bool MayBeThere(const VrelDRGroup::TargetSnapshot* part) {
 
 }  // namespace
 
-bool SyncCuts::Has(const std::string& cutId, Warnings& warnings) {
-  const auto found = known_.find(cutId);
-  if (found != known_.end()) return found->second;
+const SyncCut& SyncCuts::Get(const std::string& cutId, Warnings& warnings) {
+  const auto [found, isNew] = known_.try_emplace(cutId, SyncCut{cutId});
+  if (!isNew || cutId.empty()) return found->second;
   VrelDR::CutInfo info;
   const VrelDR::CutReporter reporter;
-  const bool isRead = !cutId.empty() && reporter.Find(cutId, info);
-  if (!isRead && !cutId.empty() && reporter.GetErrCode() != 0) {
+  if (reporter.Find(cutId, info)) {
+    found->second.is_made_by_sync = info.is_made_by_sync;
+  } else if (reporter.GetErrCode() != 0) {
     warnings.Print("the snapshots of a cut stay, as nothing can be told of it: " +
                    HostMessage(reporter));
   }
-  return known_[cutId] = isRead && info.is_made_by_sync;
+  return found->second;
 }
 
-std::vector<SurplusGsnap> FindSurplusGsnaps(const RecordedGsnaps& recorded,
-                                            const SnapshotsByTarget& snapshots,
+std::vector<SurplusGsnap> TakeSurplusGsnaps(RecordedGsnaps& recorded, SparesByTarget& spares,
                                             const std::set<std::string>& needed,
-                                            const std::set<std::string>& ruled, SyncCuts& cuts,
-                                            Warnings& warnings) {
-  const CutsOfSnapshots known = CutsOf(snapshots);
-  const auto isSurplus = [&](const std::string& id) {
-    return !id.empty() && cuts.Has(id, warnings);
-  };
-  std::map<std::string, OfCut> byCut;
-  for (const RecordedGsnap& gsnap : recorded) {
-    std::set<std::string> own;
+                                            const std::set<std::string>& ruled) {
+  std::map<const SyncCut*, OfCut> byCut;
+  for (RecordedGsnap& gsnap : recorded) {
+    std::set<const SyncCut*> own;
     std::vector<const VrelDRGroup::TargetSnapshot*> others;
     bool stays = IsKept(gsnap) || ruled.count(gsnap.group_id) != 0;
     for (const VrelDRGroup::TargetSnapshot& part : gsnap.info.target_snapshots) {
-      const std::string& target = part.target.GetId();
-      stays = stays || snapshots.count(target) == 0 || needed.count(part.tsnap_id) != 0;
-      const auto found = known.find({target, part.tsnap_id});
-      if (found != known.end()) {
-        own.insert(found->second);
+      stays = stays || spares.count(part.target.GetId()) == 0 || needed.count(part.tsnap_id) != 0;
+      if (const SpareSnapshot* found = Find(spares, part)) {
+        own.insert(found->cut);
       } else {
         others.push_back(&part);
       }
     }
-    if (!stays && std::any_of(own.begin(), own.end(), isSurplus)) {
-      stays = std::any_of(others.begin(), others.end(), MayBeThere);
+    if (!stays && std::ranges::any_of(own, &SyncCut::is_made_by_sync)) {
+      stays = std::ranges::any_of(others, MayBeThere);
     }
-    for (const std::string& each : own) {
+    for (const SyncCut* each : own) {
       OfCut& cut = byCut[each];
       cut.gsnaps.push_back(&gsnap);
       cut.stays = cut.stays || stays || own.size() > 1;
     }
   }
   std::vector<SurplusGsnap> surplus;
-  for (const auto& [id, cut] : byCut) {
-    if (cut.stays || !isSurplus(id)) continue;
-    for (const RecordedGsnap* each : cut.gsnaps) {
-      surplus.push_back({each->group_id, each->info, id});
+  for (const auto& [cut, of] : byCut) {
+    if (of.stays || !cut->is_made_by_sync) continue;
+    for (RecordedGsnap* each : of.gsnaps) {
+      for (const auto& part : each->info.target_snapshots) {
+        if (SpareSnapshot* found = Find(spares, part)) found->is_of_surplus = true;
+      }
+      surplus.push_back({each->group_id, std::move(each->info), cut->id});
     }
   }
   std::sort(surplus.begin(), surplus.end(), [](const SurplusGsnap& a, const SurplusGsnap& b) {

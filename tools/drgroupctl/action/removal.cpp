@@ -34,7 +34,7 @@ void ReadCatalogue(const std::string& groupId, const std::set<std::string>& snap
   RequireCatalogue(groupId, Access::kRead);
   const CatalogueRows rows(groupId);
   std::vector<CatalogueRows::Part> parts;
-  rows.VisitPartsAmong(snapIds,
+  rows.VisitPartsAmong({snapIds.begin(), snapIds.end()},
                        [&parts](const CatalogueRows::Part& part) { parts.push_back(part); });
   std::map<std::string, bool> locked;
   for (const CatalogueRows::Part& each : parts) {

@@ -30,15 +30,15 @@ CatalogueRows::CatalogueRows(const std::string& groupId)
 
 // Puts the texts into the connection's own table "asked", in which they are found by an index, and
 // no others.
-bool CatalogueRows::Put(const std::set<std::string>& texts) const {
+bool CatalogueRows::Put(const Identifiers& texts) const {
   const SqliteTableHandler asked("asked", "temp");
   bool isGood = db_.Exec(
       "BEGIN; CREATE TEMP TABLE IF NOT EXISTS asked (id TEXT PRIMARY KEY) WITHOUT ROWID; "
       "DELETE FROM temp.asked");
-  for (const std::string& each : texts) {
+  for (const std::string_view each : texts) {
     if (!isGood) break;
     SqliteValueList row;
-    row.AddValue("id", each);
+    row.AddValue("id", std::string(each));
     VrelDRCore::InsertCommand command;
     command.SetTable(asked);
     command.SetFieldValues(row);
@@ -185,19 +185,42 @@ PartCount CatalogueRows::CountPartsOf(const std::string& gsnapId,
   return {parts.size(), found.size()};
 }
 
-void CatalogueRows::VisitPartsAmong(const std::set<std::string>& snapIds,
+// Whether the catalogue may have several times as many parts as that: none has more than the number
+// of its last row.
+bool CatalogueRows::IsFew(std::size_t count) const {
+  long last = 0;
+  const bool isAnswered =
+      Ask("SELECT coalesce(max(rowid), 0) AS last FROM main.target_snap_list",
+          [&last](const SqliteValueList& row) { return row.GetValue("last", last); });
+  return isAnswered && count < static_cast<std::size_t>(last) / 8;
+}
+
+// A few are looked up by an index. Of many, putting them in a table would take longer than reading
+// all rows.
+void CatalogueRows::VisitPartsAmong(const Identifiers& snapIds,
                                     const std::function<void(const Part&)>& visit) const {
   if (snapIds.empty()) return;
-  const bool isAnswered =
-      Put(snapIds) &&
-      Ask("SELECT * FROM main.target_snap_list WHERE tsnap_id IN (SELECT id FROM temp.asked)",
-          [&](const SqliteValueList& row) {
-            Part part;
-            part.FromSqliteValues(row);
-            visit(part);
-            return true;
-          });
-  if (!isAnswered) throw CatalogueFailure(group_id_, kNoParts);
+  const auto take = [&](const SqliteValueList& row) {
+    Part part;
+    part.FromSqliteValues(row);
+    visit(part);
+    return true;
+  };
+  if (IsFew(snapIds.size())) {
+    if (Put(snapIds) &&
+        Ask("SELECT * FROM main.target_snap_list WHERE tsnap_id IN (SELECT id FROM temp.asked)",
+            take)) {
+      return;
+    }
+    throw CatalogueFailure(group_id_, kNoParts);
+  }
+  std::string snapId;
+  const auto takeAsked = [&](const SqliteValueList& row) {
+    return !row.GetValue("tsnap_id", snapId) || snapIds.count(snapId) == 0 || take(row);
+  };
+  SelectCommand command;
+  command.SetTable(VrelDRGroup::TargetSnapListSqliteTable());
+  if (!db_.SelectEach(command, takeAsked)) throw CatalogueFailure(group_id_, kNoParts);
 }
 
 }  // namespace drgroupctl

@@ -5,12 +5,15 @@
 #include <vreldrgroup/record/gsnapshot.h>
 #include <vreldrgroup/record/target_snapshot.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace drgroupctl {
@@ -20,6 +23,9 @@ struct PartCount {
   std::uint64_t parts = 0;
   std::uint64_t targets = 0;
 };
+
+// Identifiers that somebody else keeps: there may be hundreds of thousands.
+using Identifiers = std::unordered_set<std::string_view>;
 
 // What a group's catalogue says about something, read without the rest of it: by its indexes, and
 // with nothing kept but the answer. In a catalogue of an earlier schema, which lacks some of them,
@@ -51,16 +57,17 @@ class CatalogueRows {
                          const std::vector<VrelDR::Target>& targets) const;
 
   // Hands those parts to `visit` that are one of these target snapshots, in no order.
-  void VisitPartsAmong(const std::set<std::string>& snapIds,
+  void VisitPartsAmong(const Identifiers& snapIds,
                        const std::function<void(const Part&)>& visit) const;
 
  private:
   using Visit = std::function<bool(const VrelDRCore::SqliteValueList&)>;
 
-  bool Put(const std::set<std::string>& texts) const;
+  bool Put(const Identifiers& texts) const;
   bool Ask(const std::string& select, const Visit& visit) const;
   bool HasRow(const VrelDRCore::SqliteTableHandler& table, const std::string& gsnapId) const;
   bool HasLostRow() const;
+  bool IsFew(std::size_t count) const;
   std::optional<VrelDRGroup::Gsnapshot> FirstGsnap(
       const VrelDRCore::SqliteCondition& condition) const;
 

@@ -77,7 +77,7 @@ void FinishInterrupted(const VrelDRGroup::GsnapshotInfo& info, const Presences& 
 // be read.
 std::vector<TargetSnapshot> Unrecorded(const std::string& groupId,
                                        const VrelDRGroup::GsnapshotInfo& info) {
-  std::set<std::string> ids;
+  Identifiers ids;
   for (const TargetSnapshot& each : info.target_snapshots) ids.insert(each.tsnap_id);
   std::set<std::string> recorded;
   std::vector<TargetSnapshot> parts;

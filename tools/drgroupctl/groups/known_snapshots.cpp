@@ -25,14 +25,15 @@ void MoveRecorded(const std::string& groupId, std::set<std::string>& snapIds,
                   std::set<std::string>& recorded) {
   std::set<std::string> found;
   CatalogueRows(groupId).VisitPartsAmong(
-      snapIds, [&found](const auto& part) { found.insert(part.tsnap_id); });
+      {snapIds.begin(), snapIds.end()},
+      [&found](const auto& part) { found.insert(part.tsnap_id); });
   for (const std::string& each : found) snapIds.erase(each);
   recorded.merge(found);
 }
 
 // Adds the group snapshots of a catalogue that have one of the target snapshots. One of a name that
 // another catalogue has, too, becomes one with the parts of both, and is whole where both are.
-void AddGsnapsWith(const std::set<std::string>& snapIds, const std::string& groupId,
+void AddGsnapsWith(const Identifiers& snapIds, const std::string& groupId,
                    std::map<std::string, RecordedGsnap>& gsnaps) {
   const CatalogueRows rows(groupId);
   const auto add = [&](RecordedGsnap gsnap) {
@@ -61,7 +62,8 @@ void AddGsnapsWith(const std::set<std::string>& snapIds, const std::string& grou
     const std::optional<VrelDRGroup::Gsnapshot> listed = rows.FindGsnap(id);
     RecordedGsnap gsnap{groupId, VrelDRGroup::GsnapshotInfo(id), listed.has_value()};
     if (listed) gsnap.info = VrelDRGroup::GsnapshotInfo(*listed);
-    for (const auto& each : rows.PartsOf(id)) gsnap.info.target_snapshots.push_back(each);
+    const std::vector<CatalogueRows::Part> parts = rows.PartsOf(id);
+    gsnap.info.target_snapshots.assign(parts.begin(), parts.end());
     add(std::move(gsnap));
   }
 }
@@ -107,7 +109,7 @@ std::set<std::string> AllRecordedAmong(std::set<std::string> snapIds,
   return recorded;
 }
 
-RecordedGsnaps AllGsnapsWith(const std::set<std::string>& snapIds) {
+RecordedGsnaps AllGsnapsWith(const Identifiers& snapIds) {
   std::map<std::string, RecordedGsnap> gsnaps;
   for (const std::string& groupId : ListGroupIds()) {
     RequireCatalogue(groupId, Access::kRead);
@@ -118,6 +120,16 @@ RecordedGsnaps AllGsnapsWith(const std::set<std::string>& snapIds) {
   all.reserve(gsnaps.size());
   for (auto& [id, gsnap] : gsnaps) all.push_back(std::move(gsnap));
   return all;
+}
+
+void VisitAllPartsAmong(const Identifiers& snapIds,
+                        const std::function<void(const CatalogueRows::Part&)>& visit) {
+  if (snapIds.empty()) return;
+  for (const std::string& groupId : ListGroupIds()) {
+    RequireCatalogue(groupId, Access::kRead);
+    CatalogueRows(groupId).VisitPartsAmong(snapIds, visit);
+  }
+  for (const Failure& each : FindUnlinked()) throw Failure(each);
 }
 
 void AddNeeded(const VrelDR::DRPlan& plan, std::set<std::string>& needed) {

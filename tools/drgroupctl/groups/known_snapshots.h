@@ -4,9 +4,12 @@
 #include <vreldrgroup/record/gsnapshot.h>
 #include <vreldrgroup/record/target_snapshot.h>
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "groups/catalogue_rows.h"
 
 // What the catalogues record of target snapshots. Each is asked about the snapshots in question
 // alone, however many others it has.
@@ -33,7 +36,13 @@ using RecordedGsnaps = std::vector<RecordedGsnap>;
 
 // Those in all catalogues that have one of the target snapshots as a part, with all of their parts.
 // Throws when any catalogue cannot be read.
-RecordedGsnaps AllGsnapsWith(const std::set<std::string>& snapIds);
+RecordedGsnaps AllGsnapsWith(const Identifiers& snapIds);
+
+// Hands the parts that are one of the target snapshots to `visit`, of all catalogues. Throws when
+// any catalogue cannot be read.
+void VisitAllPartsAmong(
+    const Identifiers& snapIds,
+    const std::function<void(const VrelDRGroup::TargetSnapshotRelationship&)>& visit);
 
 // Adds the snapshots that the plan holds on its replica or is going to send, and the newest that
 // its replica has when the one that it holds is gone. Throws when that cannot be told.

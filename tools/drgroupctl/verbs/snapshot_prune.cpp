@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
@@ -38,7 +40,8 @@ using VrelDR::Operation::Snapshot;
 // A snapshot to be deleted.
 struct Surplus {
   VrelDR::Target target;
-  Snapshot snapshot;
+  std::string snap_id;
+  std::uint32_t create_time = 0;
   bool is_deleted = false;
 };
 
@@ -53,10 +56,9 @@ bool IsByAction(const Snapshot& snapshot) {
   return snapshot.meta.description == VrelDRGroup::ActionPolicy::kTakenByActions;
 }
 
-// Whether syncs have taken it and nobody has said anything of it since.
-bool IsOfSync(const Snapshot& snapshot, SyncCuts& cuts, Warnings& warnings) {
-  const VrelDR::Operation::SnapshotMeta& meta = snapshot.meta;
-  return meta.description.empty() && !meta.is_locked && cuts.Has(snapshot.cut_id, warnings);
+// Whether nobody has said anything of it.
+bool IsPlain(const Snapshot& snapshot) {
+  return snapshot.meta.description.empty() && !snapshot.meta.is_locked;
 }
 
 // Adds those of the snapshots that plans hold, have in hand or are going to send: the copies of
@@ -68,79 +70,70 @@ void AddHeld(const PlanHolds& holds, const std::string& target, const std::vecto
   }
 }
 
-// Whether it, or a group snapshot that has it, may be deleted for all that the snapshot itself
-// tells.
-bool MayGo(const Snapshot& snapshot, const NeededCuts& needed, SyncCuts& cuts, Warnings& warnings) {
-  return !needed.Has(snapshot.cut_id) &&
-         (IsByAction(snapshot) || cuts.Has(snapshot.cut_id, warnings));
+// Those that may be deleted, or a group snapshot that has them, for all that they tell themselves.
+std::vector<SpareSnapshot> SparesAmong(const std::vector<Snapshot>& list, const NeededCuts& needed,
+                                       SyncCuts& cuts, Warnings& warnings) {
+  std::vector<SpareSnapshot> spares;
+  for (const Snapshot& each : list) {
+    if (needed.Has(each.cut_id)) continue;
+    const SyncCut& cut = cuts.Get(each.cut_id, warnings);
+    const bool isByAction = IsByAction(each);
+    if (!isByAction && !cut.is_made_by_sync) continue;
+    const bool isAlone = isByAction || IsPlain(each);
+    spares.push_back({each.snap_id, &cut, each.create_time, isAlone});
+  }
+  spares.shrink_to_fit();
+  std::ranges::sort(spares, {}, &SpareSnapshot::snap_id);
+  return spares;
 }
 
 // The snapshots that may go of the group's targets and the other copies of their plans. A target
 // that is out of reach is passed over: the other copy may need the room all the more. What plans
 // hold of all of their snapshots is added to `needed`.
-SnapshotsByTarget ListWhatMayGo(Warnings& warnings, const std::vector<VrelDR::DRPlan>& plans,
-                                const NeededCuts& neededCuts, SyncCuts& cuts,
-                                std::set<std::string>& needed) {
+SparesByTarget ListWhatMayGo(Warnings& warnings, const std::vector<VrelDR::DRPlan>& plans,
+                             const NeededCuts& neededCuts, SyncCuts& cuts,
+                             std::set<std::string>& needed) {
   std::set<std::string> targets;
   for (const VrelDR::DRPlan& plan : plans) {
     targets.insert({plan.GetProtectedTargetId(), plan.GetDRTargetId()});
   }
   const PlanHolds holds(targets);
-  SnapshotsByTarget snapshots;
+  SparesByTarget spares;
   for (const VrelDR::DRPlan& plan : plans) {
     for (const std::string& id : {plan.GetProtectedTargetId(), plan.GetDRTargetId()}) {
       const VrelDR::TargetOperation operation(plan.GetProtectedTargetType(), id);
-      std::vector<Snapshot> list = operation.ListSnapshots();
+      const std::vector<Snapshot> list = operation.ListSnapshots();
       if (operation.GetErrCode() != 0) {
         warnings.Print("target " + Quote(id) + " is passed over: " + HostMessage(operation));
         continue;
       }
       AddHeld(holds, id, list, needed);
-      list.erase(std::remove_if(list.begin(), list.end(),
-                                [&](const Snapshot& each) {
-                                  return !MayGo(each, neededCuts, cuts, warnings);
-                                }),
-                 list.end());
-      list.shrink_to_fit();
-      snapshots[id] = std::move(list);
+      spares[id] = SparesAmong(list, neededCuts, cuts, warnings);
     }
   }
-  return snapshots;
+  return spares;
 }
 
-std::set<std::string> IdsOf(const SnapshotsByTarget& snapshots) {
-  std::set<std::string> ids;
-  for (const auto& [target, list] : snapshots) {
-    for (const Snapshot& each : list) ids.insert(each.snap_id);
+Identifiers IdsOf(const SparesByTarget& spares) {
+  Identifiers ids;
+  for (const auto& [target, list] : spares) {
+    for (const SpareSnapshot& each : list) ids.insert(each.snap_id);
   }
   return ids;
 }
 
-using Parts = std::set<std::pair<std::string, std::string>>;  // by target and snapshot
-
-Parts PartsOf(const std::vector<SurplusGsnap>& gsnaps) {
-  Parts parts;
-  for (const SurplusGsnap& gsnap : gsnaps) {
-    for (const auto& part : gsnap.info.target_snapshots) {
-      parts.emplace(part.target.GetId(), part.tsnap_id);
-    }
+// What the catalogues record. What a pruning that was interrupted has left on one side only the
+// group snapshot of the other may record.
+Identifiers PartsOf(const RecordedGsnaps& recorded) {
+  Identifiers parts;
+  for (const RecordedGsnap& gsnap : recorded) {
+    for (const auto& part : gsnap.info.target_snapshots) parts.insert(part.tsnap_id);
   }
   return parts;
 }
 
-// Adds what the catalogues record, but for what is going to go. What a pruning that was interrupted
-// has left on one side only the group snapshot of the other may record.
-void AddRecorded(const RecordedGsnaps& recorded, const std::vector<SurplusGsnap>& surplus,
-                 std::set<std::string>& needed) {
-  std::set<std::string> going;
-  for (const SurplusGsnap& each : surplus) going.insert(each.info.gsnap_id);
-  for (const RecordedGsnap& gsnap : recorded) {
-    if (going.count(gsnap.info.gsnap_id) != 0) continue;
-    for (const auto& part : gsnap.info.target_snapshots) needed.insert(part.tsnap_id);
-  }
-}
-
-Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule) {
+Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule,
+                  const NeededCuts& cuts) {
   std::vector<VrelDR::DRPlan> plans;
   std::set<std::string> needed;
   std::map<std::string, int> types;
@@ -150,7 +143,6 @@ Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule) 
     types[plans.back().GetProtectedTargetId()] = each.GetType();
     types[plans.back().GetDRTargetId()] = each.GetType();
   }
-  const NeededCuts cuts = FindNeededCuts(plans);
   if (cuts.are_all) {
     warnings.Print(
         "snapshots that were taken in cuts stay, as it cannot be told which of them a "
@@ -158,22 +150,23 @@ Found FindSurplus(Warnings& warnings, const Group& group, const KeepRule& rule) 
         cuts.problem);
   }
   SyncCuts syncCuts;
-  const SnapshotsByTarget snapshots = ListWhatMayGo(warnings, plans, cuts, syncCuts, needed);
-  const RecordedGsnaps recorded = AllGsnapsWith(IdsOf(snapshots));
+  SparesByTarget spares = ListWhatMayGo(warnings, plans, cuts, syncCuts, needed);
+  RecordedGsnaps recorded = AllGsnapsWith(IdsOf(spares));
+  const std::set<std::string> ruled = FindRuled(recorded, group, rule);
   Found found;
-  found.gsnaps = FindSurplusGsnaps(recorded, snapshots, needed, FindRuled(recorded, group, rule),
-                                   syncCuts, warnings);
-  AddRecorded(recorded, found.gsnaps, needed);
-  const Parts parts = PartsOf(found.gsnaps);
-  for (const auto& [id, list] : snapshots) {
-    for (const Snapshot& each : list) {
-      const bool isLeft = needed.count(each.snap_id) == 0 &&
-                          (IsByAction(each) || IsOfSync(each, syncCuts, warnings));
-      if (isLeft && parts.count({id, each.snap_id}) == 0) {
-        found.snapshots.push_back({VrelDR::Target(id, types[id]), each, false});
+  found.gsnaps = TakeSurplusGsnaps(recorded, spares, needed, ruled);
+  const Identifiers parts = PartsOf(recorded);
+  for (const auto& [id, list] : spares) {
+    for (const SpareSnapshot& each : list) {
+      if (each.is_going_alone && !each.is_of_surplus && needed.count(each.snap_id) == 0 &&
+          parts.count(each.snap_id) == 0) {
+        found.snapshots.push_back({VrelDR::Target(id, types[id]), each.snap_id, each.create_time});
       }
     }
   }
+  std::ranges::stable_sort(found.snapshots, [](const Surplus& a, const Surplus& b) {
+    return std::pair(a.target.GetId(), a.create_time) < std::pair(b.target.GetId(), b.create_time);
+  });
   return found;
 }
 
@@ -182,8 +175,8 @@ Json::Value Rows(const std::vector<Surplus>& surplus) {
   for (const Surplus& each : surplus) {
     Json::Value row(Json::objectValue);
     row["target_id"] = each.target.GetId();
-    row["snap_id"] = each.snapshot.snap_id;
-    row["time"] = each.snapshot.create_time;
+    row["snap_id"] = each.snap_id;
+    row["time"] = each.create_time;
     row["is_deleted"] = each.is_deleted;
     rows.append(row);
   }
@@ -302,7 +295,7 @@ void DeleteGsnaps(const Group& group, Found& found) {
 void DeleteSnapshots(const Group& group, Found& found) {
   try {
     for (Surplus& each : found.snapshots) {
-      each.is_deleted = DeleteSnapshot(each.target, each.snapshot.snap_id);
+      each.is_deleted = DeleteSnapshot(each.target, each.snap_id);
     }
   } catch (const Failure& failure) {
     throw Stopped(group, found, failure);
@@ -314,9 +307,12 @@ KeepRule RuleOf(const Arguments& args, const Group& group) {
   return args.Has("--keep") ? ParseKeep(args.Text("--keep")) : group.keep;
 }
 
-bool HasAnyPlan(const Group& group) {
-  return std::any_of(group.targets.begin(), group.targets.end(),
-                     [](const auto& each) { return !PlansOf(each.GetId()).empty(); });
+std::vector<VrelDR::DRPlan> PlansOfTargets(const Group& group) {
+  std::vector<VrelDR::DRPlan> plans;
+  for (const VrelDR::Target& each : group.targets) {
+    std::ranges::move(PlansOf(each.GetId()), std::back_inserter(plans));
+  }
+  return plans;
 }
 
 Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
@@ -325,13 +321,15 @@ Report RunSnapshotPrune(const Arguments& args, Warnings& warnings) {
   if (!isLook) lock.emplace(args.Text("GROUP"));
   const Group group = LoadGroup(args.Text("GROUP"));
   const KeepRule rule = RuleOf(args, group);
+  const std::vector<VrelDR::DRPlan> plans = PlansOfTargets(group);
+  const NeededCuts needed = plans.empty() ? NeededCuts() : FindNeededCuts(plans);
   Found found;
   // Without a plan syncs have left nothing: with a rule that is all the better.
-  if (rule.IsEmpty() || HasAnyPlan(group)) found = FindSurplus(warnings, group, rule);
+  if (rule.IsEmpty() || !plans.empty()) found = FindSurplus(warnings, group, rule, needed);
   Retention retention;
   if (!rule.IsEmpty()) {
     RequireCatalogue(group.id, Access::kRead);
-    retention = JudgeGsnaps(group, rule);
+    retention = JudgeGsnaps(group, rule, needed);
   }
   const std::size_t byRule = retention.going.size();
   const std::string count = CountText(found.snapshots.size(), found.gsnaps.size());
