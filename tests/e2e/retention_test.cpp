@@ -135,6 +135,56 @@ TEST_P(RetentionTest, WhatSyncsHaveMadeGoesByTheRulesOfEachSideAlone) {
   EXPECT_EQ(listed("gd"), 1U);
 }
 
+// Also the one that has a part of the one that another group has a part of.
+TEST_P(RetentionTest, AGroupSnapshotStaysThatHasAPartOfOneThatStays) {
+  MakeGroup();
+  RunWell({"group", "create", "other", "--target", "lun"});
+  const std::vector<std::string> ids = TakeSnapshots(4);
+  const auto partOf = [](const std::string& gsnapId, const std::string& target) {
+    return "(SELECT tsnap_id FROM target_snap_list WHERE gsnap_id = '" + gsnapId +
+           "' AND target_id = '" + target + "')";
+  };
+  const Json::Value parts = RunWell({"snapshot", "show", ids[1], "--json"}).Json()["targets"];
+  for (const Json::Value& each : parts) {
+    if (each["target_id"] != "lun") continue;
+    RunSql(DatabaseOf("other"), "INSERT INTO target_snap_list VALUES ('lun', 1, '" +
+                                    each["tsnap_id"].asString() + "', 'other-gsnap-1')");
+  }
+  RunSql(DatabaseOf("g"), "UPDATE target_snap_list SET tsnap_id = " + partOf(ids[1], "share") +
+                              " WHERE gsnap_id = '" + ids[0] + "' AND target_id = 'share'");
+  const Json::Value told = Explain("last=1");
+  EXPECT_EQ(VerdictOn(ids[1], told)["reasons"][0],
+            "its snapshot of target \"lun\" belongs to \"other-gsnap-1\", too");
+  EXPECT_EQ(VerdictOn(ids[0], told)["reasons"][0],
+            "its snapshot of target \"share\" belongs to \"" + ids[1] + "\", too");
+  EXPECT_EQ(VerdictOn(ids[2], told)["stays"], false);
+  RunWell({"snapshot", "prune", "g", "--keep", "last=1", "--yes"});
+  EXPECT_THAT(ListSnapshots(), ElementsAre(ids[0], ids[1], ids[3]));
+}
+
+TEST_P(RetentionTest, WhatIsOutOfReachStays) {
+  MakeGroup();
+  const std::vector<std::string> ids = TakeSnapshots(3);
+  std::filesystem::rename(VolumePath("v1"), VolumePath("v1") + "-away");
+  const Json::Value told = Explain("last=1");
+  std::filesystem::rename(VolumePath("v1") + "-away", VolumePath("v1"));
+  for (const std::string& each : {ids[0], ids[1]}) {
+    EXPECT_THAT(VerdictOn(each, told)["reasons"][0].asString(), HasSubstr("is out of reach: "));
+  }
+  EXPECT_EQ(VerdictOn(ids[0], Explain("last=1"))["stays"], false);
+}
+
+TEST_P(RetentionTest, EveryCutStaysWhileAReplicaIsOutOfReach) {
+  MakeProtected();
+  const std::vector<std::string> ids = TakeSnapshots(2);
+  std::filesystem::rename(VolumePath("v2"), VolumePath("v2") + "-away");
+  const Json::Value told = Explain("last=1");
+  std::filesystem::rename(VolumePath("v2") + "-away", VolumePath("v2"));
+  EXPECT_THAT(VerdictOn(ids[0], told)["reasons"][0].asString(),
+              HasSubstr("it cannot be told whether a failover needs its cut: "));
+  EXPECT_EQ(VerdictOn(ids[0], Explain("last=1"))["stays"], false);
+}
+
 TEST_P(RetentionTest, ACatalogueThatCannotBeReadClaimsEverything) {
   MakeGroup();
   RunWell({"group", "create", "other", "--target", "lun"});
