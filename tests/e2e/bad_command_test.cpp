@@ -41,10 +41,12 @@ TEST_F(BadCommandTest, UnknownVerbsAreNamed) {
   RunBadly(kUsage, {"frobnicate"}, {"\"frobnicate\"", "drgroupctl help"});
   RunBadly(
       kUsage, {"group"},
-      {"\"group\"", "create, list, show, quiesce, retention, rename, relink, upgrade, delete"});
-  RunBadly(kUsage, {"group", "frobnicate"},
-           {"\"group frobnicate\"",
-            "create, list, show, quiesce, retention, rename, relink, upgrade, delete"});
+      {"\"group\"",
+       "create, list, show, add, remove, quiesce, retention, rename, relink, upgrade, delete"});
+  RunBadly(
+      kUsage, {"group", "frobnicate"},
+      {"\"group frobnicate\"",
+       "create, list, show, add, remove, quiesce, retention, rename, relink, upgrade, delete"});
   RunBadly(kUsage, {"help", "frobnicate"}, {"\"frobnicate\""});
   RunBadly(kUsage, {""}, {"\"\""});
 }

@@ -120,11 +120,13 @@ std::vector<VrelDRGroup::GsnapshotInfo> FindMadeOf(
 
 // The parts that the replicas have of a group snapshot; empty when one of them has none. Throws
 // when that cannot be told.
-std::vector<VrelDRGroup::TargetSnapshot> FindShipped(const std::vector<Replica>& replicas,
-                                                     const Parts& parts) {
+std::vector<VrelDRGroup::TargetSnapshot> FindShipped(const Group& group,
+                                                     const std::vector<Replica>& replicas,
+                                                     const Parts& parts, std::int64_t gsnapTime) {
   std::vector<VrelDRGroup::TargetSnapshot> shipped;
   for (const Replica& each : replicas) {
     const auto part = parts.find(each.source_id);
+    if (part == parts.end() && !group.NeedsPart(each.target.GetId(), gsnapTime)) continue;
     if (part == parts.end()) return {};
     const VrelDR::TargetOperation operation(each.target);
     if (operation.GetSnapshot(part->second).snap_id.empty()) {
@@ -190,7 +192,7 @@ std::vector<std::string> RecordShipped(const GsnapSides& sides) {
     const Parts parts = PartsOf(each);
     const auto time = unrecorded.find(parts.at(first));
     VrelDRGroup::GsnapshotInfo shipped("");
-    shipped.target_snapshots = FindShipped(replicas, parts);
+    shipped.target_snapshots = FindShipped(sides.replica, replicas, parts, each.gsnap_time);
     if (shipped.target_snapshots.empty() || time == unrecorded.end()) continue;
     VrelDRGroup::Utils::InitGroupSnapshot(
         shipped, sides.replica.id,

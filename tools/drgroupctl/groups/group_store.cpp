@@ -61,6 +61,10 @@ std::string Interpret(const Json::Value& root, Group& group) {
       return "one of its \"targets\" has no \"target_id\" or no \"target_type\" from 1 to 3";
     }
     group.targets.push_back(target);
+    const Json::Value since = Member(each, "since");
+    if (since.isNull()) continue;
+    if (!since.isInt64()) return "one of its \"targets\" has a \"since\" that is not a number";
+    group.since[target.GetId()] = since.asInt64();
   }
   std::string problem;
   const Json::Value quiesce = Member(root, "quiesce");
@@ -106,6 +110,16 @@ void BringNameToDisk(const std::string& groupId) {
 }
 
 }  // namespace
+
+bool Group::Has(const std::string& targetId) const {
+  return std::ranges::any_of(targets,
+                             [&](const VrelDR::Target& each) { return each.GetId() == targetId; });
+}
+
+bool Group::NeedsPart(const std::string& targetId, std::int64_t gsnapTime) const {
+  const auto found = since.find(targetId);
+  return found == since.end() || found->second <= gsnapTime;
+}
 
 std::string LinkPath(const std::string& groupId) {
   return VrelDRGroup::DRGroupDB::GetRef(groupId).GetPath();
@@ -240,7 +254,12 @@ void WriteDefinition(const Group& group) {
   Json::Value root(Json::objectValue);
   root["group_id"] = group.id;
   root["targets"] = Json::Value(Json::arrayValue);
-  for (const VrelDR::Target& each : group.targets) root["targets"].append(each.ToJson());
+  for (const VrelDR::Target& each : group.targets) {
+    Json::Value target = each.ToJson();
+    const auto since = group.since.find(each.GetId());
+    if (since != group.since.end()) target["since"] = Json::Int64(since->second);
+    root["targets"].append(std::move(target));
+  }
   if (group.quiesce.ToJson() != VrelDR::QuiesceMeans().ToJson()) {
     root["quiesce"] = group.quiesce.ToJson();
   }

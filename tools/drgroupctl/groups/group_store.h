@@ -3,6 +3,8 @@
 #include <vreldr/quiesce.h>
 #include <vreldr/target.h>
 
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <set>
 #include <string>
@@ -21,6 +23,13 @@ struct Group {
   std::vector<VrelDR::Target> targets;
   VrelDR::QuiesceMeans quiesce = {};  // how its writers are held
   KeepRule keep = {};                 // which group snapshots stay when it is pruned; empty for all
+  // Of targets that were added later, by identifier: the time of the first group snapshot that has
+  // to have a part of it.
+  std::map<std::string, std::int64_t> since = {};
+
+  bool Has(const std::string& targetId) const;
+  // Whether a group snapshot of that time is incomplete without the target, which is of the group.
+  bool NeedsPart(const std::string& targetId, std::int64_t gsnapTime) const;
 };
 
 // The directory that has one link directory for each group.

@@ -6,6 +6,7 @@
 #include <vreldrcore/json.h>
 
 #include <algorithm>
+#include <set>
 
 #include "output/failure.h"
 #include "output/text.h"
@@ -80,6 +81,18 @@ VrelDR::TargetEntry RequireTarget(const std::string& targetId) {
                       ": name one that \"drgroupctl target list\" shows, or create it");
   }
   return entry;
+}
+
+std::vector<VrelDR::Target> RequireTargets(const std::vector<std::string>& ids) {
+  std::set<std::string> seen;
+  std::vector<VrelDR::Target> targets;
+  for (const std::string& id : ids) {
+    if (!seen.insert(id).second) {
+      throw Failure(ExitCode::kUsage, "target " + Quote(id) + " is named twice: name it once");
+    }
+    targets.push_back(RequireTarget(id).target);
+  }
+  return targets;
 }
 
 std::vector<VrelDR::TargetRemains> ListRemains() {

@@ -30,6 +30,8 @@ std::vector<VrelDR::TargetEntry> ListTargets();
 // False when the host has no such target.
 bool FindTarget(const std::string& targetId, VrelDR::TargetEntry& entry);
 VrelDR::TargetEntry RequireTarget(const std::string& targetId);
+// Targets that are named, with their kinds, each named once.
+std::vector<VrelDR::Target> RequireTargets(const std::vector<std::string>& ids);
 // Throws unless that can be done to the target's place.
 void RequirePlace(const std::string& targetId, VrelDR::PlaceUse use);
 

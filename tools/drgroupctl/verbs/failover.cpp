@@ -101,7 +101,7 @@ Report RunFailover(const Arguments& args, Warnings& warnings) {
   std::optional<VrelDRGroup::GsnapshotInfo> gsnap;
   if (!gsnapId.empty()) {
     gsnap = RequireGsnap(gsnapId);
-    if (!RequireComplete(warnings, *gsnap, "failed over to", isForced).empty())
+    if (!RequireAll(warnings, *gsnap, "failed over to", isForced).empty())
       KeepCovered(warnings, group, *gsnap);
   }
   std::vector<Takeover> takeovers = PlanTakeover(group, gsnap, isForced);

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <set>
 #include <system_error>
 
 #include "groups/directory_argument.h"
@@ -14,19 +13,6 @@
 namespace drgroupctl {
 
 namespace {
-
-// The targets that were named, with their kinds.
-std::vector<VrelDR::Target> FindTargets(const std::vector<std::string>& ids) {
-  std::set<std::string> seen;
-  std::vector<VrelDR::Target> targets;
-  for (const std::string& id : ids) {
-    if (!seen.insert(id).second) {
-      throw Failure(ExitCode::kUsage, "target " + Quote(id) + " is named twice: name it once");
-    }
-    targets.push_back(RequireTarget(id).target);
-  }
-  return targets;
-}
 
 // A catalogue in a target would be rolled back and removed with it.
 void RequireOutsideVolumes(const std::string& dir) {
@@ -52,7 +38,7 @@ std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
 
 Report RunGroupCreate(const Arguments& args, Warnings& /*warnings*/) {
   Group group{args.Text("ID"), {}, {}};
-  group.targets = FindTargets(args.List("--target"));
+  group.targets = RequireTargets(args.List("--target"));
   group.directory = ChooseDirectory(args, group.id);
 
   CreateGroup(group);

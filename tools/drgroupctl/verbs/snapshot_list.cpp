@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <map>
 #include <set>
 #include <utility>
@@ -20,11 +21,18 @@ std::size_t CountOf(const std::vector<VrelDR::Target>& targets) {
   return ids.size();
 }
 
+// How many of the targets came into the group after the group snapshot.
+std::size_t LaterThan(const Group& group, const VrelDRGroup::Gsnapshot& gsnap) {
+  return static_cast<std::size_t>(std::ranges::count_if(
+      group.since, [&](const auto& each) { return each.second > gsnap.gsnap_time; }));
+}
+
 Report RunSnapshotList(const Arguments& args, Warnings& warnings) {
   const std::string groupId = args.Text("GROUP");
   RequireCatalogue(groupId, Access::kRead);
-  const auto defined = DefinedTargets(warnings, groupId);
-  const std::vector<VrelDR::Target> targets = defined.value_or(std::vector<VrelDR::Target>());
+  const auto defined = DefinedGroup(warnings, groupId);
+  const Group group = defined.value_or(Group());
+  const std::vector<VrelDR::Target>& targets = group.targets;
   const std::size_t targetCount = CountOf(targets);
   const bool isLatest = args.Has("--latest");
   const CatalogueRows catalogue(groupId);
@@ -35,7 +43,8 @@ Report RunSnapshotList(const Arguments& args, Warnings& warnings) {
     const PartCount count =
         isLatest ? catalogue.CountPartsOf(gsnap.gsnap_id, targets) : counts[gsnap.gsnap_id];
     Json::Value row = GsnapRow(gsnap);
-    if (defined) row["status"] = ShownStatus(gsnap, count.targets < targetCount);
+    if (defined)
+      row["status"] = ShownStatus(gsnap, count.targets < targetCount - LaterThan(group, gsnap));
     row["target_count"] = Json::UInt64(count.parts);
     rows.append(std::move(row));
   }

@@ -48,7 +48,7 @@ Json::Value Orphans(const RepairSight& sight) {
 Json::Value IncompleteRows(Warnings& warnings, const std::string& groupId,
                            const RepairSight& sight) {
   Json::Value rows(Json::arrayValue);
-  const auto defined = DefinedTargets(warnings, groupId);
+  const auto defined = DefinedGroup(warnings, groupId);
   if (!defined) return rows;
   std::set<std::string> going;
   for (const RepairPlan::Deletion& each : sight.plan.deletions) going.insert(each.gsnap_id);
@@ -56,7 +56,7 @@ Json::Value IncompleteRows(Warnings& warnings, const std::string& groupId,
     if (going.count(gsnapId) != 0) continue;
     std::set<std::string> parts;
     for (const auto& each : sight.parts.at(gsnapId)) parts.insert(each.target.GetId());
-    const std::vector<std::string> missing = MissingTargets(*defined, parts);
+    const std::vector<std::string> missing = MissingTargets(*defined, TimeOf(gsnapId), parts);
     if (missing.empty()) continue;
     Json::Value row(Json::objectValue);
     row["gsnap_id"] = gsnapId;

@@ -100,7 +100,8 @@ void RequireWorking(const VrelDRGroup::GsnapshotInfo& info) {
 Report RunSnapshotRestore(const Arguments& args, Warnings& warnings) {
   const std::string gsnapId = args.Text("GSNAP");
   const GroupLock lock(VrelDRGroup::Utils::ParseGroupId(gsnapId));
-  const VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
+  VrelDRGroup::GsnapshotInfo info = RequireGsnap(gsnapId);
+  LeaveOutFormerTargets(warnings, info);
   if (info.status == VrelDRGroup::kGsnapBad && !args.Has("--force")) {
     throw Failure(ExitCode::kRefused,
                   "group snapshot " + Quote(gsnapId) +

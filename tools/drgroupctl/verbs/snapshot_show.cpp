@@ -13,9 +13,10 @@ namespace {
 Report RunSnapshotShow(const Arguments& args, Warnings& warnings) {
   const VrelDRGroup::GsnapshotInfo info = RequireGsnap(args.Text("GSNAP"));
   const Json::Value row = GsnapRow(info);
-  const auto defined = DefinedTargets(warnings, VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
+  const auto defined = DefinedGroup(warnings, VrelDRGroup::Utils::ParseGroupId(info.gsnap_id));
   const std::vector<std::string> missing =
-      defined ? MissingTargets(*defined, PartsOf(info)) : std::vector<std::string>();
+      defined ? MissingTargets(*defined, info.gsnap_time, PartsOf(info))
+              : std::vector<std::string>();
   Json::Value missingRows(Json::arrayValue);
   for (const std::string& each : missing) missingRows.append(each);
   Report report;

@@ -18,6 +18,8 @@ Verb TargetPrune();
 Verb GroupCreate();
 Verb GroupList();
 Verb GroupShow();
+Verb GroupAdd();
+Verb GroupRemove();
 Verb GroupQuiesce();
 Verb GroupRetention();
 Verb GroupRename();
