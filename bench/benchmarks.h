@@ -25,6 +25,7 @@ void RegisterCut(const std::filesystem::path& dir);
 void RegisterRealCreation(const std::filesystem::path& dir);
 void RegisterHeldCut(const std::filesystem::path& dir);
 void RegisterYear(const std::filesystem::path& dir);
+void RegisterYearOfGroups(const std::filesystem::path& dir);
 
 // When a listing's memory is measured, this program runs itself with kListOnce and "ours:GROUP" or
 // "raw:GROUP", or "ours-parts:GROUP" or "raw-parts:GROUP", as its only argument: what is after the

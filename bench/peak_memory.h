@@ -1,5 +1,8 @@
 #pragma once
 
+#include <benchmark/benchmark.h>
+
+#include <functional>
 #include <string>
 
 namespace bench {
@@ -12,5 +15,8 @@ long PeakSince(long since);
 // Runs this program anew with one argument and returns the number that it prints, negative on a
 // failure. A process of its own has a heap of its own: nothing freed before hides what is used.
 long NumberFromSelf(const std::string& argument);
+
+// Reports the KiB that `what` takes in a process that is forked off for it, beside `mostKiB`.
+void MeasurePeak(benchmark::State& state, const std::function<bool()>& what, long mostKiB);
 
 }  // namespace bench

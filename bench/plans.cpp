@@ -11,6 +11,7 @@
 #include "loop_volume.h"
 #include "measure.h"
 #include "output/console.h"
+#include "tool_group.h"
 #include "verbs/verbs.h"
 
 namespace bench {
@@ -52,35 +53,9 @@ class Groups {
   static std::string Name(int size) { return "g" + std::to_string(size); }
 
   // Makes the group unless it is there.
-  void Require(int size) const {
+  static void Require(int size) {
     if (std::filesystem::exists(drgroupctl::LinkDirectory(Name(size)))) return;
-    drgroupctl::Warnings warnings;
-    drgroupctl::Arguments group;
-    std::vector<std::string> targets;
-    for (int i = 0; i < size; ++i) {
-      drgroupctl::Arguments target;
-      targets.push_back(Name(size) + "-target-" + std::to_string(i));
-      target.Set("ID", {targets.back()});
-      target.Set("--volume", {"a"});
-      target.Set("--type", {"share"});
-      drgroupctl::TargetCreate().run(target, warnings);
-    }
-    group.Set("ID", {Name(size)});
-    group.Set("--target", targets);
-    drgroupctl::GroupCreate().run(group, warnings);
-    drgroupctl::Arguments protect = Args(size);
-    protect.Set("--volume", {"b"});
-    protect.Set("--json", {});  // no progress
-    drgroupctl::Protect().run(protect, warnings);
-    drgroupctl::Arguments sync = Args(size);
-    sync.Set("--json", {});
-    drgroupctl::Sync().run(sync, warnings);
-  }
-
-  static drgroupctl::Arguments Args(int size) {
-    drgroupctl::Arguments args;
-    args.Set("GROUP", {Name(size)});
-    return args;
+    MakeProtectedGroup(Name(size), size);
   }
 
   // Reads every record of the group's targets and looks for their bytes: target by target, or table
@@ -110,9 +85,7 @@ class Groups {
  private:
   using Database = std::unique_ptr<sqlite3, decltype(&sqlite3_close)>;
 
-  static std::string Target(int size, int number) {
-    return Name(size) + "-target-" + std::to_string(number);
-  }
+  static std::string Target(int size, int number) { return TargetOf(Name(size), number); }
   Database Open() const {
     sqlite3* opened = nullptr;
     sqlite3_open_v2((dir_ / "state/replica.db").c_str(), &opened, SQLITE_OPEN_READONLY, nullptr);
@@ -159,7 +132,7 @@ void Register(const std::filesystem::path& dir, const std::string& what, int siz
       (what + " of " + std::to_string(size) + " targets, us").c_str(),
       [dir, size, ours, raw, target](benchmark::State& state) {
         const Groups groups(dir);
-        groups.Require(size);
+        Groups::Require(size);
         MeasureTime(state, {ours, [&] { return (groups.*raw)(size); }}, target);
       })
       ->UseManualTime()
@@ -185,7 +158,10 @@ void RegisterPlans(const std::filesystem::path& dir) {
         [size] {
           const VrelDR::Session session;
           drgroupctl::Warnings warnings;
-          return !drgroupctl::Status().run(Groups::Args(size), warnings).Parts().empty();
+          return !drgroupctl::Status()
+                      .run(ArgumentsOf(Groups::Name(size)), warnings)
+                      .Parts()
+                      .empty();
         },
         &Groups::ReadTables, 1.5);
   }

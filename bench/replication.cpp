@@ -34,7 +34,13 @@ How long writers are held is counted in ms, with a control group of somebody who
 beside the time from the first copy's beginning to the last one's end and 20 ms. The year is 8,760
 snapshots of each of 1,000 targets: calls about one snapshot of such a target, beside the same of
 one without; the list of all targets beside their rows and one count for each, and the KiB that it
-takes beside 64 MiB.
+takes beside 64 MiB. A protected group of 20 of them: the creation of a group snapshot beside the
+same by hand, as above, and two lists of each target, its rows and the names of its snapshots; in an
+hour, beside the same by hand of a group without history and without the lists; the status beside
+that of such a group; the list of its group snapshots beside reading its catalogue and holding it;
+and what a pruning looks at, by a rule and of what syncs have left, and a creation that fails with
+the last target, beside reading the catalogue, all records of its targets and their copies and the
+names, once; and their KiB beside 64 MiB.
 )";
 
 int Run(const std::filesystem::path& dir) {
@@ -47,6 +53,7 @@ int Run(const std::filesystem::path& dir) {
   bench::RegisterHeldCut(place / "held");
   bench::RegisterShip(place / "ship");
   bench::RegisterYear(place / "year");
+  bench::RegisterYearOfGroups(place / "year");
   const int status = bench::RunRegistered();
   // Copied snapshots are immutable where the system allows it.
   bench::Shell("chattr -f -R -i '" + place.string() + "' || :; rm -rf '" + place.string() + "'");
