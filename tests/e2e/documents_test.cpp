@@ -90,9 +90,9 @@ TEST_F(DocumentsTest, HelpListsEveryVerb) {
                   "snapshot create", "snapshot list", "snapshot show", "snapshot edit",
                   "snapshot restore", "snapshot clone", "snapshot delete", "snapshot repair",
                   "snapshot ship", "snapshot sync", "snapshot prune", "protect", "sync", "stop",
-                  "status", "metrics", "switchover", "failover", "reprotect", "edit", "unprotect",
-                  "plan list", "plan show", "plan delete", "plan promote", "plan drop-arrived",
-                  "plan drop-shipment", "action run"));
+                  "status", "metrics", "history", "switchover", "failover", "reprotect", "edit",
+                  "unprotect", "plan list", "plan show", "plan delete", "plan promote",
+                  "plan drop-arrived", "plan drop-shipment", "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {
@@ -190,8 +190,8 @@ TEST_F(DocumentsTest, TheManualPageFormatsWithoutAWarning) {
 TEST_F(DocumentsTest, CompletionOffersEveryVerbAndOption) {
   EXPECT_THAT(Complete({""}),
               ElementsAre("host", "volume", "target", "group", "snapshot", "protect", "sync",
-                          "stop", "status", "metrics", "switchover", "failover", "reprotect",
-                          "edit", "unprotect", "plan", "action", "help"));
+                          "stop", "status", "metrics", "history", "switchover", "failover",
+                          "reprotect", "edit", "unprotect", "plan", "action", "help"));
   EXPECT_THAT(Complete({"sn"}), ElementsAre("snapshot"));
   for (const std::string& verb : VerbsOfHelp()) {
     std::vector<std::string> words = Words(verb);

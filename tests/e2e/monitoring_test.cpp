@@ -107,7 +107,7 @@ TEST_P(MonitoringTest, MetricsAreInTheFormatThatIsScraped) {
       EXPECT_EQ(line, "# TYPE " + current + " gauge");
     } else {
       EXPECT_EQ(line.substr(0, line.find_first_of("{ ")), current);
-      EXPECT_EQ(line.substr(line.rfind(' ') + 1).find_first_not_of("0123456789"),
+      EXPECT_EQ(line.substr(line.rfind(' ') + 1).find_first_not_of("0123456789."),
                 std::string::npos);
     }
   }

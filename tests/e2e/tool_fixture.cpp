@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <sstream>
 
 #include "tree.h"
@@ -235,6 +236,14 @@ std::map<std::string, std::string> ToolTest::Tree(const std::string& dir) {
   // Who opens the host's records has files beside them meanwhile, which the directory remembers.
   if (fs::exists(dir + "/state/replica.db")) tree.erase("state");
   if (fs::exists(dir + "/replica.db")) tree.erase(".");
+  // What was refused stands in a group's history, too.
+  std::set<std::string> histories;
+  for (const auto& [name, text] : tree) {
+    const fs::path path(name);
+    if (!path.filename().string().starts_with("history.")) continue;
+    histories.insert({name, path.has_parent_path() ? path.parent_path().string() : "."});
+  }
+  for (const std::string& each : histories) tree.erase(each);
   return tree;
 }
 

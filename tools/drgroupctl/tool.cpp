@@ -6,6 +6,7 @@
 #include <memory>
 #include <new>
 
+#include "action/recorded_run.h"
 #include "command/command_line.h"
 #include "output/console.h"
 #include "output/formatter.h"
@@ -25,7 +26,7 @@ int Run(const std::vector<std::string>& words, Warnings& warnings) {
     return static_cast<int>(ExitCode::kDone);
   }
   const VrelDR::Session session;
-  const Report report = command.verb->run(command.arguments, warnings);
+  const Report report = RecordedRun(*command.verb, command.arguments, warnings).Run();
   PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, warnings.Printed()));
   return report.GetExitCode();
 }

@@ -16,6 +16,7 @@ namespace {
 Failure NobodyToAsk(const std::string& loss, const std::string& details) {
   Failure failure(ExitCode::kRefused,
                   "this would " + loss + ": run it with --yes to go on without being asked");
+  failure.is_unconfirmed = true;
   std::istringstream lines(details);
   for (std::string line; std::getline(lines, line);) {
     failure.report.AddText(line);
@@ -38,7 +39,9 @@ void Confirm(const Arguments& args, const std::string& loss, const std::string& 
   std::string answer;
   std::getline(std::cin, answer);
   if (answer != "y" && answer != "Y" && answer != "yes") {
-    throw Failure(ExitCode::kRefused, "not confirmed: nothing was changed");
+    Failure failure(ExitCode::kRefused, "not confirmed: nothing was changed");
+    failure.is_unconfirmed = true;
+    throw failure;
   }
 }
 

@@ -70,6 +70,9 @@ struct Verb {
   std::vector<Parameter> arguments;
   std::vector<Parameter> options;
   Report (*run)(const Arguments&, Warnings&);  // throws Failure
+  // What its runs are called in the history of the group that it acts on; empty for a verb that has
+  // no place there.
+  std::string kind = {};
 
   // "GROUP [--latest]", as it stands behind the name.
   std::string Usage() const;

@@ -19,6 +19,7 @@ struct Failure {
   std::string message;  // one line: what it is about, what is wrong, what to do
   Json::Value details = Json::Value(Json::objectValue);  // further members of the error document
   Report report;  // what people get to see on standard output besides, such as what became of each
+  bool is_unconfirmed = false;  // nobody has agreed to the loss: nothing was begun
 };
 
 }  // namespace drgroupctl

@@ -178,7 +178,8 @@ Verb ActionRun() {
            GoOnInUse(),
            DryRun(),
            Yes()},
-          RunActionRun};
+          RunActionRun,
+          "action"};
 }
 
 }  // namespace drgroupctl

@@ -230,7 +230,8 @@ Verb Edit() {
            GoOnInUse(),
            DryRun(),
            Yes()},
-          RunEdit};
+          RunEdit,
+          "edit"};
 }
 
 }  // namespace drgroupctl

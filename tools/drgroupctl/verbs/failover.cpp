@@ -190,7 +190,8 @@ Verb Failover() {
        GoOnInUse(),
        DryRun(),
        Yes()},
-      RunFailover};
+      RunFailover,
+      "failover"};
 }
 
 }  // namespace drgroupctl

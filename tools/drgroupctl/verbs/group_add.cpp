@@ -159,7 +159,8 @@ Verb GroupAdd() {
       {GroupArgument("the group"),
        {"TARGET", Value::kTarget, "TARGET", "a target that it is to have", true, true}},
       {{"--volume", Value::kVolume, "V", "the volume for DR copies, of a protected group"}},
-      RunGroupAdd};
+      RunGroupAdd,
+      "group add"};
 }
 
 }  // namespace drgroupctl

@@ -21,6 +21,7 @@
 #include "groups/group_link.h"
 #include "groups/group_store.h"
 #include "groups/gsnap_removal.h"
+#include "groups/history.h"
 #include "groups/kill_point.h"
 #include "groups/known_snapshots.h"
 #include "host/host.h"
@@ -169,6 +170,7 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
   }
   KillPoint(kDeleteUnlinked);
   if (dir.empty()) return;
+  for (const std::string& each : HistoryFiles(dir)) unlink(each.c_str());
   unlink(DeletionPath(dir).c_str());
   try {
     // A directory that the user chose is the user's. One of the host keeps its name when the group

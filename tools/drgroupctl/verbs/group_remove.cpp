@@ -120,7 +120,8 @@ Verb GroupRemove() {
       {GroupArgument("the group"), Argument("TARGET", Value::kTarget, "the target")},
       {Flag("--keep-plan", "the target stays protected by itself"),
        Flag("--delete-plan", "end its replication; both copies stay"), GoOnInUse(), Yes()},
-      RunGroupRemove};
+      RunGroupRemove,
+      "group remove"};
 }
 
 }  // namespace drgroupctl

@@ -5,7 +5,10 @@
 
 #include "action/health.h"
 #include "groups/file_write.h"
+#include "groups/group_store.h"
+#include "groups/history.h"
 #include "host/arrived.h"
+#include "output/console.h"
 #include "output/failure.h"
 #include "output/text.h"
 #include "verbs/parameters.h"
@@ -35,12 +38,15 @@ std::string LabelsText(const Labels& labels) {
 class Exposition {
  public:
   void Add(const char* name, const char* help, const Labels& labels, std::int64_t value) {
+    Add(name, help, labels, std::to_string(value));
+  }
+  void Add(const char* name, const char* help, const Labels& labels, const std::string& value) {
     const auto [place, isNew] = samples_.try_emplace(name);
     if (isNew) {
       names_.emplace_back(name);
       place->second = std::string("# HELP ") + name + " " + help + "\n# TYPE " + name + " gauge\n";
     }
-    place->second += name + LabelsText(labels) + " " + std::to_string(value) + "\n";
+    place->second += name + LabelsText(labels) + " " + value + "\n";
   }
 
   std::string ToText() const {
@@ -77,7 +83,44 @@ void AddPlan(const std::string& groupId, const std::string& target,
               "When the last snapshot that has arrived was taken.", labels, arrived.time);
 }
 
-std::string MetricsOf(const Health& health) {
+// Seconds, exact to the millisecond.
+std::string SecondsText(long milliseconds) {
+  std::string rest = std::to_string(milliseconds % 1000);
+  rest.insert(0, 3 - rest.size(), '0');
+  return std::to_string(milliseconds / 1000) + "." + rest;
+}
+
+// How the last run of each kind ended, and when the last one was done.
+void AddRuns(const std::string& groupId, Exposition& metrics) {
+  std::map<std::string, HistoryRun> last;
+  std::map<std::string, HistoryRun> done;
+  for (const HistoryRun& run : History(GroupDirectory(groupId)).NewestOfEach()) {
+    if (run.result == RunResult::kRunning) continue;
+    if (run.id > last[run.kind].id) last[run.kind] = run;
+    if (run.result == RunResult::kDone) done[run.kind] = run;
+  }
+  for (const auto& [kind, run] : last) {
+    const Labels labels{{"group", groupId}, {"kind", kind}};
+    metrics.Add("drgroup_last_run_timestamp_seconds", "When the last run of a kind began.", labels,
+                run.begin_time);
+    metrics.Add("drgroup_last_run_problem",
+                "Whether the last run of a kind failed, was stopped or was interrupted.", labels,
+                run.result == RunResult::kDone ? 0 : 1);
+    if (!run.duration_ms) continue;
+    metrics.Add("drgroup_last_run_duration_seconds", "How long the last run of a kind took.",
+                labels, SecondsText(*run.duration_ms));
+  }
+  for (const auto& [kind, run] : done) {
+    const Labels labels{{"group", groupId}, {"kind", kind}};
+    metrics.Add("drgroup_last_success_timestamp_seconds",
+                "When the last run of a kind began that was done.", labels, run.begin_time);
+    if (!run.sent_bytes) continue;
+    metrics.Add("drgroup_last_success_sent_bytes",
+                "How much the last run of a kind sent that was done.", labels, *run.sent_bytes);
+  }
+}
+
+std::string MetricsOf(const Health& health, Warnings& warnings) {
   Exposition metrics;
   for (const GroupHealth& group : health.groups) {
     const Labels labels{{"group", group.id}};
@@ -99,6 +142,11 @@ std::string MetricsOf(const Health& health) {
         AddPlan(group.id, target, *each, metrics);
       }
     }
+    try {
+      if (group.problem.empty()) AddRuns(group.id, metrics);
+    } catch (const Failure& failure) {
+      warnings.Print(failure.message);
+    }
   }
   for (const VrelDR::VolumeInfo& each : health.volumes) {
     const Labels labels{{"volume", each.name}};
@@ -114,8 +162,8 @@ std::string MetricsOf(const Health& health) {
   return metrics.ToText();
 }
 
-Report RunMetrics(const Arguments& args, Warnings& /*warnings*/) {
-  const std::string text = MetricsOf(LookAtHealth(args.Text("GROUP")));
+Report RunMetrics(const Arguments& args, Warnings& warnings) {
+  const std::string text = MetricsOf(LookAtHealth(args.Text("GROUP")), warnings);
   const std::string path = args.Text("--output");
   Report report;
   if (path.empty()) {
@@ -138,7 +186,8 @@ Verb Metrics() {
   return {"metrics",
           "tell how groups are in numbers, as Prometheus reads them",
           {"Writes the text format of Prometheus: of each group when its newest group snapshot was "
-           "taken, of each plan how it stands and when the last snapshot that arrived was taken, "
+           "taken and how the last run of each kind of its history ended, of each plan how it "
+           "stands and when the last snapshot that arrived was taken, "
            "of each volume with a copy how much is free. Times are in seconds since the epoch, so "
            "that an age is computed where it is drawn. What cannot be found out is left out, and a "
            "group or volume that cannot be used says so.",

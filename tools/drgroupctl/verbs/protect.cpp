@@ -156,7 +156,8 @@ Verb Protect() {
            {"--src-cred", Value::kText, "CREDENTIAL", "what opens that node to this one"},
            {"--dst-cred", Value::kText, "CREDENTIAL", "what opens this node to that one"},
            DryRun()},
-          RunProtect};
+          RunProtect,
+          "protect"};
 }
 
 }  // namespace drgroupctl

@@ -25,7 +25,8 @@ Verb Reprotect() {
       "The direction of replication.",
       {GroupArgument("the group")},
       {GoOnInUse(), DryRun()},
-      RunReprotect};
+      RunReprotect,
+      "reprotect"};
 }
 
 }  // namespace drgroupctl

@@ -64,7 +64,8 @@ Verb SnapshotCreate() {
       {GroupArgument("the group")},
       {Description(), Flag("--lock", "lock it against deletion"),
        RequireOption("make none unless it is crash consistent, or application consistent")},
-      RunSnapshotCreate};
+      RunSnapshotCreate,
+      "snapshot"};
 }
 
 }  // namespace drgroupctl

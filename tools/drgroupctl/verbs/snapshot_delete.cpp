@@ -80,7 +80,8 @@ Verb SnapshotDelete() {
       "The target snapshots are lost, then their records.",
       {Gsnap()},
       {Flag("--force", "delete it although it is locked, or forget what is out of reach"), Yes()},
-      RunSnapshotDelete};
+      RunSnapshotDelete,
+      "delete"};
 }
 
 }  // namespace drgroupctl

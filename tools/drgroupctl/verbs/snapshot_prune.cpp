@@ -391,7 +391,8 @@ Verb SnapshotPrune() {
        Flag("--explain", "delete nothing; say of each group snapshot why it stays or goes"),
        Flag("--dry-run", "only show what would be deleted"),
        Yes()},
-      RunSnapshotPrune};
+      RunSnapshotPrune,
+      "prune"};
 }
 
 }  // namespace drgroupctl

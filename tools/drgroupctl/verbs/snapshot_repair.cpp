@@ -205,7 +205,8 @@ Verb SnapshotRepair() {
       "Half recorded group snapshots are lost; the status of others changes.",
       {GroupArgument("the group")},
       {Flag("--dry-run", "only show what would be changed"), Yes()},
-      RunSnapshotRepair};
+      RunSnapshotRepair,
+      "repair"};
 }
 
 }  // namespace drgroupctl

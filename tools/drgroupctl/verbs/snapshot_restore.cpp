@@ -161,7 +161,8 @@ Verb SnapshotRestore() {
       "What the targets hold now is lost.",
       {Gsnap()},
       {Flag("--force", "restore it although it is bad or incomplete"), GoOnInUse(), Yes()},
-      RunSnapshotRestore};
+      RunSnapshotRestore,
+      "restore"};
 }
 
 }  // namespace drgroupctl

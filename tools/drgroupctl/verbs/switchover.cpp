@@ -37,7 +37,8 @@ Verb Switchover() {
           "Which copies work, and the direction of replication.",
           {GroupArgument("the group")},
           {GoOnInUse(), DryRun()},
-          RunSwitchover};
+          RunSwitchover,
+          "switchover"};
 }
 
 }  // namespace drgroupctl

@@ -280,7 +280,8 @@ Verb Sync() {
        Flag("--lock", "lock the group snapshots against deletion"),
        RequireOption("send nothing unless it is crash consistent, or application consistent"),
        DryRun()},
-      RunSync};
+      RunSync,
+      "sync"};
 }
 
 }  // namespace drgroupctl

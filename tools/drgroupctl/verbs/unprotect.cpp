@@ -89,7 +89,8 @@ Verb Unprotect() {
           {GroupArgument("the group")},
           {Flag("--delete-data", "remove the copies that do not work, with their snapshots"),
            ForceClaims(), GoOnInUse(), DryRun(), Yes()},
-          RunUnprotect};
+          RunUnprotect,
+          "unprotect"};
 }
 
 }  // namespace drgroupctl

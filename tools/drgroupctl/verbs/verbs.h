@@ -42,6 +42,7 @@ Verb Sync();
 Verb Stop();
 Verb Status();
 Verb Metrics();
+Verb ShowHistory();
 Verb Switchover();
 Verb Failover();
 Verb Reprotect();
