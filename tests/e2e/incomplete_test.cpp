@@ -126,7 +126,8 @@ TEST_P(IncompleteTest, WithoutTheDefinitionItCannotBeToldAndNothingIsRestored) {
   EXPECT_THAT(listed["warnings"][0].asString(), HasSubstr(GroupDirectory("g")));
   EXPECT_TRUE(RunWell({"snapshot", "show", id, "--json"}).Json()["missing_targets"].isNull());
   RunBadly(kRefused, {"snapshot", "restore", id, "--yes"}, {id, "cannot be told", "--force"});
-  RunWell({"snapshot", "restore", id, "--yes", "--force"});
+  RunBadly(kCatalogue, {"snapshot", "restore", id, "--yes", "--force"}, {definition, "--no-undo"});
+  RunWell({"snapshot", "restore", id, "--yes", "--force", "--no-undo"});
 }
 
 // The group of the DR copies has a definition of its own, and so have the group snapshots in it.

@@ -57,7 +57,7 @@ class RestoreFailureTest : public ToolTest {
 TEST_F(RestoreFailureTest, NoSpaceTellsTargetByTargetWhatWasDone) {
   const std::string filler = VolumePath("v2") + "/filler";
   WriteFile(filler, std::string(2500000, 'x'));
-  const Result result = Run({"snapshot", "restore", id_, "--yes", "--json"});
+  const Result result = Run({"snapshot", "restore", id_, "--yes", "--no-undo", "--json"});
   EXPECT_EQ(result.code, kStorage) << result.err;
   const Json::Value error = result.Json()["error"];
   EXPECT_EQ(error["target_id"], "share");
@@ -72,12 +72,25 @@ TEST_F(RestoreFailureTest, NoSpaceTellsTargetByTargetWhatWasDone) {
   EXPECT_EQ(now.at("share"), changed_.at("share"));
   EXPECT_EQ(now.at("last"), changed_.at("last"));
   ExpectNoLeftovers(VolumePath("v2"));
-  RunBadly(kStorage, {"snapshot", "restore", id_, "--yes"},
+  RunBadly(kStorage, {"snapshot", "restore", id_, "--yes", "--no-undo"},
            {id_, "\"first\": done", "\"share\": failed", "\"last\": not started"});
 
   fs::remove(filler);
   RunWell({"snapshot", "restore", id_, "--yes"});
   EXPECT_EQ(ReadContents(TargetPaths()), before_);
+}
+
+TEST_F(RestoreFailureTest, WithoutRoomForWhatUndoesItNothingIsRestored) {
+  WriteFile(TargetPaths().at("share") + "/file", std::string(1700000, 'c'));
+  changed_ = ReadContents(TargetPaths());
+  RunBadly(kStorage, {"snapshot", "restore", id_, "--yes"},
+           {"no space left", "nothing was restored", "--no-undo"});
+  EXPECT_EQ(ReadContents(TargetPaths()), changed_);
+  EXPECT_EQ(ListSnapshots().size(), 1U);
+  EXPECT_EQ(RunWell({"group", "show", "g", "--json"}).Json()["unfinished_restore"], "");
+  RunWell({"snapshot", "restore", id_, "--yes", "--no-undo"});
+  EXPECT_EQ(ReadContents(TargetPaths()), before_);
+  RunBadly(kRefused, {"snapshot", "restore", "--undo", "g", "--yes"}, {"nothing to undo", id_});
 }
 
 TEST_F(RestoreFailureTest, ATargetThatIsGoneIsToldBeforeAnythingIsDone) {

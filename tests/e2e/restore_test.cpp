@@ -23,7 +23,7 @@ TEST_P(RestoreTest, TargetsHoldTheSnapshotsBytesAgain) {
   const std::string second = TakeSnapshot();
 
   const Json::Value report = RunWell({"snapshot", "restore", first, "--yes", "--json"}).Json();
-  EXPECT_THAT(report.getMemberNames(), ElementsAre("gsnap_id", "targets"));
+  EXPECT_THAT(report.getMemberNames(), ElementsAre("before_id", "gsnap_id", "targets"));
   ASSERT_EQ(report["targets"].size(), 3U);
   for (const Json::Value& each : report["targets"]) {
     EXPECT_THAT(each.getMemberNames(), ElementsAre("problem", "result", "target_id", "tsnap_id"));
@@ -35,11 +35,11 @@ TEST_P(RestoreTest, TargetsHoldTheSnapshotsBytesAgain) {
   // Whatever is written afterwards reaches no snapshot, and there is a way forward again.
   ChangeTargets(TargetPaths());
   EXPECT_EQ(ReadContents(SnapshotPaths(first)), before);
-  RunWell({"snapshot", "restore", second, "--yes"});
+  RunWell({"snapshot", "restore", second, "--yes", "--no-undo"});
   EXPECT_EQ(ReadContents(TargetPaths()), after);
   const std::string third = TakeSnapshot();
   EXPECT_EQ(ReadContents(SnapshotPaths(third)), after);
-  EXPECT_THAT(ListSnapshots(), ElementsAre(first, second, third));
+  EXPECT_THAT(ListSnapshots(), ElementsAre(first, second, report["before_id"].asString(), third));
 }
 
 TEST_P(RestoreTest, ARestoreThatIsKilledLeavesOldOrNewBytesAndCanBeRunAgain) {
@@ -56,7 +56,7 @@ TEST_P(RestoreTest, ARestoreThatIsKilledLeavesOldOrNewBytesAndCanBeRunAgain) {
       SCOPED_TRACE(id + " " + step);
       ChangeTargets(TargetPaths());
       const auto changed = ReadContents(TargetPaths());
-      ExpectKilledAt(step, {"snapshot", "restore", id, "--yes"});
+      ExpectKilledAt(step, {"snapshot", "restore", id, "--yes", "--no-undo"});
       auto now = ReadContents(TargetPaths());
       const std::string first = id == ids[0] ? "lun" : "share";
       const bool exchanged =
@@ -65,7 +65,7 @@ TEST_P(RestoreTest, ARestoreThatIsKilledLeavesOldOrNewBytesAndCanBeRunAgain) {
       now.erase(first);
       for (const auto& [target, content] : now) EXPECT_EQ(content, changed.at(target)) << target;
 
-      RunWell({"snapshot", "restore", id, "--yes"});
+      RunWell({"snapshot", "restore", id, "--yes", "--no-undo"});
       EXPECT_EQ(ReadContents(TargetPaths()), before);
       ExpectNoLeftovers(VolumePath());
     }

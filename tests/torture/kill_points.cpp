@@ -23,6 +23,7 @@ bool IsLikely(const std::string& verb, const std::string& point) {
       {"delete", "snapshot delete, snapshot prune, target remove, group delete"},
       {"remove", "snapshot delete, snapshot prune, target remove, unprotect, edit"},
       {"restore", "snapshot restore, switchover, failover, unprotect"},
+      {"undo", "snapshot restore"},
       {"ship", "sync, switchover, edit"},
       {"sync", "sync, switchover, edit"},
       {"quiesce", "switchover, failover"},

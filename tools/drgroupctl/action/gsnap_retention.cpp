@@ -35,6 +35,8 @@ std::map<std::string, std::vector<std::string>> FindClaims(
   std::map<std::string, std::vector<std::string>> claims;
   for (const VrelDRGroup::Gsnapshot& each : gsnaps) {
     if (each.is_user_locked) claims[each.gsnap_id].emplace_back("it is locked");
+    const std::string needed = group.last_restore.ClaimOn(each.gsnap_id);
+    if (!needed.empty()) claims[each.gsnap_id].push_back(needed);
   }
   std::set<std::string> targets;
   for (const VrelDR::Target& each : group.targets) targets.insert(each.GetId());

@@ -18,10 +18,10 @@ struct Retention {
 };
 
 // Judges them without a look at the clock, with what FindNeededCuts tells of the targets' plans.
-// Whatever the rule says, those stay that are locked, that
-// a plan holds a part of or is going to send, whose cut a failover may need, a part of which is out
-// of reach, and a part of which another group snapshot has that stays. Throws when one of the
-// catalogues or what plans hold cannot be read: what that claims could not be spared.
+// Whatever the rule says, those stay that are locked, that undo the last restore, that a plan holds
+// a part of or is going to send, whose cut a failover may need, a part of which is out of reach,
+// and a part of which another group snapshot has that stays. Throws when one of the catalogues or
+// what plans hold cannot be read: what that claims could not be spared.
 Retention JudgeGsnaps(const Group& group, const KeepRule& rule, const NeededCuts& needed);
 
 // Deletes what goes, the oldest first. Throws at the first failure, with how many have gone: the

@@ -30,6 +30,7 @@ std::string KindOf(const Verb& verb, const Arguments& args) {
 }
 
 std::string GroupOf(const Arguments& args) {
+  if (args.Has("--undo")) return args.Text("--undo");
   return args.Has("GROUP") ? args.Text("GROUP")
                            : VrelDRGroup::Utils::ParseGroupId(args.Text("GSNAP"));
 }

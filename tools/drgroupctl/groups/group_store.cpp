@@ -71,6 +71,10 @@ std::string Interpret(const Json::Value& root, Group& group) {
   if (!quiesce.isNull() && !group.quiesce.FromJson(quiesce, problem)) {
     return "its \"quiesce\": " + problem;
   }
+  const Json::Value lastRestore = Member(root, "last_restore");
+  if (!lastRestore.isNull() && !group.last_restore.FromJson(lastRestore, problem)) {
+    return "its \"last_restore\": " + problem;
+  }
   const Json::Value keep = Member(root, "keep");
   if (keep.isNull()) return {};
   try {
@@ -264,6 +268,7 @@ void WriteDefinition(const Group& group) {
     root["quiesce"] = group.quiesce.ToJson();
   }
   if (!group.keep.IsEmpty()) root["keep"] = ToText(group.keep);
+  if (!group.last_restore.IsNone()) root["last_restore"] = group.last_restore.ToJson();
   const std::string path = DefinitionPath(group.directory);
   const int error = WriteFileAtomically(path, VrelDRCore::JsonUtil::ToString(root) + "\n");
   if (error != 0) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "groups/last_restore.h"
 #include "groups/retention.h"
 #include "output/failure.h"
 
@@ -23,6 +24,7 @@ struct Group {
   std::vector<VrelDR::Target> targets;
   VrelDR::QuiesceMeans quiesce = {};  // how its writers are held
   KeepRule keep = {};                 // which group snapshots stay when it is pruned; empty for all
+  LastRestore last_restore = {};
   // Of targets that were added later, by identifier: the time of the first group snapshot that has
   // to have a part of it.
   std::map<std::string, std::int64_t> since = {};

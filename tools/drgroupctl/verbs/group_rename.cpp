@@ -79,9 +79,11 @@ Report RunGroupRename(const Arguments& args, Warnings& /*warnings*/) {
   // The definition goes first: a group whose definition has another name is known to be on its way.
   const bool isNamed = group.id == newId;
   group.id = newId;
+  group.last_restore.RenameGroup(oldId, newId);
   if (!isNamed) {
-    undo.Add([group, oldId]() mutable {
+    undo.Add([group, oldId, newId]() mutable {
       group.id = oldId;
+      group.last_restore.RenameGroup(newId, oldId);
       try {
         WriteDefinition(group);
       } catch (const Failure&) {  // running it again finishes it, as after a crash

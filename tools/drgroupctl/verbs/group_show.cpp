@@ -44,6 +44,10 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
                    {"problem", "PROBLEM", Shown::kIfAny}},
                   rows);
   report.AddField({"keep", "Keeps", Shown::kIfAny}, ToText(group.keep));
+  const LastRestore& last = group.last_restore;
+  report.AddField({"unfinished_restore", "Restore not finished", Shown::kIfAny},
+                  last.is_unfinished ? last.gsnap_id : "");
+  report.AddField({"undo_gsnap_id", "Undoes the last restore", Shown::kIfAny}, last.before_id);
   AddWriters(report, group.quiesce);
   return report;
 }
