@@ -158,7 +158,7 @@ TEST_P(LongHistoryTest, PruningATargetAsksForItsSnapshotsAlone) {
   ASSERT_THAT(pruned["snapshots"], SizeIs(1));
   EXPECT_EQ(pruned["snapshots"][0]["tsnap_id"], left);
   RunBadly(kRefused, {"target", "prune", "lun", "--yes", "--snapshot", recorded},
-           {recorded, "belongs to a group snapshot"});
+           {recorded, "is recorded in group snapshot"});
 }
 
 TEST_P(LongHistoryTest, PruningAGroupAsksForWhatSyncsHaveMadeAlone) {

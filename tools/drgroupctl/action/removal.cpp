@@ -3,14 +3,10 @@
 #include <vreldr/target_operation.h>
 
 #include <algorithm>
-#include <map>
 #include <set>
 #include <utility>
 
-#include "groups/catalogue.h"
-#include "groups/catalogue_rows.h"
-#include "groups/group_link.h"
-#include "groups/group_store.h"
+#include "groups/recorded_claims.h"
 #include "host/arrived.h"
 #include "host/host.h"
 #include "output/failure.h"
@@ -22,60 +18,18 @@ namespace {
 
 using VrelDR::Operation::Snapshot;
 
-// What the catalogues of all groups record of some target snapshots.
-struct Records {
-  // By target and target snapshot: the group snapshots, with which of them are locked.
-  std::map<std::pair<std::string, std::string>, std::vector<std::string>> claims;
-  std::vector<std::string> problems;  // of the catalogues that cannot be read
-};
-
-void ReadCatalogue(const std::string& groupId, const std::set<std::string>& snapIds,
-                   Records& records) {
-  RequireCatalogue(groupId, Access::kRead);
-  const CatalogueRows rows(groupId);
-  std::vector<CatalogueRows::Part> parts;
-  rows.VisitPartsAmong({snapIds.begin(), snapIds.end()},
-                       [&parts](const CatalogueRows::Part& part) { parts.push_back(part); });
-  std::map<std::string, bool> locked;
-  for (const CatalogueRows::Part& each : parts) {
-    auto known = locked.find(each.gsnap_id);
-    if (known == locked.end()) {
-      const auto gsnap = rows.FindGsnap(each.gsnap_id);
-      known = locked.emplace(each.gsnap_id, gsnap && gsnap->is_user_locked).first;
-    }
-    records.claims[{each.target.GetId(), each.tsnap_id}].push_back(
-        " is recorded in group snapshot " + Quote(each.gsnap_id) +
-        (known->second ? ", which is locked" : ""));
-  }
-}
-
-Records ReadCatalogues(const std::set<std::string>& snapIds) {
-  Records records;
-  for (const std::string& groupId : ListGroupIds()) {
-    try {
-      ReadCatalogue(groupId, snapIds, records);
-    } catch (const Failure& failure) {
-      records.problems.push_back("which snapshots group " + Quote(groupId) +
-                                 " records cannot be told: " + failure.message);
-    }
-  }
-  for (const Failure& each : FindUnlinked()) records.problems.push_back(each.message);
-  return records;
-}
-
 std::vector<std::string> ClaimsOn(const std::string& target, const std::vector<Snapshot>& snapshots,
-                                  const Records& records) {
+                                  const RecordedClaims& records) {
   std::vector<std::string> claims;
   for (const Snapshot& each : snapshots) {
     const std::string named = "snapshot " + Quote(each.snap_id) + " of target " + Quote(target);
     if (each.meta.is_locked) claims.push_back(named + " is locked");
-    const auto found = records.claims.find({target, each.snap_id});
-    if (found == records.claims.end()) continue;
-    for (const std::string& text : found->second) claims.push_back(std::string(named).append(text));
+    for (const RecordedClaim& claim : records.On(each.snap_id)) {
+      if (claim.target_id == target) claims.push_back(named + " " + claim.text);
+    }
   }
-  if (!snapshots.empty()) {
-    claims.insert(claims.end(), records.problems.begin(), records.problems.end());
-  }
+  if (snapshots.empty()) return claims;
+  for (const Failure& doubt : records.Doubts()) claims.push_back(doubt.message);
   return claims;
 }
 
@@ -124,7 +78,7 @@ std::vector<VrelDR::TargetRemains> RemainsOf(const std::string& target,
 }
 
 std::vector<std::string> ClaimsOn(const std::string& target, const Snapshot& snapshot) {
-  return ClaimsOn(target, std::vector<Snapshot>{snapshot}, ReadCatalogues({snapshot.snap_id}));
+  return ClaimsOn(target, std::vector<Snapshot>{snapshot}, RecordedClaims({snapshot.snap_id}));
 }
 
 Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
@@ -150,7 +104,7 @@ Removal::Removal(const std::vector<VrelDR::DRPlan>& plans,
     for (const Snapshot& each : snapshots) snapIds.insert(each.snap_id);
     copies_.push_back(std::move(copy));
   }
-  const Records records = ReadCatalogues(snapIds);
+  const RecordedClaims records(snapIds);
   for (std::size_t i = 0; i < plans.size(); ++i) {
     Copy& copy = copies_[i];
     copy.claims = ClaimsOn(copy.target_id, lists[i], records);

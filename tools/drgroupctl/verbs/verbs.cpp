@@ -13,6 +13,8 @@ const std::vector<Verb>& Verbs() {
       TargetList(),
       TargetRemove(),
       TargetPrune(),
+      TargetSnapList(),
+      TargetSnapRemove(),
       GroupCreate(),
       GroupList(),
       GroupShow(),

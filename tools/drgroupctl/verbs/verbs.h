@@ -15,6 +15,8 @@ Verb TargetImport();
 Verb TargetList();
 Verb TargetRemove();
 Verb TargetPrune();
+Verb TargetSnapList();
+Verb TargetSnapRemove();
 Verb GroupCreate();
 Verb GroupList();
 Verb GroupShow();
