@@ -9,8 +9,8 @@ namespace host_test {
 namespace {
 
 using testing::ElementsAre;
-using testing::UnorderedElementsAre;
 using testing::IsEmpty;
+using testing::UnorderedElementsAre;
 
 TEST_P(EngineContractTest, ASnapshotHasTheBytesOfItsTimeWhateverIsWrittenLater) {
   const Tree first = BytesOf(A());

@@ -1,6 +1,5 @@
 #include "vreldr/volume.h"
 
-
 #include "base/boundary.h"
 #include "target/host.h"
 #include "target/volume_admission.h"
