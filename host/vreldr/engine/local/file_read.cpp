@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <limits>
 #include <string>
+#include <utility>
 
+#include "engine/local/directory.h"
 #include "engine/support/open_entry.h"
 
 namespace VrelDR::Local {
@@ -70,12 +72,24 @@ int WriteFully(int fd, std::uint64_t at, std::span<const char> bytes) {
   return 0;
 }
 
+namespace {
+
+// Opens by `open`, which is given flags; only a file's owner may have O_NOATIME.
+template <class Open>
+Fd Quietly(int flags, const Open& open) {
+  Fd fd = open(flags | O_NOATIME);
+  return !fd && errno == EPERM ? open(flags) : std::move(fd);
+}
+
+}  // namespace
+
 Fd OpenQuietly(int dirFd, const std::string& name, int flags) {
-  const int all = O_RDONLY | O_NONBLOCK | flags;
-  // Only a file's owner may say so.
-  Fd fd = OpenEntry(dirFd, name, all | O_NOATIME);
-  if (!fd && errno == EPERM) fd = OpenEntry(dirFd, name, all);
-  return fd;
+  return Quietly(O_RDONLY | O_NONBLOCK | flags,
+                 [&](int all) { return OpenEntry(dirFd, name, all); });
+}
+
+Fd ReopenQuietly(int fd) {
+  return Quietly(O_RDONLY | O_NONBLOCK, [&](int all) { return Reopen(fd, all); });
 }
 
 }  // namespace VrelDR::Local

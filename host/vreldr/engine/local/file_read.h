@@ -41,4 +41,7 @@ int WriteFully(int fd, std::uint64_t at, std::span<const char> bytes);
 // where that is allowed. It is to be a file or a directory.
 Fd OpenQuietly(int dirFd, const std::string& name, int flags);
 
+// The same of what is open, such as for O_PATH.
+Fd ReopenQuietly(int fd);
+
 }  // namespace VrelDR::Local

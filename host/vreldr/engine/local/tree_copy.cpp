@@ -12,6 +12,7 @@
 #include "engine/local/digest_writer.h"
 #include "engine/local/directory.h"
 #include "engine/local/file_data.h"
+#include "engine/local/file_read.h"
 #include "engine/local/place.h"
 #include "engine/local/subvolume.h"
 
@@ -34,14 +35,6 @@ class Descent {
   std::string& path_;
   std::size_t length_;
 };
-
-// Reading should not change the times of access, but only a file's owner may say so.
-Fd OpenToRead(int pathFd) {
-  constexpr int kFlags = O_RDONLY | O_NONBLOCK;
-  Fd fd = Reopen(pathFd, kFlags | O_NOATIME);
-  if (!fd && errno == EPERM) fd = Reopen(pathFd, kFlags);
-  return fd;
-}
 
 const std::string kSelf = ".";
 
@@ -141,7 +134,7 @@ Status TreeCopier::Copy(Fd from, const Entry& to) {
 }
 
 Status TreeCopier::CopyDir(Fd from, const struct stat& st, const Entry& to) {
-  from = OpenToRead(from.Get());
+  from = ReopenQuietly(from.Get());
   if (!from) return Fail(errno);
   if (flags_of_ != FlagsOf::kForeign && IsSubvolume(from.Get())) return NestedIn({from_path_});
   if (mkdirat(to.dir_fd, to.name.c_str(), 0700) != 0) return Fail(errno);
@@ -155,7 +148,7 @@ Status TreeCopier::CopyDir(Fd from, const struct stat& st, const Entry& to) {
 }
 
 Status TreeCopier::CopyFile(int fromFd, const struct stat& st, const Entry& to) {
-  const Fd from = OpenToRead(fromFd);
+  const Fd from = ReopenQuietly(fromFd);
   if (!from) return Fail(errno);
   const Fd toFd(
       openat(to.dir_fd, to.name.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
