@@ -11,6 +11,7 @@
 #include "engine/local/change_source.h"
 #include "engine/local/directory.h"
 #include "engine/local/extent_changes.h"
+#include "engine/local/file_data.h"
 #include "engine/local/tree_remove.h"
 #include "engine_fixture.h"
 #include "random_tree.h"
@@ -108,7 +109,9 @@ class ChangeApplyTest : public EngineTest {
     const WriteBack writeBack(incoming.Get(), B().path);
     Shipment shipment(watcher, "replica", writeBack);
     ChangeProgress progress(shipment, 0);
-    ChangeApply apply({top.Get(), baseThere.Get(), Top(), B().path, true}, mark, nullptr, progress);
+    ChangeApply apply(
+        {top.Get(), baseThere.Get(), Top(), B().path, true, CanShareBlocks(top.Get())}, mark,
+        nullptr, progress);
     FailingSink sink(apply, mark, keepsAt, failsAt);
     ExtentChanges finder;
     const std::string path = A().SnapshotPath("s1");

@@ -142,7 +142,8 @@ TEST_P(PowerCutTest, AShipmentIsWholeOnDiskWhereverItIsCalledWhole) {
       Ship(A(), id, base, B());
       ASSERT_TRUE(B().image->MountAgain(true));
       ExpectSame(A(), B(), id);
-      ExpectNothingIncoming(B());
+      // A cut may bring back the directory itself.
+      EXPECT_TRUE(!fs::exists(Incoming()) || fs::is_empty(Incoming()));
       ASSERT_TRUE(A().RemoveSnapshot(id).IsOk());
       ASSERT_TRUE(B().RemoveSnapshot(id).IsOk());
       ASSERT_TRUE(B().image->MountAgain(true));

@@ -43,6 +43,14 @@ class Database {
     db_.Exec("ROLLBACK");  // without it the next transaction could not begin
     return failure;
   }
+  // The same for what a power cut may take back, as nobody rests on it before something is written
+  // that is durable: it waits for no disk.
+  template <class Steps>
+  Status TransactLoosely(Steps&& steps) const {
+    if (!db_.Exec("PRAGMA synchronous = NORMAL")) return Result(false);
+    Status status = Transact(std::forward<Steps>(steps));
+    return db_.Exec("PRAGMA synchronous = FULL") ? status : Result(false);
+  }
 
  private:
   VrelDRCore::SqliteDB db_;

@@ -41,7 +41,7 @@ Status PlanStore::WriteJournal(const std::string& planId, const JournalRow& row)
 
 Status PlanStore::WriteSyncReport(const std::string& planId, const SyncRow& row,
                                   int progress) const {
-  return db_.Transact([&](const Records& records) {
+  return db_.TransactLoosely([&](const Records& records) {
     return records.syncs.Replace(planId, row) && records.journals.SetProgress(planId, progress);
   });
 }

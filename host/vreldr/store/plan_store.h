@@ -52,7 +52,8 @@ class PlanStore {
   Status GetSyncReport(const std::string& planId, std::optional<SyncRow>& row) const {
     return db_.Result(db_.GetRecords().syncs.Get(planId, row));
   }
-  // Writes the report anew, and the progress of the operation that the sync is, or is a part of.
+  // Writes the report anew, and the progress of the operation that the sync is, or is a part of. On
+  // disk with what is written next, such as the journal at the operation's end.
   Status WriteSyncReport(const std::string& planId, const SyncRow& row, int progress) const;
 
   // In the order in which they were made.

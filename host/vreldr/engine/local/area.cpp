@@ -1,5 +1,8 @@
 #include "engine/local/area.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <vector>
 
@@ -14,9 +17,9 @@ Fd OpenArea(int ownFd, const char* area, const TargetPlace& target) {
   return parent ? OpenDir(parent.Get(), target.locator) : Fd();
 }
 
-Fd OpenOrMakeArea(int ownFd, const char* area, const TargetPlace& target) {
+Fd OpenOrMakeArea(int ownFd, const char* area, const TargetPlace& target, bool* isMade) {
   const Fd parent = OpenOrMakeDir(ownFd, area);
-  return parent ? OpenOrMakeDir(parent.Get(), target.locator) : Fd();
+  return parent ? OpenOrMakeDir(parent.Get(), target.locator, isMade) : Fd();
 }
 
 int RemoveArea(int ownFd, const char* areaName, const TargetPlace& target) {
@@ -33,6 +36,15 @@ int RemoveArea(int ownFd, const char* areaName, const TargetPlace& target) {
   }
   if (const int error = RemoveTree(parent.Get(), target.locator)) return error;
   return VrelHost::SyncFd(parent.Get());
+}
+
+int RemoveEmptyArea(int ownFd, const char* areaName, const TargetPlace& target) {
+  const Fd parent = OpenDir(ownFd, areaName);
+  if (!parent) return errno == ENOENT ? 0 : errno;
+  if (unlinkat(parent.Get(), target.locator.c_str(), AT_REMOVEDIR) == 0 || errno == ENOENT) {
+    return 0;
+  }
+  return errno == ENOTEMPTY || errno == EEXIST ? RemoveArea(ownFd, areaName, target) : errno;
 }
 
 }  // namespace VrelDR::Local

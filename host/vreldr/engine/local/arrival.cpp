@@ -55,6 +55,13 @@ int Unmark(int incomingFd, const std::string& snapId) {
   return SyncFd(incomingFd);
 }
 
+int RemoveMarks(int incomingFd, const std::string& snapId) {
+  for (const std::string& name : {MarkOf(snapId), ChangeMark::NameOf(snapId)}) {
+    if (unlinkat(incomingFd, name.c_str(), 0) != 0 && errno != ENOENT) return errno;
+  }
+  return 0;
+}
+
 int DropArrived(int incomingFd, const std::string& keepSnapId) {
   std::vector<std::string> names;
   int error = ListDir(incomingFd, names);

@@ -17,6 +17,9 @@ int MarkWhole(int incomingFd, const std::string& snapId);
 int IsMarkedWhole(int incomingFd, const std::string& snapId, bool& whole);
 // Takes that back, durably, before the snapshot is changed.
 int Unmark(int incomingFd, const std::string& snapId);
+// Removes what stands beside a snapshot that is a target's by now; the next sync brings that to
+// disk.
+int RemoveMarks(int incomingFd, const std::string& snapId);
 // Removes, durably, <own>/incoming/<target> with all in it. Nothing there is fine.
 int RemoveIncoming(int ownFd, const TargetPlace& target);
 // Removes, durably, what has arrived of all snapshots but `keepSnapId`, which may be empty.

@@ -10,7 +10,6 @@
 #include "base/kill_point.h"
 #include "engine/local/change_attributes.h"
 #include "engine/local/directory.h"
-#include "engine/local/file_data.h"
 #include "engine/local/file_read.h"
 #include "engine/local/freeze.h"
 #include "engine/local/tree_remove.h"
@@ -61,7 +60,6 @@ Status ChangeApply::EndEntry() {
 Status ChangeApply::Begin(ChangePoint& point) {
   point = resumed_ = mark_.GetReached();
   name_ = kSelf;
-  shares_blocks_ = CanShareBlocks(place_.top_fd);
   const int error = MakeAsNew(place_.top_fd);
   return error == 0 ? Status() : Fail(error);
 }
@@ -171,7 +169,7 @@ Status ChangeApply::BeginFileOnBase(const std::string& name, std::uint64_t size,
   }
   if (!status.IsOk()) return status;
   file_ = std::make_unique<ChangedFile>(maker_, std::move(file), size);
-  return file_->BeginOnBase(std::move(base), baseSize, shares_blocks_, from, can_go_on_);
+  return file_->BeginOnBase(std::move(base), baseSize, place_.shares_blocks, from, can_go_on_);
 }
 
 Status ChangeApply::Data(std::uint64_t offset, std::span<const char> bytes) {

@@ -36,6 +36,7 @@ class ChangeApply : public ChangeSink {
     std::string path;         // of the top, in messages
     std::string volume_path;  // of the volume, in messages
     bool is_frozen;           // whether files get the flag
+    bool shares_blocks;       // whether files of the file system can
   };
 
   // `mark` was read or begun. `listener`, which may be null, hears all data of files; no blocks are
@@ -87,7 +88,6 @@ class ChangeApply : public ChangeSink {
   ChangeMark& mark_;
   ChangeProgress& progress_;
   FileMaker maker_;
-  bool shares_blocks_ = false;
   ChangePoint resumed_;
   std::uint64_t ended_ = 0;
   std::vector<Level> levels_;

@@ -66,7 +66,9 @@ int ChangeMark::Read(bool& isThere) {
 
 int ChangeMark::Begin() {
   reached_ = kept_ = {};
-  const int error = Write(kept_);
+  // A file of its own: of one that a power cut leaves half nobody takes the old numbers.
+  if (unlinkat(incoming_fd_, name_.c_str(), 0) != 0 && errno != ENOENT) return errno;
+  const int error = Write(name_, kept_);
   return error == 0 ? VrelHost::SyncFd(incoming_fd_) : error;
 }
 
@@ -86,24 +88,23 @@ ChangePoint ChangeMark::GetReached() const {
 }
 
 void ChangeMark::Keep(const ChangePoint& point) {
-  if (point == kept_ || Write(point) != 0) return;
-  kept_ = point;
+  if (point == kept_) return;
+  // Its bytes first, so that under its name there is never half of it.
+  const std::string fresh = name_ + ".new";
+  if (Write(fresh, point) != 0) return;
+  if (renameat(incoming_fd_, fresh.c_str(), incoming_fd_, name_.c_str()) == 0) kept_ = point;
 }
 
-int ChangeMark::Write(const ChangePoint& point) {
+int ChangeMark::Write(const std::string& name, const ChangePoint& point) const {
   std::string text(kFirst);
   text += '\n' + base_id_ + '\n';
   text += std::to_string(point.ended) + '\n';
   text += std::to_string(point.offset) + '\n';
   text += kLast;
   text += '\n';
-  // Its bytes first, so that under its name there is never half of it.
-  const std::string fresh = name_ + ".new";
   constexpr int kFlags = O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC;
-  const Fd file(openat(incoming_fd_, fresh.c_str(), kFlags, 0600));
-  if (!file) return errno;
-  if (const int error = VrelHost::WriteAndSync(file.Get(), text)) return error;
-  return renameat(incoming_fd_, fresh.c_str(), incoming_fd_, name_.c_str()) == 0 ? 0 : errno;
+  const Fd file(openat(incoming_fd_, name.c_str(), kFlags, 0600));
+  return file ? VrelHost::WriteAndSync(file.Get(), text) : errno;
 }
 
 }  // namespace VrelDR::Local

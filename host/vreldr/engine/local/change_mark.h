@@ -36,7 +36,7 @@ class ChangeMark {
   void Keep(const ChangePoint& point);
 
  private:
-  int Write(const ChangePoint& point);
+  int Write(const std::string& name, const ChangePoint& point) const;
 
   int incoming_fd_;
   std::string name_, base_id_;

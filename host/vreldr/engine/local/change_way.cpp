@@ -7,6 +7,7 @@
 #include "engine/local/change_source.h"
 #include "engine/local/directory.h"
 #include "engine/local/extent_changes.h"
+#include "engine/local/file_data.h"
 #include "engine/local/rsync.h"
 #include "engine/local/ship_digests.h"
 #include "engine/local/subvolume.h"
@@ -56,7 +57,7 @@ Status ChangeWay::Bring(Shipment& shipment, WriteBack& writeBack, bool& hasArriv
     // What is there goes on without it.
     return OfSink(ChangeMark::Remove(sink_.GetIncomingFd(), snap_id_));
   }
-  Ends ends{source_.GetFd(), base.Get(), baseThere.Get(), 0};
+  Ends ends{source_.GetFd(), base.Get(), baseThere.Get(), CanShareBlocks(sink_.GetIncomingFd()), 0};
   // What begins this way may have to end another way: it has the limits of that one.
   const std::string path = source_.GetPath();
   status = MeasureTree(path, RsyncLimits(path), shipment.GetWatch(), ends.total);
@@ -116,8 +117,8 @@ Status ChangeWay::Try(const Ends& ends, ChangeFinder& finder, ShipDigests& diges
   const bool isFresh = mark.GetReached() == ChangePoint();
   ChangeProgress progress(shipment, ends.total);
   ChangeApply sink({top.Get(), ends.base_there_fd, sink_.GetIncomingPath(), sink_.GetVolumePath(),
-                    !IsSubvolume(top.Get())},
-                   mark, digests.BeginArrival(), progress);
+                    !IsSubvolume(top.Get()), ends.shares_blocks},
+                   mark, digests.BeginArrival(ends.shares_blocks), progress);
   ChangeSource source(ends.snapshot_fd, ends.base_fd, source_.GetPath(), finder, digests.GetCheck(),
                       progress);
   Status status;

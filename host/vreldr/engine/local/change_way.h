@@ -32,6 +32,7 @@ class ChangeWay {
   // Where it begins, and between what.
   struct Ends {
     int snapshot_fd, base_fd, base_there_fd;
+    bool shares_blocks;   // whether files that arrive can
     std::uint64_t total;  // the bytes of all files
   };
   // Tells the snapshot once, from where the mark is. `cannot` says of a failure that it cannot be

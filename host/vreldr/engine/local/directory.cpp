@@ -24,8 +24,10 @@ Fd OpenDir(int parentFd, const std::string& name) {
   return OpenEntry(parentFd, name, O_RDONLY | O_DIRECTORY);
 }
 
-Fd OpenOrMakeDir(int parentFd, const std::string& name) {
-  if (mkdirat(parentFd, name.c_str(), 0700) != 0 && errno != EEXIST) return Fd();
+Fd OpenOrMakeDir(int parentFd, const std::string& name, bool* isMade) {
+  const bool made = mkdirat(parentFd, name.c_str(), 0700) == 0;
+  if (!made && errno != EEXIST) return Fd();
+  if (isMade != nullptr) *isMade = made;
   return OpenDir(parentFd, name);
 }
 

@@ -25,8 +25,8 @@ Fd Reopen(int fd, int flags);
 // Opens a directory for looking into it; never follows a link. False with errno set on a failure.
 Fd OpenDir(int parentFd, const std::string& name);
 
-// Opens `name` below `parentFd`, making it with mode 0700 when it is missing.
-Fd OpenOrMakeDir(int parentFd, const std::string& name);
+// Opens `name` below `parentFd`, making it with mode 0700 when it is missing; `isMade` tells that.
+Fd OpenOrMakeDir(int parentFd, const std::string& name, bool* isMade = nullptr);
 
 // Appends the names in a directory, without "." and "..". 0 or an errno.
 int ListDir(int dirFd, std::vector<std::string>& names);

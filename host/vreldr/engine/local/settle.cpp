@@ -10,8 +10,8 @@
 
 namespace VrelDR::Local {
 
-Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
-              WriteBack& writeBack, const std::string& path, Below below) {
+Status BeginSettling(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
+                     const std::string& path, Below below) {
   const Fd copy = OpenDir(fromFd, name);
   int error = copy ? 0 : errno;
   if (copy && IsSubvolume(copy.Get())) {
@@ -26,7 +26,7 @@ Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& 
   }
   if (error != 0) return StatusOfErrno(error, path);
   KillPoint(steps.renamed);
-  return FinishSettling(toFd, name, writeBack, path);
+  return {};
 }
 
 Status FinishSettling(int toFd, const std::string& name, WriteBack& writeBack,

@@ -16,12 +16,14 @@ struct SettleSteps {
 enum class Below { kLoose, kFixed };
 
 // Makes the finished copy `name` in the directory `fromFd`, all of which is on disk, a snapshot in
-// `toFd`: durably, read-only where the system can do that, and there as a whole or not at all. Of a
-// subvolume something may stay behind in `fromFd`. `path` names the volume.
-Status Settle(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
-              WriteBack& writeBack, const std::string& path, Below below = Below::kLoose);
+// `toFd`, read-only where the system can do that, in two steps. After the first one it is there as
+// a whole or not at all; of a subvolume something may stay behind in `fromFd`. `path` names the
+// volume.
+Status BeginSettling(int fromFd, const std::string& name, int toFd, const SettleSteps& steps,
+                     const std::string& path, Below below);
 
-// Does what Settle does last, in case that it was interrupted before: `name` is in `toFd` already.
+// The second one: it is on disk, with all that was done in between. Also goes on where an earlier
+// call was interrupted.
 Status FinishSettling(int toFd, const std::string& name, WriteBack& writeBack,
                       const std::string& path);
 

@@ -1,7 +1,6 @@
 #include "engine/local/ship_digests.h"
 
 #include "engine/local/digest_compare.h"
-#include "engine/local/file_data.h"
 #include "engine/local/kept_digests.h"
 
 namespace VrelDR::Local {
@@ -24,10 +23,10 @@ Status ShipDigests::Open() {
   return status;
 }
 
-DataListener* ShipDigests::BeginArrival() {
+DataListener* ShipDigests::BeginArrival(bool sharesBlocks) {
   keeper_.reset();
   writer_.reset();
-  if (is_given_up_ || CanShareBlocks(sink_.GetIncomingFd())) return nullptr;
+  if (is_given_up_ || sharesBlocks) return nullptr;
   // Those of one size of chunks can be compared.
   const std::uint32_t chunkSize = snapshot_ ? snapshot_->GetChunkSize() : kDigestChunk;
   writer_.emplace(sink_.GetIncomingFd(), DigestsName(snap_id_), chunkSize);

@@ -29,8 +29,9 @@ class ShipDigests {
   ChangeFinder* GetFinder() { return finder_ ? &*finder_ : nullptr; }
   // Hears what is read; null when the snapshot is without.
   DataListener* GetCheck() { return check_ ? &*check_ : nullptr; }
-  // Hears, from the first file on, what arrives; null where it has no digests.
-  DataListener* BeginArrival();
+  // Hears, from the first file on, what arrives; null where files share blocks, as there are no
+  // digests there.
+  DataListener* BeginArrival(bool sharesBlocks);
   // Ends that for the sake of the room that it has taken up; false when it has taken up none.
   bool GiveUp();
   // All has arrived: writes its digests to their end, and fails when they are not those that the

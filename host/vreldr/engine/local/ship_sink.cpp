@@ -39,7 +39,7 @@ Status ShipSink::Open(Watcher& watcher) {
     if (!status.IsOk()) return status;
   }
   snapshots_ = OpenOrMakeArea(there_.own.Get(), kSnapshots, replica_);
-  if (snapshots_) incoming_ = OpenOrMakeArea(there_.own.Get(), kIncoming, replica_);
+  if (snapshots_) incoming_ = OpenOrMakeArea(there_.own.Get(), kIncoming, replica_, &is_new_);
   return incoming_ ? Status() : StatusOfErrno(errno, GetVolumePath());
 }
 
@@ -67,7 +67,8 @@ std::string ShipSink::GetIncomingDirPath() const {
 }
 
 Status ShipSink::Unmark() const {
-  int error = Local::Unmark(incoming_.Get(), snap_id_);
+  // Where nothing was on its way nothing is marked, on disk either: Clear sees to that.
+  int error = is_new_ ? 0 : Local::Unmark(incoming_.Get(), snap_id_);
   if (error == 0) error = RemoveTree(incoming_.Get(), DigestsName(snap_id_));
   if (error == 0) error = RemoveDigests(there_.own.Get(), replica_, snap_id_);
   return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
@@ -110,15 +111,24 @@ Status ShipSink::MarkWhole() const {
 }
 
 Status ShipSink::Settle(WriteBack& writeBack, Below below) const {
-  if (is_there_) return FinishSettling(snapshots_.Get(), snap_id_, writeBack, GetVolumePath());
-  PlaceDigests(incoming_.Get(), there_.own.Get(), replica_, snap_id_);
-  KillPoint(kShipDigestsPlaced);
-  return Local::Settle(incoming_.Get(), snap_id_, snapshots_.Get(), kShipSteps, writeBack,
-                       GetVolumePath(), below);
+  if (!is_there_) {
+    PlaceDigests(incoming_.Get(), there_.own.Get(), replica_, snap_id_);
+    KillPoint(kShipDigestsPlaced);
+    Status status = BeginSettling(incoming_.Get(), snap_id_, snapshots_.Get(), kShipSteps,
+                                  GetVolumePath(), below);
+    if (!status.IsOk()) return status;
+  }
+  // On disk with what comes last. Should they go without the name of the snapshot getting there,
+  // it is compared once more.
+  if (const int error = RemoveMarks(incoming_.Get(), snap_id_)) {
+    return StatusOfErrno(error, GetVolumePath());
+  }
+  return FinishSettling(snapshots_.Get(), snap_id_, writeBack, GetVolumePath());
 }
 
 Status ShipSink::Clear() const {
-  const int error = RemoveIncoming(there_.own.Get(), replica_);
+  int error = DropArrived(incoming_.Get(), {});
+  if (error == 0) error = RemoveEmptyArea(there_.own.Get(), kIncoming, replica_);
   return error == 0 ? Status() : StatusOfErrno(error, GetVolumePath());
 }
 

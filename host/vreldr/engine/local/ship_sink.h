@@ -54,7 +54,7 @@ class ShipSink {
   Status MarkWhole() const;
   // Makes what has arrived as a whole one of the replica's snapshots, durably; once more is fine.
   Status Settle(WriteBack& writeBack, Below below) const;
-  // Removes what is on its way, of other snapshots too.
+  // Removes what is on its way, of other snapshots too, durably.
   Status Clear() const;
 
  private:
@@ -63,6 +63,7 @@ class ShipSink {
   const std::string& snap_id_;
   VolumeDir::Opened there_;
   Fd snapshots_, incoming_;
+  bool is_new_ = false;  // the place where snapshots arrive
   bool is_there_ = false;
   bool has_arrived_ = false;
   bool is_whole_ = false;
