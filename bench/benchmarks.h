@@ -20,6 +20,7 @@ void RegisterScript(Workplace& place);
 // The same of the stand-alone host's and the tool's works; their volumes and groups are made in
 // `dir`.
 void RegisterShip(const std::filesystem::path& dir);
+void RegisterShipTree(const std::filesystem::path& dir);
 void RegisterPlans(const std::filesystem::path& dir);
 void RegisterCut(const std::filesystem::path& dir);
 void RegisterRealCreation(const std::filesystem::path& dir);

@@ -24,7 +24,8 @@ The other options are those of Google Benchmark. Exits with 0 unless a benchmark
 How it is counted: both sides run in turn, once per round; the ratio is the median of the rounds'
 ratios. Sending is a sync of a plan, beside a snapshot by hand (btrfs subvolume snapshot; cp) that
 is sent by hand (btrfs send | btrfs receive; rsync with the same options) and brought to disk, of
-an image of the same size and changes on the same volumes. The precheck and the status are the
+an image of the same size and changes on the same volumes; trees of small files are copied (cp) and
+sent by rsync onto a copy of the last that has arrived. The precheck and the status are the
 tool's, of a group on two directories; the raw side reads every record of the same targets and
 plans over one connection and looks whether their bytes are there. A cut is that of the host, of
 empty shares that were just written to, beside "btrfs subvolume snapshot" of each after the other.
@@ -52,6 +53,7 @@ int Run(const std::filesystem::path& dir) {
   bench::RegisterRealCreation(place / "created");
   bench::RegisterHeldCut(place / "held");
   bench::RegisterShip(place / "ship");
+  bench::RegisterShipTree(place / "trees");
   bench::RegisterYear(place / "year");
   bench::RegisterYearOfGroups(place / "year");
   const int status = bench::RunRegistered();

@@ -1,9 +1,6 @@
 #include <fcntl.h>
 #include <unistd.h>
-#include <vreldr/operation.h>
-#include <vreldr/plan.h>
-#include <vreldr/target_manager.h>
-#include <vreldr/target_operation.h>
+#include <vreldr/target.h>
 
 #include <algorithm>
 #include <memory>
@@ -15,6 +12,7 @@
 #include "changed_blocks.h"
 #include "loop_volume.h"
 #include "measure.h"
+#include "sync_pair.h"
 
 namespace bench {
 
@@ -59,10 +57,6 @@ class Image {
   std::mt19937_64 random_{1};  // the same bytes on both sides, every time
 };
 
-void Require(bool worked, const VrelDRCore::ErrRecorder& recorder) {
-  if (!worked) throw std::runtime_error(recorder.GetErrMsg().toStyledString());
-}
-
 // One side of the measurement: a snapshot of what has changed, on both volumes.
 class Side {
  public:
@@ -74,41 +68,15 @@ class Side {
 
 class Ours : public Side {
  public:
-  explicit Ours(std::string& imagePath) {
-    const VrelDR::TargetManager targets;
-    Require(targets.Create({VrelDR::Target(kTarget, VrelDR::kTargetLun), "a", kImageSize, {}}),
-            targets);
-    VrelDR::TargetEntry entry;
-    Require(targets.Get(kTarget, entry), targets);
-    imagePath = entry.path;
-    VrelDR::DRPlan plan;
-    plan.SetSolutionType(VrelDR::kSolutionGroup);
-    plan.SetProtectedTargetType(VrelDR::kTargetLun);
-    plan.SetScheduleMode(VrelDR::kScheduleAsyncGroup);
-    plan.SetStatus(VrelDR::kPlanNormal);
-    plan.SetProtectedTargetId(kTarget);
-    VrelDR::Operation::PlanLocalCreate create(plan, "b", "", {}, {}, {});
-    Require(create.Run(false), create);
-    std::vector<VrelDR::DRPlan> plans;
-    if (VrelDR::PlanAPI::ListPlans(plans) != 0) throw std::runtime_error("no plan was made");
-    plan_ = plans.front();
+  explicit Ours(std::string& imagePath) : target_(kTarget, VrelDR::kTargetLun, kImageSize) {
+    imagePath = target_.GetPath();
   }
 
-  bool Run() override {
-    return VrelDR::Operation::PlanSync(plan_.GetPlanId(), VrelDR::DataSyncParam()).Run(false);
-  }
-
-  void RemoveOld() override {
-    for (const std::string& target : {plan_.GetProtectedTargetId(), plan_.GetDRTargetId()}) {
-      const VrelDR::TargetOperation operation(VrelDR::kTargetLun, target);
-      std::vector<VrelDR::Operation::Snapshot> snapshots = operation.ListSnapshots();
-      if (!snapshots.empty()) snapshots.pop_back();
-      for (const auto& each : snapshots) Require(operation.DeleteSnapshot(each.snap_id), operation);
-    }
-  }
+  bool Run() override { return target_.Sync(); }
+  void RemoveOld() override { target_.RemoveOld(); }
 
  private:
-  VrelDR::DRPlan plan_;
+  PlannedTarget target_;
 };
 
 // The same by hand, by the fastest means that the file system has.
