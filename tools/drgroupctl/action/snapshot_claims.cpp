@@ -3,6 +3,7 @@
 #include <set>
 
 #include "action/plans.h"
+#include "groups/group_store.h"
 #include "groups/known_snapshots.h"
 #include "output/text.h"
 
@@ -19,8 +20,11 @@ std::set<std::string> IdsOf(const std::vector<VrelDR::Operation::Snapshot>& snap
 }  // namespace
 
 SnapshotClaims::SnapshotClaims(const std::string& target,
-                               const std::vector<VrelDR::Operation::Snapshot>& snapshots)
-    : target_(target), recorded_(IdsOf(snapshots)), doubts_(recorded_.Doubts()) {
+                               const std::vector<VrelDR::Operation::Snapshot>& snapshots,
+                               Evidence evidence)
+    : target_(target),
+      recorded_(IdsOf(snapshots), evidence, GroupsOfTargets({target})),
+      doubts_(recorded_.Doubts()) {
   try {
     for (const VrelDR::DRPlan& plan : PlansOf(target)) {
       std::set<std::string> needed;

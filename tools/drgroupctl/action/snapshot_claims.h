@@ -19,7 +19,7 @@ class SnapshotClaims {
  public:
   // Asks the catalogues and the plans of the target about these.
   SnapshotClaims(const std::string& target,
-                 const std::vector<VrelDR::Operation::Snapshot>& snapshots);
+                 const std::vector<VrelDR::Operation::Snapshot>& snapshots, Evidence evidence);
 
   // Each as it stands behind the snapshot's name, such as "is locked". What cannot be told is a
   // claim on every snapshot, and stands in no list of them.

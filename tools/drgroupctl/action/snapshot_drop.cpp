@@ -67,7 +67,8 @@ std::vector<Drop> FindDrops(const VrelDR::Target& target, const std::vector<std:
     const bool isNamed = std::find(names.begin(), names.end(), each.snap_id) != names.end();
     if (names.empty() ? IsLikeLeft(each) : isNamed) asked.push_back(each);
   }
-  const SnapshotClaims claims(target.GetId(), asked);
+  const SnapshotClaims claims(target.GetId(), asked,
+                              names.empty() ? Evidence::kFirst : Evidence::kAll);
   for (const Failure& each : claims.Doubts()) throw Failure(each);
   for (const std::string& each : names) CheckNamed(target.GetId(), each, snapshots, claims);
   std::vector<Drop> drops;

@@ -181,6 +181,14 @@ std::vector<std::string> ListGroupIds() {
   return ids;
 }
 
+std::vector<std::string> LikelyFirst(const std::vector<std::string>& likely) {
+  std::vector<std::string> ids = ListGroupIds();
+  std::stable_partition(ids.begin(), ids.end(), [&likely](const std::string& each) {
+    return std::find(likely.begin(), likely.end(), each) != likely.end();
+  });
+  return ids;
+}
+
 std::string GroupDirectory(const std::string& groupId) {
   const std::string link = LinkPath(groupId);
   std::error_code error;

@@ -58,6 +58,9 @@ std::string DefaultDirectory(const std::string& groupId);
 // The names in the link root, sorted; empty when there is none yet.
 std::vector<std::string> ListGroupIds();
 
+// The same with those first that are `likely`, of which those that there are not are passed over.
+std::vector<std::string> LikelyFirst(const std::vector<std::string>& likely);
+
 // Where the group's link leads. Throws when there is no such group or its link is no use.
 std::string GroupDirectory(const std::string& groupId);
 

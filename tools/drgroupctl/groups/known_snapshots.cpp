@@ -3,7 +3,6 @@
 #include <vreldr/report.h>
 #include <vreldrgroup/snapshot/gsnap_op.h>
 
-#include <algorithm>
 #include <map>
 #include <optional>
 #include <utility>
@@ -96,12 +95,8 @@ std::set<std::string> RecordedAmong(std::set<std::string> snapIds) {
 
 std::set<std::string> AllRecordedAmong(std::set<std::string> snapIds,
                                        const std::vector<std::string>& likely) {
-  std::vector<std::string> groups = ListGroupIds();
-  std::stable_partition(groups.begin(), groups.end(), [&likely](const std::string& each) {
-    return std::find(likely.begin(), likely.end(), each) != likely.end();
-  });
   std::set<std::string> recorded;
-  for (const std::string& groupId : groups) {
+  for (const std::string& groupId : LikelyFirst(likely)) {
     RequireCatalogue(groupId, Access::kRead);
     MoveRecorded(groupId, snapIds, recorded);
   }

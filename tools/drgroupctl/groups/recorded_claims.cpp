@@ -8,11 +8,14 @@
 
 namespace drgroupctl {
 
-RecordedClaims::RecordedClaims(const std::set<std::string>& snapIds) {
+RecordedClaims::RecordedClaims(std::set<std::string> snapIds, Evidence evidence,
+                               const std::vector<std::string>& likely) {
   if (snapIds.empty()) return;
-  for (const std::string& groupId : ListGroupIds()) {
+  for (const std::string& groupId : LikelyFirst(likely)) {
     try {
       Read(groupId, snapIds);
+      if (evidence == Evidence::kAll) continue;
+      std::erase_if(snapIds, [this](const auto& each) { return claims_.contains(each); });
     } catch (Failure& failure) {
       failure.message =
           "which snapshots group " + Quote(groupId) + " records cannot be told: " + failure.message;

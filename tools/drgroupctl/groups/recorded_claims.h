@@ -16,11 +16,17 @@ struct RecordedClaim {
   std::string text;  // 'is recorded in group snapshot "g-gsnap-1", which is locked'
 };
 
+// How much is found out of each target snapshot: one claim is enough to let it stay, and spares the
+// other catalogues the question.
+enum class Evidence { kAll, kFirst };
+
 // What the catalogues of all groups record of some target snapshots. Each is asked about those
 // alone.
 class RecordedClaims {
  public:
-  explicit RecordedClaims(const std::set<std::string>& snapIds);
+  // `likely` are the groups that record most of them; they are asked first.
+  explicit RecordedClaims(std::set<std::string> snapIds, Evidence evidence = Evidence::kAll,
+                          const std::vector<std::string>& likely = {});
 
   const std::vector<RecordedClaim>& On(const std::string& snapId) const;
   // Of the catalogues that cannot be read: each may record any of the snapshots.

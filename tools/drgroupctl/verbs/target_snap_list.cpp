@@ -35,7 +35,8 @@ Report RunTargetSnapList(const Arguments& args, Warnings& warnings) {
   const VrelDR::TargetOperation operation(target);
   const std::vector<Snapshot> snapshots = operation.ListSnapshots();
   if (operation.GetErrCode() != 0) ThrowHostError(operation);
-  const SnapshotClaims claims(target.GetId(), snapshots);
+  const SnapshotClaims claims(target.GetId(), snapshots,
+                              args.Has("--unclaimed") ? Evidence::kFirst : Evidence::kAll);
   for (const Failure& each : claims.Doubts()) warnings.Print(each.message);
   std::size_t unclaimed = 0;
   Json::Value rows(Json::arrayValue);
