@@ -83,16 +83,17 @@ class DocumentsTest : public ToolTest {
 TEST_F(DocumentsTest, HelpListsEveryVerb) {
   EXPECT_THAT(
       VerbsOfHelp(),
-      ElementsAre(
-          "host init", "volume init", "volume list", "target create", "target import",
-          "target list", "target remove", "target prune", "target snap-list", "target snap-remove",
-          "group create", "group list", "group show", "group add", "group remove", "group quiesce",
-          "group retention", "group rename", "group relink", "group upgrade", "group delete",
-          "snapshot create", "snapshot list", "snapshot show", "snapshot edit", "snapshot restore",
-          "snapshot clone", "snapshot delete", "snapshot repair", "snapshot ship", "snapshot sync",
-          "snapshot prune", "protect", "sync", "stop", "status", "metrics", "history", "switchover",
-          "failover", "reprotect", "edit", "unprotect", "plan list", "plan show", "plan delete",
-          "plan promote", "plan drop-arrived", "plan drop-shipment", "action run"));
+      ElementsAre("host init", "volume init", "volume list", "target create", "target import",
+                  "target list", "target remove", "target prune", "target snap-list",
+                  "target snap-remove", "group create", "group list", "group show", "group add",
+                  "group remove", "group quiesce", "group retention", "group rename",
+                  "group relink", "group upgrade", "group delete", "snapshot create",
+                  "snapshot list", "snapshot show", "snapshot edit", "snapshot restore",
+                  "snapshot diff", "snapshot clone", "snapshot delete", "snapshot repair",
+                  "snapshot ship", "snapshot sync", "snapshot prune", "protect", "sync", "stop",
+                  "status", "metrics", "history", "switchover", "failover", "reprotect", "edit",
+                  "unprotect", "plan list", "plan show", "plan delete", "plan promote",
+                  "plan drop-arrived", "plan drop-shipment", "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {

@@ -31,6 +31,7 @@ const std::vector<Verb>& Verbs() {
       SnapshotShow(),
       SnapshotEdit(),
       SnapshotRestore(),
+      SnapshotDiff(),
       SnapshotClone(),
       SnapshotDelete(),
       SnapshotRepair(),

@@ -31,6 +31,7 @@ Verb GroupDelete();
 Verb SnapshotCreate();
 Verb SnapshotList();
 Verb SnapshotShow();
+Verb SnapshotDiff();
 Verb SnapshotEdit();
 Verb SnapshotRestore();
 Verb SnapshotClone();
