@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 
 #include "action/recorded_run.h"
 #include "command/command_line.h"
@@ -19,14 +20,17 @@ std::unique_ptr<Formatter> MakeFormatter(bool json) {
   return json ? MakeJsonFormatter() : MakeTableFormatter();
 }
 
-int Run(const std::vector<std::string>& words, Warnings& warnings) {
+// The run that the verb is stays in `run`.
+int Run(const std::vector<std::string>& words, std::optional<RecordedRun>& run,
+        Warnings& warnings) {
   const Command command = ParseCommandLine(words);
   if (command.verb == nullptr) {
     PrintOut(WantsJson(words) ? FormatDocument(command.document) : command.text);
     return static_cast<int>(ExitCode::kDone);
   }
   const VrelDR::Session session;
-  const Report report = RecordedRun(*command.verb, command.arguments, warnings).Run();
+  run.emplace(*command.verb, command.arguments, warnings);
+  const Report report = run->Run();
   PrintOut(MakeFormatter(command.arguments.Has("--json"))->Format(report, warnings.Printed()));
   return report.GetExitCode();
 }
@@ -44,9 +48,10 @@ int Tell(const Failure& failure, const std::vector<std::string>& words, const Wa
 
 int RunTool(const std::vector<std::string>& words) {
   Warnings warnings;
+  std::optional<RecordedRun> run;  // tells the group's hook last of all
   try {
     try {
-      return Run(words, warnings);
+      return Run(words, run, warnings);
     } catch (const Failure& failure) {
       return Tell(failure, words, warnings);
     }

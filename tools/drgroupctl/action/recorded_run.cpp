@@ -83,15 +83,30 @@ std::optional<long> LagOf(const std::string& groupId) {
 }  // namespace
 
 RecordedRun::RecordedRun(const Verb& verb, const Arguments& args, Warnings& warnings)
-    : verb_(verb), args_(args), warnings_(warnings), kind_(KindOf(verb, args)) {
+    : run_(verb.run), args_(args), warnings_(warnings), kind_(KindOf(verb, args)) {
   if (!kind_.empty()) group_id_ = GroupOf(args);
 }
 
 void RecordedRun::Begin() {
   if (kind_.empty()) return;
   try {
-    entry_ = std::make_unique<HistoryEntry>(LoadGroup(group_id_).directory, kind_);
+    Group group = LoadGroup(group_id_);
+    entry_ = std::make_unique<HistoryEntry>(group.directory, kind_);
+    hook_ = std::move(group.hook);
   } catch (const Failure&) {  // without a group there is no history; the verb tells of it
+  }
+}
+
+RecordedRun::~RecordedRun() {
+  if (event_ && !hook_.empty()) TellHook(hook_, *event_, warnings_);
+}
+
+void RecordedRun::End(const HistoryRun& run) {
+  entry_->End(run);
+  const bool hasFailed = run.result == RunResult::kFailed;
+  const bool isRecovery = run.result == RunResult::kDone && entry_->IsAfterFailure();
+  if (hasFailed || isRecovery) {
+    event_ = {group_id_, kind_, hasFailed ? "failed" : "recovered", run.exit_code, run.message};
   }
 }
 
@@ -105,14 +120,14 @@ Report RecordedRun::Run() {
         static_cast<long>(std::chrono::duration_cast<std::chrono::milliseconds>(taken).count());
   };
   try {
-    Report report = verb_.run(args_, warnings_);
+    Report report = run_(args_, warnings_);
     stop();
     if (!entry_) return report;
     run.result = RunResult::kDone;
     run.sent_bytes = SentBytes(report);
     run.gsnap_id = GsnapOf(report, args_);
     if (run.sent_bytes) run.lag_seconds = LagOf(group_id_);
-    entry_->End(run);
+    End(run);
     if (!entry_->Problem().empty()) {
       warnings_.Print("the history of group " + Quote(group_id_) +
                       " does not have this: " + entry_->Problem());
@@ -129,7 +144,7 @@ Report RecordedRun::Run() {
     run.exit_code = static_cast<int>(failure.code);
     run.message = failure.message;
     run.gsnap_id = GsnapOf({}, args_);
-    entry_->End(run);
+    End(run);
     throw;
   }
 }

@@ -75,6 +75,16 @@ std::string Interpret(const Json::Value& root, Group& group) {
   if (!lastRestore.isNull() && !group.last_restore.FromJson(lastRestore, problem)) {
     return "its \"last_restore\": " + problem;
   }
+  const Json::Value schedule = Member(root, "schedule");
+  if (!schedule.isNull() && !ReadSchedule(schedule, group.schedule, problem)) {
+    return "its \"schedule\": " + problem;
+  }
+  const Json::Value hook = Member(root, "hook");
+  if (!hook.isNull() && !hook.isArray()) return "its \"hook\" is no list of words";
+  for (const Json::Value& word : hook) {
+    if (!word.isString()) return "its \"hook\" has a word that is no text";
+    group.hook.push_back(word.asString());
+  }
   const Json::Value keep = Member(root, "keep");
   if (keep.isNull()) return {};
   try {
@@ -277,6 +287,8 @@ void WriteDefinition(const Group& group) {
   }
   if (!group.keep.IsEmpty()) root["keep"] = ToText(group.keep);
   if (!group.last_restore.IsNone()) root["last_restore"] = group.last_restore.ToJson();
+  if (!group.schedule.empty()) root["schedule"] = ToJson(group.schedule);
+  for (const std::string& word : group.hook) root["hook"].append(word);
   const std::string path = DefinitionPath(group.directory);
   const int error = WriteFileAtomically(path, VrelDRCore::JsonUtil::ToString(root) + "\n");
   if (error != 0) {

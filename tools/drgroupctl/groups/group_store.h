@@ -12,6 +12,7 @@
 
 #include "groups/last_restore.h"
 #include "groups/retention.h"
+#include "groups/schedule.h"
 #include "output/failure.h"
 
 // Groups as the tool keeps them: the group's link directory leads to its database directory, and
@@ -24,6 +25,8 @@ struct Group {
   std::vector<VrelDR::Target> targets;
   VrelDR::QuiesceMeans quiesce = {};  // how its writers are held
   KeepRule keep = {};                 // which group snapshots stay when it is pruned; empty for all
+  Schedule schedule = {};             // what is done with it by the calendar
+  std::vector<std::string> hook = {};  // the program and arguments that are told of failures
   LastRestore last_restore = {};
   // Of targets that were added later, by identifier: the time of the first group snapshot that has
   // to have a part of it.

@@ -170,7 +170,9 @@ void RemoveStore(const std::string& groupId, const std::string& dir) {
   }
   KillPoint(kDeleteUnlinked);
   if (dir.empty()) return;
-  for (const std::string& each : HistoryFiles(dir)) unlink(each.c_str());
+  for (const auto& files : {HistoryFiles(dir), ScheduleFiles(dir)}) {
+    for (const std::string& each : files) unlink(each.c_str());
+  }
   unlink(DeletionPath(dir).c_str());
   try {
     // A directory that the user chose is the user's. One of the host keeps its name when the group

@@ -1,3 +1,4 @@
+#include "command/words.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_rows.h"
 #include "groups/catalogue_view.h"
@@ -48,6 +49,7 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
   report.AddField({"unfinished_restore", "Restore not finished", Shown::kIfAny},
                   last.is_unfinished ? last.gsnap_id : "");
   report.AddField({"undo_gsnap_id", "Undoes the last restore", Shown::kIfAny}, last.before_id);
+  report.AddField({"hook", "Told of failures", Shown::kIfAny}, JoinWords(group.hook));
   AddWriters(report, group.quiesce);
   return report;
 }

@@ -117,7 +117,7 @@ Verb ShowHistory() {
            "each result. The history is the group's own, goes with it when it is renamed and is "
            "deleted with it. A run is done all the same when it cannot be recorded."},
           "Nothing.",
-          {{"GROUP", Value::kGroup, "GROUP", "the group; all when left out"}},
+          {AnyGroup()},
           {Flag("--failed", "only those that failed or were interrupted"),
            {"--last", Value::kText, "N", "how many at most; 50 unless given"}},
           RunHistory};

@@ -194,7 +194,7 @@ Verb Metrics() {
            "With --output a file is replaced as a whole, as the node exporter's collector of text "
            "files wants it."},
           "Nothing but the file that --output names.",
-          {{"GROUP", Value::kGroup, "GROUP", "the group; all when left out"}},
+          {AnyGroup()},
           {{"--output", Value::kPath, "FILE", "where to write; standard output when left out"}},
           RunMetrics};
 }

@@ -29,6 +29,9 @@ inline Parameter Consistency(const char* summary) {
   return {"--consistency", Value::kChoice, "KIND", summary, false, false, ConsistencyNames()};
 }
 
+inline Parameter AnyGroup() {
+  return {"GROUP", Value::kGroup, "GROUP", "the group; all when left out"};
+}
 inline Parameter DryRun() {
   return Flag("--dry-run", "only check every target, and show what was found");
 }

@@ -162,7 +162,7 @@ Verb Status() {
        "warning, and so is a sync that failed while no limit is passed; a copy or a volume out "
        "of reach is wrong. Without a limit the age of snapshots is told and not judged."},
       "Nothing.",
-      {{"GROUP", Value::kGroup, "GROUP", "the group; all when left out"}},
+      {AnyGroup()},
       {Flag("--check", "judge, in one line and the exit code, as monitors want it"),
        {"--max-age", Value::kText, "DURATION",
         "how old the newest group snapshot may be, as 90m, 2h or 1d"},
