@@ -39,14 +39,14 @@ class BadCommandTest : public ToolTest {
 TEST_F(BadCommandTest, UnknownVerbsAreNamed) {
   RunBadly(kUsage, {}, {"a verb is missing", "drgroupctl help"});
   RunBadly(kUsage, {"frobnicate"}, {"\"frobnicate\"", "drgroupctl help"});
-  RunBadly(
-      kUsage, {"group"},
-      {"\"group\"",
-       "create, list, show, add, remove, quiesce, retention, rename, relink, upgrade, delete"});
-  RunBadly(
-      kUsage, {"group", "frobnicate"},
-      {"\"group frobnicate\"",
-       "create, list, show, add, remove, quiesce, retention, rename, relink, upgrade, delete"});
+  RunBadly(kUsage, {"group"},
+           {"\"group\"",
+            "create, list, show, add, remove, quiesce, retention, hook, rename, relink, upgrade, "
+            "delete"});
+  RunBadly(kUsage, {"group", "frobnicate"},
+           {"\"group frobnicate\"",
+            "create, list, show, add, remove, quiesce, retention, hook, rename, relink, upgrade, "
+            "delete"});
   RunBadly(kUsage, {"help", "frobnicate"}, {"\"frobnicate\""});
   RunBadly(kUsage, {""}, {"\"\""});
 }

@@ -48,7 +48,7 @@ TEST_F(GroupTest, CreationMakesTheDefinitionTheCatalogueAndTheLink) {
   EXPECT_TRUE(ListSnapshots().empty());
   const Json::Value shown = RunWell({"group", "show", "g", "--json"}).Json();
   EXPECT_THAT(shown.getMemberNames(),
-              ElementsAre("directory", "group_id", "gsnap_count", "keep", "latest_gsnap_id",
+              ElementsAre("directory", "group_id", "gsnap_count", "hook", "keep", "latest_gsnap_id",
                           "targets", "undo_gsnap_id", "unfinished_restore", "writers"));
   ASSERT_EQ(shown["targets"].size(), 2U);
   EXPECT_THAT(shown["targets"][0].getMemberNames(),
