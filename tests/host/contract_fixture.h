@@ -89,7 +89,7 @@ class EngineContractTest : public ContractTest {
          [&](Watcher& watcher) { return engine.TakeSnapshot(place, "new", watcher); }},
         {"ListSnapshots",
          [&](Watcher& watcher) {
-           SnapshotIds ids;
+           VrelDR::SnapshotIds ids;
            return engine.ListSnapshots(place, ids, watcher);
          }},
         {"RemoveSnapshot",

@@ -55,7 +55,7 @@ TEST_P(EngineContractTest, ManyTargetsAreLookedAtAtOnceAndTellWhatEachAloneWould
 
 TEST_P(EngineContractTest, SnapshotsAreAddedToWhatWasListed) {
   Take(A(), "s1");
-  SnapshotIds ids = {"before"};
+  VrelDR::SnapshotIds ids = {"before"};
   Watcher watcher;
   ExpectGood(A().engine->ListSnapshots(A().place, ids, watcher));
   EXPECT_THAT(ids, UnorderedElementsAre("before", "s1"));

@@ -41,7 +41,7 @@ Status EngineTarget::TakeSnapshot(const std::string& id) const {
 
 std::set<std::string> EngineTarget::Snapshots() const {
   VrelDR::Watcher watcher;
-  SnapshotIds ids;
+  VrelDR::SnapshotIds ids;
   const Status status = engine->ListSnapshots(place, ids, watcher);
   EXPECT_TRUE(status.IsOk()) << status.message;
   return {ids.begin(), ids.end()};
