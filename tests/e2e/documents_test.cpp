@@ -191,8 +191,8 @@ TEST_F(DocumentsTest, TheManualPageFormatsWithoutAWarning) {
 
 TEST_F(DocumentsTest, CompletionOffersEveryVerbAndOption) {
   EXPECT_THAT(Complete({""}),
-              ElementsAre("host", "volume", "target", "group", "snapshot", "protect", "sync",
-                          "stop", "status", "metrics", "history", "switchover", "failover",
+              ElementsAre("host", "volume", "target", "group", "snapshot", "schedule", "protect",
+                          "sync", "stop", "status", "metrics", "history", "switchover", "failover",
                           "reprotect", "edit", "unprotect", "plan", "action", "help"));
   EXPECT_THAT(Complete({"sn"}), ElementsAre("snapshot"));
   for (const std::string& verb : VerbsOfHelp()) {

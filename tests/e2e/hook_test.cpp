@@ -95,9 +95,9 @@ TEST_P(HookTest, ItIsToldOfWhatTheScheduleRuns) {
 TEST_P(HookTest, ItIsSetShownAndTakenAway) {
   MakeGroup();
   EXPECT_THAT(RunWell({"group", "hook", "g"}).out, HasSubstr("No program is told"));
-  RunWell({"group", "hook", "g", "--command", "/bin/true 'a b'"});
-  EXPECT_EQ(RunWell({"group", "hook", "g", "--json"}).Json()["hook"], "/bin/true 'a b'");
-  EXPECT_THAT(RunWell({"group", "show", "g"}).out, HasSubstr("/bin/true 'a b'"));
+  RunWell({"group", "hook", "g", "--command", "/bin/true \"a b\""});
+  EXPECT_EQ(RunWell({"group", "hook", "g", "--json"}).Json()["hook"], "/bin/true \"a b\"");
+  EXPECT_THAT(RunWell({"group", "show", "g"}).out, HasSubstr("/bin/true \"a b\""));
   EXPECT_THAT(Run({"group", "hook", "g", "--command", "/no/such"}).err, HasSubstr("no program"));
   RunBadly(kUsage, {"group", "hook", "g", "--command", "true"}, {"\"true\"", "absolute path"});
   RunBadly(kUsage, {"group", "hook", "g", "--command", "''"}, {"absolute path"});
