@@ -89,12 +89,12 @@ TEST_F(DocumentsTest, HelpListsEveryVerb) {
                   "group remove", "group quiesce", "group retention", "group hook", "group rename",
                   "group relink", "group upgrade", "group delete", "snapshot create",
                   "snapshot list", "snapshot show", "snapshot edit", "snapshot restore",
-                  "snapshot diff", "snapshot clone", "snapshot delete", "snapshot repair",
-                  "snapshot ship", "snapshot sync", "snapshot prune", "schedule set",
-                  "schedule show", "schedule remove", "schedule run", "protect", "sync", "stop",
-                  "status", "metrics", "history", "switchover", "failover", "reprotect", "edit",
-                  "unprotect", "plan list", "plan show", "plan delete", "plan promote",
-                  "plan drop-arrived", "plan drop-shipment", "action run"));
+                  "snapshot diff", "snapshot get", "snapshot clone", "snapshot delete",
+                  "snapshot repair", "snapshot ship", "snapshot sync", "snapshot prune",
+                  "schedule set", "schedule show", "schedule remove", "schedule run", "protect",
+                  "sync", "stop", "status", "metrics", "history", "switchover", "failover",
+                  "reprotect", "edit", "unprotect", "plan list", "plan show", "plan delete",
+                  "plan promote", "plan drop-arrived", "plan drop-shipment", "action run"));
 }
 
 TEST_F(DocumentsTest, HelpIsTheSameHoweverItIsAskedFor) {

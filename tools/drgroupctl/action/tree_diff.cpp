@@ -121,10 +121,6 @@ bool IsSameTime(const timespec& one, const timespec& other) {
 
 }  // namespace
 
-OwnedFd::~OwnedFd() {
-  if (fd_ != -1) close(fd_);
-}
-
 int CompareFiles(int oldFd, int newFd,
                  const std::function<bool(std::uint64_t, std::uint64_t)>& tell) {
   struct stat before = {};

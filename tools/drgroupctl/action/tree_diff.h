@@ -4,20 +4,9 @@
 #include <functional>
 #include <string>
 
+#include "host/owned_fd.h"
+
 namespace drgroupctl {
-
-// A descriptor that is closed when it goes.
-class OwnedFd {
- public:
-  explicit OwnedFd(int fd = -1) : fd_(fd) {}
-  OwnedFd(const OwnedFd&) = delete;
-  OwnedFd& operator=(const OwnedFd&) = delete;
-  ~OwnedFd();
-  int Get() const { return fd_; }
-
- private:
-  int fd_;
-};
 
 enum class Change { kAdded, kRemoved, kChanged };
 

@@ -16,6 +16,7 @@ inline constexpr std::string_view kRenameReserved = "rename.reserved";    // new
 inline constexpr std::string_view kRenameDefined = "rename.defined";      // group.json says it
 inline constexpr std::string_view kRenameRewritten = "rename.rewritten";  // the catalogue too
 inline constexpr std::string_view kRenameLinked = "rename.linked";        // found by it
+inline constexpr std::string_view kGetCopied = "get.copied";              // not by its name yet
 inline constexpr std::string_view kAddDefined = "add.defined";            // group.json has it
 inline constexpr std::string_view kAddProtected = "add.protected";        // and there is a plan
 inline constexpr std::string_view kRemoveCopyOut = "remove.copy_out";     // of its group

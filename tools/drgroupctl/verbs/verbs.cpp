@@ -33,6 +33,7 @@ const std::vector<Verb>& Verbs() {
       SnapshotEdit(),
       SnapshotRestore(),
       SnapshotDiff(),
+      SnapshotGet(),
       SnapshotClone(),
       SnapshotDelete(),
       SnapshotRepair(),

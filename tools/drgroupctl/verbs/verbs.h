@@ -33,6 +33,7 @@ Verb SnapshotCreate();
 Verb SnapshotList();
 Verb SnapshotShow();
 Verb SnapshotDiff();
+Verb SnapshotGet();
 Verb SnapshotEdit();
 Verb SnapshotRestore();
 Verb SnapshotClone();
