@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "action/gsnap_release.h"
 #include "action/plan_holds.h"
 #include "groups/catalogue.h"
 #include "groups/catalogue_rows.h"
@@ -161,6 +162,19 @@ void SpareShared(const CatalogueRows& own, Going& going) {
   } while (going.verdicts.size() != before && !going.verdicts.empty());
 }
 
+// Lets those stay a part of which is held by a plan of a target that has left the group.
+void SpareHeldByFormer(const Group& group, const CatalogueRows& rows, Going& going) {
+  std::set<std::string> former = going.targets;
+  for (const VrelDR::Target& each : group.targets) former.erase(each.GetId());
+  if (former.empty()) return;
+  const PlanHolds holds(former);
+  const std::set<std::string> ids = holds.SnapIds();
+  rows.VisitPartsAmong({ids.begin(), ids.end()}, [&](const CatalogueRows::Part& part) {
+    const std::string reason = holds.Find(part.target.GetId(), part.tsnap_id);
+    if (!reason.empty()) going.LetStay(part.gsnap_id, OfTarget(part) + " " + reason);
+  });
+}
+
 }  // namespace
 
 Retention JudgeGsnaps(const Group& group, const KeepRule& rule, const NeededCuts& needed) {
@@ -177,6 +191,7 @@ Retention JudgeGsnaps(const Group& group, const KeepRule& rule, const NeededCuts
   Retention retention;
   retention.verdicts = Judge(rule, std::move(candidates));
   Going going = FindGoing(rows, needed, retention.verdicts);
+  SpareHeldByFormer(group, rows, going);
   SpareShared(rows, going);
   for (auto each = retention.verdicts.rbegin(); each != retention.verdicts.rend(); ++each) {
     if (!each->stays) retention.going.push_back(*known[each->id]);
@@ -194,6 +209,7 @@ void DeleteByRule(const Group& group, const Retention& retention) {
       for (CatalogueRows::Part& part : rows.PartsOf(each.gsnap_id)) {
         info.target_snapshots.push_back(std::move(part));
       }
+      RequireReleased({info});
       RemoveGsnap(group.id, info, AskParts(info, true), OutOfReach::kFail);
       ++count;
     }
