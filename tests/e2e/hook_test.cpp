@@ -1,5 +1,6 @@
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "plan_fixture.h"
@@ -57,6 +58,32 @@ TEST_P(HookTest, ItIsToldOfEachFailureAndOnceOfTheRecovery) {
   EXPECT_EQ(Trace(), "own g sync recovered g sync recovered 0 \n");
   RunWell({"sync", "g"});
   EXPECT_EQ(Trace(), "own g sync recovered g sync recovered 0 \n");
+}
+
+TEST_P(HookTest, ATargetThatIsGoneIsAFailureAndAMistypedNameIsNot) {
+  MakeGroup();
+  const std::string id = TakeSnapshot();
+  SetHook();
+  Run({"snapshot", "restore", id + "1", "--yes"});
+  EXPECT_EQ(Trace(), "");
+  const std::string path = TargetPaths().at("share");
+  fs::rename(path, Root() + "/away");
+  RunBadly(kNotFound, {"snapshot", "create", "g"}, {"\"share\""});
+  EXPECT_THAT(Trace(), StartsWith("own g snapshot failed g snapshot failed 3 "));
+  const Json::Value history = RunWell({"history", "g", "--failed", "--json"}).Json();
+  EXPECT_EQ(history["runs"].size(), 1U);
+  fs::rename(Root() + "/away", path);
+  TakeSnapshot();
+  EXPECT_THAT(Trace(), HasSubstr("own g snapshot recovered"));
+}
+
+TEST_P(HookTest, WhatAHookRunsTellsNoHook) {
+  MakeGroup();
+  SetHook(std::string(DRGROUPCTL) + " snapshot create g");
+  fs::rename(TargetPaths().at("share"), Root() + "/away");
+  Run({"snapshot", "create", "g"});
+  const std::string trace = Trace();
+  EXPECT_EQ(std::count(trace.begin(), trace.end(), '\n'), 1) << trace;
 }
 
 TEST_P(HookTest, WhatItDoesIsDoneWithTheGroupFreeAndWithoutOurDescriptors) {

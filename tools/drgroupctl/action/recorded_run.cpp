@@ -9,6 +9,7 @@
 #include "action/group_action.h"
 #include "action/plan_status.h"
 #include "action/task.h"
+#include "groups/catalogue_view.h"
 #include "host/arrived.h"
 #include "output/console.h"
 #include "output/text.h"
@@ -35,10 +36,26 @@ std::string GroupOf(const Arguments& args) {
                            : VrelDRGroup::Utils::ParseGroupId(args.Text("GSNAP"));
 }
 
+// Whether the command line names what there is not. What a run does not find, of all that the group
+// should have, is a failure of the run.
+bool IsMisnamed(const Arguments& args, const Failure& failure) {
+  if (failure.code != ExitCode::kNotFound) return false;
+  if (args.Has("TARGET")) return true;
+  for (const char* name : {"GSNAP", "--snapshot"}) {
+    if (!args.Has(name)) continue;
+    try {
+      RequireGsnap(args.Text(name));
+    } catch (const Failure& missing) {
+      return missing.code == ExitCode::kNotFound;
+    }
+  }
+  return false;
+}
+
 // Nothing was begun: it was misunderstood, not agreed to, or somebody else was at work.
-bool IsNoRun(const Failure& failure) {
-  return failure.code == ExitCode::kUsage || failure.code == ExitCode::kNotFound ||
-         failure.code == ExitCode::kBusy || failure.is_unconfirmed;
+bool IsNoRun(const Arguments& args, const Failure& failure) {
+  return failure.code == ExitCode::kUsage || failure.code == ExitCode::kBusy ||
+         failure.is_unconfirmed || IsMisnamed(args, failure);
 }
 
 std::optional<long> SentBytes(const Report& report) {
@@ -136,7 +153,7 @@ Report RecordedRun::Run() {
   } catch (const Failure& failure) {
     stop();
     if (!entry_) throw;
-    if (IsNoRun(failure)) {
+    if (IsNoRun(args_, failure)) {
       entry_->Forget();
       throw;
     }
