@@ -204,5 +204,56 @@ TEST_P(GroupMemberTest, AnInterruptedRemovalIsFinishedByTheSameCommand) {
   RunWell({"sync", "g", "--dr-group", "gd"});
 }
 
+TEST_P(GroupMemberTest, BothCopiesOfAPlanAreNeverInOneGroup) {
+  MakeProtected();
+  RunBadly(kRefused, {"group", "add", "g", "lun-dr", "--volume", "v1"}, {"two copies of plan"});
+  RunBadly(kRefused, {"group", "create", "q", "--target", "lun", "--target", "lun-dr"},
+           {"two copies of plan"});
+  RunWell({"target", "create", "own", "--volume", "v1", "--type", "share"});
+  RunWell({"group", "create", "q", "--target", "own"});
+  RunBadly(kRefused, {"group", "add", "q", "share-dr"}, {"\"share-dr\" is a DR copy"});
+  // A copy that the group of the copies has lost comes back to it as it is.
+  RunWell({"group", "remove", "gd", "lun-dr", "--keep-plan"});
+  EXPECT_THAT(Members("g"), ElementsAre("share", "guest"));
+  RunWell({"group", "add", "gd", "lun-dr"});
+  RunWell({"group", "add", "g", "lun", "--volume", "v2"});
+  EXPECT_EQ(CountPlans(), 3U);
+  RunWell({"sync", "g", "--dr-group", "gd"});
+}
+
+TEST_P(GroupMemberTest, AnInterruptedChangeIsFinishedBeforeAnother) {
+  MakeProtected();
+  MakeExtra();
+  const std::vector<std::string> remove{"group", "remove", "g", "lun", "--delete-plan", "--yes"};
+  for (const char* step : {"add.defined", "add.protected", "add.copied"}) {
+    ASSERT_TRUE(RunKilledAt(step, {"group", "add", "g", "extra", "--volume", "v2"})) << step;
+    RunBadly(kRefused, remove, {"interrupted", "group add g extra"});
+    RunWell({"group", "add", "g", "extra", "--volume", "v2"});
+    RunWell({"group", "remove", "g", "extra", "--delete-plan", "--yes"});
+    RunWell({"target", "remove", "extra-dr", "--with-snapshots", "--yes"});
+  }
+  ASSERT_TRUE(RunKilledAt("add.protected", {"group", "add", "g", "extra", "--volume", "v2"}));
+  RunWell({"group", "remove", "g", "extra", "--keep-plan"});
+  ASSERT_TRUE(RunKilledAt("remove.begun", remove));
+  RunBadly(kRefused, {"group", "remove", "g", "share", "--keep-plan"}, {"group remove g lun"});
+  RunWell(remove);
+  EXPECT_THAT(Members("gd"), ElementsAre("share-dr", "guest-dr"));
+  RunWell({"sync", "g", "--dr-group", "gd"});
+}
+
+TEST_P(GroupMemberTest, ARuleSparesWhatThePlanOfAFormerTargetHolds) {
+  MakeProtected();
+  RunWell({"sync", "g", "--dr-group", "gd"});
+  const std::string held = ListSnapshots().back();
+  RunWell({"group", "remove", "g", "lun", "--keep-plan"});
+  ChangeMain();
+  RunWell({"sync", "g", "--dr-group", "gd"});
+  RunWell({"sync", "g", "--dr-group", "gd"});
+  RunWell({"snapshot", "prune", "g", "--keep", "last=1", "--yes"});
+  EXPECT_EQ(ListSnapshots().front(), held);
+  EXPECT_EQ(SnapshotPaths(held).size(), 3U);
+  EXPECT_THAT(Statuses("g"), testing::Each("ready"));
+}
+
 }  // namespace
 }  // namespace e2e

@@ -127,6 +127,8 @@ TEST_P(UndoKeptTest, AGoneOnRestoreTakesNoSecondOneAndAnotherDoes) {
   EXPECT_EQ(Group()["unfinished_restore"], id);
   EXPECT_THAT(RunBadly(kRefused, {"snapshot", "restore", id}, {"--yes"}).err,
               AllOf(HasSubstr("interrupted restore"), HasSubstr(before)));
+  RunBadly(kRefused, {"snapshot", "delete", before, "--yes"},
+           {"has not come to its end", "--force"});
   Restore(id);
   EXPECT_EQ(ListSnapshots().size(), 3U);
   EXPECT_EQ(Group()["undo_gsnap_id"], before);

@@ -5,6 +5,8 @@
 
 #include "action/plans.h"
 #include "groups/catalogue_view.h"
+#include "output/failure.h"
+#include "output/text.h"
 
 namespace drgroupctl {
 
@@ -47,6 +49,31 @@ std::vector<std::string> GroupsOfCopies(const std::map<std::string, VrelDR::DRPl
 std::int64_t NextGsnapTime(const std::string& groupId) {
   const auto latest = ListGsnaps(groupId, true);
   return latest.empty() ? 0 : latest.front().gsnap_time + 1;
+}
+
+void RequireNoOtherChange(const Group& group, const std::string& change) {
+  if (group.changing.empty() || group.changing == change) return;
+  const std::size_t verb = group.changing.find(' ');
+  throw Failure(ExitCode::kRefused,
+                "group " + Quote(group.id) + ": a change of its targets was interrupted: finish " +
+                    "it with \"drgroupctl group " + Printable(group.changing.substr(0, verb)) +
+                    " " + Printable(group.id) + Printable(group.changing.substr(verb)) +
+                    "\" and the options that it was begun with");
+}
+
+void RequireOneCopy(const std::string& groupId, const std::vector<VrelDR::Target>& targets) {
+  std::set<std::string> ids;
+  for (const VrelDR::Target& each : targets) ids.insert(each.GetId());
+  for (const std::string& id : ids) {
+    for (const VrelDR::DRPlan& plan : PlansOf(id)) {
+      const std::string& other = OtherCopy(plan, id);
+      if (!ids.contains(other)) continue;
+      throw Failure(ExitCode::kRefused, "group " + Quote(groupId) + ": target " + Quote(id) +
+                                            " and target " + Quote(other) +
+                                            " are the two copies of plan " +
+                                            Quote(plan.GetPlanId()) + ": name one of them");
+    }
+  }
 }
 
 void AddMembers(Group& group, const std::vector<VrelDR::Target>& targets, std::int64_t since) {

@@ -28,6 +28,13 @@ std::vector<std::string> GroupsOfCopies(const std::map<std::string, VrelDR::DRPl
 // group now; 0 when there is none before it.
 std::int64_t NextGsnapTime(const std::string& groupId);
 
+// Throws a refusal when a change of the group's targets other than `change` was interrupted: which
+// targets the group of the copies has cannot be told until that is finished.
+void RequireNoOtherChange(const Group& group, const std::string& change);
+
+// Throws a refusal when both copies of a plan are among the targets: a group handles one of them.
+void RequireOneCopy(const std::string& groupId, const std::vector<VrelDR::Target>& targets);
+
 // Puts targets at the end of the group's, those passed over that it has, and its definition on
 // disk.
 void AddMembers(Group& group, const std::vector<VrelDR::Target>& targets, std::int64_t since);

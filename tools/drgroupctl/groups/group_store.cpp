@@ -66,6 +66,7 @@ std::string Interpret(const Json::Value& root, Group& group) {
     if (!since.isInt64()) return "one of its \"targets\" has a \"since\" that is not a number";
     group.since[target.GetId()] = since.asInt64();
   }
+  group.changing = VrelDRCore::JsonUtil::AsText(Member(root, "changing"));
   std::string problem;
   const Json::Value quiesce = Member(root, "quiesce");
   if (!quiesce.isNull() && !group.quiesce.FromJson(quiesce, problem)) {
@@ -285,6 +286,7 @@ void WriteDefinition(const Group& group) {
   if (group.quiesce.ToJson() != VrelDR::QuiesceMeans().ToJson()) {
     root["quiesce"] = group.quiesce.ToJson();
   }
+  if (!group.changing.empty()) root["changing"] = group.changing;
   if (!group.keep.IsEmpty()) root["keep"] = ToText(group.keep);
   if (!group.last_restore.IsNone()) root["last_restore"] = group.last_restore.ToJson();
   if (!group.schedule.empty()) root["schedule"] = ToJson(group.schedule);

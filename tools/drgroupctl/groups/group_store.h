@@ -31,6 +31,8 @@ struct Group {
   // Of targets that were added later, by identifier: the time of the first group snapshot that has
   // to have a part of it.
   std::map<std::string, std::int64_t> since = {};
+  // The change of the targets that has begun and is not at its end, such as "add www"; else empty.
+  std::string changing = {};
 
   bool Has(const std::string& targetId) const;
   // Whether a group snapshot of that time is incomplete without the target, which is of the group.

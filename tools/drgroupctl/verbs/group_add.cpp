@@ -20,36 +20,51 @@ namespace {
 
 using Plans = std::map<std::string, VrelDR::DRPlan>;
 
-// A plan of a target that is added goes from main to DR, as all of the group's have to then.
+bool IsPlain(const std::string& target, const VrelDR::DRPlan& plan) {
+  return plan.GetProtectedTargetId() == target && plan.GetWorkingTargetId() == target &&
+         plan.GetSourceTargetId() == target;
+}
+
+bool IsDrCopy(const std::string& target, const VrelDR::DRPlan& plan) {
+  return plan.GetDRTargetId() == target;
+}
+
+// The plans of all targets go from main to DR, as those do that are made for what is added.
 void RequirePlain(const Group& group, const Plans& plans) {
   for (const auto& [target, plan] : plans) {
-    if (plan.GetProtectedTargetId() == target && plan.GetWorkingTargetId() == target &&
-        plan.GetSourceTargetId() == target) {
-      continue;
-    }
-    const bool isMain = plan.GetProtectedTargetId() == target;
+    if (IsPlain(target, plan)) continue;
     throw Failure(ExitCode::kRefused,
                   "group " + Quote(group.id) + ": nothing was added, as target " + Quote(target) +
-                      (isMain ? " has its data from the DR copy now, or does not work: bring the "
-                                "group back to its main side first"
-                              : " is a DR copy: add to the group of the protected targets"));
+                      (IsDrCopy(target, plan)
+                           ? " is a DR copy: add to the group of the protected targets"
+                           : " has its data from the DR copy now, or does not work: bring the "
+                             "group back to its main side first"));
   }
 }
 
-void CheckVolume(const Group& group, const Plans& plans, const Arguments& args) {
-  if (args.Has("--volume") && plans.empty()) {
+// Whether plans are made for what is added. `group` has it; `others` are the plans of the rest.
+bool IsProtected(const Group& group, const Plans& others, const Arguments& args) {
+  const Plans plans = OnePlans(group);
+  const auto isCopy = [](const auto& each) { return IsDrCopy(each.first, each.second); };
+  // Copies come to the group of copies as they are.
+  if (!others.empty() && plans.size() == group.targets.size() &&
+      std::ranges::all_of(plans, isCopy)) {
+    return false;
+  }
+  RequirePlain(group, plans);
+  if (args.Has("--volume") && others.empty()) {
     throw Failure(ExitCode::kRefused, "group " + Quote(group.id) +
                                           " is not protected: leave --volume out, and protect it "
                                           "with \"drgroupctl protect\" when it is to be");
   }
-  if (plans.empty()) return;
-  RequirePlain(group, plans);
+  if (others.empty()) return false;
   if (!args.Has("--volume")) {
     throw Failure(ExitCode::kUsage, "group " + Quote(group.id) +
                                         " is protected: name the volume for the DR copies of what "
                                         "is added, with --volume");
   }
   RequireVolume(args.Text("--volume"));
+  return true;
 }
 
 Prepared PrepareProtection(const Group& group, const Arguments& args) {
@@ -59,7 +74,7 @@ Prepared PrepareProtection(const Group& group, const Arguments& args) {
   return PrepareOnGroup("create_partial", group, params);
 }
 
-// Gives what was added a plan; when that fails the group is as it was before.
+// Gives what was added a plan; when that fails the group is without it.
 void ProtectAdded(const Group& before, const Prepared& prepared, const Arguments& args) {
   try {
     Run(prepared, args);
@@ -102,19 +117,21 @@ Report RunGroupAdd(const Arguments& args, Warnings& warnings) {
   RequireCatalogue(groupId, Access::kRead);
   const std::vector<std::string> ids = args.List("TARGET");
   const std::vector<VrelDR::Target> added = RequireTargets(ids);
+  const std::string change = "add " + Join(ids, " ");
+  RequireNoOtherChange(before, change);
   // Those that an interrupted run has added already have no say in how the group stands.
   Group others = before;
+  others.changing.clear();
   std::erase_if(others.targets, [&](const VrelDR::Target& each) {
     return std::ranges::find(ids, each.GetId()) != ids.end();
   });
-  CheckVolume(before, OnePlans(others), args);
-  const bool isProtected = args.Has("--volume");
-
   const std::int64_t since = NextGsnapTime(groupId);
   Group group = before;
   for (const VrelDR::Target& each : added) {
     if (!group.Has(each.GetId())) group.targets.push_back(each);
   }
+  RequireOneCopy(groupId, group.targets);
+  const bool isProtected = IsProtected(group, OnePlans(others), args);
   std::optional<Prepared> protection;
   if (isProtected) {
     protection = PrepareProtection(group, args);
@@ -122,12 +139,16 @@ Report RunGroupAdd(const Arguments& args, Warnings& warnings) {
   }
   WarnOfMounts(warnings, added);
   group = before;
+  if (isProtected) group.changing = change;
   AddMembers(group, added, since);
   KillPoint(kAddDefined);
   if (protection) {
-    ProtectAdded(before, *protection, args);
+    ProtectAdded(before.changing.empty() ? before : others, *protection, args);
     KillPoint(kAddProtected);
     AddCopies(group, GroupsOfCopies(OnePlans(group), ids), added, since);
+    KillPoint(kAddCopied);
+    group.changing.clear();
+    WriteDefinition(group);
   }
   Report report;
   report.AddText("Group " + Quote(groupId) + " has " + Count(group.targets.size(), "target") +

@@ -1,6 +1,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "action/membership.h"
 #include "groups/directory_argument.h"
 #include "groups/group_creation.h"
 #include "groups/group_store.h"
@@ -39,6 +40,7 @@ std::string ChooseDirectory(const Arguments& args, const std::string& groupId) {
 Report RunGroupCreate(const Arguments& args, Warnings& /*warnings*/) {
   Group group{args.Text("ID"), {}, {}};
   group.targets = RequireTargets(args.List("--target"));
+  RequireOneCopy(group.id, group.targets);
   group.directory = ChooseDirectory(args, group.id);
 
   CreateGroup(group);

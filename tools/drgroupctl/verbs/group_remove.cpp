@@ -69,6 +69,9 @@ Report RunGroupRemove(const Arguments& args, Warnings& warnings) {
   const std::string target = args.Text("TARGET");
   const ActionLock lock(groupId);
   Group group = LoadGroup(groupId);
+  const std::string change = "remove " + target;
+  // What was not added to its end can be taken out again.
+  if (group.changing != "add " + target) RequireNoOtherChange(group, change);
   RequireMember(group, target);
   const Plans plans = OnePlans(group);
   const auto plan = plans.find(target);
@@ -86,10 +89,16 @@ Report RunGroupRemove(const Arguments& args, Warnings& warnings) {
             LossDetails({plan->second}, false));
   }
   // The group itself last: until then the same command finds what is left to do.
-  if (plan != plans.end()) RemoveCopy(group, plans, target);
+  if (plan != plans.end()) {
+    group.changing = change;
+    WriteDefinition(group);
+    KillPoint(kRemoveBegun);
+    RemoveCopy(group, plans, target);
+  }
   KillPoint(kRemoveCopyOut);
   if (deletion) Run(*deletion, args);
   KillPoint(kRemovePlanGone);
+  group.changing.clear();
   RemoveMember(group, target);
 
   Report report;

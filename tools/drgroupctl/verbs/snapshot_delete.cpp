@@ -35,6 +35,18 @@ std::size_t CountDeleted(const VrelDRGroup::GsnapshotInfo& info, const Presences
   return count;
 }
 
+// Throws when it is all that is left of what an interrupted restore has begun to replace.
+void RequireNoUndo(const std::string& groupId, const std::string& gsnapId) {
+  Group group;
+  if (!ReadDefinition(GroupDirectory(groupId), group)) return;
+  const LastRestore& last = group.last_restore;
+  if (!last.is_unfinished || last.before_id != gsnapId) return;
+  throw Failure(ExitCode::kRefused,
+                "group snapshot " + Quote(gsnapId) +
+                    " undoes a restore that has not come to its end: finish that by restoring " +
+                    Quote(last.gsnap_id) + " again, or add --force to delete it all the same");
+}
+
 Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
   const std::string gsnapId = args.Text("GSNAP");
   const std::string groupId = VrelDRGroup::Utils::ParseGroupId(gsnapId);
@@ -47,6 +59,7 @@ Report RunSnapshotDelete(const Arguments& args, Warnings& /*warnings*/) {
     throw Failure(ExitCode::kRefused, "group snapshot " + Quote(gsnapId) +
                                           " is locked: add --force to delete it all the same");
   }
+  if (!isForced) RequireNoUndo(groupId, gsnapId);
   const Presences presences = AskParts(info, !isForced);
   RequireReleased({info});
   Confirm(args, "delete group snapshot " + Quote(gsnapId) + " with its " +
@@ -71,7 +84,8 @@ Verb SnapshotDelete() {
   return {
       "snapshot delete",
       "delete a group snapshot with its target snapshots",
-      {"Refused without --force when it is locked, and when the host cannot tell of a target "
+      {"Refused without --force when it is locked, when it undoes a restore that was interrupted, "
+       "and when the host cannot tell of a target "
        "snapshot whether it exists. Refused also with it, before anything is deleted, when a plan "
        "holds one of the target snapshots as the last that arrived, sends it, or is going to.",
        "When a target snapshot cannot be deleted, the others are, the group snapshot stays listed "

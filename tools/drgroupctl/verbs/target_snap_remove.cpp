@@ -10,7 +10,7 @@ namespace {
 Report RunTargetSnapRemove(const Arguments& args, Warnings& /*warnings*/) {
   if (args.Has("SNAP") == args.Has("--orphaned")) {
     throw Failure(ExitCode::kUsage,
-                  "give the target snap-list to be deleted, or --orphaned for all that are "
+                  "give the snapshots to be deleted, or --orphaned for all that are "
                   "orphaned; \"drgroupctl target snap-list\" lists them");
   }
   return DropSnapshots(args, args.Text("ID"), args.List("SNAP"));
@@ -20,7 +20,7 @@ Report RunTargetSnapRemove(const Arguments& args, Warnings& /*warnings*/) {
 
 Verb TargetSnapRemove() {
   return {"target snap-remove",
-          "delete single and orphaned target snap-list",
+          "delete single and orphaned snapshots of a target",
           {"Deletes those that are named, or with --orphaned all that \"target snap-list\" calls "
            "orphaned. One that is named is refused, before anything is deleted, when it is locked, "
            "when a group's catalogue records it, when a plan holds it or needs it, and when there "
