@@ -228,6 +228,7 @@ TEST_P(GroupMemberTest, AnInterruptedChangeIsFinishedBeforeAnother) {
   for (const char* step : {"add.defined", "add.protected", "add.copied"}) {
     ASSERT_TRUE(RunKilledAt(step, {"group", "add", "g", "extra", "--volume", "v2"})) << step;
     RunBadly(kRefused, remove, {"interrupted", "group add g extra"});
+    EXPECT_EQ(RunWell({"group", "show", "g", "--json"}).Json()["unfinished_change"], "add extra");
     RunWell({"group", "add", "g", "extra", "--volume", "v2"});
     RunWell({"group", "remove", "g", "extra", "--delete-plan", "--yes"});
     RunWell({"target", "remove", "extra-dr", "--with-snapshots", "--yes"});

@@ -49,7 +49,8 @@ TEST_F(GroupTest, CreationMakesTheDefinitionTheCatalogueAndTheLink) {
   const Json::Value shown = RunWell({"group", "show", "g", "--json"}).Json();
   EXPECT_THAT(shown.getMemberNames(),
               ElementsAre("directory", "group_id", "gsnap_count", "hook", "keep", "latest_gsnap_id",
-                          "targets", "undo_gsnap_id", "unfinished_restore", "writers"));
+                          "targets", "undo_gsnap_id", "unfinished_change", "unfinished_restore",
+                          "writers"));
   ASSERT_EQ(shown["targets"].size(), 2U);
   EXPECT_THAT(shown["targets"][0].getMemberNames(),
               ElementsAre("exists", "path", "problem", "target_id", "type", "volume"));

@@ -48,6 +48,7 @@ Report RunGroupShow(const Arguments& args, Warnings& /*warnings*/) {
   const LastRestore& last = group.last_restore;
   report.AddField({"unfinished_restore", "Restore not finished", Shown::kIfAny},
                   last.is_unfinished ? last.gsnap_id : "");
+  report.AddField({"unfinished_change", "Change not finished", Shown::kIfAny}, group.changing);
   report.AddField({"undo_gsnap_id", "Undoes the last restore", Shown::kIfAny}, last.before_id);
   report.AddField({"hook", "Told of failures", Shown::kIfAny}, JoinWords(group.hook));
   AddWriters(report, group.quiesce);
