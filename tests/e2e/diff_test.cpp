@@ -161,9 +161,8 @@ TEST_P(DiffInputTest, NamesOfAnyBytesBreakNothing) {
 TEST_P(DiffInputTest, WhatIsShownIsCutShortAndAllIsCounted) {
   MakeGroup();
   const std::string id = TakeSnapshot();
-  for (int i = 0; i < 10001; ++i) {
-    WriteFile(TargetPaths().at("share") + "/" + std::to_string(i), "");
-  }
+  const std::string share = TargetPaths().at("share");
+  for (int i = 0; i < 10001; ++i) WriteFile(share + "/" + std::to_string(i), "");
   const Json::Value report = Diff({id});
   EXPECT_EQ(report["is_cut_short"], true);
   EXPECT_EQ(report["paths"].size(), 10000U);

@@ -88,6 +88,7 @@ void ProtectAdded(const Group& before, const Prepared& prepared, const Arguments
 void AddCopies(const Group& group, const std::vector<std::string>& others,
                const std::vector<VrelDR::Target>& added, std::int64_t since) {
   std::vector<VrelDR::Target> copies;
+  copies.reserve(added.size());
   for (const VrelDR::Target& each : added) {
     copies.emplace_back(RequireOnePlan(each.GetId()).GetDRTargetId(), each.GetType());
   }
