@@ -33,7 +33,7 @@ std::vector<Group> GroupsOf(const Arguments& args, Warnings& warnings) {
 // What whoever looks has to know beside when it is due.
 std::string NoteOn(const Group& group, const std::string& kind, const ScheduleMark& mark,
                    const PlanSight& sight, bool isRunning, std::int64_t now) {
-  const std::string passedOver = WhyPassedOver(TargetIds(group), kind, sight);
+  std::string passedOver = WhyPassedOver(TargetIds(group), kind, sight);
   if (!passedOver.empty()) return passedOver;
   if (mark.last > now) {
     return "the last one lies " + FormatAge(mark.last - now) +
