@@ -80,6 +80,7 @@ class TreeByHand {
   void RemoveOld() const {
     if (last_ < 2) return;
     const std::string before = "/" + std::to_string(last_ - 1);
+    if (!fs::exists(b_ + before)) return;  // gone since the last sync by hand
     Shell((is_btrfs_ ? "btrfs -q subvolume delete " : "rm -rf ") + a_ + before + " && rm -rf " +
           b_ + before);
   }
