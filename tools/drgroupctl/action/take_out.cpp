@@ -102,11 +102,11 @@ void Copy(int parentFd, const std::string& name, const std::string& to, const st
   }
 }
 
-void BringToDisk(const std::string& dir, const std::string& dest) {
-  const OwnedFd fd(open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (fd.Get() == -1 || syncfs(fd.Get()) != 0) {
-    throw Cannot(ExitCode::kStorage, "bring " + Quote(dest) + " to disk", errno);
-  }
+// A descriptor on the file system, from before anything is written: an error of that is told once.
+int OpenWorkplace(const std::string& dir) {
+  const int fd = open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd == -1) throw Cannot(ExitCode::kStorage, "open " + Quote(dir), errno);
+  return fd;
 }
 
 // What was there before is in the workplace afterwards, if anything was.
@@ -148,9 +148,12 @@ void TakeOut(const std::string& top, const std::string& path, const std::string&
     std::error_code ignored;
     fs::remove_all(dir, ignored);
   });
+  const OwnedFd workplace(OpenWorkplace(dir));
   const std::string made = dir + "/taken";
   Copy(parent.Get(), name, made, dest);
-  BringToDisk(dir, dest);
+  if (syncfs(workplace.Get()) != 0) {
+    throw Cannot(ExitCode::kStorage, "bring " + Quote(dest) + " to disk", errno);
+  }
   KillPoint(kGetCopied);
   if (const int error = Place(made, place, isReplaced)) {
     throw Cannot(ExitCode::kStorage, "give the copy the name " + Quote(dest), error);
